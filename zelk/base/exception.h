@@ -1,0 +1,43 @@
+// The base of every exception that the library throws.
+#ifndef ZELK_BASE_EXCEPTION_H_
+#define ZELK_BASE_EXCEPTION_H_
+
+#include <exception>
+#include <sstream>
+#include <string>
+
+namespace zelk {
+
+/// An error with a text that can be assembled from pieces.
+///
+/// Number code throws it as it is; float code throws `IEEEFloat::error`, derived from it.
+class Exception : public std::exception {
+ public:
+  /// Writes `m` into `msg_stream`, then calls `dump_msg_and_raise_assertion()`.
+  explicit Exception(const std::string& m);
+
+  /// A copy carries the text and still takes insertions; the hook does not run again for it.
+  Exception(const Exception& other);
+  Exception& operator=(const Exception& other);
+
+  ~Exception() noexcept override;
+
+  /// The text written so far. The reference holds until the next call or the end of the object.
+  const std::string& get_msg() const;
+
+  /// `get_msg()` as a C string; "" when the text cannot be assembled for want of memory.
+  const char* what() const noexcept override;
+
+  /// Does nothing: a place for a debugger's breakpoint, passed once for every exception built.
+  void dump_msg_and_raise_assertion();
+
+  /// Accumulates the text; insertions after construction extend the message.
+  std::ostringstream msg_stream;
+
+ private:
+  mutable std::string msg;
+};
+
+}  // namespace zelk
+
+#endif  // ZELK_BASE_EXCEPTION_H_

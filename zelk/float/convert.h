@@ -1,0 +1,109 @@
+// Patterns converted between formats, to exact rationals and to integers.
+//
+// Called by `set_format`, `to_number` and `to_integer` in ieee_float.cpp.
+#ifndef ZELK_FLOAT_CONVERT_H_
+#define ZELK_FLOAT_CONVERT_H_
+
+#include "zelk/float/arithmetic.h"
+
+namespace zelk {
+namespace {
+
+/// out := the pattern `bits` of format `from`, rounded into format `to`. out may be tmp1.
+inline void convert_pattern(TempNumProvider& tp, IEEEFloat::format from, IEEEFloat::format to,
+                            IEEEFloat::rounding_mode rm, const QNumber& bits, QNumber& out) {
+  const Operand a = read_operand(from, bits, tp.exp1, tp.mant1);
+  if (a.is_nan) {
+    pack_nan(to, out);
+  } else if (a.is_inf) {
+    pack_inf(to, a.sign, out);
+  } else {
+    require_room(from, sign_bit(to) + 1);
+    decompose(from, from.bias(), tp.exp1, tp.mant1);
+    tp.exp1 -= from.mant_width;
+    tp.exp1 += to.mant_width;
+    round_and_pack_float(tp, to, rm, a.sign, tp.exp1, tp.mant1, out);
+  }
+}
+
+/// The exact value of a finite pattern.
+/// \throws IEEEFloat::error for NaNs and infinities; "reached limit on float precision".
+inline QNumber exact_value(TempNumProvider& tp, IEEEFloat::format f, const QNumber& bits) {
+  const Operand a = read_operand(f, bits, tp.exp1, tp.mant1);
+  if (a.is_zero) {
+    return 0;
+  }
+  if (a.is_nan) {
+    throw IEEEFloat::error("can't convert NaN to a Number");
+  }
+  if (a.is_inf) {
+    throw IEEEFloat::error("can't convert infinity to a Number");
+  }
+  require_room(f, f.mant_width + 1);
+  decompose(f, f.bias(), tp.exp1, tp.mant1);
+  tp.exp1 -= f.mant_width;
+  if (!tp.exp1.fits_long()) {
+    throw_precision_limit();
+  }
+  const long k = tp.exp1.to_long();
+  const auto shift = static_cast<unsigned long>(detail::magnitude(k));
+  require_bits(shift + f.mant_width + 2);
+  QNumber significand;
+  store(significand, tp.mant1);
+  QNumber value;
+  BVNumber::pow2(shift, &value);
+  if (k < 0) {
+    value = value.inv();
+  }
+  value *= significand;
+  if (a.sign) {
+    value.self_neg();
+  }
+  return value;
+}
+
+/// The value rounded to an integer, its magnitude reduced modulo 2^w, w > 0. The bit pattern
+/// alone decides: infinities and NaNs convert like finite values of their exponent.
+inline QNumber rounded_integer(TempNumProvider& tp, IEEEFloat::format f,
+                               IEEEFloat::rounding_mode rm, const QNumber& bits, unsigned long w) {
+  bool sign = false;
+  require_room(f, sign_bit(f) + 1);
+  unpack_components(f, bits, sign, tp.exp1, tp.mant1);
+  if (tp.exp1.is_zero()) {
+    return 0;
+  }
+  BVNumber::set_bit(tp.mant1, f.mant_width, true);
+  tp.tmp1 = f.bias();  // becomes m - exponent, the shift to the right
+  tp.tmp1 += f.mant_width;
+  tp.tmp1 -= tp.exp1;
+  if (!tp.tmp1.fits_long()) {
+    return 0;
+  }
+  const long shift = tp.tmp1.to_long();
+  if (shift < 0) {
+    const auto left = static_cast<unsigned long>(-shift);
+    if (left >= w) {
+      return 0;
+    }
+    BVNumber::trim(tp.mant1, w - left);  // what the shift would push out of w bits
+    require_bits(BVNumber::bit_length(tp.mant1) + left);
+    BVNumber::bit_left_shift(tp.mant1, left, &tp.mant1);
+  } else if (shift > 0) {
+    const Remainder rest = shift_right(tp.mant1, static_cast<unsigned long>(shift));
+    if (increments(rm, sign, BVNumber::test_bit(tp.mant1, 0), rest.round, rest.sticky)) {
+      tp.mant1 += 1;
+    }
+  }
+  BVNumber::trim(tp.mant1, w);
+  if (sign) {
+    tp.mant1.self_neg();
+  }
+  QNumber value;
+  store(value, tp.mant1);
+  return value;
+}
+
+}  // namespace
+}  // namespace zelk
+
+#endif  // ZELK_FLOAT_CONVERT_H_

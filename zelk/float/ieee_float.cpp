@@ -1,0 +1,557 @@
+#include "zelk/float/ieee_float.h"
+
+#include <ostream>
+
+#include "zelk/float/arithmetic.h"
+#include "zelk/float/codec.h"
+#include "zelk/float/convert.h"
+#include "zelk/float/scratch.h"
+#include "zelk/numbers/bvnumber.h"
+#include "zelk/swflt/swflt.h"
+
+namespace zelk {
+
+namespace {
+
+constexpr IEEEFloat::format binary32{8, 23};
+constexpr IEEEFloat::format binary64{11, 52};
+
+// 2^k - 1.
+QNumber ones(unsigned long k) {
+  require_bits(k < max_bits ? k + 1 : BVNumber::npos);
+  QNumber q;
+  BVNumber::pow2(k, &q);
+  q -= 1;
+  return q;
+}
+
+}  // namespace
+
+IEEEFloat::error::error(const std::string& m) : Exception(m) {}
+IEEEFloat::error::~error() noexcept = default;
+
+QNumber IEEEFloat::format::bias() const { return exp_width == 0 ? 0 : ones(exp_width - 1); }
+QNumber IEEEFloat::format::max_exponent() const { return ones(exp_width); }
+QNumber IEEEFloat::format::max_mantissa() const { return ones(mant_width); }
+
+// ---- Construction, assignment, representation ----
+
+IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
+    : fmt(f), mode(rm & mode_mask), repr(r & 3U), payload{} {
+  if (is_generic()) {
+    payload.big = new QNumber();
+  } else if (repr == REPR_FLOAT64) {
+    payload.bits64 = 0;
+  }
+}
+
+IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
+    : fmt(f), mode(rm & mode_mask), repr(get_best_repr(f) & 3U), payload{} {
+  if (is_generic()) {
+    payload.big = new QNumber(pattern);
+  } else if (repr == REPR_FLOAT64) {
+    payload.bits64 = BVNumber::low_word(pattern);
+  } else {
+    payload.bits32 = static_cast<std::uint32_t>(BVNumber::low_word(pattern));
+  }
+}
+
+void IEEEFloat::assign_generic(const IEEEFloat& other) {
+  if (this == &other) {
+    return;
+  }
+  if (is_generic() && other.is_generic()) {
+    // The number takes the source's form, where plain assignment would keep a big one big.
+    if (other.payload.big->is_small()) {
+      payload.big->reset();
+    }
+    *payload.big = *other.payload.big;
+    const payload_type kept = payload;
+    copy_words(other);
+    payload = kept;
+  } else {
+    IEEEFloat copy(other);
+    swap(copy);
+  }
+}
+
+void IEEEFloat::self_specialize_repr(Repr r) {
+  const unsigned target = r & 3U;
+  if (repr == target) {
+    return;
+  }
+  if (target >= REPR_GENERIC) {
+    if (!is_generic()) {
+      payload.big = new QNumber(low_word());
+    }
+  } else {
+    const std::uint64_t word = low_word();
+    if (is_generic()) {
+      delete payload.big;
+    }
+    if (target == REPR_FLOAT64) {
+      payload.bits64 = word;
+    } else {
+      payload.bits32 = static_cast<std::uint32_t>(word);
+    }
+  }
+  repr = r & 3U;
+}
+
+// ---- Patterns ----
+
+std::uint64_t IEEEFloat::low_word() const {
+  return repr == REPR_FLOAT64   ? payload.bits64
+         : repr == REPR_FLOAT32 ? payload.bits32
+                                : BVNumber::low_word(*payload.big);
+}
+
+const QNumber& IEEEFloat::pattern(QNumber& scratch) const {
+  if (is_generic()) {
+    return *payload.big;
+  }
+  return scratch = low_word();
+}
+
+void IEEEFloat::set_pattern(const QNumber& pattern) { store(*payload.big, pattern); }
+
+// A packed result: flags are never reported, and every NaN is the canonical one.
+void IEEEFloat::set_word32(std::uint32_t word) {
+  swflt::float_exception_flags = 0;
+  payload.bits32 = swflt::float32_is_nan(word) ? swflt::float32_make_nan() : word;
+}
+
+void IEEEFloat::set_word64(std::uint64_t word) {
+  swflt::float_exception_flags = 0;
+  payload.bits64 = swflt::float64_is_nan(word) ? swflt::float64_make_nan() : word;
+}
+
+QNumber IEEEFloat::get_bits() const { return is_generic() ? *payload.big : QNumber(low_word()); }
+
+IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
+  const auto refuse = [&bits] { throw_with("invalid bit pattern for IEEEFloat: ", bits); };
+  const unsigned long width = sign_bit(f) + 1;
+  if (!bits.is_integer() || bits.sign() < 0 || BVNumber::bit_length(bits) > width) {
+    refuse();
+  }
+  bool is_inf = false;
+  bool is_nan = false;
+  bool is_zero = false;
+  get_flags(f, bits, is_inf, is_nan, is_zero);
+  if (is_nan) {
+    QNumber canonical;
+    pack_nan(f, canonical);
+    if (!(bits == canonical)) {
+      refuse();
+    }
+  }
+  return {f, ROUND_NEAREST_EVEN, bits};
+}
+
+IEEEFloat IEEEFloat::max_value(format f) {
+  QNumber bits = ones(sign_bit(f));
+  QNumber hidden_bit;
+  BVNumber::pow2(f.mant_width, &hidden_bit);
+  bits -= hidden_bit;
+  return from_bits(bits, f);
+}
+
+// ---- Sign, classes, special values ----
+
+bool IEEEFloat::get_sign() const {
+  switch (repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_sign(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_sign(payload.bits32);
+    default:
+      return BVNumber::test_bit(*payload.big, sign_bit(fmt));
+  }
+}
+
+void IEEEFloat::set_sign(bool s) {
+  switch (repr) {
+    case REPR_FLOAT64:
+      payload.bits64 = swflt::float64_set_sign(payload.bits64, static_cast<char>(s));
+      break;
+    case REPR_FLOAT32:
+      payload.bits32 = swflt::float32_set_sign(payload.bits32, static_cast<char>(s));
+      break;
+    default:
+      BVNumber::set_bit(*payload.big, sign_bit(fmt), s);
+  }
+}
+
+bool IEEEFloat::is_inf() const {
+  switch (repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_inf(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_inf(payload.bits32);
+    default:
+      return is_inf_pattern(fmt, *payload.big);
+  }
+}
+
+bool IEEEFloat::is_nan() const {
+  switch (repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_nan(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_nan(payload.bits32);
+    default:
+      return is_nan_pattern(fmt, *payload.big);
+  }
+}
+
+bool IEEEFloat::is_zero() const {
+  switch (repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_zero(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_zero(payload.bits32);
+    default:
+      return is_zero_pattern(fmt, *payload.big);
+  }
+}
+
+bool IEEEFloat::is_subnormal() const {
+  switch (repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_subnormal(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_subnormal(payload.bits32);
+    default:
+      return is_subnormal_pattern(fmt, *payload.big);
+  }
+}
+
+void IEEEFloat::self_neg() {
+  if (!is_nan()) {
+    set_sign(!get_sign());
+  }
+}
+
+void IEEEFloat::self_nan() {
+  switch (repr) {
+    case REPR_FLOAT64:
+      payload.bits64 = swflt::float64_make_nan();
+      break;
+    case REPR_FLOAT32:
+      payload.bits32 = swflt::float32_make_nan();
+      break;
+    default:
+      pack_nan(fmt, TempNumProvider::tmp1);
+      set_pattern(TempNumProvider::tmp1);
+  }
+}
+
+void IEEEFloat::self_inf(bool negative) {
+  switch (repr) {
+    case REPR_FLOAT64:
+      payload.bits64 = swflt::float64_make_inf();
+      set_sign(negative);
+      break;
+    case REPR_FLOAT32:
+      payload.bits32 = swflt::float32_make_inf();
+      set_sign(negative);
+      break;
+    default:
+      pack_inf(fmt, negative, TempNumProvider::tmp1);
+      set_pattern(TempNumProvider::tmp1);
+  }
+}
+
+void IEEEFloat::self_zero(bool negative) {
+  switch (repr) {
+    case REPR_FLOAT64:
+      payload.bits64 = 0;
+      set_sign(negative);
+      break;
+    case REPR_FLOAT32:
+      payload.bits32 = 0;
+      set_sign(negative);
+      break;
+    default:
+      pack_zero(fmt, negative, TempNumProvider::tmp1);
+      set_pattern(TempNumProvider::tmp1);
+  }
+}
+
+// ---- Comparison ----
+
+void IEEEFloat::require_same_kind(const IEEEFloat& other) const {
+  if (fmt != other.fmt) {
+    throw error("operands of different formats");
+  }
+  if (repr != other.repr && !(is_generic() && other.is_generic())) {
+    throw error("operands of different representations");
+  }
+}
+
+namespace {
+
+// The answer of a packed comparison, whose flags are never reported.
+bool compared(bool answer) {
+  swflt::float_exception_flags = 0;
+  return answer;
+}
+
+}  // namespace
+
+// Patterns of one sign are in the order of their magnitudes.
+bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
+  a.require_same_kind(b);
+  switch (a.repr) {
+    case IEEEFloat::REPR_FLOAT64:
+      return compared(swflt::float64_lt(a.payload.bits64, b.payload.bits64));
+    case IEEEFloat::REPR_FLOAT32:
+      return compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
+    default:
+      break;
+  }
+  if (a.is_nan() || b.is_nan()) {
+    return false;
+  }
+  const bool negative = a.get_sign();
+  if (negative != b.get_sign()) {
+    return negative && !(a.is_zero() && b.is_zero());
+  }
+  return negative ? *b.payload.big < *a.payload.big : *a.payload.big < *b.payload.big;
+}
+
+bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
+  a.require_same_kind(b);
+  switch (a.repr) {
+    case IEEEFloat::REPR_FLOAT64:
+      return compared(swflt::float64_le(a.payload.bits64, b.payload.bits64));
+    case IEEEFloat::REPR_FLOAT32:
+      return compared(swflt::float32_le(a.payload.bits32, b.payload.bits32));
+    default:
+      return !a.is_nan() && !b.is_nan() && !(b < a);
+  }
+}
+
+bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
+  a.require_same_kind(b);
+  switch (a.repr) {
+    case IEEEFloat::REPR_FLOAT64:
+      return compared(swflt::float64_eq_signaling(a.payload.bits64, b.payload.bits64));
+    case IEEEFloat::REPR_FLOAT32:
+      return compared(swflt::float32_eq_signaling(a.payload.bits32, b.payload.bits32));
+    default:
+      return !a.is_nan() && !b.is_nan() &&
+             (*a.payload.big == *b.payload.big || (a.is_zero() && b.is_zero()));
+  }
+}
+
+int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
+  return a < b ? -1 : b < a ? 1 : a == b ? 0 : -2;
+}
+
+// ---- Neighbours ----
+
+// For a fixed sign the pattern one above is the value of next larger magnitude.
+void IEEEFloat::step_magnitude(bool grow) {
+  switch (repr) {
+    case REPR_FLOAT64:
+      payload.bits64 = grow ? payload.bits64 + 1 : payload.bits64 - 1;
+      break;
+    case REPR_FLOAT32:
+      payload.bits32 = grow ? payload.bits32 + 1 : payload.bits32 - 1;
+      break;
+    default:
+      *payload.big += grow ? 1 : -1;
+  }
+}
+
+void IEEEFloat::next_representable(bool up) {
+  if (is_nan()) {
+    return;
+  }
+  const bool negative = get_sign();
+  if (is_zero()) {
+    self_zero(!up);
+    step_magnitude(true);
+  } else if (is_inf()) {
+    if (negative == up) {
+      IEEEFloat largest = max_value(fmt);
+      largest.set_sign(negative);
+      *this = std::move(largest);
+    }
+  } else {
+    step_magnitude(up != negative);
+  }
+}
+
+void IEEEFloat::packed_next(bool up) {
+  const bool grow = up != get_sign();
+  if (!grow && is_zero()) {
+    set_sign(!get_sign());
+    return;
+  }
+  const bool at_end =
+      grow && BVNumber::lowest_zero(pattern(TempNumProvider::tmp1), 0) >= sign_bit(fmt);
+  if (!at_end) {
+    step_magnitude(grow);
+  }
+}
+
+// ---- Rounded arithmetic ----
+
+// The codes of `swflt`: 0 nearest-even, 1 toward minus infinity, 2 toward plus infinity, 3 toward
+// zero; -1 for a mode that is none of the four.
+int IEEEFloat::mode_code() const {
+  static constexpr int codes[] = {0, 3, 2, 1};
+  return mode <= ROUND_TOWARD_NEGATIVE ? codes[mode] : -1;
+}
+
+template <auto float64_op, auto float32_op, auto generic_op>
+IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
+  require_same_kind(other);
+  switch (repr) {
+    case REPR_FLOAT64:
+      set_word64(float64_op(payload.bits64, other.payload.bits64, mode_code()));
+      break;
+    case REPR_FLOAT32:
+      set_word32(float32_op(payload.bits32, other.payload.bits32, mode_code()));
+      break;
+    default: {
+      TempNumProvider tp;
+      generic_op(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+    }
+  }
+  return *this;
+}
+
+IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
+  return apply<swflt::float64_add, swflt::float32_add, add_float>(other);
+}
+
+IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
+  return apply<swflt::float64_sub, swflt::float32_sub, subtract_float>(other);
+}
+
+IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
+  return apply<swflt::float64_mul, swflt::float32_mul, multiply_float>(other);
+}
+
+IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
+  return apply<swflt::float64_div, swflt::float32_div, divide_float>(other);
+}
+
+// ---- Conversions ----
+
+IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
+  TempNumProvider tp;
+  tp.exp1 = f.mant_width;  // takes the significand at face value
+  tp.mant1 = q.get_num();
+  round_and_pack_float(tp, f, rm, false, tp.exp1, tp.mant1, tp.tmp1);
+  IEEEFloat result(f, rm, tp.tmp1);
+  if (!q.is_integer()) {
+    result /= from_number(q.get_den(), f, rm);
+  }
+  return result;
+}
+
+void IEEEFloat::set_format(format f) {
+  if (f == fmt) {
+    return;
+  }
+  if (f == binary64 && repr == REPR_FLOAT32) {
+    set_word64(swflt::float32_to_float64(payload.bits32));
+    repr = REPR_FLOAT64;
+    fmt = f;
+  } else if (f == binary32 && repr == REPR_FLOAT64) {
+    set_word32(swflt::float64_to_float32(payload.bits64, mode_code()));
+    repr = REPR_FLOAT32;
+    fmt = f;
+  } else {
+    TempNumProvider tp;
+    convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
+    if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
+      set_pattern(tp.tmp1);
+      repr = REPR_GENERIC;
+      fmt = f;
+    } else {
+      *this = IEEEFloat(f, get_mode(), tp.tmp1);
+    }
+  }
+}
+
+QNumber IEEEFloat::to_number() const {
+  TempNumProvider tp;
+  return exact_value(tp, fmt, pattern(tp.mant2));
+}
+
+QNumber IEEEFloat::to_integer(unsigned long w) const {
+  TempNumProvider tp;
+  if (w > 0) {
+    return rounded_integer(tp, fmt, get_mode(), pattern(tp.tmp3), w);
+  }
+  if (is_zero() || is_nan() || is_inf()) {
+    return 0;
+  }
+  const mpq_class q = to_number().to_mpq();
+  return {mpz_class(q.get_num() / q.get_den()), 1};  // truncating, as GMP's / does
+}
+
+// ---- Text ----
+
+std::string IEEEFloat::to_float_str() const {
+  if (fmt.exp_width == 0) {
+    return "0";
+  }
+  if (is_nan()) {
+    throw error("can't convert NaN to float str");
+  }
+  if (is_zero()) {
+    return get_sign() ? "-0" : "0";
+  }
+  if (is_inf()) {
+    throw error("can't convert Infinity to float str");
+  }
+  const QNumber q = to_number();
+  mpf_class value(0, mpf_get_default_prec());
+  value = abs(q.to_mpq());
+  mp_exp_t point = 0;  // value = 0.digits * 10^point
+  std::string digits = value.get_str(point);
+  std::string text = q.sign() < 0 ? "-" : "";
+  if (point <= 0) {
+    return text.append("0.").append(static_cast<std::size_t>(-point), '0').append(digits);
+  }
+  const auto places = static_cast<std::size_t>(point);
+  if (digits.size() <= places) {
+    return text.append(digits).append(places - digits.size(), '0');
+  }
+  return text.append(digits, 0, places).append(".").append(digits, places);
+}
+
+std::string IEEEFloat::to_str() const {
+  std::string text =
+      '[' + std::to_string(fmt.exp_width) + ':' + std::to_string(fmt.mant_width) + ']';
+  if (fmt.exp_width == 0) {
+    return text + "+0{0}";
+  }
+  if (is_nan()) {
+    text += "NaN";
+  } else if (is_inf()) {
+    text += get_sign() ? "-Inf" : "+Inf";
+  } else {
+    text += to_float_str();
+  }
+  text += '{';
+  const unsigned long sign_index = sign_bit(fmt);
+  const QNumber bits = get_bits();
+  for (unsigned long i = sign_index + 1; i-- > 0;) {
+    text += BVNumber::test_bit(bits, i) ? '1' : '0';
+    if (i == sign_index || i == fmt.mant_width) {
+      text += '_';
+    }
+  }
+  return text + '}';
+}
+
+std::ostream& operator<<(std::ostream& os, const IEEEFloat& x) { return os << x.to_str(); }
+
+}  // namespace zelk

@@ -1,0 +1,308 @@
+// IEEE-754 binary floating-point values in formats chosen at run time.
+//
+// A value carries its format, a rounding mode and its bit pattern. Every operation computes the
+// exact result and rounds it once, in the mode of its left operand. Binary32 and binary64
+// patterns are packed words that the software float routines compute on; every other pattern is
+// an integer of its own. Generic operations and `swflt` share scratch storage of the process
+// without locks: one thread at a time, and no call from a signal handler.
+#ifndef ZELK_FLOAT_IEEE_FLOAT_H_
+#define ZELK_FLOAT_IEEE_FLOAT_H_
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <utility>
+
+#include "zelk/base/exception.h"
+#include "zelk/numbers/qnumber.h"
+
+namespace zelk {
+
+/// A floating-point value.
+///
+/// Operations on a format whose patterns (1 + e + m bits) pass `max_bits`, and operations whose
+/// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
+/// Arithmetic is defined for e >= 2 and m >= 1. Whatever is thrown, allocation failure included,
+/// the value keeps what it was.
+class IEEEFloat {
+ public:
+  /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.
+  enum Repr : unsigned {
+    REPR_FLOAT32 = 0,  ///< a 32-bit word, for (8, 23)
+    REPR_FLOAT64 = 1,  ///< a 64-bit word, for (11, 52)
+    REPR_GENERIC = 2,  ///< a `QNumber` on the heap, for any format
+  };
+
+  /// The rounding directions of IEEE 754. Any other number may be stored; it is reported ("bad
+  /// rounding mode: <mode>") by a generic operation that has to round, and rounds a packed value
+  /// to nearest-even.
+  enum rounding_mode : unsigned {
+    ROUND_NEAREST_EVEN = 0,
+    ROUND_TOWARD_ZERO = 1,
+    ROUND_TOWARD_POSITIVE = 2,
+    ROUND_TOWARD_NEGATIVE = 3,
+  };
+
+  /// The widths of a format in bits: binary32 is {8, 23}. Not validated.
+  ///
+  /// From the most significant bit, a pattern is a sign bit, `exp_width` bits of biased exponent
+  /// and `mant_width` bits of trailing significand (the hidden bit is not stored).
+  struct format {
+    unsigned long exp_width = 0;
+    unsigned long mant_width = 0;
+
+    /// 2^(e-1) - 1; 0 for e = 0.
+    /// \throws error "reached limit on float precision", here and below, when the power of two
+    ///   would pass `max_bits`.
+    QNumber bias() const;
+    /// 2^e - 1: the exponent field of infinities and NaNs.
+    QNumber max_exponent() const;
+    /// 2^m - 1: the largest trailing significand field.
+    QNumber max_mantissa() const;
+
+    bool operator==(const format&) const = default;
+  };
+
+  /// What operations on values throw.
+  class error : public Exception {
+   public:
+    explicit error(const std::string& m);
+    error(const error&) = default;
+    error& operator=(const error&) = default;
+    ~error() noexcept override;
+  };
+
+  /// A placeholder to be assigned: format {0, 0}, nearest-even, a packed 0.
+  IEEEFloat() noexcept : IEEEFloat(format{}, ROUND_NEAREST_EVEN, REPR_FLOAT32, payload_type{0}) {}
+
+  /// +0 in the given representation, which is not held against the format; of rm the low 30
+  /// bits are kept, of r the low 2.
+  IEEEFloat(format f, Repr r, rounding_mode rm);
+
+  /// +0 in the best representation for f.
+  IEEEFloat(format f, rounding_mode rm) : IEEEFloat(f, get_best_repr(f), rm) {}
+
+  /// A copy owns a pattern of its own, in the same form. Copying packed values allocates nothing.
+  IEEEFloat(const IEEEFloat& other)
+      : fmt(other.fmt), mode(other.mode), repr(other.repr), payload(other.payload) {
+    if (is_generic()) {
+      payload.big = new QNumber(*other.payload.big);
+    }
+  }
+
+  /// The moved-from value is the default placeholder.
+  IEEEFloat(IEEEFloat&& other) noexcept : IEEEFloat() { swap(other); }
+
+  /// Format, mode and representation become the source's. The target is unchanged when an
+  /// allocation fails.
+  IEEEFloat& operator=(const IEEEFloat& other) {
+    if (is_generic() || other.is_generic()) {
+      assign_generic(other);
+    } else {
+      copy_words(other);
+    }
+    return *this;
+  }
+
+  IEEEFloat& operator=(IEEEFloat&& other) noexcept {
+    IEEEFloat taken;
+    taken.swap(other);
+    swap(taken);
+    return *this;
+  }
+
+  ~IEEEFloat() {
+    if (is_generic()) {
+      delete payload.big;
+    }
+  }
+
+  /// `REPR_FLOAT32` for {8, 23}, `REPR_FLOAT64` for {11, 52}, `REPR_GENERIC` for all others.
+  static constexpr Repr get_best_repr(format f) {
+    return f == format{8, 23} ? REPR_FLOAT32 : f == format{11, 52} ? REPR_FLOAT64 : REPR_GENERIC;
+  }
+
+  /// The value with the given pattern, rounding to nearest-even, in the best representation.
+  /// The only NaN accepted is the canonical one: sign 1, exponent all ones, significand 1.
+  /// \throws error "invalid bit pattern for IEEEFloat: <bits>" for any other NaN, and for what is
+  ///   not an integer from 0 to 2^(1+e+m) - 1.
+  static IEEEFloat from_bits(const QNumber& bits, format f);
+
+  /// The largest finite value of f, rounding to nearest-even.
+  static IEEEFloat max_value(format f);
+
+  /// q in format f. Numerator and denominator are rounded to f on their own, then divided: the
+  /// result is correctly rounded when both are representable (an integer always is rounded
+  /// once), and can carry three roundings otherwise. A part beyond the range of f counts as the
+  /// infinity or largest finite value that it rounds to.
+  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3 and one of the roundings of a
+  ///   generic pattern is inexact.
+  static IEEEFloat from_number(const QNumber& q, format f, rounding_mode rm);
+
+  format get_format() const { return fmt; }
+  rounding_mode get_mode() const { return static_cast<rounding_mode>(mode); }
+  Repr get_repr() const { return static_cast<Repr>(repr); }
+
+  /// Of rm the low 30 bits are kept.
+  void set_mode(rounding_mode rm) { mode = rm & mode_mask; }
+
+  /// The pattern as an integer from 0 to 2^(1+e+m) - 1.
+  QNumber get_bits() const;
+
+  /// Moves the pattern into another representation. A packed word takes its low 32 or 64 bits.
+  void self_specialize_repr(Repr r);
+
+  /// Converts the value to `f` in place, rounding once in the value's own mode.
+  ///
+  /// A value that already has format `f` is left as it is, representation included. Otherwise a
+  /// NaN becomes the canonical NaN of the target, infinities and zeros keep their sign, and the
+  /// value takes the best representation for `f`. Exact when neither width shrinks. The mode is
+  /// kept.
+  /// \throws error "bad rounding mode: <mode>" when the mode is not 0 to 3 and a conversion that
+  ///   is not from packed binary64 to binary32 is inexact; "reached limit on float precision" when
+  ///   the subnormal shift does not fit 64 bits.
+  /// Example: a {5, 10} value 65504 converted to {4, 3} toward zero is 240.
+  void set_format(format f);
+
+  /// The sign bit, of NaNs too.
+  bool get_sign() const;
+  void set_sign(bool s);
+
+  bool is_inf() const;
+  bool is_nan() const;
+  bool is_zero() const;
+  bool is_subnormal() const;
+
+  /// Flips the sign; a NaN stays as it is.
+  void self_neg();
+  /// Becomes the canonical NaN: sign 1, exponent all ones, trailing significand 1.
+  void self_nan();
+  void self_inf(bool negative);
+  void self_zero(bool negative);
+
+  /// The next value toward plus infinity (up) or minus infinity: both zeros step to the smallest
+  /// subnormals, the largest finite values to the infinities, and a NaN and an infinity in its
+  /// own direction stay. A step back from an infinity is a whole assignment of `max_value`: it
+  /// also sets nearest-even and the best representation.
+  void next_representable(bool up);
+
+  /// The next pattern in sign-magnitude order, -0 and +0 being neighbours and nothing else
+  /// special. Outward from the two patterns of largest magnitude there is none: they stay.
+  void packed_next(bool up);
+
+  // Rounded arithmetic in this value's format and mode; the operand's mode plays no part, and it
+  // may be this value. Division by zero gives an infinity; an operation without a useful value
+  // (inf - inf, 0 * inf, 0 / 0, inf / inf) gives the canonical NaN. A NaN operand's pattern is
+  // passed on in generic values (the left one's first); packed values give the canonical NaN.
+  // Throws error "operands of different formats" or "operands of different representations";
+  // on generic values "bad rounding mode: <mode>" when the mode is not 0 to 3 and the result is
+  // inexact, and "reached limit on float precision" when the exponents of a sum differ by 2^63
+  // or more, or the shift to a subnormal result does.
+  IEEEFloat& operator+=(const IEEEFloat& other);
+  IEEEFloat& operator-=(const IEEEFloat& other);
+  IEEEFloat& operator*=(const IEEEFloat& other);
+  IEEEFloat& operator/=(const IEEEFloat& other);
+
+  /// The exact value; both zeros give 0. It has O(|k| + m) bits, k being the exponent.
+  /// \throws error "can't convert NaN to a Number", "can't convert infinity to a Number";
+  ///   "reached limit on float precision" when the number would pass `max_bits`.
+  QNumber to_number() const;
+
+  /// For w = 0 the exact value truncated toward zero, 0 for infinities and NaNs. For w > 0 the
+  /// value rounded to an integer in its own mode (a mode outside 0 to 3 rounds toward zero), its
+  /// magnitude reduced modulo 2^w and the sign put back. Zeros and subnormals then give 0 in
+  /// every mode; infinities and NaNs are taken as (2^m + T) * 2^(bias + 1 - m). Needs no more
+  /// than max(m, w) bits for w > 0.
+  /// \throws error "reached limit on float precision" as `to_number` for w = 0; for w > 0 when
+  ///   neither w nor the shifted significand is within `max_bits`.
+  QNumber to_integer(unsigned long w) const;
+
+  /// The decimal value, without an exponent part, with as many digits as GMP's default float
+  /// precision carries.
+  /// \throws error "can't convert NaN to float str", "can't convert Infinity to float str"; what
+  ///   `to_number` throws.
+  std::string to_float_str() const;
+
+  /// Format, value and pattern: [5:10]-1.5{1_01111_1000000000}, [5:10]+Inf{0_11111_0000000000},
+  /// [5:10]NaN{1_11111_0000000001}.
+  std::string to_str() const;
+
+  friend bool operator<(const IEEEFloat& a, const IEEEFloat& b);
+  friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
+  friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+
+ private:
+  union payload_type {
+    std::uint32_t bits32;
+    std::uint64_t bits64;
+    QNumber* big;
+  };
+  static constexpr unsigned mode_mask = (1U << 30) - 1;
+
+  IEEEFloat(format f, unsigned rm, unsigned r, payload_type p) noexcept
+      : fmt(f), mode(rm & mode_mask), repr(r & 3U), payload(p) {}
+  // The value with this pattern, in the best representation.
+  IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
+
+  bool is_generic() const { return repr >= REPR_GENERIC; }
+  int mode_code() const;
+  const QNumber& pattern(QNumber& scratch) const;
+  std::uint64_t low_word() const;
+  void require_same_kind(const IEEEFloat& other) const;
+  void assign_generic(const IEEEFloat& other);
+  void set_pattern(const QNumber& pattern);
+  void set_word32(std::uint32_t word);
+  void set_word64(std::uint64_t word);
+  template <auto float64_op, auto float32_op, auto generic_op>
+  IEEEFloat& apply(const IEEEFloat& other);
+  void step_magnitude(bool grow);
+
+  void copy_words(const IEEEFloat& other) {
+    fmt = other.fmt;
+    mode = other.mode;
+    repr = other.repr;
+    payload = other.payload;
+  }
+
+  void swap(IEEEFloat& other) noexcept {
+    std::swap(fmt, other.fmt);
+    const unsigned rm = mode;
+    const unsigned r = repr;
+    mode = other.mode;
+    repr = other.repr;
+    other.mode = rm & mode_mask;
+    other.repr = r & 3U;
+    std::swap(payload, other.payload);
+  }
+
+  format fmt;
+  unsigned mode : 30;
+  unsigned repr : 2;
+  payload_type payload;  // selected by repr; from 2 on this value owns *big
+};
+
+/// IEEE 754 order: a NaN is unordered, -0 equals +0. The operands must have the same format and
+/// representation.
+/// \throws IEEEFloat::error "operands of different formats", "operands of different
+///   representations".
+bool operator<(const IEEEFloat& a, const IEEEFloat& b);
+bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
+bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+inline bool operator>(const IEEEFloat& a, const IEEEFloat& b) { return b < a; }
+inline bool operator>=(const IEEEFloat& a, const IEEEFloat& b) { return b <= a; }
+
+/// -1 when a < b, 0 when a == b, 1 when b < a, -2 when a NaN makes the pair unordered.
+int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
+
+/// A copy of a, then the compound operation: a's format and mode.
+inline IEEEFloat operator+(IEEEFloat a, const IEEEFloat& b) { return std::move(a += b); }
+inline IEEEFloat operator-(IEEEFloat a, const IEEEFloat& b) { return std::move(a -= b); }
+inline IEEEFloat operator*(IEEEFloat a, const IEEEFloat& b) { return std::move(a *= b); }
+inline IEEEFloat operator/(IEEEFloat a, const IEEEFloat& b) { return std::move(a /= b); }
+
+/// Writes `to_str()`.
+std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);
+
+}  // namespace zelk
+
+#endif  // ZELK_FLOAT_IEEE_FLOAT_H_

@@ -1,0 +1,343 @@
+#include "zelk/numbers/qnumber.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <ostream>
+#include <string>
+
+#include "zelk/base/exception.h"
+
+#ifndef ZELK_MAX_BITS
+#define ZELK_MAX_BITS (1UL << 32)
+#endif
+
+namespace zelk {
+
+const unsigned long max_bits = ZELK_MAX_BITS;
+// Sums of two sizes must stay below GMP's 2^37 bits and far from the end of a word.
+static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36));
+
+long gcd_cache[1024][1024];
+mpz_t QNumber::gmp_tmp[4];
+
+namespace detail {
+
+namespace {
+int scratch_users = 0;
+}  // namespace
+
+ScratchUser::ScratchUser() noexcept {
+  if (scratch_users++ == 0) {
+    for (auto& z : QNumber::gmp_tmp) {
+      mpz_init(z);
+    }
+  }
+}
+
+// Initialised again after the last user, the integers own nothing and yet serve whoever comes
+// later still, such as the destructor of an object that was built before this file.
+ScratchUser::~ScratchUser() {
+  if (--scratch_users == 0) {
+    for (auto& z : QNumber::gmp_tmp) {
+      mpz_clear(z);
+      mpz_init(z);
+    }
+  }
+}
+
+long fill_gcd_cache(long x, long y) { return gcd_cache[x][y] = gcd_cache[y][x] = std::gcd(x, y); }
+
+}  // namespace detail
+
+namespace {
+
+mpq_ptr new_gmp() {
+  auto* q = new __mpq_struct;
+  mpz_init(mpq_numref(q));
+  mpz_init(mpq_denref(q));
+  return q;
+}
+
+bool is_one(mpz_srcptr z) { return mpz_cmp_ui(z, 1) == 0; }
+
+unsigned long bit_length(mpz_srcptr z) { return mpz_sgn(z) == 0 ? 0 : mpz_sizeinbase(z, 2); }
+
+std::string decimal(mpz_srcptr z) {
+  std::string text(mpz_sizeinbase(z, 10) + 2, '\0');  // a sign and the terminator
+  mpz_get_str(text.data(), 10, z);
+  text.resize(std::strlen(text.c_str()));
+  return text;
+}
+
+}  // namespace
+
+void QNumber::require_bits(unsigned long bits) {
+  if (bits > max_bits) {
+    throw Exception("number too large");
+  }
+}
+
+void QNumber::init_big(bool negative, unsigned long magnitude) {
+  gmp = new_gmp();
+  den = 0;
+  mpz_set_ui(mpq_numref(gmp), magnitude);
+  if (negative) {
+    self_neg();
+  }
+  mpz_set_ui(mpq_denref(gmp), 1);
+}
+
+void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
+  if (mpz_sgn(d) == 0) {
+    throw Exception("division by zero");
+  }
+  if (mpz_fits_sint_p(n) != 0 && mpz_fits_sint_p(d) != 0) {
+    num = mpz_get_si(n);
+    den = mpz_get_si(d);
+  } else {
+    require_bits(bit_length(n));
+    require_bits(bit_length(d));
+    gmp = new_gmp();
+    den = 0;
+    mpz_set(mpq_numref(gmp), n);
+    mpz_set(mpq_denref(gmp), d);
+  }
+  normalize();
+}
+
+void QNumber::init_copy(const QNumber& other) {
+  gmp = new_gmp();
+  den = 0;
+  mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
+  mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));
+}
+
+void QNumber::make_big() {
+  if (is_small()) {
+    auto* q = new_gmp();
+    mpz_set_si(mpq_numref(q), num);
+    mpz_set_si(mpq_denref(q), den);
+    gmp = q;
+    den = 0;
+  }
+}
+
+void QNumber::assign_big(const QNumber& other) {
+  if (this == &other) {
+    return;
+  }
+  if (is_small()) {
+    init_copy(other);
+  } else if (other.is_small()) {
+    mpz_set_si(mpq_numref(gmp), other.num);
+    mpz_set_si(mpq_denref(gmp), other.den);
+  } else {
+    mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
+    mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));
+  }
+}
+
+void QNumber::assign_big(mpz_srcptr integer) {
+  make_big();
+  mpz_set(mpq_numref(gmp), integer);
+  mpz_set_ui(mpq_denref(gmp), 1);
+}
+
+void QNumber::move_big(QNumber& other) noexcept {
+  if (other.is_small()) {
+    assign_big(other);  // into storage that this number has
+    other.reset();
+  } else if (this != &other) {
+    reset();
+    take(other);
+  }
+}
+
+void QNumber::release() noexcept {
+  mpz_clear(mpq_numref(gmp));
+  mpz_clear(mpq_denref(gmp));
+  delete gmp;
+}
+
+bool QNumber::big_fits_long() const { return mpz_sizeinbase(mpq_numref(gmp), 2) <= 63; }
+
+void QNumber::normalize() {
+  if (is_small()) {
+    const long g = detail::gcd(detail::magnitude(num), detail::magnitude(den));
+    const long divisor = den < 0 ? -g : g;
+    num /= divisor;
+    den /= divisor;
+    return;
+  }
+  mpz_ptr n = mpq_numref(gmp);
+  mpz_ptr d = mpq_denref(gmp);
+  if (mpz_cmpabs_ui(d, 1) != 0) {
+    mpz_gcd(gmp_tmp[0], n, d);
+    mpz_divexact(n, n, gmp_tmp[0]);
+    mpz_divexact(d, d, gmp_tmp[0]);
+  }
+  if (mpz_sgn(d) < 0) {
+    mpz_neg(n, n);
+    mpz_neg(d, d);
+  }
+}
+
+// The reduction of the small form, on GMP integers. Whatever other refers to is read before the
+// target changes, so that other may be the target.
+void QNumber::add_big(const QNumber& other, bool subtract) {
+  make_big();
+  const auto add = subtract ? mpz_sub : mpz_add;
+  auto& [t0, t1, t2, t3] = gmp_tmp;
+  mpz_srcptr p = t2;
+  mpz_srcptr q = t3;
+  if (other.is_small()) {
+    mpz_set_si(t2, other.num);
+    mpz_set_si(t3, other.den);
+  } else {
+    p = mpq_numref(other.gmp);
+    q = mpq_denref(other.gmp);
+  }
+  mpz_ptr a = mpq_numref(gmp);
+  mpz_ptr b = mpq_denref(gmp);
+  if (is_one(b) && is_one(q)) {
+    const bool grows = (mpz_sgn(a) == mpz_sgn(p)) != subtract;
+    require_bits(std::max(bit_length(a), bit_length(p)) + static_cast<unsigned long>(grows));
+    add(a, a, p);
+    return;
+  }
+  mpz_gcd(t0, b, q);
+  mpz_divexact(t1, b, t0);
+  mpz_divexact(t3, q, t0);
+  require_bits(std::max(bit_length(p) + bit_length(t1), bit_length(a) + bit_length(t3)) + 1);
+  require_bits(bit_length(b) + bit_length(t3));
+  mpz_mul(t2, p, t1);
+  mpz_mul(a, a, t3);
+  add(a, a, t2);
+  mpz_gcd(t2, a, t0);
+  mpz_divexact(a, a, t2);
+  mpz_divexact(t0, t0, t2);
+  mpz_mul(b, t1, t3);
+  mpz_mul(b, b, t0);
+}
+
+void QNumber::multiply_big(const QNumber& other) {
+  make_big();
+  mpz_ptr a = mpq_numref(gmp);
+  mpz_ptr b = mpq_denref(gmp);
+  auto& [t0, t1, t2, t3] = gmp_tmp;
+  mpz_srcptr p = t2;
+  mpz_srcptr q = t3;
+  if (other.is_small()) {
+    if (other.num == 0 && !is_one(b)) {
+      reset();
+      return;
+    }
+    mpz_set_si(t2, other.num);
+    mpz_set_si(t3, other.den);
+  } else {
+    p = mpq_numref(other.gmp);
+    q = mpq_denref(other.gmp);
+  }
+  if (is_one(b) && is_one(q)) {
+    require_bits(bit_length(a) + bit_length(p));
+    mpz_mul(a, a, p);
+    return;
+  }
+  mpz_gcd(t0, a, q);
+  mpz_gcd(t1, p, b);
+  mpz_divexact(t2, p, t1);
+  mpz_divexact(t3, q, t0);
+  require_bits(bit_length(a) + 1 - std::min(bit_length(a), bit_length(t0)) + bit_length(t2));
+  require_bits(bit_length(b) + 1 - std::min(bit_length(b), bit_length(t1)) + bit_length(t3));
+  mpz_divexact(a, a, t0);
+  mpz_mul(a, a, t2);
+  mpz_divexact(b, b, t1);
+  mpz_mul(b, b, t3);
+}
+
+int QNumber::compare_big(const QNumber& a, const QNumber& b) {
+  if (a.is_small()) {
+    return -compare_big(b, a);
+  }
+  return b.is_small() ? mpq_cmp_si(a.gmp, b.num, static_cast<unsigned long>(b.den))
+                      : mpq_cmp(a.gmp, b.gmp);
+}
+
+QNumber QNumber::inv() const {
+  if (is_zero()) {
+    throw Exception("division by zero");
+  }
+  QNumber r(*this);
+  if (r.is_small()) {
+    std::swap(r.num, r.den);
+  } else {
+    mpz_swap(mpq_numref(r.gmp), mpq_denref(r.gmp));
+  }
+  r.normalize();
+  return r;
+}
+
+void QNumber::divmod(const QNumber& d, QNumber& q, QNumber& r) const {
+  if (d.is_zero()) {
+    throw Exception("division by zero");
+  }
+  if (is_small() && d.is_small()) {
+    long quotient = num / d.num;
+    long rest = num % d.num;
+    if (rest != 0 && (rest < 0) != (d.num < 0)) {
+      --quotient;
+      rest += d.num;
+    }
+    q = quotient;
+    r = rest;
+    return;
+  }
+  // Both targets get their storage, at their old values, before either takes its new one.
+  q.make_big();
+  r.make_big();
+  auto& [t0, t1, t2, t3] = gmp_tmp;
+  const auto numerator = [](const QNumber& n, mpz_ptr scratch) -> mpz_srcptr {
+    if (!n.is_small()) {
+      return mpq_numref(n.gmp);
+    }
+    mpz_set_si(scratch, n.num);
+    return scratch;
+  };
+  mpz_fdiv_qr(t2, t3, numerator(*this, t0), numerator(d, t1));
+  q.assign_big(t2);
+  r.assign_big(t3);
+}
+
+QNumber QNumber::get_num() const {
+  if (is_small()) {
+    return num;
+  }
+  mpz_set_ui(gmp_tmp[1], 1);
+  QNumber n;
+  n.init_ratio(mpq_numref(gmp), gmp_tmp[1]);
+  return n;
+}
+
+QNumber QNumber::get_den() const {
+  if (is_small()) {
+    return den;
+  }
+  mpz_set_ui(gmp_tmp[1], 1);
+  QNumber d;
+  d.init_ratio(mpq_denref(gmp), gmp_tmp[1]);
+  return d;
+}
+
+mpq_class QNumber::to_mpq() const { return is_small() ? mpq_class(num, den) : mpq_class(gmp); }
+
+std::ostream& operator<<(std::ostream& os, const QNumber& q) {
+  std::string text = q.is_small() ? std::to_string(q.num) : decimal(mpq_numref(q.gmp));
+  if (!q.is_integer()) {
+    text += '/';
+    text += q.is_small() ? std::to_string(q.den) : decimal(mpq_denref(q.gmp));
+  }
+  return os << text;
+}
+
+}  // namespace zelk

@@ -1,0 +1,412 @@
+// Exact rational numbers: two machine words while they fit, a GMP rational when they do not.
+//
+// Every operation is exact. Small-form arithmetic is inline, allocates nothing and tests for
+// overflow before it writes; the big form is in the source file. The scratch integers and the
+// table of greatest common divisors belong to the whole process and have no lock: one thread at
+// a time.
+#ifndef ZELK_NUMBERS_QNUMBER_H_
+#define ZELK_NUMBERS_QNUMBER_H_
+
+#include <gmpxx.h>
+
+#include <concepts>
+#include <iosfwd>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+namespace zelk {
+
+/// The most bits that a numerator or a denominator may have: 2^32 unless the library was
+/// configured with another `ZELK_MAX_BITS` (at most 2^36).
+///
+/// GMP ends the process when a number passes its own limit of 2^37 bits, so sizes are tested
+/// before GMP is called: number code throws `Exception` "number too large", float code
+/// `IEEEFloat::error` "reached limit on float precision". The test takes the most bits that a
+/// sum or product of such operands can have, so that one within two bits of the limit may be
+/// refused too.
+extern const unsigned long max_bits;
+
+/// Entry [x][y] is gcd(x, y), or 0 while that is not known yet.
+extern long gcd_cache[1024][1024];
+
+static_assert(sizeof(long) == 8 && GMP_NUMB_BITS == 64, "zelk needs 64-bit longs and GMP limbs");
+
+namespace detail {
+
+template <typename T, typename... Others>
+concept one_of = (std::same_as<T, Others> || ...);
+
+/// The signed and unsigned integer types of at most 64 bits; not bool and not characters.
+template <typename T>
+concept standard_integer = one_of < std::remove_cv_t<T>,
+signed char, short, int, long, long long, unsigned char, unsigned short, unsigned int,
+    unsigned long, unsigned long long > ;
+
+inline constexpr long word_max = std::numeric_limits<long>::max();
+
+// The checked operations below are false when the exact result is outside
+// [-word_max, word_max]; -2^63 counts as outside, so that negation never overflows.
+
+inline bool add_checked(long a, long b, long& r) {
+  return !__builtin_add_overflow(a, b, &r) && r != -word_max - 1;
+}
+
+inline bool sub_checked(long a, long b, long& r) {
+  return !__builtin_sub_overflow(a, b, &r) && r != -word_max - 1;
+}
+
+inline bool mul_checked(long a, long b, long& r) {
+  return !__builtin_mul_overflow(a, b, &r) && r != -word_max - 1;
+}
+
+inline long magnitude(long a) { return a < 0 ? -a : a; }
+
+/// Computes gcd(x, y), 1 <= x, y <= 1023, and enters it into the table both ways.
+long fill_gcd_cache(long x, long y);
+
+/// Euclid's algorithm for x, y >= 0; the table ends it as soon as both are below 1024.
+inline long gcd(long x, long y) {
+  while (y != 0) {
+    if (x < 1024 && y < 1024) {
+      const long known = gcd_cache[x][y];
+      return known != 0 ? known : fill_gcd_cache(x, y);
+    }
+    const long rest = x % y;
+    x = y;
+    y = rest;
+  }
+  return x;
+}
+
+/// Keeps the GMP scratch integers alive while any file that includes this header needs them.
+class ScratchUser {
+ public:
+  ScratchUser() noexcept;
+  ScratchUser(const ScratchUser&) = delete;
+  ScratchUser& operator=(const ScratchUser&) = delete;
+  ~ScratchUser();
+};
+
+}  // namespace detail
+
+/// An exact rational number, always in lowest terms with a positive denominator; zero is 0/1.
+///
+/// The small form holds numerator and denominator as words in [-(2^63 - 1), 2^63 - 1]; the big
+/// form owns a GMP rational on the heap and may hold any value, also one that would fit words.
+/// An operation on two small operands gives a small result whenever every intermediate fits;
+/// otherwise its target moves to the big form and stays there: assignment never shrinks a
+/// target. Any operation that builds a big number may throw `Exception` "number too large"
+/// (see `max_bits`) or `std::bad_alloc`; the target then keeps its value. Operands may be the
+/// target itself.
+class QNumber {
+ public:
+  /// 0 in the small form.
+  constexpr QNumber() noexcept : num(0), den(1) {}
+
+  /// The integer n, exactly, from any signed or unsigned integer type: small, except for -2^63
+  /// and for values above 2^63 - 1.
+  template <detail::standard_integer T>
+  QNumber(T n) : num(static_cast<long>(n)), den(1) {  // NOLINT(google-explicit-constructor)
+    if (!std::in_range<long>(n) || num == -detail::word_max - 1) {
+      init_big(n < T{0},
+               n < T{0} ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n));
+    }
+  }
+
+  /// Truth values, characters and floating-point numbers are not taken for integers.
+  template <typename T>
+  requires(std::is_arithmetic_v<T> && !detail::standard_integer<T>) QNumber(T)
+  = delete;
+
+  /// The value of q, not necessarily canonical: small when both parts fit a signed 32-bit int.
+  /// \throws Exception "division by zero" when the denominator is 0; "number too large".
+  explicit QNumber(const mpq_class& q) : QNumber(q.get_num(), q.get_den()) {}
+
+  /// n/d, by the same rules.
+  QNumber(const mpz_class& n, const mpz_class& d) : QNumber() {
+    init_ratio(n.get_mpz_t(), d.get_mpz_t());
+  }
+
+  /// Same value, same form.
+  QNumber(const QNumber& other) : QNumber() {
+    if (other.is_small()) {
+      num = other.num;
+      den = other.den;
+    } else {
+      init_copy(other);
+    }
+  }
+
+  /// Takes the source's form and storage; the source is 0.
+  QNumber(QNumber&& other) noexcept : QNumber() { take(other); }
+
+  /// The target takes the value: small when both are small, big otherwise.
+  QNumber& operator=(const QNumber& other) {
+    if (is_small() && other.is_small()) {
+      num = other.num;
+      den = other.den;
+    } else {
+      assign_big(other);
+    }
+    return *this;
+  }
+
+  /// Value and form as by copy assignment; the storage of a big source is taken over. The
+  /// source is 0 (and, on self-assignment, what it was).
+  QNumber& operator=(QNumber&& other) noexcept {
+    if (is_small() && other.is_small()) {
+      const long n = std::exchange(other.num, 0);
+      const long d = std::exchange(other.den, 1);
+      num = n;
+      den = d;
+    } else {
+      move_big(other);
+    }
+    return *this;
+  }
+
+  ~QNumber() {
+    if (!is_small()) {
+      release();
+    }
+  }
+
+  QNumber& operator+=(const QNumber& other) {
+    if (!(is_small() && other.is_small() && add_small<detail::add_checked>(other))) {
+      add_big(other, false);
+    }
+    return *this;
+  }
+
+  QNumber& operator-=(const QNumber& other) {
+    if (!(is_small() && other.is_small() && add_small<detail::sub_checked>(other))) {
+      add_big(other, true);
+    }
+    return *this;
+  }
+
+  /// A big target that is not an integer becomes small when multiplied by a small 0.
+  QNumber& operator*=(const QNumber& other) {
+    if (!(is_small() && other.is_small() && multiply_small(other))) {
+      multiply_big(other);
+    }
+    return *this;
+  }
+
+  /// 1/this, in this number's form.
+  /// \throws Exception "division by zero" when this is 0.
+  QNumber inv() const;
+
+  /// Divides the numerator by d's numerator (both are meant to be integers): q := the quotient
+  /// rounded toward minus infinity, r := the remainder, which has the divisor's sign. Small
+  /// when both operands are small (a big target stays big), big otherwise. q and r may be the
+  /// operands, but must be two objects.
+  /// \throws Exception "division by zero" when d is 0; q and r are then unchanged.
+  void divmod(const QNumber& d, QNumber& q, QNumber& r) const;
+
+  /// Numerator and denominator (> 0) as integers.
+  QNumber get_num() const;
+  QNumber get_den() const;
+
+  /// The value as a GMP rational.
+  mpq_class to_mpq() const;
+
+  /// True for the machine-word form, false for the GMP form.
+  bool is_small() const { return den != 0; }
+
+  bool is_zero() const { return sign() == 0; }
+
+  /// -1, 0 or 1.
+  int sign() const { return is_small() ? (num > 0) - (num < 0) : mpz_sgn(mpq_numref(gmp)); }
+
+  bool is_integer() const { return is_small() ? den == 1 : mpz_cmp_ui(mpq_denref(gmp), 1) == 0; }
+
+  /// True for the integers of [-(2^63 - 1), 2^63 - 1], in either form.
+  bool fits_long() const { return is_small() ? den == 1 : is_integer() && big_fits_long(); }
+
+  /// The value as a word; requires `fits_long()`.
+  long to_long() const { return is_small() ? num : mpz_get_si(mpq_numref(gmp)); }
+
+  /// Flips the sign and keeps the form.
+  void self_neg() {
+    if (is_small()) {
+      num = -num;
+    } else {
+      mpz_neg(mpq_numref(gmp), mpq_numref(gmp));
+    }
+  }
+
+  /// Becomes 0 in the small form and gives up its GMP storage.
+  void reset() noexcept {
+    if (!is_small()) {
+      release();
+    }
+    num = 0;
+    den = 1;
+  }
+
+  /// Brings the stored pair to lowest terms with a positive denominator; keeps the form.
+  void normalize();
+
+ private:
+  friend class BVNumber;
+  friend class detail::ScratchUser;
+  friend bool operator==(const QNumber& a, const QNumber& b);
+  friend bool operator<(const QNumber& a, const QNumber& b);
+  friend std::ostream& operator<<(std::ostream& os, const QNumber& q);
+
+  void init_big(bool negative, unsigned long magnitude);
+  void init_ratio(mpz_srcptr n, mpz_srcptr d);
+  void init_copy(const QNumber& other);
+  void assign_big(const QNumber& other);
+  void assign_big(mpz_srcptr integer);
+  void move_big(QNumber& other) noexcept;
+  void make_big();
+  // Moves value and storage of other into this small number.
+  void take(QNumber& other) noexcept {
+    if (other.is_small()) {
+      num = other.num;
+    } else {
+      gmp = other.gmp;
+    }
+    den = std::exchange(other.den, 1);
+    other.num = 0;
+  }
+  void release() noexcept;
+  bool big_fits_long() const;
+
+  template <auto checked>
+  bool add_small(const QNumber& other);
+  bool multiply_small(const QNumber& other);
+  void add_big(const QNumber& other, bool subtract);
+  void multiply_big(const QNumber& other);
+  static int compare_big(const QNumber& a, const QNumber& b);
+
+  // Throws "number too large" for a number of more than max_bits bits.
+  static void require_bits(unsigned long bits);
+
+  // Scratch of single operations, meaningless between them.
+  static mpz_t gmp_tmp[4];
+
+  // den != 0: the small form num/den. den == 0: the big form, and this object owns *gmp.
+  union {
+    long num;
+    mpq_ptr gmp;
+  };
+  long den;
+};
+
+namespace detail {
+// One in each file that includes this header: built before that file's own static objects and
+// destroyed after them, so that they may compute in their constructors and destructors.
+static const ScratchUser scratch_user;
+}  // namespace detail
+
+// a/b +- p/q with g = gcd(b, q): the sum N of p * (b/g) and a * (q/g), over b * (q/g), can have
+// only a divisor of g in common with its denominator, so that h = gcd(N, g) completes the
+// reduction (Knuth, The Art of Computer Programming, volume 2, 4.5.1).
+template <auto checked>
+bool QNumber::add_small(const QNumber& other) {
+  long n = 0;
+  if (den == 1 && other.den == 1) {
+    if (!checked(num, other.num, n)) {
+      return false;
+    }
+    num = n;
+    return true;
+  }
+  const long g = detail::gcd(den, other.den);
+  const long b = den / g;
+  const long q = other.den / g;
+  long t = 0;
+  long u = 0;
+  if (!detail::mul_checked(other.num, b, t) || !detail::mul_checked(num, q, u) ||
+      !checked(u, t, n)) {
+    return false;
+  }
+  const long h = detail::gcd(detail::magnitude(n), g);
+  long d = 0;
+  if (!detail::mul_checked(b, other.den / h, d)) {
+    return false;
+  }
+  num = n / h;
+  den = d;
+  return true;
+}
+
+inline bool QNumber::multiply_small(const QNumber& other) {
+  long n = 0;
+  if (den == 1 && other.den == 1) {
+    if (!detail::mul_checked(num, other.num, n)) {
+      return false;
+    }
+    num = n;
+    return true;
+  }
+  const long g = detail::gcd(detail::magnitude(num), other.den);
+  const long h = detail::gcd(detail::magnitude(other.num), den);
+  long d = 0;
+  if (!detail::mul_checked(num / g, other.num / h, n) ||
+      !detail::mul_checked(den / h, other.den / g, d)) {
+    return false;
+  }
+  num = n;
+  den = d;
+  return true;
+}
+
+inline bool operator==(const QNumber& a, const QNumber& b) {
+  if (a.is_small() && b.is_small()) {
+    return a.num == b.num && a.den == b.den;
+  }
+  return QNumber::compare_big(a, b) == 0;
+}
+
+inline bool operator<(const QNumber& a, const QNumber& b) {
+  if (a.is_small() && b.is_small()) {
+    if (a.den == b.den) {
+      return a.num < b.num;
+    }
+    __extension__ using wide = __int128;
+    return static_cast<wide>(a.num) * b.den < static_cast<wide>(b.num) * a.den;
+  }
+  return QNumber::compare_big(a, b) < 0;
+}
+
+inline bool operator>(const QNumber& a, const QNumber& b) { return b < a; }
+inline bool operator<=(const QNumber& a, const QNumber& b) { return !(b < a); }
+inline bool operator>=(const QNumber& a, const QNumber& b) { return !(a < b); }
+
+inline QNumber operator+(QNumber a, const QNumber& b) {
+  a += b;
+  return a;
+}
+
+inline QNumber operator-(QNumber a, const QNumber& b) {
+  a -= b;
+  return a;
+}
+
+inline QNumber operator*(QNumber a, const QNumber& b) {
+  a *= b;
+  return a;
+}
+
+/// \throws Exception "division by zero" when b is 0.
+inline QNumber operator/(QNumber a, const QNumber& b) {
+  a *= b.inv();
+  return a;
+}
+
+inline QNumber operator-(QNumber a) {
+  a.self_neg();
+  return a;
+}
+
+/// Decimal text, always in base 10: 5, -7/4.
+std::ostream& operator<<(std::ostream& os, const QNumber& q);
+
+}  // namespace zelk
+
+#endif  // ZELK_NUMBERS_QNUMBER_H_

@@ -1,0 +1,219 @@
+// Software floating point for packed binary32 and binary64 words.
+//
+// Every routine is correctly rounded, takes and returns bit patterns, never throws and never
+// allocates. Exceptional conditions are recorded in one flag byte that the whole program shares
+// without synchronisation.
+//
+// A rounding mode is an int code: 0 to nearest, ties to even; 1 toward minus infinity; 2 toward
+// plus infinity; 3 toward zero. Any other code means 0.
+#ifndef ZELK_SWFLT_SWFLT_H_
+#define ZELK_SWFLT_SWFLT_H_
+
+#include <compare>
+#include <cstdint>
+
+namespace zelk::swflt {
+
+/// Flag: a signalling NaN operand, an unordered comparison, or an operation without a useful value
+/// (inf - inf, 0 * inf, 0 / 0, inf / inf).
+inline constexpr unsigned char flag_invalid = 1;
+/// Flag: a finite nonzero value was divided by zero.
+inline constexpr unsigned char flag_divide_by_zero = 2;
+/// Flag: the rounded result exceeded the largest finite value. Comes with flag_inexact.
+inline constexpr unsigned char flag_overflow = 4;
+/// Flag: the result is inexact, and tiny after rounding: rounded to the format's precision with an
+/// unbounded exponent it lies below the smallest normal value.
+inline constexpr unsigned char flag_underflow = 8;
+/// Flag: the result differs from the exact value.
+inline constexpr unsigned char flag_inexact = 16;
+
+/// The flags raised so far. Routines only add to it; clearing is up to the caller.
+extern unsigned char float_exception_flags;
+
+/// The patterns and tests of both widths, written once for any shape.
+namespace detail {
+
+// The widths of the exponent and trailing-significand fields: at most 63 bits together, and at most
+// 59 for the significand, which leaves the arithmetic three guard bits.
+template <class T>
+concept Shape = requires(T s) {
+  s.exp_width;
+  s.mant_width;
+};
+
+template <int ExpWidth, int MantWidth>
+struct FixedShape {
+  static constexpr int exp_width = ExpWidth;
+  static constexpr int mant_width = MantWidth;
+};
+inline constexpr FixedShape<8, 23> binary32;
+inline constexpr FixedShape<11, 52> binary64;
+
+constexpr std::uint64_t sign_bit(Shape auto s) {
+  return std::uint64_t{1} << (s.exp_width + s.mant_width);
+}
+
+// The significand's leading bit, which normal patterns leave out; also the smallest normal.
+constexpr std::uint64_t hidden_bit(Shape auto s) { return std::uint64_t{1} << s.mant_width; }
+
+constexpr std::uint64_t infinity(Shape auto s) { return sign_bit(s) - hidden_bit(s); }
+
+// The one NaN that routines return. Its quiet bit is clear: as an operand it signals.
+constexpr std::uint64_t canonical_nan(Shape auto s) { return sign_bit(s) | infinity(s) | 1; }
+
+constexpr std::uint64_t magnitude(Shape auto s, std::uint64_t a) { return a & (sign_bit(s) - 1); }
+
+constexpr bool is_nan(Shape auto s, std::uint64_t a) { return magnitude(s, a) > infinity(s); }
+
+constexpr bool is_subnormal(Shape auto s, std::uint64_t a) {
+  return magnitude(s, a) - 1 < hidden_bit(s) - 1;
+}
+
+// Orders all patterns but NaNs as their values; the two zeros share a key.
+constexpr std::int64_t order_key(Shape auto s, std::uint64_t a) {
+  const auto key = static_cast<std::int64_t>(magnitude(s, a));
+  return (a & sign_bit(s)) != 0 ? -key : key;
+}
+
+inline void raise(unsigned char flags) {
+  float_exception_flags = static_cast<unsigned char>(float_exception_flags | flags);
+}
+
+// Unordered, and raises invalid, when an operand is a NaN.
+inline std::partial_ordering compare(Shape auto s, std::uint64_t a, std::uint64_t b) {
+  if (!is_nan(s, a) && !is_nan(s, b)) return order_key(s, a) <=> order_key(s, b);
+  raise(flag_invalid);
+  return std::partial_ordering::unordered;
+}
+
+}  // namespace detail
+
+// Arithmetic. Every NaN result is make_nan() of its width; a signalling NaN operand raises invalid,
+// a quiet one nothing.
+
+/// a + b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero). An exact zero sum of
+/// operands with different signs is -0 under mode 1 and +0 otherwise.
+/// Flags: invalid (also inf - inf), overflow, inexact.
+std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+/// Binary64 form of float32_add: same modes, same flags.
+std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+
+/// a - b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero): a + (-b) in all respects.
+/// Flags: invalid (also inf - inf), overflow, inexact.
+std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+/// Binary64 form of float32_sub: same modes, same flags.
+std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+
+/// a * b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero).
+/// Flags: invalid (also 0 * inf), overflow, underflow, inexact.
+std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+/// Binary64 form of float32_mul: same modes, same flags.
+std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+
+/// a / b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero).
+/// Flags: invalid (also 0 / 0 and inf / inf), divide-by-zero, overflow, underflow, inexact.
+std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+/// Binary64 form of float32_div: same modes, same flags.
+std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+
+/// The binary64 word `a` rounded to binary32 by `mode` (0 nearest-even, 1 down, 2 up, 3 toward
+/// zero). Flags: invalid, overflow, underflow, inexact.
+std::uint32_t float64_to_float32(std::uint64_t a, int mode) noexcept;
+/// The binary32 word `a` widened to binary64, exactly. Flags: invalid.
+std::uint64_t float32_to_float64(std::uint32_t a) noexcept;
+
+// Comparisons. The two zeros are equal; with a NaN operand the answer is false.
+
+/// a < b. Flags: invalid when an operand is a NaN, quiet or signalling.
+inline bool float32_lt(std::uint32_t a, std::uint32_t b) {
+  return std::is_lt(detail::compare(detail::binary32, a, b));
+}
+/// a < b. Flags: invalid when an operand is a NaN, quiet or signalling.
+inline bool float64_lt(std::uint64_t a, std::uint64_t b) {
+  return std::is_lt(detail::compare(detail::binary64, a, b));
+}
+
+/// a <= b. Flags: invalid when an operand is a NaN, quiet or signalling.
+inline bool float32_le(std::uint32_t a, std::uint32_t b) {
+  return std::is_lteq(detail::compare(detail::binary32, a, b));
+}
+/// a <= b. Flags: invalid when an operand is a NaN, quiet or signalling.
+inline bool float64_le(std::uint64_t a, std::uint64_t b) {
+  return std::is_lteq(detail::compare(detail::binary64, a, b));
+}
+
+/// a == b. Flags: invalid when an operand is a NaN, quiet or signalling.
+inline bool float32_eq_signaling(std::uint32_t a, std::uint32_t b) {
+  return std::is_eq(detail::compare(detail::binary32, a, b));
+}
+/// a == b. Flags: invalid when an operand is a NaN, quiet or signalling.
+inline bool float64_eq_signaling(std::uint64_t a, std::uint64_t b) {
+  return std::is_eq(detail::compare(detail::binary64, a, b));
+}
+
+// Pattern routines. They take any pattern, NaNs included, and raise no flag.
+
+/// Whether the sign bit is set.
+constexpr bool float32_sign(std::uint32_t a) { return a >> 31 != 0; }
+/// Whether the sign bit is set.
+constexpr bool float64_sign(std::uint64_t a) { return a >> 63 != 0; }
+
+/// `a` with its sign bit set when `s` is not 0, clear when it is.
+constexpr std::uint32_t float32_set_sign(std::uint32_t a, char s) {
+  return (a & ~(std::uint32_t{1} << 31)) | std::uint32_t{s != 0} << 31;
+}
+/// `a` with its sign bit set when `s` is not 0, clear when it is.
+constexpr std::uint64_t float64_set_sign(std::uint64_t a, char s) {
+  return (a & ~(std::uint64_t{1} << 63)) | std::uint64_t{s != 0} << 63;
+}
+
+/// `a` with its sign bit flipped.
+constexpr std::uint32_t float32_negate(std::uint32_t a) { return a ^ std::uint32_t{1} << 31; }
+/// `a` with its sign bit flipped.
+constexpr std::uint64_t float64_negate(std::uint64_t a) { return a ^ std::uint64_t{1} << 63; }
+
+/// Whether `a` is an infinity of either sign.
+constexpr bool float32_is_inf(std::uint32_t a) {
+  return detail::magnitude(detail::binary32, a) == detail::infinity(detail::binary32);
+}
+/// Whether `a` is an infinity of either sign.
+constexpr bool float64_is_inf(std::uint64_t a) {
+  return detail::magnitude(detail::binary64, a) == detail::infinity(detail::binary64);
+}
+
+/// Whether `a` is a NaN, quiet or signalling.
+constexpr bool float32_is_nan(std::uint32_t a) { return detail::is_nan(detail::binary32, a); }
+/// Whether `a` is a NaN, quiet or signalling.
+constexpr bool float64_is_nan(std::uint64_t a) { return detail::is_nan(detail::binary64, a); }
+
+/// Whether `a` is a zero of either sign.
+constexpr bool float32_is_zero(std::uint32_t a) {
+  return detail::magnitude(detail::binary32, a) == 0;
+}
+/// Whether `a` is a zero of either sign.
+constexpr bool float64_is_zero(std::uint64_t a) {
+  return detail::magnitude(detail::binary64, a) == 0;
+}
+
+/// Whether `a` is nonzero and smaller in magnitude than the smallest normal.
+constexpr bool float32_is_subnormal(std::uint32_t a) {
+  return detail::is_subnormal(detail::binary32, a);
+}
+/// Whether `a` is nonzero and smaller in magnitude than the smallest normal.
+constexpr bool float64_is_subnormal(std::uint64_t a) {
+  return detail::is_subnormal(detail::binary64, a);
+}
+
+/// The pattern of plus infinity.
+constexpr std::uint32_t float32_make_inf() { return 0x7F800000; }
+/// The pattern of plus infinity.
+constexpr std::uint64_t float64_make_inf() { return 0x7FF0000000000000; }
+
+/// The canonical NaN, the only one that arithmetic returns. As an operand it is signalling.
+constexpr std::uint32_t float32_make_nan() { return 0xFF800001; }
+/// The canonical NaN, the only one that arithmetic returns. As an operand it is signalling.
+constexpr std::uint64_t float64_make_nan() { return 0xFFF0000000000001; }
+
+}  // namespace zelk::swflt
+
+#endif  // ZELK_SWFLT_SWFLT_H_

@@ -1,0 +1,11 @@
+// All of zelk.
+#ifndef ZELK_ZELK_H_
+#define ZELK_ZELK_H_
+
+#include "zelk/base/exception.h"
+#include "zelk/float/ieee_float.h"
+#include "zelk/numbers/bvnumber.h"
+#include "zelk/numbers/qnumber.h"
+#include "zelk/swflt/swflt.h"
+
+#endif  // ZELK_ZELK_H_

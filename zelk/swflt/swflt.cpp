@@ -26,9 +26,7 @@ struct Unpacked {
 };
 
 constexpr int exp_max(Shape auto s) { return (1 << s.exp_width) - 1; }
-
 constexpr int bias(Shape auto s) { return exp_max(s) >> 1; }
-
 constexpr int guard_width(Shape auto s) { return lead - s.mant_width; }
 
 constexpr std::uint64_t guard_mask(Shape auto s) {
@@ -42,7 +40,6 @@ int biased_exponent(Shape auto s, std::uint64_t a) {
 }
 
 bool is_inf(Shape auto s, std::uint64_t a) { return magnitude(s, a) == infinity(s); }
-
 bool is_zero(Shape auto s, std::uint64_t a) { return magnitude(s, a) == 0; }
 
 bool is_normal(Shape auto s, std::uint64_t a) {
@@ -254,7 +251,6 @@ std::uint64_t convert(Shape auto from, Shape auto to, std::uint64_t a, int mode)
 std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept {
   return static_cast<std::uint32_t>(add(binary32, a, b, mode));
 }
-
 std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept {
   return add(binary64, a, b, mode);
 }
@@ -262,7 +258,6 @@ std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept {
 std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, int mode) noexcept {
   return float32_add(a, float32_negate(b), mode);
 }
-
 std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept {
   return float64_add(a, float64_negate(b), mode);
 }
@@ -270,7 +265,6 @@ std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept {
 std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int mode) noexcept {
   return static_cast<std::uint32_t>(mul(binary32, a, b, mode));
 }
-
 std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept {
   return mul(binary64, a, b, mode);
 }
@@ -278,7 +272,6 @@ std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept {
 std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int mode) noexcept {
   return static_cast<std::uint32_t>(div(binary32, a, b, mode));
 }
-
 std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept {
   return div(binary64, a, b, mode);
 }
@@ -286,7 +279,6 @@ std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept {
 std::uint32_t float64_to_float32(std::uint64_t a, int mode) noexcept {
   return static_cast<std::uint32_t>(convert(binary64, binary32, a, mode));
 }
-
 std::uint64_t float32_to_float64(std::uint32_t a) noexcept {
   return convert(binary32, binary64, a, 0);
 }

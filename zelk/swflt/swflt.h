@@ -62,9 +62,7 @@ constexpr std::uint64_t infinity(Shape auto s) { return sign_bit(s) - hidden_bit
 constexpr std::uint64_t canonical_nan(Shape auto s) { return sign_bit(s) | infinity(s) | 1; }
 
 constexpr std::uint64_t magnitude(Shape auto s, std::uint64_t a) { return a & (sign_bit(s) - 1); }
-
 constexpr bool is_nan(Shape auto s, std::uint64_t a) { return magnitude(s, a) > infinity(s); }
-
 constexpr bool is_subnormal(Shape auto s, std::uint64_t a) {
   return magnitude(s, a) - 1 < hidden_bit(s) - 1;
 }

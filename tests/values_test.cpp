@@ -65,6 +65,8 @@ TEST(Values, RepresentationsCarryThePatternOver) {
   three += from(0x3C00);
   EXPECT_TRUE(from(0x3C00) == three && three == from(0x3C00));
   EXPECT_EQ(three.to_str(), "[5:10]1{0_01111_0000000000}");
+  three.set_format({4, 3});
+  EXPECT_TRUE(three.get_repr() == IEEEFloat::REPR_GENERIC && bits(three) == 0x38);
 }
 
 TEST(Values, CopiesAreDeepAndMovesLeaveThePlaceholder) {

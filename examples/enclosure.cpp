@@ -4,10 +4,10 @@
 //   enclosure [rational...]      a rational is an integer or a fraction: 7, -1/3, 355/113
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <exception>
 #include <iostream>
-#include <regex>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,18 +28,26 @@ struct Interval {
   IEEEFloat lower, upper;
 };
 
+bool is_natural(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 QNumber parse(const std::string& text) {
-  static const std::regex rational("([+-]?)([0-9]+)(/([0-9]+))?");
-  std::smatch part;
-  if (!std::regex_match(text, part, rational)) {
+  const bool negative = text.starts_with('-');
+  const bool is_signed = negative || text.starts_with('+');
+  const std::string magnitude = text.substr(is_signed ? 1 : 0);
+  const auto slash = magnitude.find('/');
+  const std::string n = magnitude.substr(0, slash);
+  const std::string d = slash == std::string::npos ? "1" : magnitude.substr(slash + 1);
+  if (!is_natural(n) || !is_natural(d)) {
     throw std::invalid_argument("not a rational: '" + text + "'");
   }
-  const mpz_class n(part[2].str(), 10);
-  const mpz_class d(part[4].matched ? part[4].str() : "1", 10);
-  if (d == 0) {
+  const mpz_class denominator(d, 10);
+  if (denominator == 0) {
     throw std::invalid_argument("the denominator is zero: '" + text + "'");
   }
-  return {part[1].str() == "-" ? mpz_class(-n) : n, d};
+  const QNumber q(mpz_class(n, 10), denominator);
+  return negative ? -q : q;
 }
 
 // An infinite bound is beyond every number on its side.

@@ -3,17 +3,21 @@
 namespace zelk {
 
 Exception::Exception(const std::string& m) {
+  msg_stream.exceptions(std::ios_base::badbit);
   msg_stream << m;
   dump_msg_and_raise_assertion();
 }
 
 // `ate` keeps the insertion point behind the copied text.
 Exception::Exception(const Exception& other)
-    : std::exception(other), msg_stream(other.msg_stream.str(), std::ios_base::ate) {}
+    : std::exception(other), msg_stream(other.msg_stream.str(), std::ios_base::ate) {
+  msg_stream.exceptions(std::ios_base::badbit);
+}
 
 Exception& Exception::operator=(const Exception& other) {
   if (this != &other) {
     msg_stream = std::ostringstream(other.msg_stream.str(), std::ios_base::ate);
+    msg_stream.exceptions(std::ios_base::badbit);
   }
   return *this;
 }

@@ -13,7 +13,8 @@ namespace zelk {
 /// Number code throws it as it is; float code throws `IEEEFloat::error`, derived from it.
 class Exception : public std::exception {
  public:
-  /// Writes `m` into `msg_stream`, then calls `dump_msg_and_raise_assertion()`.
+  /// Writes `m` into `msg_stream`, then calls `dump_msg_and_raise_assertion()`. Insertions, then
+  /// and later, throw `std::bad_alloc` rather than lose text.
   explicit Exception(const std::string& m);
 
   /// A copy carries the text and still takes insertions; the hook does not run again for it.

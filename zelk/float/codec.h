@@ -53,19 +53,13 @@ inline void get_flags(IEEEFloat::format f, const QNumber& bits, bool& is_inf, bo
   is_zero = is_zero_pattern(f, bits);
 }
 
-/// out := the pattern of sign, biased exponent exp < 2^e and trailing significand mant < 2^m.
-/// out may be mant.
+/// out := the pattern of sign, biased exponent exp < 2^e and trailing significand mant < 2^m, two
+/// other numbers.
 inline void pack_float(IEEEFloat::format f, bool sign, const QNumber& exp, const QNumber& mant,
                        QNumber& out) {
   const unsigned long sign_index = sign_bit(f);
-  if (&out == &mant) {
-    QNumber fields;
-    BVNumber::bit_left_shift(exp, f.mant_width, &fields);
-    out += fields;
-  } else {
-    BVNumber::bit_left_shift(exp, f.mant_width, &out);
-    out += mant;
-  }
+  BVNumber::bit_left_shift(exp, f.mant_width, &out);
+  out += mant;
   if (sign) {
     BVNumber::set_bit(out, sign_index, true);
   }

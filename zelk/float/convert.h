@@ -4,6 +4,8 @@
 #ifndef ZELK_FLOAT_CONVERT_H_
 #define ZELK_FLOAT_CONVERT_H_
 
+#include <algorithm>
+
 #include "zelk/float/arithmetic.h"
 
 namespace zelk {
@@ -47,7 +49,7 @@ inline QNumber exact_value(TempNumProvider& tp, IEEEFloat::format f, const QNumb
   }
   const long k = tp.exp1.to_long();
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
-  require_bits(shift + f.mant_width + 2);
+  require_bits(2 + (k < 0 ? std::max(shift, f.mant_width) : shift + f.mant_width));
   QNumber significand;
   store(significand, tp.mant1);
   QNumber value;

@@ -20,7 +20,7 @@ template <typename T>
 [[noreturn]] void throw_with(const char* text, const T& value) {
   Exception e(text);
   e.msg_stream << value;
-  throw IEEEFloat::error(e.what());
+  throw IEEEFloat::error(e.get_msg());
 }
 
 /// Throws for a number of more than `max_bits` bits, before number code would.

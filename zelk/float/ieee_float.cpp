@@ -37,19 +37,19 @@ QNumber IEEEFloat::format::max_mantissa() const { return ones(mant_width); }
 // ---- Construction, assignment, representation ----
 
 IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
-    : fmt(f), mode(rm & mode_mask), repr(r & 3U), payload{} {
+    : fmt(f), control{rm & mode_mask, r & 3U}, payload{} {
   if (is_generic()) {
     payload.big = new QNumber();
-  } else if (repr == REPR_FLOAT64) {
+  } else if (control.repr == REPR_FLOAT64) {
     payload.bits64 = 0;
   }
 }
 
 IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
-    : fmt(f), mode(rm & mode_mask), repr(get_best_repr(f) & 3U), payload{} {
+    : fmt(f), control{rm & mode_mask, get_best_repr(f) & 3U}, payload{} {
   if (is_generic()) {
     payload.big = new QNumber(pattern);
-  } else if (repr == REPR_FLOAT64) {
+  } else if (control.repr == REPR_FLOAT64) {
     payload.bits64 = BVNumber::low_word(pattern);
   } else {
     payload.bits32 = static_cast<std::uint32_t>(BVNumber::low_word(pattern));
@@ -77,7 +77,7 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
 
 void IEEEFloat::self_specialize_repr(Repr r) {
   const unsigned target = r & 3U;
-  if (repr == target) {
+  if (control.repr == target) {
     return;
   }
   if (target >= REPR_GENERIC) {
@@ -95,15 +95,15 @@ void IEEEFloat::self_specialize_repr(Repr r) {
       payload.bits32 = static_cast<std::uint32_t>(word);
     }
   }
-  repr = r & 3U;
+  control.repr = r & 3U;
 }
 
 // ---- Patterns ----
 
 std::uint64_t IEEEFloat::low_word() const {
-  return repr == REPR_FLOAT64   ? payload.bits64
-         : repr == REPR_FLOAT32 ? payload.bits32
-                                : BVNumber::low_word(*payload.big);
+  return control.repr == REPR_FLOAT64   ? payload.bits64
+         : control.repr == REPR_FLOAT32 ? payload.bits32
+                                        : BVNumber::low_word(*payload.big);
 }
 
 const QNumber& IEEEFloat::pattern(QNumber& scratch) const {
@@ -158,73 +158,12 @@ IEEEFloat IEEEFloat::max_value(format f) {
 
 // ---- Sign, classes, special values ----
 
-bool IEEEFloat::get_sign() const {
-  switch (repr) {
-    case REPR_FLOAT64:
-      return swflt::float64_sign(payload.bits64);
-    case REPR_FLOAT32:
-      return swflt::float32_sign(payload.bits32);
-    default:
-      return BVNumber::test_bit(*payload.big, sign_bit(fmt));
-  }
-}
-
-void IEEEFloat::set_sign(bool s) {
-  switch (repr) {
-    case REPR_FLOAT64:
-      payload.bits64 = swflt::float64_set_sign(payload.bits64, static_cast<char>(s));
-      break;
-    case REPR_FLOAT32:
-      payload.bits32 = swflt::float32_set_sign(payload.bits32, static_cast<char>(s));
-      break;
-    default:
-      BVNumber::set_bit(*payload.big, sign_bit(fmt), s);
-  }
-}
-
-bool IEEEFloat::is_inf() const {
-  switch (repr) {
-    case REPR_FLOAT64:
-      return swflt::float64_is_inf(payload.bits64);
-    case REPR_FLOAT32:
-      return swflt::float32_is_inf(payload.bits32);
-    default:
-      return is_inf_pattern(fmt, *payload.big);
-  }
-}
-
-bool IEEEFloat::is_nan() const {
-  switch (repr) {
-    case REPR_FLOAT64:
-      return swflt::float64_is_nan(payload.bits64);
-    case REPR_FLOAT32:
-      return swflt::float32_is_nan(payload.bits32);
-    default:
-      return is_nan_pattern(fmt, *payload.big);
-  }
-}
-
-bool IEEEFloat::is_zero() const {
-  switch (repr) {
-    case REPR_FLOAT64:
-      return swflt::float64_is_zero(payload.bits64);
-    case REPR_FLOAT32:
-      return swflt::float32_is_zero(payload.bits32);
-    default:
-      return is_zero_pattern(fmt, *payload.big);
-  }
-}
-
-bool IEEEFloat::is_subnormal() const {
-  switch (repr) {
-    case REPR_FLOAT64:
-      return swflt::float64_is_subnormal(payload.bits64);
-    case REPR_FLOAT32:
-      return swflt::float32_is_subnormal(payload.bits32);
-    default:
-      return is_subnormal_pattern(fmt, *payload.big);
-  }
-}
+bool IEEEFloat::generic_get_sign() const { return BVNumber::test_bit(*payload.big, sign_bit(fmt)); }
+void IEEEFloat::generic_set_sign(bool s) { BVNumber::set_bit(*payload.big, sign_bit(fmt), s); }
+bool IEEEFloat::generic_is_inf() const { return is_inf_pattern(fmt, *payload.big); }
+bool IEEEFloat::generic_is_nan() const { return is_nan_pattern(fmt, *payload.big); }
+bool IEEEFloat::generic_is_zero() const { return is_zero_pattern(fmt, *payload.big); }
+bool IEEEFloat::generic_is_subnormal() const { return is_subnormal_pattern(fmt, *payload.big); }
 
 void IEEEFloat::self_neg() {
   if (!is_nan()) {
@@ -233,7 +172,7 @@ void IEEEFloat::self_neg() {
 }
 
 void IEEEFloat::self_nan() {
-  switch (repr) {
+  switch (control.repr) {
     case REPR_FLOAT64:
       payload.bits64 = swflt::float64_make_nan();
       break;
@@ -247,7 +186,7 @@ void IEEEFloat::self_nan() {
 }
 
 void IEEEFloat::self_inf(bool negative) {
-  switch (repr) {
+  switch (control.repr) {
     case REPR_FLOAT64:
       payload.bits64 = swflt::float64_make_inf();
       set_sign(negative);
@@ -263,7 +202,7 @@ void IEEEFloat::self_inf(bool negative) {
 }
 
 void IEEEFloat::self_zero(bool negative) {
-  switch (repr) {
+  switch (control.repr) {
     case REPR_FLOAT64:
       payload.bits64 = 0;
       set_sign(negative);
@@ -280,36 +219,13 @@ void IEEEFloat::self_zero(bool negative) {
 
 // ---- Comparison ----
 
-void IEEEFloat::require_same_kind(const IEEEFloat& other) const {
-  if (fmt != other.fmt) {
-    throw error("operands of different formats");
-  }
-  if (repr != other.repr && !(is_generic() && other.is_generic())) {
-    throw error("operands of different representations");
-  }
+void IEEEFloat::throw_mismatch(const IEEEFloat& other) const {
+  throw error(fmt != other.fmt ? "operands of different formats"
+                               : "operands of different representations");
 }
-
-namespace {
-
-// The answer of a packed comparison, whose flags are never reported.
-bool compared(bool answer) {
-  swflt::float_exception_flags = 0;
-  return answer;
-}
-
-}  // namespace
 
 // Patterns of one sign are in the order of their magnitudes.
-bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
-  a.require_same_kind(b);
-  switch (a.repr) {
-    case IEEEFloat::REPR_FLOAT64:
-      return compared(swflt::float64_lt(a.payload.bits64, b.payload.bits64));
-    case IEEEFloat::REPR_FLOAT32:
-      return compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
-    default:
-      break;
-  }
+bool IEEEFloat::generic_less(const IEEEFloat& a, const IEEEFloat& b) {
   if (a.is_nan() || b.is_nan()) {
     return false;
   }
@@ -320,29 +236,9 @@ bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
   return negative ? *b.payload.big < *a.payload.big : *a.payload.big < *b.payload.big;
 }
 
-bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
-  a.require_same_kind(b);
-  switch (a.repr) {
-    case IEEEFloat::REPR_FLOAT64:
-      return compared(swflt::float64_le(a.payload.bits64, b.payload.bits64));
-    case IEEEFloat::REPR_FLOAT32:
-      return compared(swflt::float32_le(a.payload.bits32, b.payload.bits32));
-    default:
-      return !a.is_nan() && !b.is_nan() && !(b < a);
-  }
-}
-
-bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
-  a.require_same_kind(b);
-  switch (a.repr) {
-    case IEEEFloat::REPR_FLOAT64:
-      return compared(swflt::float64_eq_signaling(a.payload.bits64, b.payload.bits64));
-    case IEEEFloat::REPR_FLOAT32:
-      return compared(swflt::float32_eq_signaling(a.payload.bits32, b.payload.bits32));
-    default:
-      return !a.is_nan() && !b.is_nan() &&
-             (*a.payload.big == *b.payload.big || (a.is_zero() && b.is_zero()));
-  }
+bool IEEEFloat::generic_equal(const IEEEFloat& a, const IEEEFloat& b) {
+  return !a.is_nan() && !b.is_nan() &&
+         (*a.payload.big == *b.payload.big || (a.is_zero() && b.is_zero()));
 }
 
 int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
@@ -353,7 +249,7 @@ int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
 
 // For a fixed sign the pattern one above is the value of next larger magnitude.
 void IEEEFloat::step_magnitude(bool grow) {
-  switch (repr) {
+  switch (control.repr) {
     case REPR_FLOAT64:
       payload.bits64 = grow ? payload.bits64 + 1 : payload.bits64 - 1;
       break;
@@ -384,15 +280,25 @@ void IEEEFloat::next_representable(bool up) {
   }
 }
 
+// Whether all bits below the sign are ones.
+bool IEEEFloat::has_largest_magnitude() const {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_set_sign(payload.bits64, 1) == ~std::uint64_t{0};
+    case REPR_FLOAT32:
+      return swflt::float32_set_sign(payload.bits32, 1) == ~std::uint32_t{0};
+    default:
+      return BVNumber::lowest_zero(*payload.big, 0) >= sign_bit(fmt);
+  }
+}
+
 void IEEEFloat::packed_next(bool up) {
   const bool grow = up != get_sign();
   if (!grow && is_zero()) {
     set_sign(!get_sign());
     return;
   }
-  const bool at_end =
-      grow && BVNumber::lowest_zero(pattern(TempNumProvider::tmp1), 0) >= sign_bit(fmt);
-  if (!at_end) {
+  if (!grow || !has_largest_magnitude()) {
     step_magnitude(grow);
   }
 }
@@ -403,13 +309,13 @@ void IEEEFloat::packed_next(bool up) {
 // zero; -1 for a mode that is none of the four.
 int IEEEFloat::mode_code() const {
   static constexpr int codes[] = {0, 3, 2, 1};
-  return mode <= ROUND_TOWARD_NEGATIVE ? codes[mode] : -1;
+  return control.mode <= ROUND_TOWARD_NEGATIVE ? codes[control.mode] : -1;
 }
 
 template <auto float64_op, auto float32_op, auto generic_op>
 IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
   require_same_kind(other);
-  switch (repr) {
+  switch (control.repr) {
     case REPR_FLOAT64:
       set_word64(float64_op(payload.bits64, other.payload.bits64, mode_code()));
       break;
@@ -458,20 +364,20 @@ void IEEEFloat::set_format(format f) {
   if (f == fmt) {
     return;
   }
-  if (f == binary64 && repr == REPR_FLOAT32) {
+  if (f == binary64 && control.repr == REPR_FLOAT32) {
     set_word64(swflt::float32_to_float64(payload.bits32));
-    repr = REPR_FLOAT64;
+    control.repr = REPR_FLOAT64;
     fmt = f;
-  } else if (f == binary32 && repr == REPR_FLOAT64) {
+  } else if (f == binary32 && control.repr == REPR_FLOAT64) {
     set_word32(swflt::float64_to_float32(payload.bits64, mode_code()));
-    repr = REPR_FLOAT32;
+    control.repr = REPR_FLOAT32;
     fmt = f;
   } else {
     TempNumProvider tp;
     convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
     if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
       set_pattern(tp.tmp1);
-      repr = REPR_GENERIC;
+      control.repr = REPR_GENERIC;
       fmt = f;
     } else {
       *this = IEEEFloat(f, get_mode(), tp.tmp1);

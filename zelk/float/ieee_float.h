@@ -14,7 +14,9 @@
 #include <utility>
 
 #include "zelk/base/exception.h"
+#include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/qnumber.h"
+#include "zelk/swflt/swflt.h"
 
 namespace zelk {
 
@@ -34,8 +36,8 @@ class IEEEFloat {
   };
 
   /// The rounding directions of IEEE 754. Any other number may be stored; it is reported ("bad
-  /// rounding mode: <mode>") by a generic operation that has to round, and rounds a packed value
-  /// to nearest-even.
+  /// rounding mode: <mode>") by `from_number` and by a generic operation, when they have to round,
+  /// and rounds in arithmetic on packed values to nearest-even.
   enum rounding_mode : unsigned {
     ROUND_NEAREST_EVEN = 0,
     ROUND_TOWARD_ZERO = 1,
@@ -84,7 +86,7 @@ class IEEEFloat {
 
   /// A copy owns a pattern of its own, in the same form. Copying packed values allocates nothing.
   IEEEFloat(const IEEEFloat& other)
-      : fmt(other.fmt), mode(other.mode), repr(other.repr), payload(other.payload) {
+      : fmt(other.fmt), control(other.control), payload(other.payload) {
     if (is_generic()) {
       payload.big = new QNumber(*other.payload.big);
     }
@@ -135,16 +137,16 @@ class IEEEFloat {
   /// result is correctly rounded when both are representable (an integer always is rounded
   /// once), and can carry three roundings otherwise. A part beyond the range of f counts as the
   /// infinity or largest finite value that it rounds to.
-  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3 and one of the roundings of a
-  ///   generic pattern is inexact.
+  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3 and rounding a part is inexact,
+  ///   in every format; for a generic value also when the division is.
   static IEEEFloat from_number(const QNumber& q, format f, rounding_mode rm);
 
   format get_format() const { return fmt; }
-  rounding_mode get_mode() const { return static_cast<rounding_mode>(mode); }
-  Repr get_repr() const { return static_cast<Repr>(repr); }
+  rounding_mode get_mode() const { return static_cast<rounding_mode>(control.mode); }
+  Repr get_repr() const { return static_cast<Repr>(control.repr); }
 
   /// Of rm the low 30 bits are kept.
-  void set_mode(rounding_mode rm) { mode = rm & mode_mask; }
+  void set_mode(rounding_mode rm) { control.mode = rm & mode_mask; }
 
   /// The pattern as an integer from 0 to 2^(1+e+m) - 1.
   QNumber get_bits() const;
@@ -203,7 +205,8 @@ class IEEEFloat {
   IEEEFloat& operator*=(const IEEEFloat& other);
   IEEEFloat& operator/=(const IEEEFloat& other);
 
-  /// The exact value; both zeros give 0. It has O(|k| + m) bits, k being the exponent.
+  /// The exact value; both zeros give 0. Its parts have at most |k| + m + 2 bits, k being the
+  /// exponent of the last place.
   /// \throws error "can't convert NaN to a Number", "can't convert infinity to a Number";
   ///   "reached limit on float precision" when the number would pass `max_bits`.
   QNumber to_number() const;
@@ -237,18 +240,62 @@ class IEEEFloat {
     std::uint64_t bits64;
     QNumber* big;
   };
+  struct control_type {
+    unsigned mode : 30;
+    unsigned repr : 2;
+  };
   static constexpr unsigned mode_mask = (1U << 30) - 1;
 
+  // The widths as the functions on words read them.
+  struct word_shape {
+    int exp_width;
+    int mant_width;
+  };
+
   IEEEFloat(format f, unsigned rm, unsigned r, payload_type p) noexcept
-      : fmt(f), mode(rm & mode_mask), repr(r & 3U), payload(p) {}
+      : fmt(f), control{rm & mode_mask, r & 3U}, payload(p) {}
   // The value with this pattern, in the best representation.
   IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
 
-  bool is_generic() const { return repr >= REPR_GENERIC; }
+  bool is_generic() const { return control.repr >= REPR_GENERIC; }
   int mode_code() const;
   const QNumber& pattern(QNumber& scratch) const;
   std::uint64_t low_word() const;
-  void require_same_kind(const IEEEFloat& other) const;
+  // Whether the pattern of a generic value is a word of at most 64 bits, held as such.
+  bool in_word() const {
+    return payload.big->is_small() && fmt.exp_width - 1 <= 62 &&
+           fmt.mant_width <= 63 - fmt.exp_width;
+  }
+  word_shape shape() const {
+    return {static_cast<int>(fmt.exp_width), static_cast<int>(fmt.mant_width)};
+  }
+  std::uint64_t word() const { return static_cast<std::uint64_t>(payload.big->to_long()); }
+  // Whether both operands are such words, of one format.
+  static bool in_words(const IEEEFloat& a, const IEEEFloat& b) {
+    return a.in_word() && b.payload.big->is_small();
+  }
+
+  bool generic_is_inf() const;
+  bool generic_is_nan() const;
+  bool generic_is_zero() const;
+  bool generic_is_subnormal() const;
+  bool generic_get_sign() const;
+  void generic_set_sign(bool s);
+  static bool generic_less(const IEEEFloat& a, const IEEEFloat& b);
+  static bool generic_equal(const IEEEFloat& a, const IEEEFloat& b);
+
+  void require_same_kind(const IEEEFloat& other) const {
+    if (fmt != other.fmt ||
+        (control.repr != other.control.repr && !(is_generic() && other.is_generic()))) {
+      throw_mismatch(other);
+    }
+  }
+  [[noreturn]] void throw_mismatch(const IEEEFloat& other) const;
+  // The answer of a packed comparison, whose flags are never reported.
+  static bool compared(bool answer) {
+    swflt::float_exception_flags = 0;
+    return answer;
+  }
   void assign_generic(const IEEEFloat& other);
   void set_pattern(const QNumber& pattern);
   void set_word32(std::uint32_t word);
@@ -256,38 +303,134 @@ class IEEEFloat {
   template <auto float64_op, auto float32_op, auto generic_op>
   IEEEFloat& apply(const IEEEFloat& other);
   void step_magnitude(bool grow);
+  bool has_largest_magnitude() const;
 
   void copy_words(const IEEEFloat& other) {
     fmt = other.fmt;
-    mode = other.mode;
-    repr = other.repr;
+    control = other.control;
     payload = other.payload;
   }
 
   void swap(IEEEFloat& other) noexcept {
     std::swap(fmt, other.fmt);
-    const unsigned rm = mode;
-    const unsigned r = repr;
-    mode = other.mode;
-    repr = other.repr;
-    other.mode = rm & mode_mask;
-    other.repr = r & 3U;
+    std::swap(control, other.control);
     std::swap(payload, other.payload);
   }
 
   format fmt;
-  unsigned mode : 30;
-  unsigned repr : 2;
-  payload_type payload;  // selected by repr; from 2 on this value owns *big
+  control_type control;
+  payload_type payload;  // selected by control.repr; from 2 on this value owns *big
 };
+
+inline bool IEEEFloat::get_sign() const {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_sign(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_sign(payload.bits32);
+    default:
+      return in_word() ? (word() & swflt::detail::sign_bit(shape())) != 0 : generic_get_sign();
+  }
+}
+
+inline void IEEEFloat::set_sign(bool s) {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      payload.bits64 = swflt::float64_set_sign(payload.bits64, static_cast<char>(s));
+      break;
+    case REPR_FLOAT32:
+      payload.bits32 = swflt::float32_set_sign(payload.bits32, static_cast<char>(s));
+      break;
+    default:
+      generic_set_sign(s);
+  }
+}
+
+inline bool IEEEFloat::is_inf() const {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_inf(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_inf(payload.bits32);
+    default:
+      return in_word() ? swflt::detail::is_inf(shape(), word()) : generic_is_inf();
+  }
+}
+
+inline bool IEEEFloat::is_nan() const {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_nan(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_nan(payload.bits32);
+    default:
+      return in_word() ? swflt::detail::is_nan(shape(), word()) : generic_is_nan();
+  }
+}
+
+inline bool IEEEFloat::is_zero() const {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_zero(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_zero(payload.bits32);
+    default:
+      return in_word() ? swflt::detail::is_zero(shape(), word()) : generic_is_zero();
+  }
+}
+
+inline bool IEEEFloat::is_subnormal() const {
+  switch (control.repr) {
+    case REPR_FLOAT64:
+      return swflt::float64_is_subnormal(payload.bits64);
+    case REPR_FLOAT32:
+      return swflt::float32_is_subnormal(payload.bits32);
+    default:
+      return in_word() ? swflt::detail::is_subnormal(shape(), word()) : generic_is_subnormal();
+  }
+}
 
 /// IEEE 754 order: a NaN is unordered, -0 equals +0. The operands must have the same format and
 /// representation.
 /// \throws IEEEFloat::error "operands of different formats", "operands of different
 ///   representations".
-bool operator<(const IEEEFloat& a, const IEEEFloat& b);
-bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
-bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
+  a.require_same_kind(b);
+  switch (a.control.repr) {
+    case IEEEFloat::REPR_FLOAT64:
+      return IEEEFloat::compared(swflt::float64_lt(a.payload.bits64, b.payload.bits64));
+    case IEEEFloat::REPR_FLOAT32:
+      return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
+    default:
+      return IEEEFloat::in_words(a, b) ? swflt::detail::less(a.shape(), a.word(), b.word())
+                                       : IEEEFloat::generic_less(a, b);
+  }
+}
+
+inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
+  a.require_same_kind(b);
+  switch (a.control.repr) {
+    case IEEEFloat::REPR_FLOAT64:
+      return IEEEFloat::compared(swflt::float64_le(a.payload.bits64, b.payload.bits64));
+    case IEEEFloat::REPR_FLOAT32:
+      return IEEEFloat::compared(swflt::float32_le(a.payload.bits32, b.payload.bits32));
+    default:
+      return !a.is_nan() && !b.is_nan() && !(b < a);
+  }
+}
+
+inline bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
+  a.require_same_kind(b);
+  switch (a.control.repr) {
+    case IEEEFloat::REPR_FLOAT64:
+      return IEEEFloat::compared(swflt::float64_eq_signaling(a.payload.bits64, b.payload.bits64));
+    case IEEEFloat::REPR_FLOAT32:
+      return IEEEFloat::compared(swflt::float32_eq_signaling(a.payload.bits32, b.payload.bits32));
+    default:
+      return IEEEFloat::generic_equal(a, b);
+  }
+}
+
 inline bool operator>(const IEEEFloat& a, const IEEEFloat& b) { return b < a; }
 inline bool operator>=(const IEEEFloat& a, const IEEEFloat& b) { return b <= a; }
 

@@ -84,11 +84,12 @@ class BVNumber {
   /// a AND b: the word function that goes with `mpz_and` in `bit_op`.
   static long bit_and_l(long a, long b) { return a & b; }
 
-  /// *out := 2^w - a, which for 0 < a < 2^w is the two's complement negation in w bits. out
-  /// must not be a.
+  /// *out := 2^w - a, which for 0 < a < 2^w is the two's complement negation in w bits.
   static void neg(unsigned long w, const QNumber& a, QNumber* out) {
-    pow2(w, out);
-    *out -= a;
+    QNumber result;
+    pow2(w, &result);
+    result -= a;
+    *out = std::move(result);
   }
 
   /// The number of leading zero bits of a in a field of w bits: max(0, w - bit length), and 0

@@ -9,6 +9,7 @@
 
 #include <gmpxx.h>
 
+#include <bit>
 #include <concepts>
 #include <iosfwd>
 #include <limits>
@@ -22,9 +23,9 @@ namespace zelk {
 ///
 /// GMP ends the process when a number passes its own limit of 2^37 bits, so sizes are tested
 /// before GMP is called: number code throws `Exception` "number too large", float code
-/// `IEEEFloat::error` "reached limit on float precision". The test takes the most bits that a
-/// sum or product of such operands can have, so that one within two bits of the limit may be
-/// refused too.
+/// `IEEEFloat::error` "reached limit on float precision". The test takes the most bits that a sum
+/// or product of such operands can have before it is reduced, so that one close to the limit may
+/// be refused too.
 extern const unsigned long max_bits;
 
 /// Entry [x][y] is gcd(x, y), or 0 while that is not known yet.
@@ -65,18 +66,45 @@ inline long magnitude(long a) { return a < 0 ? -a : a; }
 /// Computes gcd(x, y), 1 <= x, y <= 1023, and enters it into the table both ways.
 long fill_gcd_cache(long x, long y);
 
-/// Euclid's algorithm for x, y >= 0; the table ends it as soon as both are below 1024.
-inline long gcd(long x, long y) {
-  while (y != 0) {
-    if (x < 1024 && y < 1024) {
-      const long known = gcd_cache[x][y];
-      return known != 0 ? known : fill_gcd_cache(x, y);
-    }
-    const long rest = x % y;
-    x = y;
-    y = rest;
+/// a/b for a divisor b > 0 of a, mostly 1: dividing is what costs.
+inline long divide_exactly(long a, long b) { return b == 1 ? a : a / b; }
+
+inline long small_gcd(unsigned long x, unsigned long y) {
+  const long known = gcd_cache[x][y];
+  return known != 0 ? known : fill_gcd_cache(static_cast<long>(x), static_cast<long>(y));
+}
+
+/// The greatest common divisor of a, b >= 0; gcd(x, 0) = x.
+///
+/// One step of Euclid's algorithm brings the operands to one size; then both are made odd, and
+/// their difference, which is even, loses its twos until both are below 1024, where the table
+/// ends it (D. E. Knuth, The Art of Computer Programming, volume 2, 4.5.2, algorithm B).
+inline long gcd(long a, long b) {
+  auto x = static_cast<unsigned long>(a < b ? b : a);
+  auto y = static_cast<unsigned long>(a < b ? a : b);
+  if (y == 0) {
+    return static_cast<long>(x);
   }
-  return x;
+  if (x < 1024) {
+    return small_gcd(x, y);
+  }
+  x %= y;
+  if (x == 0) {
+    return static_cast<long>(y);
+  }
+  const int twos = std::countr_zero(x | y);
+  x >>= std::countr_zero(x);
+  y >>= std::countr_zero(y);
+  while ((x | y) >= 1024) {
+    const auto difference = static_cast<long>(x - y);
+    if (difference == 0) {
+      return static_cast<long>(y << twos);
+    }
+    y = x < y ? x : y;
+    x = static_cast<unsigned long>(magnitude(difference)) >>
+        std::countr_zero(static_cast<unsigned long>(difference));
+  }
+  return small_gcd(x, y) << twos;
 }
 
 /// Keeps the GMP scratch integers alive while any file that includes this header needs them.
@@ -122,6 +150,11 @@ class QNumber {
   /// The value of q, not necessarily canonical: small when both parts fit a signed 32-bit int.
   /// \throws Exception "division by zero" when the denominator is 0; "number too large".
   explicit QNumber(const mpq_class& q) : QNumber(q.get_num(), q.get_den()) {}
+
+  template <typename N, typename D>
+  requires((std::is_arithmetic_v<N> && !detail::standard_integer<N>) ||
+           (std::is_arithmetic_v<D> && !detail::standard_integer<D>)) QNumber(N, D)
+  = delete;
 
   /// n/d, by the same rules.
   QNumber(const mpz_class& n, const mpz_class& d) : QNumber() {
@@ -298,9 +331,9 @@ class QNumber {
 };
 
 namespace detail {
-// One in each file that includes this header: built before that file's own static objects and
-// destroyed after them, so that they may compute in their constructors and destructors.
-static const ScratchUser scratch_user;
+// One in each file that includes this header, built before all static objects of ordinary
+// priority and destroyed after them, so that they may compute in constructors and destructors.
+[[gnu::init_priority(101)]] static const ScratchUser scratch_user;
 }  // namespace detail
 
 // a/b +- p/q with g = gcd(b, q): the sum N of p * (b/g) and a * (q/g), over b * (q/g), can have
@@ -317,20 +350,20 @@ bool QNumber::add_small(const QNumber& other) {
     return true;
   }
   const long g = detail::gcd(den, other.den);
-  const long b = den / g;
-  const long q = other.den / g;
+  const long b = detail::divide_exactly(den, g);
+  const long q = detail::divide_exactly(other.den, g);
   long t = 0;
   long u = 0;
   if (!detail::mul_checked(other.num, b, t) || !detail::mul_checked(num, q, u) ||
       !checked(u, t, n)) {
     return false;
   }
-  const long h = detail::gcd(detail::magnitude(n), g);
+  const long h = g == 1 ? 1 : detail::gcd(detail::magnitude(n), g);
   long d = 0;
-  if (!detail::mul_checked(b, other.den / h, d)) {
+  if (!detail::mul_checked(b, detail::divide_exactly(other.den, h), d)) {
     return false;
   }
-  num = n / h;
+  num = detail::divide_exactly(n, h);
   den = d;
   return true;
 }
@@ -347,8 +380,11 @@ inline bool QNumber::multiply_small(const QNumber& other) {
   const long g = detail::gcd(detail::magnitude(num), other.den);
   const long h = detail::gcd(detail::magnitude(other.num), den);
   long d = 0;
-  if (!detail::mul_checked(num / g, other.num / h, n) ||
-      !detail::mul_checked(den / h, other.den / g, d)) {
+  if (detail::mul_checked(num, other.num, n) && detail::mul_checked(den, other.den, d)) {
+    n = detail::divide_exactly(n, g * h);  // fewer divisions than cancelling first
+    d = detail::divide_exactly(d, g * h);
+  } else if (!detail::mul_checked(num / g, other.num / h, n) ||
+             !detail::mul_checked(den / h, other.den / g, d)) {
     return false;
   }
   num = n;

@@ -39,9 +39,6 @@ int biased_exponent(Shape auto s, std::uint64_t a) {
   return static_cast<int>(magnitude(s, a) >> s.mant_width);
 }
 
-bool is_inf(Shape auto s, std::uint64_t a) { return magnitude(s, a) == infinity(s); }
-bool is_zero(Shape auto s, std::uint64_t a) { return magnitude(s, a) == 0; }
-
 bool is_normal(Shape auto s, std::uint64_t a) {
   const int exp = biased_exponent(s, a);
   return exp > 0 && exp < exp_max(s);

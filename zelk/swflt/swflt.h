@@ -63,6 +63,10 @@ constexpr std::uint64_t canonical_nan(Shape auto s) { return sign_bit(s) | infin
 
 constexpr std::uint64_t magnitude(Shape auto s, std::uint64_t a) { return a & (sign_bit(s) - 1); }
 constexpr bool is_nan(Shape auto s, std::uint64_t a) { return magnitude(s, a) > infinity(s); }
+
+constexpr bool is_inf(Shape auto s, std::uint64_t a) { return magnitude(s, a) == infinity(s); }
+
+constexpr bool is_zero(Shape auto s, std::uint64_t a) { return magnitude(s, a) == 0; }
 constexpr bool is_subnormal(Shape auto s, std::uint64_t a) {
   return magnitude(s, a) - 1 < hidden_bit(s) - 1;
 }
@@ -71,6 +75,11 @@ constexpr bool is_subnormal(Shape auto s, std::uint64_t a) {
 constexpr std::int64_t order_key(Shape auto s, std::uint64_t a) {
   const auto key = static_cast<std::int64_t>(magnitude(s, a));
   return (a & sign_bit(s)) != 0 ? -key : key;
+}
+
+// a < b, quietly: false when either is a NaN.
+constexpr bool less(Shape auto s, std::uint64_t a, std::uint64_t b) {
+  return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) < order_key(s, b);
 }
 
 inline void raise(unsigned char flags) {
@@ -171,13 +180,9 @@ constexpr std::uint32_t float32_negate(std::uint32_t a) { return a ^ std::uint32
 constexpr std::uint64_t float64_negate(std::uint64_t a) { return a ^ std::uint64_t{1} << 63; }
 
 /// Whether `a` is an infinity of either sign.
-constexpr bool float32_is_inf(std::uint32_t a) {
-  return detail::magnitude(detail::binary32, a) == detail::infinity(detail::binary32);
-}
+constexpr bool float32_is_inf(std::uint32_t a) { return detail::is_inf(detail::binary32, a); }
 /// Whether `a` is an infinity of either sign.
-constexpr bool float64_is_inf(std::uint64_t a) {
-  return detail::magnitude(detail::binary64, a) == detail::infinity(detail::binary64);
-}
+constexpr bool float64_is_inf(std::uint64_t a) { return detail::is_inf(detail::binary64, a); }
 
 /// Whether `a` is a NaN, quiet or signalling.
 constexpr bool float32_is_nan(std::uint32_t a) { return detail::is_nan(detail::binary32, a); }
@@ -185,13 +190,9 @@ constexpr bool float32_is_nan(std::uint32_t a) { return detail::is_nan(detail::b
 constexpr bool float64_is_nan(std::uint64_t a) { return detail::is_nan(detail::binary64, a); }
 
 /// Whether `a` is a zero of either sign.
-constexpr bool float32_is_zero(std::uint32_t a) {
-  return detail::magnitude(detail::binary32, a) == 0;
-}
+constexpr bool float32_is_zero(std::uint32_t a) { return detail::is_zero(detail::binary32, a); }
 /// Whether `a` is a zero of either sign.
-constexpr bool float64_is_zero(std::uint64_t a) {
-  return detail::magnitude(detail::binary64, a) == 0;
-}
+constexpr bool float64_is_zero(std::uint64_t a) { return detail::is_zero(detail::binary64, a); }
 
 /// Whether `a` is nonzero and smaller in magnitude than the smallest normal.
 constexpr bool float32_is_subnormal(std::uint32_t a) {

@@ -1,9 +1,14 @@
-# Finds GMP and its C++ classes: the imported targets GMP::gmp and GMP::gmpxx.
+# Finds GMP and its C++ classes: the imported targets GMP::gmp and GMP::gmpxx. Static libraries if
+# GMP_USE_STATIC_LIBRARIES is set.
 
+if(GMP_USE_STATIC_LIBRARIES)
+  set(GMP_PREFIX lib)
+  set(GMP_SUFFIX .a)
+endif()
 find_path(GMP_INCLUDE_DIR gmp.h)
 find_path(GMPXX_INCLUDE_DIR gmpxx.h)
-find_library(GMP_LIBRARY gmp)
-find_library(GMPXX_LIBRARY gmpxx)
+find_library(GMP_LIBRARY ${GMP_PREFIX}gmp${GMP_SUFFIX})
+find_library(GMPXX_LIBRARY ${GMP_PREFIX}gmpxx${GMP_SUFFIX})
 mark_as_advanced(GMP_INCLUDE_DIR GMPXX_INCLUDE_DIR GMP_LIBRARY GMPXX_LIBRARY)
 
 include(FindPackageHandleStandardArgs)

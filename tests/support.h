@@ -2,9 +2,11 @@
 #ifndef ZELK_TESTS_SUPPORT_H_
 #define ZELK_TESTS_SUPPORT_H_
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
-#include <sstream>
 #include <string>
 
 #include "zelk/zelk.h"
@@ -21,12 +23,9 @@ inline constexpr IEEEFloat::rounding_mode modes[] = {
 
 /// The seed of the random cases: fixed, unless ZELK_SEED gives another. Printed once.
 inline unsigned long seed() {
-  static const unsigned long value = [] {
-    const char* given = std::getenv("ZELK_SEED");
-    const unsigned long s = given != nullptr ? std::strtoul(given, nullptr, 0) : 20240229;
-    std::cout << "ZELK_SEED=" << s << '\n';
-    return s;
-  }();
+  static const char* given = std::getenv("ZELK_SEED");
+  static const unsigned long value = given != nullptr ? std::strtoul(given, nullptr, 0) : 20240229;
+  [[maybe_unused]] static const auto& printed = std::cout << "ZELK_SEED=" << value << '\n';
   return value;
 }
 
@@ -47,38 +46,187 @@ std::string message(Call call) {
 /// The pattern as an integer of GMP.
 inline mpz_class bits(const IEEEFloat& x) { return x.get_bits().to_mpq().get_num(); }
 
+/// How a check of a result fails; what led to the result is streamed to it.
+#define ASSERT_BITS(result, want) \
+  ASSERT_EQ(bits(result), want) << name(result) << ", wanted 0x" << std::hex << (want) << ", from "
+
+/// The patterns of a format, and what they stand for.
+struct Layout {
+  Format f;
+  mpz_class hidden = mpz_class(1) << f.mant_width;  // the smallest normal
+  mpz_class sign = hidden << f.exp_width;
+  mpz_class inf = sign - hidden;
+  mpz_class nan = sign + inf + 1;
+
+  explicit Layout(Format format) : f(format) {}
+
+  // The value is significand * 2^exponent; of infinities and NaNs too, as if they were finite.
+  mpz_class significand(const mpz_class& p) const {
+    const mpz_class m = p % hidden + (p % sign < hidden ? mpz_class(0) : hidden);
+    return p < sign ? m : mpz_class(-m);
+  }
+  long exponent(const mpz_class& p) const {
+    return std::max(mpz_class(p % sign / hidden).get_si(), 1L) - (1L << (f.exp_width - 1)) + 1 -
+           static_cast<long>(f.mant_width);
+  }
+  mpq_class value(const mpz_class& p) const {
+    mpq_class q(significand(p));
+    q <<= static_cast<unsigned long>(std::max(exponent(p), 0L));
+    return q >> static_cast<unsigned long>(std::max(-exponent(p), 0L));
+  }
+};
+
 /// A generic value of any pattern, NaNs that `from_bits` refuses included.
 inline IEEEFloat generic(Format f, IEEEFloat::rounding_mode rm, const mpz_class& pattern) {
-  const mpz_class inf = ((mpz_class(1) << f.exp_width) - 1) << f.mant_width;
-  const bool negative = mpz_tstbit(pattern.get_mpz_t(), f.exp_width + f.mant_width) != 0;
-  const mpz_class low = pattern % (mpz_class(1) << f.mant_width);
-  IEEEFloat x(f, IEEEFloat::REPR_GENERIC, rm);
-  const mpz_class magnitude = pattern % (mpz_class(1) << (f.exp_width + f.mant_width));
-  if (magnitude > inf) {
-    x.self_inf(negative);
-    for (mpz_class t = 0; t < low; ++t) {
-      x.packed_next(!negative);
-    }
-  } else {
-    x = IEEEFloat::from_bits(QNumber(pattern, 1), f);
-    x.self_specialize_repr(IEEEFloat::REPR_GENERIC);
-    x.set_mode(rm);
-  }
+  const Layout t(f);
+  const mpz_class nan_steps = std::max<mpz_class>(pattern % t.sign - t.inf, 0);
+  IEEEFloat x = IEEEFloat::from_bits(QNumber(pattern - nan_steps, 1), f);
+  x.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+  x.set_mode(rm);
+  for (mpz_class i = 0; i < nan_steps; ++i) x.packed_next(pattern < t.sign);
   return x;
 }
 
-/// "(5,10) mode 2 0x3C01": how failures name a value.
+/// "(5,10) mode 2 0x3c01": how failures name a value.
 inline std::string name(const IEEEFloat& x) {
-  std::ostringstream os;
-  os << '(' << x.get_format().exp_width << ',' << x.get_format().mant_width << ") mode "
-     << x.get_mode() << " 0x" << std::hex << bits(x);
-  return os.str();
+  const Format f = x.get_format();
+  return "(" + std::to_string(f.exp_width) + ',' + std::to_string(f.mant_width) + ") mode " +
+         std::to_string(x.get_mode()) + " 0x" + bits(x).get_str(16);
 }
 
 /// The four operations, by number.
 inline constexpr const char* operators[] = {"+", "-", "*", "/"};
 inline IEEEFloat& apply(int op, IEEEFloat& a, const IEEEFloat& b) {
   return op == 0 ? a += b : op == 1 ? a -= b : op == 2 ? a *= b : a /= b;
+}
+
+/// Random patterns that find faults.
+struct Random : gmp_randclass {
+  mpz_class exponent = 0;
+
+  Random() : gmp_randclass(gmp_randinit_mt) { gmp_randclass::seed(zelk_test::seed()); }
+
+  unsigned long below(unsigned long n) { return mpz_class(get_z_range(n)).get_ui(); }
+
+  // Exponents at the ends, around one, and where the last pattern makes results meet the ends;
+  // few ones, long runs, or any bits; NaNs are within a few steps of infinity.
+  mpz_class pattern(const Layout& t) {
+    const mpz_class top = t.inf / t.hidden;
+    const mpz_class b = top / 2;
+    const mpz_class last = exponent;
+    const mpz_class centers[] = {b, 0, top, last, b - last, last + b, last - b, top + b - last};
+    const unsigned long reach = t.f.mant_width + 4;
+    exponent = centers[t.f.exp_width == 63 ? 0 : below(8)] - reach;
+    exponent += below(2) == 0 ? below(2 * reach) : below(5) + reach - 2;
+    exponent = std::clamp<mpz_class>(exponent, 0, top);
+    const mpz_class any = get_z_bits(t.f.mant_width);
+    const mpz_class low = (t.hidden >> below(t.f.mant_width + 1)) - 1;
+    const mpz_class kinds[] = {any, any | low, t.hidden - 1 - low, low, low + 1};
+    const mpz_class significand = kinds[below(5)] % (exponent < top ? t.hidden : mpz_class(4));
+    return below(2) * t.sign + exponent * t.hidden + significand % t.hidden;
+  }
+};
+
+// The checks take a Layout, or an oracle: a Layout with operate(op, a, b, rm), the pattern of
+// a op b, the canonical NaN if it is one, and convert(from, p, rm) of another oracle's pattern.
+
+template <typename Oracle>
+void check_pair(Oracle& t, const IEEEFloat& x, const IEEEFloat& y) {
+  const mpz_class a = bits(x);
+  const mpz_class b = bits(y);
+  const bool nan = a % t.sign > t.inf || b % t.sign > t.inf;
+  const auto key = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - p); };
+  const int order = nan ? -2 : sgn(key(a) - key(b));
+  ASSERT_TRUE(ieee_cmp(x, y) == order && (x < y) == (order == -1) && (x > y) == (order == 1) &&
+              (x <= y) == (order == -1 || order == 0) && (x >= y) == (order >= 0) &&
+              (x == y) == (order == 0))
+      << name(x) << " against " << name(y) << ", wanted " << order;
+  for (int op = 0; op < 4; ++op) {
+    mpz_class want = t.operate(op, a, b, x.get_mode());
+    if (nan && x.get_repr() == IEEEFloat::REPR_GENERIC) want = a % t.sign > t.inf ? a : b;
+    IEEEFloat r = x;
+    ASSERT_BITS(apply(op, r, y), want) << name(x) << operators[op] << name(y);
+  }
+}
+
+template <typename Oracle>
+void check_conversion(Oracle& from, Oracle& to, const IEEEFloat& x) {
+  IEEEFloat r = x;
+  r.set_format(to.f);
+  const bool same = from.f == to.f;
+  ASSERT_BITS(r, same ? bits(x) : to.convert(from, bits(x), x.get_mode())) << name(x);
+  ASSERT_TRUE(r.get_format() == to.f && r.get_mode() == x.get_mode() &&
+              r.get_repr() == (same ? x.get_repr() : IEEEFloat::get_best_repr(to.f)));
+}
+
+/// Class, special values, neighbours, exact value, integers and text of one value.
+inline void check_value(const Layout& t, const IEEEFloat& x) {
+  const mpz_class p = bits(x);
+  const mpz_class magnitude = p % t.sign;
+  const bool negative = p >= t.sign;
+  const bool nan = magnitude > t.inf;
+  const bool inf = magnitude == t.inf;
+  const bool zero = magnitude == 0;
+  ASSERT_TRUE(x.get_sign() == negative && x.is_nan() == nan && x.is_inf() == inf &&
+              x.is_zero() == zero && x.is_subnormal() == (!zero && magnitude < t.hidden))
+      << name(x);
+  ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(p, 1), t.f); }),
+            nan && p != t.nan ? "invalid bit pattern for IEEEFloat: " + p.get_str() : "");
+  const mpz_class wide = p + 2 * t.sign;
+  ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(wide, 1), t.f); }),
+            "invalid bit pattern for IEEEFloat: " + wide.get_str());
+
+  const auto check = [&](const char* what, const mpz_class& want, auto change, auto... to) {
+    IEEEFloat r = x;
+    (r.*change)(to...);
+    ASSERT_BITS(r, want) << name(x) << what << (testing::Message() << ... << to);
+  };
+  check(" self_neg", nan ? p : mpz_class(p ^ t.sign), &IEEEFloat::self_neg);
+  check(" self_nan", t.nan, &IEEEFloat::self_nan);
+  for (const bool b : {false, true}) {
+    const mpz_class sign = b ? t.sign : mpz_class(0);
+    check(" set_sign ", sign + magnitude, &IEEEFloat::set_sign, b);
+    check(" self_inf ", sign + t.inf, &IEEEFloat::self_inf, b);
+    check(" self_zero ", sign, &IEEEFloat::self_zero, b);
+    // Places in sign-magnitude order: one step up moves to the next larger value, if there is one.
+    const mpz_class place = negative ? mpz_class(t.sign - 1 - p) : p;  // -1 for -0
+    const mpz_class moved = std::clamp<mpz_class>(place + (b ? 1 : -1), -t.sign, t.sign - 1);
+    const mpz_class packed = moved < 0 ? mpz_class(t.sign - 1 - moved) : moved;
+    const bool stays = nan || (inf && b != negative);
+    const mpz_class next = zero ? mpz_class(t.sign - sign + 1) : stays ? p : packed;
+    check(" next_representable ", next, &IEEEFloat::next_representable, b);
+    check(" packed_next ", packed, &IEEEFloat::packed_next, b);
+  }
+  if (t.f.exp_width > 20) return;  // the exact value is too large
+
+  const mpq_class q = t.value(p);
+  std::string text = nan ? "NaN" : negative ? "-Inf" : "+Inf";
+  if (!nan && !inf) {
+    ASSERT_EQ(x.to_number().to_mpq(), q) << name(x);
+    text = x.to_float_str();
+    ASSERT_TRUE(t.f.exp_width > 11 || t.f.mant_width > 52 ||
+                (std::strtod(text.c_str(), nullptr) == q.get_d() && (text[0] == '-') == negative &&
+                 text.find_first_not_of("-0123456789.") == std::string::npos &&
+                 (text.back() != '0' || text.find('.') == std::string::npos) &&
+                 (abs(q) >= 1 || text[negative ? 1 : 0] == '0')))
+        << name(x) << " is " << text;
+  }
+  std::string pattern = mpz_class(p + 2 * t.sign).get_str(2).substr(1);
+  pattern.insert(t.f.exp_width + 1, "_").insert(1, "_");
+  ASSERT_EQ(x.to_str(), "[" + std::to_string(t.f.exp_width) + ':' + std::to_string(t.f.mant_width) +
+                            ']' + text + '{' + pattern + '}');
+
+  mpz_class integer = q.get_num() / q.get_den();
+  ASSERT_EQ(x.to_integer(0).to_mpq(), nan || inf ? 0 : integer) << name(x);
+  const int tie = cmp(abs(q - integer), mpq_class(1, 2));
+  const bool away = x.get_mode() == (negative ? 3 : 2);
+  if (x.get_mode() == 0 ? tie > 0 || (tie == 0 && integer % 2 != 0) : away && q != integer) {
+    integer += negative ? -1 : 1;
+  }
+  for (const unsigned long w : {1UL, 2UL, 3UL, 8UL, 64UL, 70UL, 113UL, 300UL}) {
+    const mpz_class want = integer % (mpz_class(1) << w) * static_cast<int>(magnitude >= t.hidden);
+    ASSERT_EQ(x.to_integer(w).to_mpq(), want) << name(x) << " to " << w << " bits";
+  }
 }
 
 }  // namespace zelk_test

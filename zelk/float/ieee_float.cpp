@@ -48,7 +48,9 @@ IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
 IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
     : fmt(f), control{rm & mode_mask, get_best_repr(f) & 3U}, payload{} {
   if (is_generic()) {
-    payload.big = new QNumber(pattern);
+    QNumber stored;
+    store(stored, pattern);
+    payload.big = new QNumber(std::move(stored));
   } else if (control.repr == REPR_FLOAT64) {
     payload.bits64 = BVNumber::low_word(pattern);
   } else {

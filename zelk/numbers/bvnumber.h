@@ -60,7 +60,7 @@ class BVNumber {
     }
   }
 
-  /// *out := a * 2^k. Small when the product fits a word and *out is small.
+  /// *out := a * 2^k. For k > 0 small when the product fits a word and *out is small.
   static void bit_left_shift(const QNumber& a, unsigned long k, QNumber* out) {
     if (long r = 0; a.is_small() && k <= 62 && detail::mul_checked(a.num, 1L << k, r)) {
       *out = r;

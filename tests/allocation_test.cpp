@@ -7,6 +7,7 @@
 
 #include "tests/support.h"
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
 namespace {
 
 unsigned long allocations = 0;
@@ -36,10 +37,12 @@ TEST(Allocation, WordsAllocateNothing) {
         return std::realloc(p, size);
       },
       [](void* p, std::size_t /*size*/) { std::free(p); });
+  // NOLINTEND(cppcoreguidelines-no-malloc)
   Random random;
   for (const Format f : {Format{4, 3}, {5, 10}, {8, 7}, {8, 23}, {11, 52}}) {
     const Layout t(f);
     std::vector<IEEEFloat> values;
+    values.reserve(500);
     for (int i = 0; i < 500; ++i) {
       values.push_back(IEEEFloat::from_bits(QNumber(random.pattern(t) % t.inf, 1), f));
     }

@@ -66,8 +66,9 @@ struct Mpfr : Layout {
   }
 };
 
-const Format formats[] = {{5, 10},  {8, 7},  {8, 23}, {11, 52}, {15, 112}, {19, 236}, {10, 52},
-                          {11, 51}, {8, 55}, {62, 1}, {63, 1},  {15, 48},  {15, 63},  {20, 2}};
+const Format formats[] = {{5, 10},  {8, 7},   {8, 23}, {11, 52}, {15, 112}, {19, 236},
+                          {10, 52}, {11, 51}, {8, 55}, {62, 1},  {63, 1},   {15, 48},
+                          {15, 63}, {20, 2},  {3, 59}, {4, 58},  {28, 34},  {28, 35}};
 
 // Numerator and denominator are rounded on their own, then divided.
 void check_number(Mpfr& t, Random& random, IEEEFloat::rounding_mode rm) {

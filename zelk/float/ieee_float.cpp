@@ -16,6 +16,33 @@ namespace {
 constexpr IEEEFloat::format binary32{8, 23};
 constexpr IEEEFloat::format binary64{11, 52};
 
+// Narrow generic values take a short road on words in front of the algorithms on numbers, which
+// serve every format, mode and size and stay the reference. A build without the short road
+// (ZELK_REFERENCE_ONLY) gives the same results.
+#ifdef ZELK_REFERENCE_ONLY
+constexpr bool short_road = false;
+#else
+constexpr bool short_road = true;
+#endif
+
+// Whether the short road computes patterns of f in direction rm.
+bool has_word_road(IEEEFloat::format f, unsigned rm) {
+  return short_road && rm <= IEEEFloat::ROUND_TOWARD_NEGATIVE &&
+         swflt::detail::serves(f.exp_width, f.mant_width);
+}
+
+// Generic operations leave the flags of `swflt` alone.
+class FlagKeeper {
+ public:
+  FlagKeeper() = default;
+  FlagKeeper(const FlagKeeper&) = delete;
+  FlagKeeper& operator=(const FlagKeeper&) = delete;
+  ~FlagKeeper() { swflt::float_exception_flags = kept; }
+
+ private:
+  unsigned char kept = swflt::float_exception_flags;
+};
+
 // 2^k - 1.
 QNumber ones(unsigned long k) {
   require_bits(k < max_bits ? k + 1 : BVNumber::npos);
@@ -56,6 +83,21 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
   } else {
     payload.bits32 = static_cast<std::uint32_t>(BVNumber::low_word(pattern));
   }
+}
+
+IEEEFloat IEEEFloat::from_word(std::uint64_t word, format f, rounding_mode rm) {
+  IEEEFloat x(f, rm);
+  switch (x.control.repr) {
+    case REPR_FLOAT64:
+      x.payload.bits64 = word;
+      break;
+    case REPR_FLOAT32:
+      x.payload.bits32 = static_cast<std::uint32_t>(word);
+      break;
+    default:
+      *x.payload.big = word;
+  }
+  return x;
 }
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
@@ -309,57 +351,99 @@ void IEEEFloat::packed_next(bool up) {
 
 // The codes of `swflt`: 0 nearest-even, 1 toward minus infinity, 2 toward plus infinity, 3 toward
 // zero; -1 for a mode that is none of the four.
-int IEEEFloat::mode_code() const {
+int IEEEFloat::mode_code(unsigned rm) {
   static constexpr int codes[] = {0, 3, 2, 1};
-  return control.mode <= ROUND_TOWARD_NEGATIVE ? codes[control.mode] : -1;
+  return rm <= ROUND_TOWARD_NEGATIVE ? codes[rm] : -1;
 }
 
-template <auto float64_op, auto float32_op, auto generic_op>
+// NaNs take the reference road, which passes their patterns on.
+bool IEEEFloat::takes_word_road(const IEEEFloat& other) const {
+  return has_word_road(fmt, control.mode) && fmt.exp_width + fmt.mant_width <= 62 &&
+         in_words(*this, other) && !swflt::detail::is_nan(shape(), word()) &&
+         !swflt::detail::is_nan(shape(), other.word());
+}
+
+template <auto float64_op, auto float32_op, auto word_op, auto generic_op>
 IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
   require_same_kind(other);
   switch (control.repr) {
     case REPR_FLOAT64:
-      set_word64(float64_op(payload.bits64, other.payload.bits64, mode_code()));
+      set_word64(float64_op(payload.bits64, other.payload.bits64, mode_code(control.mode)));
       break;
     case REPR_FLOAT32:
-      set_word32(float32_op(payload.bits32, other.payload.bits32, mode_code()));
+      set_word32(float32_op(payload.bits32, other.payload.bits32, mode_code(control.mode)));
       break;
-    default: {
-      TempNumProvider tp;
-      generic_op(tp, fmt, get_mode(), *payload.big, *other.payload.big);
-    }
+    default:
+      if (takes_word_road(other)) {
+        const FlagKeeper keeper;
+        *payload.big =
+            static_cast<long>(word_op(shape(), word(), other.word(), mode_code(control.mode)));
+      } else {
+        TempNumProvider tp;
+        generic_op(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+      }
   }
   return *this;
 }
 
 IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
-  return apply<swflt::float64_add, swflt::float32_add, add_float>(other);
+  return apply<swflt::float64_add, swflt::float32_add, swflt::detail::word_add, add_float>(other);
 }
 
 IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
-  return apply<swflt::float64_sub, swflt::float32_sub, subtract_float>(other);
+  return apply<swflt::float64_sub, swflt::float32_sub, swflt::detail::word_sub, subtract_float>(
+      other);
 }
 
 IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
-  return apply<swflt::float64_mul, swflt::float32_mul, multiply_float>(other);
+  return apply<swflt::float64_mul, swflt::float32_mul, swflt::detail::word_mul, multiply_float>(
+      other);
 }
 
 IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
-  return apply<swflt::float64_div, swflt::float32_div, divide_float>(other);
+  return apply<swflt::float64_div, swflt::float32_div, swflt::detail::word_div, divide_float>(
+      other);
 }
 
 // ---- Conversions ----
 
-IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
+IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
+  if (has_word_road(f, rm) && n.fits_long()) {
+    const FlagKeeper keeper;
+    return from_word(swflt::detail::word_from_integer(shape(f), n.to_long(), mode_code(rm)), f, rm);
+  }
   TempNumProvider tp;
   tp.exp1 = f.mant_width;  // takes the significand at face value
-  tp.mant1 = q.get_num();
+  tp.mant1 = std::move(n);
   round_and_pack_float(tp, f, rm, false, tp.exp1, tp.mant1, tp.tmp1);
-  IEEEFloat result(f, rm, tp.tmp1);
+  return {f, rm, tp.tmp1};
+}
+
+IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
+  IEEEFloat result = from_integer(q.get_num(), f, rm);
   if (!q.is_integer()) {
-    result /= from_number(q.get_den(), f, rm);
+    result /= from_integer(q.get_den(), f, rm);
   }
   return result;
+}
+
+// Converts a pattern in a word to one in a word; false where that cannot be done.
+bool IEEEFloat::convert_word(format f) {
+  if (!has_word_road(fmt, control.mode) || !has_word_road(f, control.mode) ||
+      !(is_generic() ? in_word() : control.repr == get_best_repr(fmt))) {
+    return false;
+  }
+  const FlagKeeper keeper;
+  const std::uint64_t result =
+      swflt::detail::word_convert(shape(), shape(f), low_word(), mode_code(control.mode));
+  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
+    *payload.big = result;
+    control.repr = REPR_GENERIC;
+    fmt = f;
+  } else {
+    *this = from_word(result, f, get_mode());
+  }
+  return true;
 }
 
 void IEEEFloat::set_format(format f) {
@@ -371,10 +455,10 @@ void IEEEFloat::set_format(format f) {
     control.repr = REPR_FLOAT64;
     fmt = f;
   } else if (f == binary32 && control.repr == REPR_FLOAT64) {
-    set_word32(swflt::float64_to_float32(payload.bits64, mode_code()));
+    set_word32(swflt::float64_to_float32(payload.bits64, mode_code(control.mode)));
     control.repr = REPR_FLOAT32;
     fmt = f;
-  } else {
+  } else if (!convert_word(f)) {
     TempNumProvider tp;
     convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
     if (is_generic() && get_best_repr(f) == REPR_GENERIC) {

@@ -246,19 +246,15 @@ class IEEEFloat {
   };
   static constexpr unsigned mode_mask = (1U << 30) - 1;
 
-  // The widths as the functions on words read them.
-  struct word_shape {
-    int exp_width;
-    int mant_width;
-  };
-
   IEEEFloat(format f, unsigned rm, unsigned r, payload_type p) noexcept
       : fmt(f), control{rm & mode_mask, r & 3U}, payload(p) {}
   // The value with this pattern, in the best representation.
   IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
+  static IEEEFloat from_word(std::uint64_t word, format f, rounding_mode rm);
+  static IEEEFloat from_integer(QNumber n, format f, rounding_mode rm);
 
   bool is_generic() const { return control.repr >= REPR_GENERIC; }
-  int mode_code() const;
+  static int mode_code(unsigned rm);
   const QNumber& pattern(QNumber& scratch) const;
   std::uint64_t low_word() const;
   // Whether the pattern of a generic value is a word of at most 64 bits, held as such.
@@ -266,9 +262,10 @@ class IEEEFloat {
     return payload.big->is_small() && fmt.exp_width - 1 <= 62 &&
            fmt.mant_width <= 63 - fmt.exp_width;
   }
-  word_shape shape() const {
-    return {static_cast<int>(fmt.exp_width), static_cast<int>(fmt.mant_width)};
+  static swflt::detail::RuntimeShape shape(format f) {
+    return {static_cast<int>(f.exp_width), static_cast<int>(f.mant_width)};
   }
+  swflt::detail::RuntimeShape shape() const { return shape(fmt); }
   std::uint64_t word() const { return static_cast<std::uint64_t>(payload.big->to_long()); }
   // Whether both operands are such words, of one format.
   static bool in_words(const IEEEFloat& a, const IEEEFloat& b) {
@@ -300,7 +297,9 @@ class IEEEFloat {
   void set_pattern(const QNumber& pattern);
   void set_word32(std::uint32_t word);
   void set_word64(std::uint64_t word);
-  template <auto float64_op, auto float32_op, auto generic_op>
+  bool takes_word_road(const IEEEFloat& other) const;
+  bool convert_word(format f);
+  template <auto float64_op, auto float32_op, auto word_op, auto generic_op>
   IEEEFloat& apply(const IEEEFloat& other);
   void step_magnitude(bool grow);
   bool has_largest_magnitude() const;

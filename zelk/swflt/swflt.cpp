@@ -243,7 +243,41 @@ std::uint64_t convert(Shape auto from, Shape auto to, std::uint64_t a, int mode)
   return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), x.sig}, mode);
 }
 
+std::uint64_t from_integer(Shape auto s, std::int64_t n, int mode) {
+  if (n == 0) return 0;
+  const auto magnitude = static_cast<std::uint64_t>(n < 0 ? -n : n);
+  return round_and_pack(s, normalize({n < 0, bias(s) + lead, magnitude}), mode);
+}
+
 }  // namespace
+
+namespace detail {
+
+std::uint64_t word_add(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept {
+  return add(s, a, b, mode);
+}
+
+std::uint64_t word_sub(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept {
+  return add(s, a, b ^ sign_bit(s), mode);
+}
+
+std::uint64_t word_mul(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept {
+  return mul(s, a, b, mode);
+}
+
+std::uint64_t word_div(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept {
+  return div(s, a, b, mode);
+}
+
+std::uint64_t word_convert(RuntimeShape from, RuntimeShape to, std::uint64_t a, int mode) noexcept {
+  return convert(from, to, a, mode);
+}
+
+std::uint64_t word_from_integer(RuntimeShape s, std::int64_t n, int mode) noexcept {
+  return from_integer(s, n, mode);
+}
+
+}  // namespace detail
 
 std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept {
   return static_cast<std::uint32_t>(add(binary32, a, b, mode));

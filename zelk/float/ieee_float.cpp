@@ -356,11 +356,21 @@ int IEEEFloat::mode_code(unsigned rm) {
   return rm <= ROUND_TOWARD_NEGATIVE ? codes[rm] : -1;
 }
 
-// NaNs take the reference road, which passes their patterns on.
-bool IEEEFloat::takes_word_road(const IEEEFloat& other) const {
-  return has_word_road(fmt, control.mode) && fmt.exp_width + fmt.mant_width <= 62 &&
-         in_words(*this, other) && !swflt::detail::is_nan(shape(), word()) &&
-         !swflt::detail::is_nan(shape(), other.word());
+// The short road; false where it does not lead. A NaN comes from the reference road, which passes
+// the patterns of NaN operands on.
+template <auto word_op>
+bool IEEEFloat::apply_on_words(const IEEEFloat& other) {
+  if (!has_word_road(fmt, control.mode) || fmt.exp_width + fmt.mant_width > 62 ||
+      !in_words(*this, other)) {
+    return false;
+  }
+  const FlagKeeper keeper;
+  const std::uint64_t result = word_op(shape(), word(), other.word(), mode_code(control.mode));
+  if (swflt::detail::is_nan(shape(), result)) {
+    return false;
+  }
+  *payload.big = static_cast<long>(result);
+  return true;
 }
 
 template <auto float64_op, auto float32_op, auto word_op, auto generic_op>
@@ -374,11 +384,7 @@ IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
       set_word32(float32_op(payload.bits32, other.payload.bits32, mode_code(control.mode)));
       break;
     default:
-      if (takes_word_road(other)) {
-        const FlagKeeper keeper;
-        *payload.big =
-            static_cast<long>(word_op(shape(), word(), other.word(), mode_code(control.mode)));
-      } else {
+      if (!apply_on_words<word_op>(other)) {
         TempNumProvider tp;
         generic_op(tp, fmt, get_mode(), *payload.big, *other.payload.big);
       }

@@ -297,7 +297,8 @@ class IEEEFloat {
   void set_pattern(const QNumber& pattern);
   void set_word32(std::uint32_t word);
   void set_word64(std::uint64_t word);
-  bool takes_word_road(const IEEEFloat& other) const;
+  template <auto word_op>
+  bool apply_on_words(const IEEEFloat& other);
   bool convert_word(format f);
   template <auto float64_op, auto float32_op, auto word_op, auto generic_op>
   IEEEFloat& apply(const IEEEFloat& other);

@@ -87,8 +87,11 @@ constexpr bool less(Shape auto s, std::uint64_t a, std::uint64_t b) {
   return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) < order_key(s, b);
 }
 
+// Writes only what changes: a store that the next operation has to load costs more than the test.
 inline void raise(unsigned char flags) {
-  float_exception_flags = static_cast<unsigned char>(float_exception_flags | flags);
+  if ((flags & ~float_exception_flags) != 0) {
+    float_exception_flags = static_cast<unsigned char>(float_exception_flags | flags);
+  }
 }
 
 // Unordered, and raises invalid, when an operand is a NaN.

@@ -2,6 +2,7 @@
 // same, the same results: those are compared before anything is timed.
 //
 //   bench [NAME]      the rows whose operation/format/who matches the regular expression NAME
+#include <algorithm>
 #include <boost/rational.hpp>
 #include <cstdint>
 #include <cstdlib>
@@ -119,6 +120,9 @@ bool is_ieee() {
 template <typename P, auto operation, auto ours>
 void operation_row(const char* op, const Operands& o) {
   const std::string row = std::string(op) + '/' + o.label + '/' + P::name;
+  if (!wanted(row)) {
+    return;
+  }
   const auto a = load<P>(o.a);
   const auto b = load<P>(o.b);
   const auto r = std::make_shared<typename P::Value>((*a)[0]);
@@ -149,6 +153,9 @@ void operation_row(const char* op, const Operands& o) {
 template <typename P, auto operation, auto ours>
 void chain_row(const char* op, const Operands& o, const std::vector<IEEEFloat>& operands) {
   const std::string row = std::string(op) + '/' + o.label + '/' + P::name;
+  if (!wanted(row)) {
+    return;
+  }
   const auto b = load<P>(operands);
   const auto r = std::make_shared<typename P::Value>((*b)[0]);
   IEEEFloat want = operands[0];
@@ -171,10 +178,13 @@ void arithmetic_rows(const Operands& o) {
   chain_row<P, P::chain_add, Zelk::chain_add>("chain_add", o, o.terms);
   chain_row<P, P::chain_mul, Zelk::chain_mul>("chain_mul", o, o.factors);
 
+  const std::string suffix = '/' + o.label + '/' + P::name;
+  if (!wanted("less" + suffix) && !wanted("assign" + suffix) && !wanted("copy" + suffix)) {
+    return;
+  }
   const auto a = load<P>(o.a);
   const auto b = load<P>(o.b);
   const auto r = std::make_shared<typename P::Value>((*a)[0]);
-  const std::string suffix = '/' + o.label + '/' + P::name;
   for (std::size_t i = 0; i < count && is_ieee<P>(); ++i) {
     require(P::less((*a)[i], (*b)[i]) == (o.a[i] < o.b[i]), "less" + suffix, i);
   }
@@ -205,6 +215,9 @@ void rows_against(const Operands& o) {
 
 void set_format_rows(const Operands& o, Format g) {
   const std::string row = "set_format/" + o.label + "-" + name(g) + "/";
+  if (!wanted(row + "zelk") && !wanted(row + "mpfr")) {
+    return;
+  }
   const auto a = load<Zelk>(o.a);
   const auto m = load<Mpfr>(o.a);
   const auto r = std::make_shared<IEEEFloat>();
@@ -234,6 +247,11 @@ void set_format_rows(const Operands& o, Format g) {
 void number_rows(const Operands& o) {
   const Format f = o.f;
   const std::string suffix = '/' + o.label + '/';
+  const char* const rows[] = {"from_number", "to_number", "to_integer64", "to_float_str"};
+  if (std::none_of(std::begin(rows), std::end(rows),
+                   [&](const char* row) { return wanted(row + suffix + "zelk"); })) {
+    return;
+  }
   const unsigned long bits = std::min(f.mant_width + 1, 53UL);
   const unsigned long top =
       std::min(1UL << bits, 1UL << std::min(f.exp_width == 4 ? 7UL : 14UL, bits));
@@ -411,9 +429,9 @@ void register_all() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string filter = std::string("--benchmark_filter=") + (argc > 1 ? argv[1] : ".");
+  row_filter() = argc > 1 ? argv[1] : ".";
   std::string arguments[] = {argv[0],
-                             filter,
+                             "--benchmark_filter=.",
                              "--benchmark_min_time=0.004",
                              "--benchmark_repetitions=9",
                              "--benchmark_enable_random_interleaving=true",

@@ -7,14 +7,12 @@
 #include "zelk/float/convert.h"
 #include "zelk/float/scratch.h"
 #include "zelk/numbers/bvnumber.h"
-#include "zelk/swflt/swflt.h"
+#include "zelk/swflt/words.h"
 
 namespace zelk {
 
 namespace {
 
-constexpr IEEEFloat::format binary32{8, 23};
-constexpr IEEEFloat::format binary64{11, 52};
 
 // Narrow generic values take a short road on words in front of the algorithms on numbers, which
 // serve every format, mode and size and stay the reference. A build without the short road
@@ -31,16 +29,43 @@ bool has_word_road(IEEEFloat::format f, unsigned rm) {
          swflt::detail::serves(f.exp_width, f.mant_width);
 }
 
-// Generic operations leave the flags of `swflt` alone.
-class FlagKeeper {
- public:
-  FlagKeeper() = default;
-  FlagKeeper(const FlagKeeper&) = delete;
-  FlagKeeper& operator=(const FlagKeeper&) = delete;
-  ~FlagKeeper() { swflt::float_exception_flags = kept; }
+// The direction on words; nearest-even for a mode that is none of the four.
+swflt::detail::Direction direction_of(unsigned rm) {
+  return static_cast<swflt::detail::Direction>(rm <= IEEEFloat::ROUND_TOWARD_NEGATIVE ? rm : 0);
+}
 
- private:
-  unsigned char kept = swflt::float_exception_flags;
+// The four operations on words of any shape, and on numbers.
+
+struct Addition {
+  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                swflt::detail::Direction mode) {
+    return swflt::detail::add(s, a, b, mode);
+  }
+  static constexpr auto on_numbers = add_float;
+};
+
+struct Subtraction {
+  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                swflt::detail::Direction mode) {
+    return swflt::detail::sub(s, a, b, mode);
+  }
+  static constexpr auto on_numbers = subtract_float;
+};
+
+struct Multiplication {
+  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                swflt::detail::Direction mode) {
+    return swflt::detail::mul(s, a, b, mode);
+  }
+  static constexpr auto on_numbers = multiply_float;
+};
+
+struct Division {
+  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                swflt::detail::Direction mode) {
+    return swflt::detail::div(s, a, b, mode);
+  }
+  static constexpr auto on_numbers = divide_float;
 };
 
 // 2^k - 1.
@@ -64,21 +89,21 @@ QNumber IEEEFloat::format::max_mantissa() const { return ones(mant_width); }
 // ---- Construction, assignment, representation ----
 
 IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
-    : fmt(f), control{rm & mode_mask, r & 3U}, payload{} {
+    : IEEEFloat(f, rm, r & 3U, payload_type{}) {
   if (is_generic()) {
     payload.big = new QNumber();
-  } else if (control.repr == REPR_FLOAT64) {
+  } else if (repr() == REPR_FLOAT64) {
     payload.bits64 = 0;
   }
 }
 
 IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
-    : fmt(f), control{rm & mode_mask, get_best_repr(f) & 3U}, payload{} {
+    : IEEEFloat(f, rm, get_best_repr(f), payload_type{}) {
   if (is_generic()) {
     QNumber stored;
     store(stored, pattern);
     payload.big = new QNumber(std::move(stored));
-  } else if (control.repr == REPR_FLOAT64) {
+  } else if (repr() == REPR_FLOAT64) {
     payload.bits64 = BVNumber::low_word(pattern);
   } else {
     payload.bits32 = static_cast<std::uint32_t>(BVNumber::low_word(pattern));
@@ -86,17 +111,9 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 }
 
 IEEEFloat IEEEFloat::from_word(std::uint64_t word, format f, rounding_mode rm) {
-  IEEEFloat x(f, rm);
-  switch (x.control.repr) {
-    case REPR_FLOAT64:
-      x.payload.bits64 = word;
-      break;
-    case REPR_FLOAT32:
-      x.payload.bits32 = static_cast<std::uint32_t>(word);
-      break;
-    default:
-      *x.payload.big = word;
-  }
+  IEEEFloat x;
+  x.set_mode(rm);
+  x.set_word(f, word);
   return x;
 }
 
@@ -121,7 +138,7 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
 
 void IEEEFloat::self_specialize_repr(Repr r) {
   const unsigned target = r & 3U;
-  if (control.repr == target) {
+  if (repr() == target) {
     return;
   }
   if (target >= REPR_GENERIC) {
@@ -139,14 +156,14 @@ void IEEEFloat::self_specialize_repr(Repr r) {
       payload.bits32 = static_cast<std::uint32_t>(word);
     }
   }
-  control.repr = r & 3U;
+  set_repr(r & 3U);
 }
 
 // ---- Patterns ----
 
 std::uint64_t IEEEFloat::low_word() const {
-  return control.repr == REPR_FLOAT64   ? payload.bits64
-         : control.repr == REPR_FLOAT32 ? payload.bits32
+  return repr() == REPR_FLOAT64   ? payload.bits64
+         : repr() == REPR_FLOAT32 ? payload.bits32
                                         : BVNumber::low_word(*payload.big);
 }
 
@@ -159,15 +176,27 @@ const QNumber& IEEEFloat::pattern(QNumber& scratch) const {
 
 void IEEEFloat::set_pattern(const QNumber& pattern) { store(*payload.big, pattern); }
 
-// A packed result: flags are never reported, and every NaN is the canonical one.
-void IEEEFloat::set_word32(std::uint32_t word) {
-  swflt::float_exception_flags = 0;
-  payload.bits32 = swflt::float32_is_nan(word) ? swflt::float32_make_nan() : word;
-}
-
-void IEEEFloat::set_word64(std::uint64_t word) {
-  swflt::float_exception_flags = 0;
-  payload.bits64 = swflt::float64_is_nan(word) ? swflt::float64_make_nan() : word;
+// Takes on a format and a pattern of it, in the best representation.
+void IEEEFloat::set_word(format f, std::uint64_t word) {
+  const Repr r = get_best_repr(f);
+  if (r == REPR_GENERIC) {
+    if (is_generic()) {
+      payload.big->assign(word);
+    } else {
+      payload.big = new QNumber(word);
+    }
+  } else {
+    if (is_generic()) {
+      delete payload.big;
+    }
+    if (r == REPR_FLOAT64) {
+      payload.bits64 = word;
+    } else {
+      payload.bits32 = static_cast<std::uint32_t>(word);
+    }
+  }
+  set_repr(r & 3U);
+  fmt = f;
 }
 
 QNumber IEEEFloat::get_bits() const { return is_generic() ? *payload.big : QNumber(low_word()); }
@@ -216,7 +245,7 @@ void IEEEFloat::self_neg() {
 }
 
 void IEEEFloat::self_nan() {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       payload.bits64 = swflt::float64_make_nan();
       break;
@@ -230,7 +259,7 @@ void IEEEFloat::self_nan() {
 }
 
 void IEEEFloat::self_inf(bool negative) {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       payload.bits64 = swflt::float64_make_inf();
       set_sign(negative);
@@ -246,7 +275,7 @@ void IEEEFloat::self_inf(bool negative) {
 }
 
 void IEEEFloat::self_zero(bool negative) {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       payload.bits64 = 0;
       set_sign(negative);
@@ -263,9 +292,13 @@ void IEEEFloat::self_zero(bool negative) {
 
 // ---- Comparison ----
 
-void IEEEFloat::throw_mismatch(const IEEEFloat& other) const {
-  throw error(fmt != other.fmt ? "operands of different formats"
-                               : "operands of different representations");
+void IEEEFloat::require_both_generic(const IEEEFloat& other) const {
+  if (fmt != other.fmt) {
+    throw error("operands of different formats");
+  }
+  if (!is_generic() || !other.is_generic()) {
+    throw error("operands of different representations");
+  }
 }
 
 // Patterns of one sign are in the order of their magnitudes.
@@ -293,7 +326,7 @@ int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
 
 // For a fixed sign the pattern one above is the value of next larger magnitude.
 void IEEEFloat::step_magnitude(bool grow) {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       payload.bits64 = grow ? payload.bits64 + 1 : payload.bits64 - 1;
       break;
@@ -326,7 +359,7 @@ void IEEEFloat::next_representable(bool up) {
 
 // Whether all bits below the sign are ones.
 bool IEEEFloat::has_largest_magnitude() const {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       return swflt::float64_set_sign(payload.bits64, 1) == ~std::uint64_t{0};
     case REPR_FLOAT32:
@@ -349,75 +382,71 @@ void IEEEFloat::packed_next(bool up) {
 
 // ---- Rounded arithmetic ----
 
-// The codes of `swflt`: 0 nearest-even, 1 toward minus infinity, 2 toward plus infinity, 3 toward
-// zero; -1 for a mode that is none of the four.
-int IEEEFloat::mode_code(unsigned rm) {
-  static constexpr int codes[] = {0, 3, 2, 1};
-  return rm <= ROUND_TOWARD_NEGATIVE ? codes[rm] : -1;
-}
-
-// The short road; false where it does not lead. A NaN comes from the reference road, which passes
-// the patterns of NaN operands on.
-template <auto word_op>
-bool IEEEFloat::apply_on_words(const IEEEFloat& other) {
-  if (!has_word_road(fmt, control.mode) || fmt.exp_width + fmt.mant_width > 62 ||
-      !in_words(*this, other)) {
-    return false;
-  }
-  const FlagKeeper keeper;
-  const std::uint64_t result = word_op(shape(), word(), other.word(), mode_code(control.mode));
-  if (swflt::detail::is_nan(shape(), result)) {
-    return false;
-  }
-  *payload.big = static_cast<long>(result);
-  return true;
-}
-
-template <auto float64_op, auto float32_op, auto word_op, auto generic_op>
-IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
-  require_same_kind(other);
-  switch (control.repr) {
-    case REPR_FLOAT64:
-      set_word64(float64_op(payload.bits64, other.payload.bits64, mode_code(control.mode)));
-      break;
-    case REPR_FLOAT32:
-      set_word32(float32_op(payload.bits32, other.payload.bits32, mode_code(control.mode)));
-      break;
-    default:
-      if (!apply_on_words<word_op>(other)) {
-        TempNumProvider tp;
-        generic_op(tp, fmt, get_mode(), *payload.big, *other.payload.big);
-      }
-  }
+// Packed results come without flags: the library never reports them.
+template <class Operation>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply64(const IEEEFloat& other) {
+  payload.bits64 = Operation::on_words(swflt::detail::binary64, payload.bits64,
+                                       other.payload.bits64, direction_of(mode()));
+  swflt::float_exception_flags = 0;
   return *this;
 }
 
-IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
-  return apply<swflt::float64_add, swflt::float32_add, swflt::detail::word_add, add_float>(other);
+template <class Operation>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply32(const IEEEFloat& other) {
+  payload.bits32 = static_cast<std::uint32_t>(
+      Operation::on_words(swflt::detail::binary32, payload.bits32, other.payload.bits32,
+                          direction_of(mode())));
+  swflt::float_exception_flags = 0;
+  return *this;
 }
 
-IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
-  return apply<swflt::float64_sub, swflt::float32_sub, swflt::detail::word_sub, subtract_float>(
-      other);
+template <class Operation>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_on_numbers(const IEEEFloat& other) {
+  TempNumProvider tp;
+  Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+  return *this;
 }
 
-IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
-  return apply<swflt::float64_mul, swflt::float32_mul, swflt::detail::word_mul, multiply_float>(
-      other);
+template <class Operation>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_generic(const IEEEFloat& other) {
+  if (!has_word_road(fmt, mode())) [[unlikely]] {
+    return apply_on_numbers<Operation>(other);
+  }
+  payload.big->assign(
+      Operation::on_words(shape(), word(), other.word(), direction_of(mode())));
+  return *this;
 }
 
-IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
-  return apply<swflt::float64_div, swflt::float32_div, swflt::detail::word_div, divide_float>(
-      other);
+// Representations 2 and 3 are one.
+template <class Operation>
+[[gnu::cold, gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_stored_3(const IEEEFloat& other) {
+  require_both_generic(other);
+  return apply_generic<Operation>(other);
 }
+
+template <class Operation>
+IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
+  if (!same_kind(other)) [[unlikely]] {
+    return apply_to_stored_3<Operation>(other);
+  }
+  switch (repr()) {
+    case REPR_FLOAT64:
+      return apply64<Operation>(other);
+    case REPR_FLOAT32:
+      return apply32<Operation>(other);
+    default:
+      return apply_generic<Operation>(other);
+  }
+}
+
+IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) { return apply<Addition>(other); }
+IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) { return apply<Subtraction>(other); }
+IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) { return apply<Multiplication>(other); }
+IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) { return apply<Division>(other); }
 
 // ---- Conversions ----
 
 IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
-  if (has_word_road(f, rm) && n.fits_long()) {
-    const FlagKeeper keeper;
-    return from_word(swflt::detail::word_from_integer(shape(f), n.to_long(), mode_code(rm)), f, rm);
-  }
   TempNumProvider tp;
   tp.exp1 = f.mant_width;  // takes the significand at face value
   tp.mant1 = std::move(n);
@@ -426,50 +455,53 @@ IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
 }
 
 IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
-  IEEEFloat result = from_integer(q.get_num(), f, rm);
-  if (!q.is_integer()) {
-    result /= from_integer(q.get_den(), f, rm);
+  const QNumber num = q.get_num();
+  const QNumber den = q.get_den();
+  const bool is_integer = q.is_integer();
+  if (has_word_road(f, rm) && num.fits_long() && den.fits_long()) {
+    const auto round = [s = shape(f), mode = direction_of(rm)](const QNumber& n) {
+      return swflt::detail::from_integer(s, n.to_long(), mode);
+    };
+    std::uint64_t word = round(num);
+    if (!is_integer) {
+      word = swflt::detail::div(shape(f), word, round(den), direction_of(rm));
+    }
+    return from_word(word, f, rm);
+  }
+  IEEEFloat result = from_integer(num, f, rm);
+  if (!is_integer) {
+    result /= from_integer(den, f, rm);
   }
   return result;
 }
 
 // Converts a pattern in a word to one in a word; false where that cannot be done.
 bool IEEEFloat::convert_word(format f) {
-  if (!has_word_road(fmt, control.mode) || !has_word_road(f, control.mode) ||
-      !(is_generic() ? in_word() : control.repr == get_best_repr(fmt))) {
+  if (!has_word_road(fmt, mode()) || !has_word_road(f, mode()) ||
+      !(is_generic() || repr() == get_best_repr(fmt))) {
     return false;
   }
-  const FlagKeeper keeper;
-  const std::uint64_t result =
-      swflt::detail::word_convert(shape(), shape(f), low_word(), mode_code(control.mode));
-  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
-    *payload.big = result;
-    control.repr = REPR_GENERIC;
-    fmt = f;
-  } else {
-    *this = from_word(result, f, get_mode());
-  }
+  set_word(f, swflt::detail::convert(shape(), shape(f), low_word(), direction_of(mode())));
   return true;
 }
 
 void IEEEFloat::set_format(format f) {
+  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
   if (f == fmt) {
     return;
   }
-  if (f == binary64 && control.repr == REPR_FLOAT32) {
-    set_word64(swflt::float32_to_float64(payload.bits32));
-    control.repr = REPR_FLOAT64;
-    fmt = f;
-  } else if (f == binary32 && control.repr == REPR_FLOAT64) {
-    set_word32(swflt::float64_to_float32(payload.bits64, mode_code(control.mode)));
-    control.repr = REPR_FLOAT32;
-    fmt = f;
+  if (f == format{11, 52} && repr() == REPR_FLOAT32) {
+    set_word(f, convert(binary32, binary64, payload.bits32, nearest));
+    swflt::float_exception_flags = 0;
+  } else if (f == format{8, 23} && repr() == REPR_FLOAT64) {
+    set_word(f, convert(binary64, binary32, payload.bits64, direction_of(mode())));
+    swflt::float_exception_flags = 0;
   } else if (!convert_word(f)) {
     TempNumProvider tp;
     convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
     if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
       set_pattern(tp.tmp1);
-      control.repr = REPR_GENERIC;
+      set_repr(REPR_GENERIC);
       fmt = f;
     } else {
       *this = IEEEFloat(f, get_mode(), tp.tmp1);

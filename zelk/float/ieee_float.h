@@ -98,10 +98,15 @@ class IEEEFloat {
   /// Format, mode and representation become the source's. The target is unchanged when an
   /// allocation fails.
   IEEEFloat& operator=(const IEEEFloat& other) {
-    if (is_generic() || other.is_generic()) {
-      assign_generic(other);
-    } else {
+    if (((control | other.control) >> 31) == 0) {  // both packed
       copy_words(other);
+    } else if (is_generic() && other.is_generic() && payload.big->is_small() &&
+               other.payload.big->is_small()) {
+      fmt = other.fmt;
+      control = other.control;
+      *payload.big = *other.payload.big;
+    } else {
+      assign_generic(other);
     }
     return *this;
   }
@@ -142,11 +147,11 @@ class IEEEFloat {
   static IEEEFloat from_number(const QNumber& q, format f, rounding_mode rm);
 
   format get_format() const { return fmt; }
-  rounding_mode get_mode() const { return static_cast<rounding_mode>(control.mode); }
-  Repr get_repr() const { return static_cast<Repr>(control.repr); }
+  rounding_mode get_mode() const { return static_cast<rounding_mode>(mode()); }
+  Repr get_repr() const { return static_cast<Repr>(repr()); }
 
   /// Of rm the low 30 bits are kept.
-  void set_mode(rounding_mode rm) { control.mode = rm & mode_mask; }
+  void set_mode(rounding_mode rm) { control = (control & ~mode_mask) | (rm & mode_mask); }
 
   /// The pattern as an integer from 0 to 2^(1+e+m) - 1.
   QNumber get_bits() const;
@@ -240,37 +245,28 @@ class IEEEFloat {
     std::uint64_t bits64;
     QNumber* big;
   };
-  struct control_type {
-    unsigned mode : 30;
-    unsigned repr : 2;
-  };
-  static constexpr unsigned mode_mask = (1U << 30) - 1;
+  static constexpr std::uint32_t mode_mask = (1U << 30) - 1;
 
   IEEEFloat(format f, unsigned rm, unsigned r, payload_type p) noexcept
-      : fmt(f), control{rm & mode_mask, r & 3U}, payload(p) {}
+      : fmt(f), control(r << 30 | (rm & mode_mask)), payload(p) {}
   // The value with this pattern, in the best representation.
   IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
   static IEEEFloat from_word(std::uint64_t word, format f, rounding_mode rm);
   static IEEEFloat from_integer(QNumber n, format f, rounding_mode rm);
 
-  bool is_generic() const { return control.repr >= REPR_GENERIC; }
-  static int mode_code(unsigned rm);
+  unsigned mode() const { return control & mode_mask; }
+  unsigned repr() const { return control >> 30; }
+  void set_repr(unsigned r) { control = r << 30 | mode(); }
+  bool is_generic() const { return repr() >= REPR_GENERIC; }
   const QNumber& pattern(QNumber& scratch) const;
   std::uint64_t low_word() const;
-  // Whether the pattern of a generic value is a word of at most 64 bits, held as such.
-  bool in_word() const {
-    return payload.big->is_small() && fmt.exp_width - 1 <= 62 &&
-           fmt.mant_width <= 63 - fmt.exp_width;
-  }
+  // Whether the pattern of a generic value has at most 64 bits; then `word` is the pattern.
+  bool in_word() const { return fmt.exp_width - 1 <= 62 && fmt.mant_width <= 63 - fmt.exp_width; }
+  std::uint64_t word() const { return BVNumber::low_word(*payload.big); }
   static swflt::detail::RuntimeShape shape(format f) {
-    return {static_cast<int>(f.exp_width), static_cast<int>(f.mant_width)};
+    return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};
   }
   swflt::detail::RuntimeShape shape() const { return shape(fmt); }
-  std::uint64_t word() const { return static_cast<std::uint64_t>(payload.big->to_long()); }
-  // Whether both operands are such words, of one format.
-  static bool in_words(const IEEEFloat& a, const IEEEFloat& b) {
-    return a.in_word() && b.payload.big->is_small();
-  }
 
   bool generic_is_inf() const;
   bool generic_is_nan() const;
@@ -282,12 +278,15 @@ class IEEEFloat {
   static bool generic_equal(const IEEEFloat& a, const IEEEFloat& b);
 
   void require_same_kind(const IEEEFloat& other) const {
-    if (fmt != other.fmt ||
-        (control.repr != other.control.repr && !(is_generic() && other.is_generic()))) {
-      throw_mismatch(other);
+    if (!same_kind(other)) {
+      require_both_generic(other);
     }
   }
-  [[noreturn]] void throw_mismatch(const IEEEFloat& other) const;
+  bool same_kind(const IEEEFloat& other) const {
+    return ((fmt.exp_width ^ other.fmt.exp_width) | (fmt.mant_width ^ other.fmt.mant_width)) == 0 &&
+           repr() == other.repr();
+  }
+  void require_both_generic(const IEEEFloat& other) const;
   // The answer of a packed comparison, whose flags are never reported.
   static bool compared(bool answer) {
     swflt::float_exception_flags = 0;
@@ -295,13 +294,20 @@ class IEEEFloat {
   }
   void assign_generic(const IEEEFloat& other);
   void set_pattern(const QNumber& pattern);
-  void set_word32(std::uint32_t word);
-  void set_word64(std::uint64_t word);
-  template <auto word_op>
-  bool apply_on_words(const IEEEFloat& other);
+  void set_word(format f, std::uint64_t word);
   bool convert_word(format f);
-  template <auto float64_op, auto float32_op, auto word_op, auto generic_op>
+  template <class Operation>
   IEEEFloat& apply(const IEEEFloat& other);
+  template <class Operation>
+  IEEEFloat& apply_to_stored_3(const IEEEFloat& other);
+  template <class Operation>
+  IEEEFloat& apply64(const IEEEFloat& other);
+  template <class Operation>
+  IEEEFloat& apply32(const IEEEFloat& other);
+  template <class Operation>
+  IEEEFloat& apply_generic(const IEEEFloat& other);
+  template <class Operation>
+  IEEEFloat& apply_on_numbers(const IEEEFloat& other);
   void step_magnitude(bool grow);
   bool has_largest_magnitude() const;
 
@@ -318,12 +324,12 @@ class IEEEFloat {
   }
 
   format fmt;
-  control_type control;
-  payload_type payload;  // selected by control.repr; from 2 on this value owns *big
+  std::uint32_t control;  // the mode in bits 0 to 29, the representation in bits 30 and 31
+  payload_type payload;   // selected by the representation; from 2 on this value owns *big
 };
 
 inline bool IEEEFloat::get_sign() const {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       return swflt::float64_sign(payload.bits64);
     case REPR_FLOAT32:
@@ -334,7 +340,7 @@ inline bool IEEEFloat::get_sign() const {
 }
 
 inline void IEEEFloat::set_sign(bool s) {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       payload.bits64 = swflt::float64_set_sign(payload.bits64, static_cast<char>(s));
       break;
@@ -347,7 +353,7 @@ inline void IEEEFloat::set_sign(bool s) {
 }
 
 inline bool IEEEFloat::is_inf() const {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       return swflt::float64_is_inf(payload.bits64);
     case REPR_FLOAT32:
@@ -358,7 +364,7 @@ inline bool IEEEFloat::is_inf() const {
 }
 
 inline bool IEEEFloat::is_nan() const {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       return swflt::float64_is_nan(payload.bits64);
     case REPR_FLOAT32:
@@ -369,7 +375,7 @@ inline bool IEEEFloat::is_nan() const {
 }
 
 inline bool IEEEFloat::is_zero() const {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       return swflt::float64_is_zero(payload.bits64);
     case REPR_FLOAT32:
@@ -380,7 +386,7 @@ inline bool IEEEFloat::is_zero() const {
 }
 
 inline bool IEEEFloat::is_subnormal() const {
-  switch (control.repr) {
+  switch (repr()) {
     case REPR_FLOAT64:
       return swflt::float64_is_subnormal(payload.bits64);
     case REPR_FLOAT32:
@@ -396,20 +402,20 @@ inline bool IEEEFloat::is_subnormal() const {
 ///   representations".
 inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
   a.require_same_kind(b);
-  switch (a.control.repr) {
+  switch (a.repr()) {
     case IEEEFloat::REPR_FLOAT64:
       return IEEEFloat::compared(swflt::float64_lt(a.payload.bits64, b.payload.bits64));
     case IEEEFloat::REPR_FLOAT32:
       return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
     default:
-      return IEEEFloat::in_words(a, b) ? swflt::detail::less(a.shape(), a.word(), b.word())
+      return a.in_word() ? swflt::detail::less(a.shape(), a.word(), b.word())
                                        : IEEEFloat::generic_less(a, b);
   }
 }
 
 inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
   a.require_same_kind(b);
-  switch (a.control.repr) {
+  switch (a.repr()) {
     case IEEEFloat::REPR_FLOAT64:
       return IEEEFloat::compared(swflt::float64_le(a.payload.bits64, b.payload.bits64));
     case IEEEFloat::REPR_FLOAT32:
@@ -421,13 +427,14 @@ inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
 
 inline bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
   a.require_same_kind(b);
-  switch (a.control.repr) {
+  switch (a.repr()) {
     case IEEEFloat::REPR_FLOAT64:
       return IEEEFloat::compared(swflt::float64_eq_signaling(a.payload.bits64, b.payload.bits64));
     case IEEEFloat::REPR_FLOAT32:
       return IEEEFloat::compared(swflt::float32_eq_signaling(a.payload.bits32, b.payload.bits32));
     default:
-      return IEEEFloat::generic_equal(a, b);
+      return a.in_word() ? swflt::detail::equal(a.shape(), a.word(), b.word())
+                         : IEEEFloat::generic_equal(a, b);
   }
 }
 

@@ -123,7 +123,7 @@ class BVNumber {
 
   /// The low 64 bits of a.
   static unsigned long low_word(const QNumber& a) {
-    if (a.is_small()) {
+    if (a.is_small()) [[likely]] {
       return static_cast<unsigned long>(a.num);
     }
     const unsigned long word = mpz_get_ui(mpq_numref(a.gmp));

@@ -144,6 +144,12 @@ void QNumber::assign_big(mpz_srcptr integer) {
   mpz_set_ui(mpq_denref(gmp), 1);
 }
 
+void QNumber::assign_big(unsigned long n) {
+  make_big();
+  mpz_set_ui(mpq_numref(gmp), n);
+  mpz_set_ui(mpq_denref(gmp), 1);
+}
+
 void QNumber::move_big(QNumber& other) noexcept {
   if (other.is_small()) {
     assign_big(other);  // into storage that this number has
@@ -309,20 +315,14 @@ void QNumber::divmod(const QNumber& d, QNumber& q, QNumber& r) const {
   r.assign_big(t3);
 }
 
-QNumber QNumber::get_num() const {
-  if (is_small()) {
-    return num;
-  }
+QNumber QNumber::big_num() const {
   mpz_set_ui(gmp_tmp[1], 1);
   QNumber n;
   n.init_ratio(mpq_numref(gmp), gmp_tmp[1]);
   return n;
 }
 
-QNumber QNumber::get_den() const {
-  if (is_small()) {
-    return den;
-  }
+QNumber QNumber::big_den() const {
   mpz_set_ui(gmp_tmp[1], 1);
   QNumber d;
   d.init_ratio(mpq_denref(gmp), gmp_tmp[1]);

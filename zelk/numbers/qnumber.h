@@ -239,8 +239,8 @@ class QNumber {
   void divmod(const QNumber& d, QNumber& q, QNumber& r) const;
 
   /// Numerator and denominator (> 0) as integers.
-  QNumber get_num() const;
-  QNumber get_den() const;
+  QNumber get_num() const { return is_small() ? QNumber(num) : big_num(); }
+  QNumber get_den() const { return is_small() ? QNumber(den) : big_den(); }
 
   /// The value as a GMP rational.
   mpq_class to_mpq() const;
@@ -270,6 +270,16 @@ class QNumber {
     }
   }
 
+  /// Becomes the integer n; takes the form that assignment would give it.
+  void assign(unsigned long n) {
+    if (is_small() && n <= static_cast<unsigned long>(detail::word_max)) [[likely]] {
+      num = static_cast<long>(n);
+      den = 1;
+    } else {
+      assign_big(n);
+    }
+  }
+
   /// Becomes 0 in the small form and gives up its GMP storage.
   void reset() noexcept {
     if (!is_small()) {
@@ -294,6 +304,7 @@ class QNumber {
   void init_copy(const QNumber& other);
   void assign_big(const QNumber& other);
   void assign_big(mpz_srcptr integer);
+  void assign_big(unsigned long n);
   void move_big(QNumber& other) noexcept;
   void make_big();
   // Moves value and storage of other into this small number.
@@ -308,6 +319,8 @@ class QNumber {
   }
   void release() noexcept;
   bool big_fits_long() const;
+  QNumber big_num() const;
+  QNumber big_den() const;
 
   template <auto checked>
   bool add_small(const QNumber& other);

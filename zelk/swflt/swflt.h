@@ -33,8 +33,7 @@ extern unsigned char float_exception_flags;
 /// The patterns and tests of both widths, written once for any shape.
 namespace detail {
 
-// The widths of the exponent and trailing-significand fields, at most 63 bits together; `serves`
-// says what the arithmetic needs beyond that.
+// The widths of the exponent and trailing-significand fields, at most 63 bits together.
 template <class T>
 concept Shape = requires(T s) {
   s.exp_width;
@@ -48,8 +47,8 @@ struct FixedShape {
 };
 // Widths known at run time.
 struct RuntimeShape {
-  int exp_width;
-  int mant_width;
+  std::int64_t exp_width;
+  std::int64_t mant_width;
 };
 inline constexpr FixedShape<8, 23> binary32;
 inline constexpr FixedShape<11, 52> binary64;
@@ -87,6 +86,11 @@ constexpr bool less(Shape auto s, std::uint64_t a, std::uint64_t b) {
   return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) < order_key(s, b);
 }
 
+// a == b, quietly: false when either is a NaN.
+constexpr bool equal(Shape auto s, std::uint64_t a, std::uint64_t b) {
+  return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) == order_key(s, b);
+}
+
 // Writes only what changes: a store that the next operation has to load costs more than the test.
 inline void raise(unsigned char flags) {
   if ((flags & ~float_exception_flags) != 0) {
@@ -100,23 +104,6 @@ inline std::partial_ordering compare(Shape auto s, std::uint64_t a, std::uint64_
   raise(flag_invalid);
   return std::partial_ordering::unordered;
 }
-
-// Whether the algorithms of the arithmetic serve a format: exponents have to fit an int with room
-// for sums, and significands the word with the four guard bits that a difference needs (one gives
-// room to a carry, one moves up when the leading bit is lost, two round).
-constexpr bool serves(std::uint64_t exp_width, std::uint64_t mant_width) {
-  return exp_width >= 2 && exp_width <= 28 && mant_width >= 1 && mant_width <= 58 &&
-         exp_width + mant_width <= 63;
-}
-
-// The arithmetic below for a shape that it serves, with the same modes and flags.
-std::uint64_t word_add(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept;
-std::uint64_t word_sub(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept;
-std::uint64_t word_mul(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept;
-std::uint64_t word_div(RuntimeShape s, std::uint64_t a, std::uint64_t b, int mode) noexcept;
-std::uint64_t word_convert(RuntimeShape from, RuntimeShape to, std::uint64_t a, int mode) noexcept;
-// The integer n, above -2^63, rounded.
-std::uint64_t word_from_integer(RuntimeShape s, std::int64_t n, int mode) noexcept;
 
 }  // namespace detail
 

@@ -24,7 +24,7 @@ constexpr bool short_road = true;
 #endif
 
 // Whether the short road computes patterns of f in direction rm.
-bool has_word_road(IEEEFloat::format f, unsigned rm) {
+bool has_word_road(const IEEEFloat::format& f, unsigned rm) {
   return short_road && rm <= IEEEFloat::ROUND_TOWARD_NEGATIVE &&
          swflt::detail::serves(f.exp_width, f.mant_width);
 }

@@ -53,12 +53,21 @@ struct RuntimeShape {
 inline constexpr FixedShape<8, 23> binary32;
 inline constexpr FixedShape<11, 52> binary64;
 
-constexpr std::uint64_t sign_bit(Shape auto s) {
-  return std::uint64_t{1} << (s.exp_width + s.mant_width);
-}
+// The powers of two: where the width is known at run time a load is cheaper than a shift.
+struct PowersOfTwo {
+  std::uint64_t value[64];
+  constexpr PowersOfTwo() : value() {
+    for (int k = 0; k < 64; ++k) value[k] = std::uint64_t{1} << k;
+  }
+};
+inline constexpr PowersOfTwo powers_of_two;
+
+constexpr std::uint64_t pow2(std::int64_t k) { return powers_of_two.value[k]; }
+
+constexpr std::uint64_t sign_bit(Shape auto s) { return pow2(s.exp_width + s.mant_width); }
 
 // The significand's leading bit, which normal patterns leave out; also the smallest normal.
-constexpr std::uint64_t hidden_bit(Shape auto s) { return std::uint64_t{1} << s.mant_width; }
+constexpr std::uint64_t hidden_bit(Shape auto s) { return pow2(s.mant_width); }
 
 constexpr std::uint64_t infinity(Shape auto s) { return sign_bit(s) - hidden_bit(s); }
 

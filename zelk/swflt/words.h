@@ -60,7 +60,9 @@ struct Unpacked {
   std::uint64_t sig;
 };
 
-constexpr std::int64_t exp_max(Shape auto s) { return (std::int64_t{1} << s.exp_width) - 1; }
+constexpr std::int64_t exp_max(Shape auto s) {
+  return static_cast<std::int64_t>(pow2(s.exp_width)) - 1;
+}
 constexpr std::int64_t bias(Shape auto s) { return exp_max(s) >> 1; }
 
 constexpr std::uint64_t sign_of(Shape auto s, std::uint64_t a) { return a & sign_bit(s); }
@@ -106,17 +108,19 @@ constexpr std::int64_t exponent(Shape auto s, std::uint64_t magnitude) {
   return field + (field == 0);
 }
 
-// The significand of a magnitude with this exponent as an integer, its hidden bit at mant_width.
+// The significand of a magnitude with this exponent, its hidden bit at `top`: what is above is the
+// exponent less one.
+template <int top>
 constexpr std::uint64_t significand(Shape auto s, std::uint64_t magnitude, std::int64_t exp) {
-  return magnitude - (static_cast<std::uint64_t>(exp - 1) << s.mant_width);
+  return (magnitude << (top - s.mant_width)) - (static_cast<std::uint64_t>(exp - 1) << top);
 }
 
 // Takes a finite nonzero pattern apart.
 constexpr Unpacked unpack(Shape auto s, std::uint64_t a) {
   const std::int64_t exp = exponent(s, magnitude(s, a));
-  const std::uint64_t sig = significand(s, magnitude(s, a), exp);
+  const std::uint64_t sig = significand<lead>(s, magnitude(s, a), exp);
   const int n = std::countl_zero(sig);
-  return {sign_of(s, a), exp - n + (lead - s.mant_width), sig << n};
+  return {sign_of(s, a), exp - n, sig << n};
 }
 
 // The same for a normal one.
@@ -144,7 +148,7 @@ constexpr Cut cut(Shape auto s, std::uint64_t sig) {
 constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
   constexpr std::uint64_t half = std::uint64_t{1} << 63;
   if (mode == nearest) [[likely]]
-    return c.sig + (c.rest > half - (c.sig & 1));
+    return c.sig + (c.rest + (c.sig & 1) > half);  // bit 0 of rest is clear
   return c.sig + (c.rest != 0 && rounds_outward(sign, mode));
 }
 
@@ -213,18 +217,20 @@ template <bool subtract>
   // predictor: both choices are made with masks.
   const std::uint64_t addend = subtract ? b ^ sign_bit(s) : b;
   const std::uint64_t difference = a ^ addend;
-  const std::uint64_t swap = difference & mask_if(magnitude(s, a) < magnitude(s, addend));
-  const std::uint64_t large = magnitude(s, a ^ swap);
-  const std::uint64_t small = magnitude(s, addend ^ swap);
-  const std::uint64_t sign = sign_of(s, a ^ swap);
+  const std::uint64_t mag_a = magnitude(s, a);
+  const std::uint64_t mag_b = magnitude(s, b);
+  const std::uint64_t swap = mask_if(mag_a < mag_b);
+  const std::uint64_t large = mag_a ^ ((mag_a ^ mag_b) & swap);
+  const std::uint64_t small = mag_b ^ ((mag_a ^ mag_b) & swap);
+  const std::uint64_t sign = sign_of(s, a ^ (difference & swap));
   if (large >= infinity(s)) [[unlikely]]
     return add_special(s, a, b, addend);
 
   // Hidden bits one below `lead`, so that a carry has room.
   const std::int64_t exp = exponent(s, large);
   const std::int64_t small_exp = exponent(s, small);
-  const std::uint64_t x = significand(s, large, exp) << (lead - 1 - s.mant_width);
-  const std::uint64_t y = significand(s, small, small_exp) << (lead - 1 - s.mant_width);
+  const std::uint64_t x = significand<lead - 1>(s, large, exp);
+  const std::uint64_t y = significand<lead - 1>(s, small, small_exp);
   const std::uint64_t minus = mask_if(sign_of(s, difference) != 0);
   const std::uint64_t sum = x + (align(s, y, exp - small_exp) ^ minus) - minus;
   if (sum == 0) [[unlikely]]

@@ -13,7 +13,6 @@ namespace zelk {
 
 namespace {
 
-
 // Narrow generic values take a short road on words in front of the algorithms on numbers, which
 // serve every format, mode and size and stay the reference. A build without the short road
 // (ZELK_REFERENCE_ONLY) gives the same results.
@@ -37,32 +36,32 @@ swflt::detail::Direction direction_of(unsigned rm) {
 // The four operations on words of any shape, and on numbers.
 
 struct Addition {
-  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                swflt::detail::Direction mode) {
+  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                                       swflt::detail::Direction mode) {
     return swflt::detail::add(s, a, b, mode);
   }
   static constexpr auto on_numbers = add_float;
 };
 
 struct Subtraction {
-  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                swflt::detail::Direction mode) {
+  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                                       swflt::detail::Direction mode) {
     return swflt::detail::sub(s, a, b, mode);
   }
   static constexpr auto on_numbers = subtract_float;
 };
 
 struct Multiplication {
-  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                swflt::detail::Direction mode) {
+  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                                       swflt::detail::Direction mode) {
     return swflt::detail::mul(s, a, b, mode);
   }
   static constexpr auto on_numbers = multiply_float;
 };
 
 struct Division {
-  static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                swflt::detail::Direction mode) {
+  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
+                                                       swflt::detail::Direction mode) {
     return swflt::detail::div(s, a, b, mode);
   }
   static constexpr auto on_numbers = divide_float;
@@ -164,7 +163,7 @@ void IEEEFloat::self_specialize_repr(Repr r) {
 std::uint64_t IEEEFloat::low_word() const {
   return repr() == REPR_FLOAT64   ? payload.bits64
          : repr() == REPR_FLOAT32 ? payload.bits32
-                                        : BVNumber::low_word(*payload.big);
+                                  : BVNumber::low_word(*payload.big);
 }
 
 const QNumber& IEEEFloat::pattern(QNumber& scratch) const {
@@ -393,27 +392,36 @@ template <class Operation>
 
 template <class Operation>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply32(const IEEEFloat& other) {
-  payload.bits32 = static_cast<std::uint32_t>(
-      Operation::on_words(swflt::detail::binary32, payload.bits32, other.payload.bits32,
-                          direction_of(mode())));
+  payload.bits32 = static_cast<std::uint32_t>(Operation::on_words(
+      swflt::detail::binary32, payload.bits32, other.payload.bits32, direction_of(mode())));
   swflt::float_exception_flags = 0;
   return *this;
 }
 
 template <class Operation>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_on_numbers(const IEEEFloat& other) {
-  TempNumProvider tp;
-  Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_generic(const IEEEFloat& other) {
+  QNumber& left = *payload.big;
+  const QNumber& right = *other.payload.big;
+  if (!has_word_road(fmt, mode()) || fmt.exp_width + fmt.mant_width > 62 || !left.is_small() ||
+      !right.is_small()) [[unlikely]] {
+    return apply_to_big<Operation>(other);
+  }
+  const auto a = static_cast<std::uint64_t>(left.to_small());
+  const auto b = static_cast<std::uint64_t>(right.to_small());
+  left.assign_small(static_cast<long>(Operation::on_words(shape(), a, b, direction_of(mode()))));
   return *this;
 }
 
+// Generic values whose patterns have more than 63 bits or stand in a number of the big form, and
+// all that the short road does not serve.
 template <class Operation>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_generic(const IEEEFloat& other) {
-  if (!has_word_road(fmt, mode())) [[unlikely]] {
-    return apply_on_numbers<Operation>(other);
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_big(const IEEEFloat& other) {
+  if (has_word_road(fmt, mode())) {
+    payload.big->assign(Operation::on_words(shape(), word(), other.word(), direction_of(mode())));
+  } else {
+    TempNumProvider tp;
+    Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
   }
-  payload.big->assign(
-      Operation::on_words(shape(), word(), other.word(), direction_of(mode())));
   return *this;
 }
 

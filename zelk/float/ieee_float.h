@@ -104,7 +104,7 @@ class IEEEFloat {
                other.payload.big->is_small()) {
       fmt = other.fmt;
       control = other.control;
-      *payload.big = *other.payload.big;
+      payload.big->assign_small(other.payload.big->to_small());
     } else {
       assign_generic(other);
     }
@@ -307,7 +307,7 @@ class IEEEFloat {
   template <class Operation>
   IEEEFloat& apply_generic(const IEEEFloat& other);
   template <class Operation>
-  IEEEFloat& apply_on_numbers(const IEEEFloat& other);
+  IEEEFloat& apply_to_big(const IEEEFloat& other);
   void step_magnitude(bool grow);
   bool has_largest_magnitude() const;
 
@@ -409,7 +409,7 @@ inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
       return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
     default:
       return a.in_word() ? swflt::detail::less(a.shape(), a.word(), b.word())
-                                       : IEEEFloat::generic_less(a, b);
+                         : IEEEFloat::generic_less(a, b);
   }
 }
 

@@ -280,6 +280,12 @@ class QNumber {
     }
   }
 
+  /// The numerator of a small number.
+  long to_small() const { return num; }
+
+  /// Replaces the numerator, where this is a small integer; n is not -2^63.
+  void assign_small(long n) { num = n; }
+
   /// Becomes 0 in the small form and gives up its GMP storage.
   void reset() noexcept {
     if (!is_small()) {

@@ -52,8 +52,8 @@ void raise(S /*shape*/, bool condition, unsigned char flags) {
 // digit dropped beneath it.
 constexpr int lead = 63;
 
-// The value +-sig * 2^(exp - bias - lead), where sig has its leading bit at `lead`; a nonzero `sign`
-// is the pattern's sign bit.
+// The value +-sig * 2^(exp - bias - lead), where sig has its leading bit at `lead`; a nonzero
+// `sign` is the pattern's sign bit.
 struct Unpacked {
   std::uint64_t sign;
   std::int64_t exp;
@@ -166,10 +166,8 @@ constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
 // Rounds and packs a normalized number near or beyond an end of the exponent range. The exponent
 // that rounding would give it there, without an end, decides on overflow and on tininess; a mode
 // that points toward zero overflows to the largest finite value.
-[[gnu::cold, gnu::noinline]] std::uint64_t round_and_pack_at_border(Shape auto s,
-                                                                     std::uint64_t sign,
-                                                                     std::int64_t exp,
-                                                                     std::uint64_t sig, Direction mode) {
+[[gnu::cold, gnu::noinline]] std::uint64_t round_and_pack_at_border(
+    Shape auto s, std::uint64_t sign, std::int64_t exp, std::uint64_t sig, Direction mode) {
   const std::uint64_t carry = rounded(cut(s, sig), sign, mode) >> (s.mant_width + 1);
   const std::int64_t rounded_exp = exp + static_cast<std::int64_t>(carry);
   if (rounded_exp >= exp_max(s)) {
@@ -185,7 +183,8 @@ constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
 }
 
 // Rounds to the format, and raises overflow, underflow and inexact.
-[[gnu::always_inline]] inline std::uint64_t round_and_pack(Shape auto s, Unpacked x, Direction mode) {
+[[gnu::always_inline]] inline std::uint64_t round_and_pack(Shape auto s, Unpacked x,
+                                                           Direction mode) {
   const auto limit = static_cast<std::uint64_t>(exp_max(s) - 2);
   const bool inside = static_cast<std::uint64_t>(x.exp - 1) < limit;
   return inside ? round_and_pack_inside(s, x, mode)
@@ -195,7 +194,7 @@ constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
 // a + b where an operand is a NaN or an infinity; `b` is its pattern before a subtraction turned
 // it into `addend`.
 [[gnu::cold, gnu::noinline]] std::uint64_t add_special(Shape auto s, std::uint64_t a,
-                                                        std::uint64_t b, std::uint64_t addend) {
+                                                       std::uint64_t b, std::uint64_t addend) {
   if (is_nan(s, a) || is_nan(s, b)) return nan_from(s, a, b);
   if (is_inf(s, a) && is_inf(s, b) && a != addend) return invalid(s);
   return is_inf(s, a) ? a : addend;
@@ -236,12 +235,8 @@ template <bool subtract>
   if (sum == 0) [[unlikely]]
     return minus == 0 ? sign : mode == downward ? sign_bit(s) : 0;
 
-  // A subnormal sum is exact; it keeps the smallest exponent.
-  const auto zeros = static_cast<std::int64_t>(static_cast<unsigned>(std::countl_zero(sum)));
-  const std::int64_t n = std::min(zeros, exp);
-  const Unpacked r{sign, exp + 1 - n, sum << n};
-  return r.exp <= exp_max(s) - 2 ? round_and_pack_inside(s, r, mode)
-                                 : round_and_pack_at_border(s, r.sign, r.exp, r.sig, mode);
+  const std::int64_t n = __builtin_clzl(sum);
+  return round_and_pack(s, {sign, exp + 1 - n, sum << n}, mode);
 }
 
 [[gnu::always_inline]] inline std::uint64_t add(Shape auto s, std::uint64_t a, std::uint64_t b,
@@ -277,7 +272,7 @@ constexpr std::uint64_t product(Shape auto s, std::uint64_t x, std::uint64_t y) 
 
 // a * b where an operand is not normal.
 [[gnu::cold, gnu::noinline]] std::uint64_t mul_special(Shape auto s, std::uint64_t a,
-                                                        std::uint64_t b, Direction mode) {
+                                                       std::uint64_t b, Direction mode) {
   if (is_nan(s, a) || is_nan(s, b)) return nan_from(s, a, b);
   const std::uint64_t sign = sign_of(s, a ^ b);
   const bool zero = is_zero(s, a) || is_zero(s, b);
@@ -314,7 +309,7 @@ constexpr std::uint64_t quotient(Shape auto s, std::uint64_t x, std::uint64_t y)
 
 // a / b where an operand is not normal.
 [[gnu::cold, gnu::noinline]] std::uint64_t div_special(Shape auto s, std::uint64_t a,
-                                                        std::uint64_t b, Direction mode) {
+                                                       std::uint64_t b, Direction mode) {
   if (is_nan(s, a) || is_nan(s, b)) return nan_from(s, a, b);
   if ((is_inf(s, a) && is_inf(s, b)) || (is_zero(s, a) && is_zero(s, b))) return invalid(s);
   const std::uint64_t sign = sign_of(s, a ^ b);
@@ -332,8 +327,8 @@ constexpr std::uint64_t quotient(Shape auto s, std::uint64_t x, std::uint64_t y)
 }
 
 // The pattern `a` of one shape rounded to another; every NaN becomes the canonical one.
-[[gnu::always_inline]] inline std::uint64_t convert(Shape auto from, Shape auto to,
-                                                    std::uint64_t a, Direction mode) {
+[[gnu::always_inline]] inline std::uint64_t convert(Shape auto from, Shape auto to, std::uint64_t a,
+                                                    Direction mode) {
   const std::uint64_t sign = sign_of(from, a) != 0 ? sign_bit(to) : 0;
   if (is_nan(from, a)) [[unlikely]] {
     raise(to, is_signaling(from, a), flag_invalid);
@@ -352,8 +347,8 @@ constexpr std::uint64_t from_integer(Shape auto s, std::int64_t n, Direction mod
   if (n == 0) return 0;
   const auto magnitude = static_cast<std::uint64_t>(n < 0 ? -n : n);
   const int zeros = std::countl_zero(magnitude);
-  return round_and_pack(
-      s, {n < 0 ? sign_bit(s) : 0, bias(s) + lead - zeros, magnitude << zeros}, mode);
+  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + lead - zeros, magnitude << zeros},
+                        mode);
 }
 
 }  // namespace zelk::swflt::detail

@@ -13,21 +13,6 @@ namespace zelk {
 
 namespace {
 
-// Narrow generic values take a short road on words in front of the algorithms on numbers, which
-// serve every format, mode and size and stay the reference. A build without the short road
-// (ZELK_REFERENCE_ONLY) gives the same results.
-#ifdef ZELK_REFERENCE_ONLY
-constexpr bool short_road = false;
-#else
-constexpr bool short_road = true;
-#endif
-
-// Whether the short road computes patterns of f in direction rm.
-bool has_word_road(const IEEEFloat::format& f, unsigned rm) {
-  return short_road && rm <= IEEEFloat::ROUND_TOWARD_NEGATIVE &&
-         swflt::detail::serves(f.exp_width, f.mant_width);
-}
-
 // The direction on words; nearest-even for a mode that is none of the four.
 swflt::detail::Direction direction_of(unsigned rm) {
   return static_cast<swflt::detail::Direction>(rm <= IEEEFloat::ROUND_TOWARD_NEGATIVE ? rm : 0);
@@ -85,6 +70,11 @@ QNumber IEEEFloat::format::bias() const { return exp_width == 0 ? 0 : ones(exp_w
 QNumber IEEEFloat::format::max_exponent() const { return ones(exp_width); }
 QNumber IEEEFloat::format::max_mantissa() const { return ones(mant_width); }
 
+inline bool IEEEFloat::has_word_road(const format& f, unsigned rm) {
+  return short_roads && rm <= ROUND_TOWARD_NEGATIVE &&
+         swflt::detail::serves(f.exp_width, f.mant_width);
+}
+
 // ---- Construction, assignment, representation ----
 
 IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
@@ -109,18 +99,14 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
   }
 }
 
-IEEEFloat IEEEFloat::from_word(std::uint64_t word, format f, rounding_mode rm) {
-  IEEEFloat x;
-  x.set_mode(rm);
-  x.set_word(f, word);
-  return x;
-}
-
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
   if (this == &other) {
     return;
   }
-  if (is_generic() && other.is_generic()) {
+  if (!other.is_generic()) {
+    delete payload.big;
+    copy_words(other);
+  } else if (is_generic()) {
     // The number takes the source's form, where plain assignment would keep a big one big.
     if (other.payload.big->is_small()) {
       payload.big->reset();
@@ -176,26 +162,30 @@ const QNumber& IEEEFloat::pattern(QNumber& scratch) const {
 void IEEEFloat::set_pattern(const QNumber& pattern) { store(*payload.big, pattern); }
 
 // Takes on a format and a pattern of it, in the best representation.
-void IEEEFloat::set_word(format f, std::uint64_t word) {
+void IEEEFloat::set_word(const format& f, std::uint64_t word) {
   const Repr r = get_best_repr(f);
-  if (r == REPR_GENERIC) {
-    if (is_generic()) {
-      payload.big->assign(word);
-    } else {
-      payload.big = new QNumber(word);
-    }
+  if (r == REPR_GENERIC && is_generic()) {
+    payload.big->assign(word);
+  } else if (r == REPR_GENERIC) {
+    payload.big = new QNumber(word);
   } else {
     if (is_generic()) {
       delete payload.big;
     }
-    if (r == REPR_FLOAT64) {
-      payload.bits64 = word;
-    } else {
+    payload.bits64 = word;
+    if (r == REPR_FLOAT32) {
       payload.bits32 = static_cast<std::uint32_t>(word);
     }
   }
-  set_repr(r & 3U);
-  fmt = f;
+  set_repr(r);
+  set_widths(f);
+}
+
+IEEEFloat IEEEFloat::from_word(std::uint64_t word, format f, rounding_mode rm) {
+  IEEEFloat x;
+  x.set_mode(rm);
+  x.set_word(f, word);
+  return x;
 }
 
 QNumber IEEEFloat::get_bits() const { return is_generic() ? *payload.big : QNumber(low_word()); }
@@ -483,8 +473,26 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
   return result;
 }
 
+// The conversions between packed words, without flags.
+bool IEEEFloat::convert_packed(const format& f) {
+  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
+  if (repr() == REPR_FLOAT32 && f == format{11, 52}) {
+    payload.bits64 = convert(binary32, binary64, payload.bits32, nearest);
+    set_repr(REPR_FLOAT64);
+  } else if (repr() == REPR_FLOAT64 && f == format{8, 23}) {
+    payload.bits32 = static_cast<std::uint32_t>(
+        convert(binary64, binary32, payload.bits64, direction_of(mode())));
+    set_repr(REPR_FLOAT32);
+  } else {
+    return false;
+  }
+  set_widths(f);
+  swflt::float_exception_flags = 0;
+  return true;
+}
+
 // Converts a pattern in a word to one in a word; false where that cannot be done.
-bool IEEEFloat::convert_word(format f) {
+bool IEEEFloat::convert_word(const format& f) {
   if (!has_word_road(fmt, mode()) || !has_word_road(f, mode()) ||
       !(is_generic() || repr() == get_best_repr(fmt))) {
     return false;
@@ -494,26 +502,21 @@ bool IEEEFloat::convert_word(format f) {
 }
 
 void IEEEFloat::set_format(format f) {
-  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
-  if (f == fmt) {
+  if (f == fmt || (!is_generic() && convert_packed(f)) || convert_word(f)) {
     return;
   }
-  if (f == format{11, 52} && repr() == REPR_FLOAT32) {
-    set_word(f, convert(binary32, binary64, payload.bits32, nearest));
-    swflt::float_exception_flags = 0;
-  } else if (f == format{8, 23} && repr() == REPR_FLOAT64) {
-    set_word(f, convert(binary64, binary32, payload.bits64, direction_of(mode())));
-    swflt::float_exception_flags = 0;
-  } else if (!convert_word(f)) {
-    TempNumProvider tp;
-    convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
-    if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
-      set_pattern(tp.tmp1);
-      set_repr(REPR_GENERIC);
-      fmt = f;
-    } else {
-      *this = IEEEFloat(f, get_mode(), tp.tmp1);
-    }
+  convert_number(f);
+}
+
+void IEEEFloat::convert_number(const format& f) {
+  TempNumProvider tp;
+  convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
+  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
+    set_pattern(tp.tmp1);
+    set_repr(REPR_GENERIC);
+    fmt = f;
+  } else {
+    *this = IEEEFloat(f, get_mode(), tp.tmp1);
   }
 }
 

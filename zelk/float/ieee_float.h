@@ -125,7 +125,7 @@ class IEEEFloat {
   }
 
   /// `REPR_FLOAT32` for {8, 23}, `REPR_FLOAT64` for {11, 52}, `REPR_GENERIC` for all others.
-  static constexpr Repr get_best_repr(format f) {
+  static constexpr Repr get_best_repr(const format& f) {
     return f == format{8, 23} ? REPR_FLOAT32 : f == format{11, 52} ? REPR_FLOAT64 : REPR_GENERIC;
   }
 
@@ -257,13 +257,31 @@ class IEEEFloat {
   unsigned mode() const { return control & mode_mask; }
   unsigned repr() const { return control >> 30; }
   void set_repr(unsigned r) { control = r << 30 | mode(); }
+  // Each width for itself: compilers that copy both at once send the argument through memory and
+  // wait for it.
+  void set_widths(const format& f) {
+    fmt.exp_width = f.exp_width;
+    fmt.mant_width = f.mant_width;
+  }
   bool is_generic() const { return repr() >= REPR_GENERIC; }
   const QNumber& pattern(QNumber& scratch) const;
   std::uint64_t low_word() const;
+  // Narrow values take short roads on words in front of the algorithms on numbers, which serve
+  // every format, mode and size and stay the reference. A build without the short roads gives the
+  // same results.
+#ifdef ZELK_REFERENCE_ONLY
+  static constexpr bool short_roads = false;
+#else
+  static constexpr bool short_roads = true;
+#endif
   // Whether the pattern of a generic value has at most 64 bits; then `word` is the pattern.
-  bool in_word() const { return fmt.exp_width - 1 <= 62 && fmt.mant_width <= 63 - fmt.exp_width; }
+  bool in_word() const {
+    return short_roads && fmt.exp_width - 1 <= 62 && fmt.mant_width <= 63 - fmt.exp_width;
+  }
+  // Whether arithmetic on patterns of f in direction rm is done on words.
+  static bool has_word_road(const format& f, unsigned rm);
   std::uint64_t word() const { return BVNumber::low_word(*payload.big); }
-  static swflt::detail::RuntimeShape shape(format f) {
+  static swflt::detail::RuntimeShape shape(const format& f) {
     return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};
   }
   swflt::detail::RuntimeShape shape() const { return shape(fmt); }
@@ -294,8 +312,10 @@ class IEEEFloat {
   }
   void assign_generic(const IEEEFloat& other);
   void set_pattern(const QNumber& pattern);
-  void set_word(format f, std::uint64_t word);
-  bool convert_word(format f);
+  void set_word(const format& f, std::uint64_t word);
+  bool convert_packed(const format& f);
+  bool convert_word(const format& f);
+  void convert_number(const format& f);
   template <class Operation>
   IEEEFloat& apply(const IEEEFloat& other);
   template <class Operation>

@@ -116,15 +116,15 @@ constexpr std::uint64_t significand(Shape auto s, std::uint64_t magnitude, std::
 }
 
 // Takes a finite nonzero pattern apart.
-constexpr Unpacked unpack(Shape auto s, std::uint64_t a) {
+[[gnu::always_inline]] constexpr Unpacked unpack(Shape auto s, std::uint64_t a) {
   const std::int64_t exp = exponent(s, magnitude(s, a));
   const std::uint64_t sig = significand<lead>(s, magnitude(s, a), exp);
-  const int n = std::countl_zero(sig);
+  const std::int64_t n = __builtin_clzl(sig);
   return {sign_of(s, a), exp - n, sig << n};
 }
 
 // The same for a normal one.
-constexpr Unpacked unpack_normal(Shape auto s, std::uint64_t a) {
+[[gnu::always_inline]] constexpr Unpacked unpack_normal(Shape auto s, std::uint64_t a) {
   const auto exp = static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
   constexpr std::uint64_t hidden = std::uint64_t{1} << lead;
   return {sign_of(s, a), exp, hidden | a << (lead - s.mant_width)};
@@ -326,18 +326,21 @@ constexpr std::uint64_t quotient(Shape auto s, std::uint64_t x, std::uint64_t y)
   return div_finite(s, unpack_normal(s, a), unpack_normal(s, b), mode);
 }
 
-// The pattern `a` of one shape rounded to another; every NaN becomes the canonical one.
+// The conversion of a zero, an infinity or a NaN; every NaN becomes the canonical one.
+[[gnu::cold, gnu::noinline]] std::uint64_t convert_special(Shape auto from, Shape auto to,
+                                                           std::uint64_t a, std::uint64_t sign) {
+  if (is_zero(from, a)) return sign;
+  if (is_inf(from, a)) return sign | infinity(to);
+  raise(to, is_signaling(from, a), flag_invalid);
+  return canonical_nan(to);
+}
+
+// The pattern `a` of one shape rounded to another.
 [[gnu::always_inline]] inline std::uint64_t convert(Shape auto from, Shape auto to, std::uint64_t a,
                                                     Direction mode) {
-  const std::uint64_t sign = sign_of(from, a) != 0 ? sign_bit(to) : 0;
-  if (is_nan(from, a)) [[unlikely]] {
-    raise(to, is_signaling(from, a), flag_invalid);
-    return canonical_nan(to);
-  }
-  if (is_inf(from, a)) [[unlikely]]
-    return sign | infinity(to);
-  if (is_zero(from, a)) [[unlikely]]
-    return sign;
+  const std::uint64_t sign = sign_bit(to) & mask_if(sign_of(from, a) != 0);
+  if (magnitude(from, a) - 1 >= infinity(from) - 1) [[unlikely]]
+    return convert_special(from, to, a, sign);
   const Unpacked x = unpack(from, a);
   return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), x.sig}, mode);
 }

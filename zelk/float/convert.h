@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "zelk/float/arithmetic.h"
+#include "zelk/swflt/words.h"
 
 namespace zelk {
 namespace {
@@ -26,6 +27,12 @@ inline void convert_pattern(TempNumProvider& tp, IEEEFloat::format from, IEEEFlo
     tp.exp1 += to.mant_width;
     round_and_pack_float(tp, to, rm, a.sign, tp.exp1, tp.mant1, out);
   }
+}
+
+/// Throws unless a significand times 2^k is within the limit, and so is all that leads there.
+inline void require_room_for_value(long k, unsigned long mant_width) {
+  const auto shift = static_cast<unsigned long>(detail::magnitude(k));
+  require_bits(2 + (k < 0 ? std::max(shift, mant_width) : shift + mant_width));
 }
 
 /// The exact value of a finite pattern.
@@ -48,8 +55,8 @@ inline QNumber exact_value(TempNumProvider& tp, IEEEFloat::format f, const QNumb
     throw_precision_limit();
   }
   const long k = tp.exp1.to_long();
+  require_room_for_value(k, f.mant_width);
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
-  require_bits(2 + (k < 0 ? std::max(shift, f.mant_width) : shift + f.mant_width));
   QNumber significand;
   store(significand, tp.mant1);
   QNumber value;
@@ -103,6 +110,57 @@ inline QNumber rounded_integer(TempNumProvider& tp, IEEEFloat::format f,
   QNumber value;
   store(value, tp.mant1);
   return value;
+}
+
+/// The exact value of a finite pattern in a word.
+inline QNumber exact_value(swflt::detail::RuntimeShape s, std::uint64_t word) {
+  const std::uint64_t magnitude = swflt::detail::magnitude(s, word);
+  const std::int64_t exp = swflt::detail::exponent(s, magnitude);
+  const auto m = static_cast<long>(swflt::detail::integer_significand(s, magnitude, exp));
+  if (m == 0) {
+    return 0;
+  }
+  const long k = exp - swflt::detail::bias(s) - s.mant_width;
+  require_room_for_value(k, static_cast<unsigned long>(s.mant_width));
+  return QNumber::scaled(swflt::detail::sign_of(s, word) != 0 ? -m : m, k);
+}
+
+/// to_integer(w) of a pattern in a word. False, and out unchanged, when the result is no word.
+inline bool word_integer(swflt::detail::RuntimeShape s, IEEEFloat::rounding_mode rm,
+                         std::uint64_t word, unsigned long w, long& out) {
+  const std::uint64_t magnitude = swflt::detail::magnitude(s, word);
+  const bool sign = swflt::detail::sign_of(s, word) != 0;
+  if (magnitude < swflt::detail::hidden_bit(s) ||
+      (w == 0 && magnitude >= swflt::detail::infinity(s))) {
+    out = 0;
+    return true;
+  }
+  const std::int64_t exp = swflt::detail::exponent(s, magnitude);
+  std::uint64_t m = swflt::detail::integer_significand(s, magnitude, exp);
+  const std::int64_t right = swflt::detail::bias(s) + s.mant_width - exp;
+  if (right > 0) {
+    const std::int64_t n = std::min<std::int64_t>(right, 63);
+    const std::uint64_t half = swflt::detail::pow2(n - 1);
+    const std::uint64_t rest = m & (2 * half - 1);
+    m >>= n;
+    m += static_cast<std::uint64_t>(
+        w > 0 && increments(rm, sign, m % 2 != 0, (rest & half) != 0, (rest & (half - 1)) != 0));
+  } else if (const auto left = static_cast<unsigned long>(-right); w > 0 && left >= w) {
+    m = 0;
+  } else {
+    if (w > 0 && w - left < 63) {
+      m &= swflt::detail::pow2(static_cast<std::int64_t>(w - left)) - 1;
+    }
+    if (m != 0 && left >= static_cast<unsigned long>(std::countl_zero(m))) {
+      return false;
+    }
+    m = m == 0 ? 0 : m << left;
+  }
+  if (w > 0 && w < 63) {
+    m &= swflt::detail::pow2(static_cast<std::int64_t>(w)) - 1;
+  }
+  out = sign ? -static_cast<long>(m) : static_cast<long>(m);
+  return true;
 }
 
 }  // namespace

@@ -520,12 +520,23 @@ void IEEEFloat::convert_number(const format& f) {
   }
 }
 
+// Whether the value has a pattern of its format that words serve: `low_word`.
+inline bool IEEEFloat::is_word() const {
+  return has_word_road(fmt, ROUND_NEAREST_EVEN) && (is_generic() || repr() == get_best_repr(fmt));
+}
+
 QNumber IEEEFloat::to_number() const {
+  if (is_word() && !is_nan() && !is_inf()) {
+    return exact_value(shape(), low_word());
+  }
   TempNumProvider tp;
   return exact_value(tp, fmt, pattern(tp.mant2));
 }
 
 QNumber IEEEFloat::to_integer(unsigned long w) const {
+  if (long n = 0; is_word() && word_integer(shape(), get_mode(), low_word(), w, n)) {
+    return n;
+  }
   TempNumProvider tp;
   if (w > 0) {
     return rounded_integer(tp, fmt, get_mode(), pattern(tp.tmp3), w);

@@ -286,6 +286,7 @@ class IEEEFloat {
   }
   swflt::detail::RuntimeShape shape() const { return shape(fmt); }
 
+  bool is_word() const;
   bool generic_is_inf() const;
   bool generic_is_nan() const;
   bool generic_is_zero() const;

@@ -106,6 +106,23 @@ void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
   normalize();
 }
 
+// k < 0 only for an odd n.
+void QNumber::init_scaled(long n, long k) {
+  const auto shift = static_cast<unsigned long>(detail::magnitude(k));
+  const auto length = static_cast<unsigned long>(
+      std::bit_width(static_cast<unsigned long>(detail::magnitude(n))));
+  require_bits(k < 0 ? shift + 1 : shift + length);
+  gmp = new_gmp();
+  den = 0;
+  mpz_set_si(mpq_numref(gmp), n);
+  if (k < 0) {
+    mpz_setbit(mpq_denref(gmp), shift);
+  } else {
+    mpz_mul_2exp(mpq_numref(gmp), mpq_numref(gmp), shift);
+    mpz_set_ui(mpq_denref(gmp), 1);
+  }
+}
+
 void QNumber::init_copy(const QNumber& other) {
   gmp = new_gmp();
   den = 0;

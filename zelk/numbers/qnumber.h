@@ -161,6 +161,26 @@ class QNumber {
     init_ratio(n.get_mpz_t(), d.get_mpz_t());
   }
 
+  /// n * 2^k, n and k other than -2^63: small when both parts fit words.
+  /// \throws Exception "number too large".
+  static QNumber scaled(long n, long k) {
+    const auto magnitude = static_cast<unsigned long>(detail::magnitude(n));
+    const long zeros = std::countr_zero(magnitude);
+    const long cancelled = k >= 0 ? 0 : zeros < -k ? zeros : -k;
+    const long numerator = n >> (cancelled & 63);
+    const long exponent = k + cancelled;
+    QNumber q;
+    if (n == 0 || (exponent <= 0 && exponent >= -62)) {
+      q.num = numerator;
+      q.den = n == 0 ? 1 : 1L << -exponent;
+    } else if (exponent > 0 && exponent < std::countl_zero(magnitude)) {
+      q.num = n * (1L << exponent);
+    } else {
+      q.init_scaled(numerator, exponent);
+    }
+    return q;
+  }
+
   /// Same value, same form.
   QNumber(const QNumber& other) : QNumber() {
     if (other.is_small()) {
@@ -307,6 +327,7 @@ class QNumber {
 
   void init_big(bool negative, unsigned long magnitude);
   void init_ratio(mpz_srcptr n, mpz_srcptr d);
+  void init_scaled(long n, long k);
   void init_copy(const QNumber& other);
   void assign_big(const QNumber& other);
   void assign_big(mpz_srcptr integer);

@@ -115,6 +115,12 @@ constexpr std::uint64_t significand(Shape auto s, std::uint64_t magnitude, std::
   return (magnitude << (top - s.mant_width)) - (static_cast<std::uint64_t>(exp - 1) << top);
 }
 
+// The same with its hidden bit at mant_width.
+constexpr std::uint64_t integer_significand(Shape auto s, std::uint64_t magnitude,
+                                            std::int64_t exp) {
+  return magnitude - (static_cast<std::uint64_t>(exp - 1) << s.mant_width);
+}
+
 // Takes a finite nonzero pattern apart.
 [[gnu::always_inline]] constexpr Unpacked unpack(Shape auto s, std::uint64_t a) {
   const std::int64_t exp = exponent(s, magnitude(s, a));

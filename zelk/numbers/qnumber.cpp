@@ -109,8 +109,8 @@ void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
 // k < 0 only for an odd n.
 void QNumber::init_scaled(long n, long k) {
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
-  const auto length = static_cast<unsigned long>(
-      std::bit_width(static_cast<unsigned long>(detail::magnitude(n))));
+  const auto length =
+      static_cast<unsigned long>(std::bit_width(static_cast<unsigned long>(detail::magnitude(n))));
   require_bits(k < 0 ? shift + 1 : shift + length);
   gmp = new_gmp();
   den = 0;

@@ -1,0 +1,114 @@
+// Prints a digest of the results of every operation for each of a spread of formats: builds with
+// and without the short roads must print the same. Values count, not the forms of numbers. The
+// packed formats come twice, as words and as generic values, which must agree.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tests/support.h"
+
+namespace {
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+unsigned long results = 0;
+unsigned long digest = 0;
+
+void add(unsigned long word) { digest = (digest ^ word) * 0x9E3779B97F4A7C15 + (digest >> 29); }
+
+void add(const QNumber& q) {
+  ++results;
+  for (QNumber part : {q.get_num(), q.get_den()}) {
+    for (add(static_cast<unsigned long>(part.sign() + 1)); !part.is_zero() && !(part == -1);) {
+      add(zelk::BVNumber::low_word(part));
+      zelk::BVNumber::bit_right_shift(part, 64, &part);
+    }
+  }
+}
+
+void add(const IEEEFloat& x) { add(x.get_bits()); }
+
+// What the call gives, or the text that it throws.
+template <typename Call>
+void add_result(Call call) {
+  try {
+    add(call());
+  } catch (const IEEEFloat::error& e) {
+    for (const char c : std::string(e.what())) add(static_cast<unsigned long>(c));
+  }
+}
+
+// One NaN only, the canonical one: on others packed and generic values differ.
+IEEEFloat value(Random& random, const Layout& t) {
+  const mpz_class p = random.pattern(t);
+  return IEEEFloat::from_bits(QNumber(p % t.sign > t.inf ? t.nan : p, 1), t.f);
+}
+
+// The same value, its pattern in a number of the big form.
+IEEEFloat in_big_form(const IEEEFloat& x) {
+  IEEEFloat big({15, 112}, IEEEFloat::ROUND_NEAREST_EVEN);
+  big.self_zero(true);
+  big.set_format(x.get_format());
+  big.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+  big += x;  // from -0, which changes no value
+  big.set_mode(x.get_mode());
+  return big;
+}
+
+void run(Format f, IEEEFloat::Repr repr, const std::vector<Format>& targets) {
+  const Layout t(f);
+  Random random;
+  digest = results = 0;
+  for (unsigned long i = 0; i < 12000; ++i) {
+    IEEEFloat x = value(random, t);
+    IEEEFloat y = i % 7 == 0 ? x : value(random, t);
+    x.set_mode(modes[i % 4]);
+    for (IEEEFloat* v : {&x, &y}) v->self_specialize_repr(repr);
+    if (repr == IEEEFloat::REPR_GENERIC && i % 3 == 0) x = in_big_form(x);
+    if (repr == IEEEFloat::REPR_GENERIC && i % 31 == 0 && repr == IEEEFloat::get_best_repr(f)) {
+      x.set_mode(static_cast<IEEEFloat::rounding_mode>(7));
+    }
+    for (int op = 0; op < 4; ++op) {
+      add_result([&, r = x]() mutable { return apply(op, r, i % 9 == 0 ? r : y); });
+    }
+    for (const auto step : {&IEEEFloat::next_representable, &IEEEFloat::packed_next}) {
+      add_result([&, r = x]() mutable { return (r.*step)(i % 2 == 0), r.self_neg(), r; });
+    }
+    add(static_cast<unsigned long>(ieee_cmp(x, y) + 2 + 4 * x.is_subnormal() + 8 * (x <= y)));
+    add_result([&, r = x]() mutable { return r.set_format(targets[i % targets.size()]), r; });
+    for (const unsigned long w : {1UL, 8UL, 32UL, 63UL, 64UL, 70UL}) {
+      add_result([&] { return x.to_integer(w); });
+    }
+    if (f.exp_width <= 20) {
+      add_result([&] { return x.to_integer(0); });
+      add_result([&] { return x.to_number(); });
+    }
+    const mpz_class n = random.get_z_bits(random.below(70)) - random.get_z_bits(8);
+    const QNumber q(n, random.get_z_bits(random.below(70)) + 1);
+    add_result([&] { return IEEEFloat::from_number(q, f, x.get_mode()); });
+  }
+}
+
+}  // namespace
+
+int main() {
+  const std::vector<Format> formats = {
+      {2, 1},   {3, 2},   {4, 3},   {5, 2},   {5, 10}, {8, 7},   {8, 10},  {8, 23},  {11, 52},
+      {10, 51}, {10, 52}, {10, 53}, {10, 54}, {8, 55}, {62, 1},  {61, 2},  {63, 1},  {32, 30},
+      {33, 29}, {3, 59},  {3, 60},  {2, 61},  {4, 59}, {15, 48}, {15, 49}, {15, 112}};
+  unsigned long total = 0;
+  bool agree = true;
+  for (const Format f : formats) {
+    unsigned long packed = 0;
+    for (const auto repr : {IEEEFloat::get_best_repr(f), IEEEFloat::REPR_GENERIC}) {
+      run(f, repr, formats);
+      agree = agree && (packed == 0 || packed == digest);
+      packed = repr == IEEEFloat::REPR_GENERIC ? 0 : digest;
+      total += results;
+      std::printf("(%lu, %lu) %016lx %lu\n", f.exp_width, f.mant_width, digest, results);
+      if (repr == IEEEFloat::REPR_GENERIC) break;
+    }
+  }
+  std::printf("%lu results%s\n", total, agree ? "" : "; packed and generic values disagree");
+  return agree ? 0 : 1;
+}

@@ -44,17 +44,6 @@ IEEEFloat value(Random& random, const Layout& t) {
   return IEEEFloat::from_bits(QNumber(p % t.sign > t.inf ? t.nan : p, 1), t.f);
 }
 
-// The same value, its pattern in a number of the big form.
-IEEEFloat in_big_form(const IEEEFloat& x) {
-  IEEEFloat big({15, 112}, IEEEFloat::ROUND_NEAREST_EVEN);
-  big.self_zero(true);
-  big.set_format(x.get_format());
-  big.self_specialize_repr(IEEEFloat::REPR_GENERIC);
-  big += x;  // from -0, which changes no value
-  big.set_mode(x.get_mode());
-  return big;
-}
-
 void run(Format f, IEEEFloat::Repr repr, const std::vector<Format>& targets) {
   const Layout t(f);
   Random random;

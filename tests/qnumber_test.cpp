@@ -100,6 +100,12 @@ TEST(QNumber, ConstructionIsExactAndTakesTheFormOfItsSource) {
       want.canonicalize();
       check({n, d}, want, static_cast<int>(n) == n && static_cast<int>(d) == d);
     }
+    for (long k = -130; k <= 130; ++k) {
+      mpq_class want(n);
+      want = k < 0 ? mpq_class(want >> static_cast<unsigned long>(-k))
+                   : mpq_class(want << static_cast<unsigned long>(k));
+      check(QNumber::scaled(n, k), want, fits(want));
+    }
   }
   EXPECT_TRUE(zelk::gcd_cache[990][935] == 55 && zelk::gcd_cache[935][990] == 55);
   QNumber q = 7, r = 8;

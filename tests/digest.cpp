@@ -19,7 +19,7 @@ void add(unsigned long word) { digest = (digest ^ word) * 0x9E3779B97F4A7C15 + (
 void add(const QNumber& q) {
   ++results;
   for (QNumber part : {q.get_num(), q.get_den()}) {
-    for (add(static_cast<unsigned long>(part.sign() + 1)); !part.is_zero() && !(part == -1);) {
+    for (add(part.sign() < 0 ? 1 : 0); !part.is_zero() && !(part == -1);) {
       add(zelk::BVNumber::low_word(part));
       zelk::BVNumber::bit_right_shift(part, 64, &part);
     }
@@ -63,7 +63,8 @@ void run(Format f, IEEEFloat::Repr repr, const std::vector<Format>& targets) {
     for (const auto step : {&IEEEFloat::next_representable, &IEEEFloat::packed_next}) {
       add_result([&, r = x]() mutable { return (r.*step)(i % 2 == 0), r.self_neg(), r; });
     }
-    add(static_cast<unsigned long>(ieee_cmp(x, y) + 2 + 4 * x.is_subnormal() + 8 * (x <= y)));
+    add(IEEEFloat::from_number(ieee_cmp(x, y), {5, 10}, modes[0]));
+    add(QNumber(x <= y ? 1 : 2) / (x.is_subnormal() ? 3 : 5));
     add_result([&, r = x]() mutable { return r.set_format(targets[i % targets.size()]), r; });
     for (const unsigned long w : {1UL, 8UL, 32UL, 63UL, 64UL, 70UL}) {
       add_result([&] { return x.to_integer(w); });

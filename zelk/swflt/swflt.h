@@ -55,8 +55,8 @@ inline constexpr FixedShape<11, 52> binary64;
 
 // The powers of two: where the width is known at run time a load is cheaper than a shift.
 struct PowersOfTwo {
-  std::uint64_t value[64];
-  constexpr PowersOfTwo() : value() {
+  std::uint64_t value[64]{};
+  constexpr PowersOfTwo() {
     for (int k = 0; k < 64; ++k) value[k] = std::uint64_t{1} << k;
   }
 };

@@ -477,11 +477,13 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
 bool IEEEFloat::convert_packed(const format& f) {
   using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
   if (repr() == REPR_FLOAT32 && f == format{11, 52}) {
-    payload.bits64 = convert(binary32, binary64, payload.bits32, nearest);
+    const std::uint64_t word = payload.bits32;
+    payload.bits64 = convert(binary32, binary64, word, nearest);
     set_repr(REPR_FLOAT64);
   } else if (repr() == REPR_FLOAT64 && f == format{8, 23}) {
-    payload.bits32 = static_cast<std::uint32_t>(
-        convert(binary64, binary32, payload.bits64, direction_of(mode())));
+    const std::uint64_t word = payload.bits64;
+    payload.bits32 =
+        static_cast<std::uint32_t>(convert(binary64, binary32, word, direction_of(mode())));
     set_repr(REPR_FLOAT32);
   } else {
     return false;

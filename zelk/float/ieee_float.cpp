@@ -5,6 +5,7 @@
 #include "zelk/float/arithmetic.h"
 #include "zelk/float/codec.h"
 #include "zelk/float/convert.h"
+#include "zelk/float/limbs.h"
 #include "zelk/float/scratch.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/swflt/words.h"
@@ -25,6 +26,7 @@ struct Addition {
                                                        swflt::detail::Direction mode) {
     return swflt::detail::add(s, a, b, mode);
   }
+  static constexpr auto on_limbs = add_sub_limbs<false>;
   static constexpr auto on_numbers = add_float;
 };
 
@@ -33,6 +35,7 @@ struct Subtraction {
                                                        swflt::detail::Direction mode) {
     return swflt::detail::sub(s, a, b, mode);
   }
+  static constexpr auto on_limbs = add_sub_limbs<true>;
   static constexpr auto on_numbers = subtract_float;
 };
 
@@ -41,6 +44,7 @@ struct Multiplication {
                                                        swflt::detail::Direction mode) {
     return swflt::detail::mul(s, a, b, mode);
   }
+  static constexpr auto on_limbs = multiply_limbs;
   static constexpr auto on_numbers = multiply_float;
 };
 
@@ -49,6 +53,7 @@ struct Division {
                                                        swflt::detail::Direction mode) {
     return swflt::detail::div(s, a, b, mode);
   }
+  static constexpr auto on_limbs = divide_limbs;
   static constexpr auto on_numbers = divide_float;
 };
 
@@ -73,6 +78,10 @@ QNumber IEEEFloat::format::max_mantissa() const { return ones(mant_width); }
 inline bool IEEEFloat::has_word_road(const format& f, unsigned rm) {
   return short_roads && rm <= ROUND_TOWARD_NEGATIVE &&
          swflt::detail::serves(f.exp_width, f.mant_width);
+}
+
+inline bool IEEEFloat::has_limb_road(const format& f, unsigned rm) {
+  return short_roads && rm <= ROUND_TOWARD_NEGATIVE && LimbShape::serves(f);
 }
 
 // ---- Construction, assignment, representation ----
@@ -410,7 +419,10 @@ template <class Operation>
     payload.big->assign(Operation::on_words(shape(), word(), other.word(), direction_of(mode())));
   } else {
     TempNumProvider tp;
-    Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+    if (!has_limb_road(fmt, mode()) ||
+        !Operation::on_limbs(tp, fmt, get_mode(), *payload.big, *other.payload.big)) {
+      Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+    }
   }
   return *this;
 }

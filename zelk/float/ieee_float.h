@@ -280,6 +280,8 @@ class IEEEFloat {
   }
   // Whether arithmetic on patterns of f in direction rm is done on words.
   static bool has_word_road(const format& f, unsigned rm);
+  // Whether it is done on the limbs of GMP integers.
+  static bool has_limb_road(const format& f, unsigned rm);
   std::uint64_t word() const { return BVNumber::low_word(*payload.big); }
   static swflt::detail::RuntimeShape shape(const format& f) {
     return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};

@@ -167,6 +167,20 @@ void QNumber::assign_big(unsigned long n) {
   mpz_set_ui(mpq_denref(gmp), 1);
 }
 
+void QNumber::assign_limbs(const mp_limb_t* limbs, long n) {
+  while (n > 1 && limbs[n - 1] == 0) {
+    --n;
+  }
+  if (n == 1) {
+    assign(limbs[0]);
+    return;
+  }
+  make_big();
+  std::copy_n(limbs, n, mpz_limbs_write(mpq_numref(gmp), n));
+  mpz_limbs_finish(mpq_numref(gmp), n);
+  mpz_set_ui(mpq_denref(gmp), 1);
+}
+
 void QNumber::move_big(QNumber& other) noexcept {
   if (other.is_small()) {
     assign_big(other);  // into storage that this number has

@@ -306,6 +306,13 @@ class QNumber {
   /// Replaces the numerator, where this is a small integer; n is not -2^63.
   void assign_small(long n) { num = n; }
 
+  /// The numerator of a big number, until that changes.
+  mpz_srcptr big_numerator() const { return mpq_numref(gmp); }
+
+  /// Becomes the integer of n > 0 limbs, the lowest first; takes the form that assignment would
+  /// give it.
+  void assign_limbs(const mp_limb_t* limbs, long n);
+
   /// Becomes 0 in the small form and gives up its GMP storage.
   void reset() noexcept {
     if (!is_small()) {

@@ -190,6 +190,30 @@ void IEEEFloat::set_word(const format& f, std::uint64_t word) {
   set_widths(f);
 }
 
+// The same for a pattern in limbs.
+void IEEEFloat::set_limbs(const format& f, const mp_limb_t* limbs, long n) {
+  if (n == 1) {
+    set_word(f, limbs[0]);
+  } else {
+    if (is_generic()) {
+      payload.big->assign_limbs(limbs, n);
+    } else {
+      QNumber pattern;
+      pattern.assign_limbs(limbs, n);
+      payload.big = new QNumber(std::move(pattern));
+    }
+    set_repr(REPR_GENERIC);
+    set_widths(f);
+  }
+}
+
+IEEEFloat IEEEFloat::from_limbs(const mp_limb_t* limbs, long n, format f, rounding_mode rm) {
+  IEEEFloat x;
+  x.set_mode(rm);
+  x.set_limbs(f, limbs, n);
+  return x;
+}
+
 IEEEFloat IEEEFloat::from_word(std::uint64_t word, format f, rounding_mode rm) {
   IEEEFloat x;
   x.set_mode(rm);
@@ -301,6 +325,16 @@ void IEEEFloat::require_both_generic(const IEEEFloat& other) const {
 
 // Patterns of one sign are in the order of their magnitudes.
 bool IEEEFloat::generic_less(const IEEEFloat& a, const IEEEFloat& b) {
+  if (has_limb_road(a.fmt, ROUND_NEAREST_EVEN)) {
+    mp_limb_t word_a = 0;
+    mp_limb_t word_b = 0;
+    const Answer answer =
+        less_limbs({a.fmt.exp_width, a.fmt.mant_width}, limbs_of(*a.payload.big, word_a),
+                   limbs_of(*b.payload.big, word_b));
+    if (answer != Answer::none) {
+      return answer == Answer::yes;
+    }
+  }
   if (a.is_nan() || b.is_nan()) {
     return false;
   }
@@ -420,7 +454,7 @@ template <class Operation>
   } else {
     TempNumProvider tp;
     if (!has_limb_road(fmt, mode()) ||
-        !Operation::on_limbs(tp, fmt, get_mode(), *payload.big, *other.payload.big)) {
+        !Operation::on_limbs(fmt, get_mode(), *payload.big, *other.payload.big)) {
       Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
     }
   }
@@ -457,6 +491,13 @@ IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) { return apply<Division
 // ---- Conversions ----
 
 IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
+  if (has_limb_road(f, rm)) {
+    const LimbShape s{f.exp_width, f.mant_width};
+    LimbPattern rounded(s);
+    if (round_integer_limbs(s, rm, n, rounded)) {
+      return from_limbs(rounded.data, s.pattern_size(), f, rm);
+    }
+  }
   TempNumProvider tp;
   tp.exp1 = f.mant_width;  // takes the significand at face value
   tp.mant1 = std::move(n);
@@ -523,6 +564,18 @@ void IEEEFloat::set_format(format f) {
 }
 
 void IEEEFloat::convert_number(const format& f) {
+  if (has_limb_road(fmt, mode()) && has_limb_road(f, mode()) &&
+      (is_generic() || repr() == get_best_repr(fmt))) {
+    const LimbShape from{fmt.exp_width, fmt.mant_width};
+    const LimbShape to{f.exp_width, f.mant_width};
+    LimbPattern rounded(to, from.significand_size());
+    mp_limb_t word = low_word();
+    const Limbs bits = is_generic() ? limbs_of(*payload.big, word) : Limbs{&word, 1};
+    if (convert_limbs(from, to, get_mode(), bits, rounded)) {
+      set_limbs(f, rounded.data, to.pattern_size());
+      return;
+    }
+  }
   TempNumProvider tp;
   convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
   if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
@@ -542,6 +595,14 @@ inline bool IEEEFloat::is_word() const {
 QNumber IEEEFloat::to_number() const {
   if (is_word() && !is_nan() && !is_inf()) {
     return exact_value(shape(), low_word());
+  }
+  if (has_limb_road(fmt, ROUND_NEAREST_EVEN) && is_generic()) {
+    mp_limb_t word = 0;
+    QNumber value;
+    if (exact_value_of_limbs({fmt.exp_width, fmt.mant_width}, limbs_of(*payload.big, word),
+                             value)) {
+      return value;
+    }
   }
   TempNumProvider tp;
   return exact_value(tp, fmt, pattern(tp.mant2));

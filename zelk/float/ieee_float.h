@@ -252,6 +252,7 @@ class IEEEFloat {
   // The value with this pattern, in the best representation.
   IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
   static IEEEFloat from_word(std::uint64_t word, format f, rounding_mode rm);
+  static IEEEFloat from_limbs(const mp_limb_t* limbs, long n, format f, rounding_mode rm);
   static IEEEFloat from_integer(QNumber n, format f, rounding_mode rm);
 
   unsigned mode() const { return control & mode_mask; }
@@ -316,6 +317,7 @@ class IEEEFloat {
   void assign_generic(const IEEEFloat& other);
   void set_pattern(const QNumber& pattern);
   void set_word(const format& f, std::uint64_t word);
+  void set_limbs(const format& f, const mp_limb_t* limbs, long n);
   bool convert_packed(const format& f);
   bool convert_word(const format& f);
   void convert_number(const format& f);

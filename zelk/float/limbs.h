@@ -14,7 +14,7 @@
 #include <memory>
 #include <utility>
 
-#include "zelk/float/rounding.h"
+#include "zelk/float/convert.h"
 
 namespace zelk {
 namespace {
@@ -237,11 +237,11 @@ inline bool add_shifted(mp_limb_t* out, const mp_limb_t* x, mp_limb_t* y, long n
   return lost;
 }
 
-/// The limbs of a non-negative integer; `word` is where those of the small form go.
+/// The limbs of an integer's magnitude; `word` is where those of the small form go.
 inline Limbs limbs_of(const QNumber& q, mp_limb_t& word) {
   if (q.is_small()) {
-    word = static_cast<mp_limb_t>(q.to_small());
-    return {&word, 1};
+    word = static_cast<mp_limb_t>(detail::magnitude(q.to_small()));
+    return {&word, word == 0 ? 0 : 1};
   }
   mpz_srcptr z = q.big_numerator();
   return {mpz_limbs_read(z), static_cast<long>(mpz_size(z))};
@@ -268,26 +268,24 @@ struct LimbOperation {
            unpack_limbs(shape, limbs_of(right, word), y);
   }
 
-  /// target := the result rounded, of `size` limbs at w.
-  void write(TempNumProvider& tp, const IEEEFloat::format& f, IEEEFloat::rounding_mode rm,
-             bool sign, std::int64_t exp, const mp_limb_t* w, long size, bool sticky,
-             QNumber& target) {
+  /// target := the result of `size` limbs at w, rounded; false on overflow.
+  bool write(IEEEFloat::rounding_mode rm, bool sign, std::int64_t exp, const mp_limb_t* w,
+             long size, bool sticky, QNumber& target) {
     mp_limb_t* out = store.take(shape.pattern_size() + 1);
-    if (round_and_pack_limbs(shape, rm, sign, exp, w, size, sticky, out)) {
-      target.assign_limbs(out, shape.pattern_size());
-    } else {
-      pack_overflow(f, rm, sign, tp.tmp3);
-      zelk::store(target, tp.tmp3);
+    if (!round_and_pack_limbs(shape, rm, sign, exp, w, size, sticky, out)) {
+      return false;
     }
+    target.assign_limbs(out, shape.pattern_size());
+    return true;
   }
 };
 
 // The operations: left := left op right, rounded once. False, and nothing changed, where an
-// operand is a zero, an infinity or a NaN.
+// operand is a zero, an infinity or a NaN, or the result is zero or too large.
 
 template <bool subtract>
-bool add_sub_limbs(TempNumProvider& tp, const IEEEFloat::format& f, IEEEFloat::rounding_mode rm,
-                   QNumber& left, const QNumber& right) {
+bool add_sub_limbs(const IEEEFloat::format& f, IEEEFloat::rounding_mode rm, QNumber& left,
+                   const QNumber& right) {
   LimbOperation op(f, 2);
   if (!op.read(left, right)) {
     return false;
@@ -302,17 +300,12 @@ bool add_sub_limbs(TempNumProvider& tp, const IEEEFloat::format& f, IEEEFloat::r
   const bool sticky =
       add_shifted(w, x.sig, y.sig, n, static_cast<std::uint64_t>(x.exp - y.exp), minus);
   const long size = trimmed(w, n + 2);
-  if (size == 0) {
-    pack_zero(f, rm == IEEEFloat::ROUND_TOWARD_NEGATIVE, tp.tmp3);
-    zelk::store(left, tp.tmp3);
-  } else {
-    op.write(tp, f, rm, x.sign, x.exp - static_cast<long>(limb_bits), w, size, sticky, left);
-  }
-  return true;
+  return size > 0 &&
+         op.write(rm, x.sign, x.exp - static_cast<long>(limb_bits), w, size, sticky, left);
 }
 
-inline bool multiply_limbs(TempNumProvider& tp, const IEEEFloat::format& f,
-                           IEEEFloat::rounding_mode rm, QNumber& left, const QNumber& right) {
+inline bool multiply_limbs(const IEEEFloat::format& f, IEEEFloat::rounding_mode rm, QNumber& left,
+                           const QNumber& right) {
   LimbOperation op(f, 2);
   if (!op.read(left, right)) {
     return false;
@@ -325,12 +318,11 @@ inline bool multiply_limbs(TempNumProvider& tp, const IEEEFloat::format& f,
     mpn_mul_n(product, x.sig, y.sig, n);
   }
   const std::int64_t exp = x.exp - shape.bias() + y.exp - static_cast<long>(f.mant_width);
-  op.write(tp, f, rm, x.sign != y.sign, exp, product, trimmed(product, 2 * n), false, left);
-  return true;
+  return op.write(rm, x.sign != y.sign, exp, product, trimmed(product, 2 * n), false, left);
 }
 
-inline bool divide_limbs(TempNumProvider& tp, const IEEEFloat::format& f,
-                         IEEEFloat::rounding_mode rm, QNumber& left, const QNumber& right) {
+inline bool divide_limbs(const IEEEFloat::format& f, IEEEFloat::rounding_mode rm, QNumber& left,
+                         const QNumber& right) {
   LimbOperation op(f, 6);
   if (!op.read(left, right)) {
     return false;
@@ -356,9 +348,78 @@ inline bool divide_limbs(TempNumProvider& tp, const IEEEFloat::format& f,
   mpn_tdiv_qr(quotient, remainder, 0, dividend, size, y.sig, y_size);
   const std::int64_t exp =
       x.exp - y.exp + shape.bias() + static_cast<long>(f.mant_width) - static_cast<long>(shift);
-  op.write(tp, f, rm, x.sign != y.sign, exp, quotient, trimmed(quotient, size - y_size + 1),
-           mpn_zero_p(remainder, y_size) == 0, left);
+  return op.write(rm, x.sign != y.sign, exp, quotient, trimmed(quotient, size - y_size + 1),
+                  mpn_zero_p(remainder, y_size) == 0, left);
+}
+
+/// A pattern that was computed, in limbs that it owns.
+struct LimbPattern {
+  LimbStore store;
+  mp_limb_t* data;
+
+  explicit LimbPattern(const LimbShape& s, long room = 0)
+      : store(s.pattern_size() + 1 + room), data(store.take(s.pattern_size() + 1)) {}
+};
+
+/// out := the pattern `bits` of format `from` rounded to `to`; false for special values and on
+/// overflow.
+inline bool convert_limbs(const LimbShape& from, const LimbShape& to, IEEEFloat::rounding_mode rm,
+                          Limbs bits, LimbPattern& out) {
+  LimbNumber x{false, 0, out.store.take(from.significand_size())};
+  if (!unpack_limbs(from, bits, x)) {
+    return false;
+  }
+  const std::int64_t exp = x.exp - from.bias() - static_cast<long>(from.mant_width) + to.bias() +
+                           static_cast<long>(to.mant_width);
+  return round_and_pack_limbs(to, rm, x.sign, exp, x.sig, trimmed(x.sig, from.significand_size()),
+                              false, out.data);
+}
+
+/// out := the integer n rounded; false for 0 and on overflow.
+inline bool round_integer_limbs(const LimbShape& to, IEEEFloat::rounding_mode rm, const QNumber& n,
+                                LimbPattern& out) {
+  mp_limb_t word = 0;
+  const Limbs limbs = limbs_of(n, word);
+  const std::int64_t exp = to.bias() + static_cast<long>(to.mant_width);
+  return !n.is_zero() &&
+         round_and_pack_limbs(to, rm, n.sign() < 0, exp, limbs.data, limbs.size, false, out.data);
+}
+
+/// The exact value of a finite pattern other than zero; false for the rest.
+inline bool exact_value_of_limbs(const LimbShape& s, Limbs bits, QNumber& out) {
+  LimbStore store(s.significand_size());
+  LimbNumber x{false, 0, store.take(s.significand_size())};
+  if (!unpack_limbs(s, bits, x)) {
+    return false;
+  }
+  const long k = x.exp - s.bias() - static_cast<long>(s.mant_width);
+  require_room_for_value(k, s.mant_width);
+  out = QNumber::scaled(x.sig, trimmed(x.sig, s.significand_size()), x.sign, k);
   return true;
+}
+
+/// Whether a < b for two patterns none of which is a NaN or an infinity; otherwise no answer.
+enum class Answer { no, yes, none };
+
+inline Answer less_limbs(const LimbShape& s, Limbs a, Limbs b) {
+  const std::uint64_t top_a = top_of(s, a);
+  const std::uint64_t top_b = top_of(s, b);
+  const auto special = static_cast<std::uint64_t>(s.exp_max());
+  if ((top_a & special) == special || (top_b & special) == special) {
+    return Answer::none;
+  }
+  const bool negative = top_a > special;
+  if (top_a != top_b) {
+    // Of two signs, both may go with a zero.
+    if (negative != (top_b > special)) {
+      return (top_a & special) == 0 && (top_b & special) == 0 ? Answer::none
+             : negative                                       ? Answer::yes
+                                                              : Answer::no;
+    }
+    return (top_a < top_b) != negative ? Answer::yes : Answer::no;
+  }
+  const int order = a.size != b.size ? (a.size < b.size ? -1 : 1) : mpn_cmp(a.data, b.data, a.size);
+  return (negative ? order > 0 : order < 0) ? Answer::yes : Answer::no;
 }
 
 }  // namespace

@@ -123,6 +123,29 @@ void QNumber::init_scaled(long n, long k) {
   }
 }
 
+QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
+  if (n == 1 && limbs[0] <= static_cast<unsigned long>(detail::word_max)) {
+    const auto word = static_cast<long>(limbs[0]);
+    return scaled(negative ? -word : word, k);
+  }
+  const auto shift = static_cast<unsigned long>(detail::magnitude(k));
+  const unsigned long twos = k < 0 ? std::min(mpn_scan1(limbs, 0), shift) : 0;
+  require_bits(k < 0 ? shift + 1 : shift + static_cast<unsigned long>(n) * 64);
+  mpz_t significand;
+  QNumber q;
+  q.make_big();
+  mpz_ptr z = mpq_numref(q.gmp);
+  mpz_roinit_n(significand, limbs, negative ? -n : n);
+  if (k < 0) {
+    mpz_tdiv_q_2exp(z, significand, twos);
+    mpz_set_ui(mpq_denref(q.gmp), 0);
+    mpz_setbit(mpq_denref(q.gmp), shift - twos);
+  } else {
+    mpz_mul_2exp(z, significand, shift);
+  }
+  return q;
+}
+
 void QNumber::init_copy(const QNumber& other) {
   gmp = new_gmp();
   den = 0;

@@ -181,6 +181,9 @@ class QNumber {
     return q;
   }
 
+  /// The same for n limbs, the lowest first and the highest not 0.
+  static QNumber scaled(const mp_limb_t* limbs, long n, bool negative, long k);
+
   /// Same value, same form.
   QNumber(const QNumber& other) : QNumber() {
     if (other.is_small()) {

@@ -140,7 +140,7 @@ inline bool word_integer(swflt::detail::RuntimeShape s, IEEEFloat::rounding_mode
   const std::int64_t right = swflt::detail::bias(s) + s.mant_width - exp;
   if (right > 0) {
     const std::int64_t n = std::min<std::int64_t>(right, 63);
-    const std::uint64_t half = swflt::detail::pow2(n - 1);
+    const std::uint64_t half = swflt::detail::pow2<std::uint64_t>(n - 1);
     const std::uint64_t rest = m & (2 * half - 1);
     m >>= n;
     m += static_cast<std::uint64_t>(
@@ -149,7 +149,7 @@ inline bool word_integer(swflt::detail::RuntimeShape s, IEEEFloat::rounding_mode
     m = 0;
   } else {
     if (w > 0 && w - left < 63) {
-      m &= swflt::detail::pow2(static_cast<std::int64_t>(w - left)) - 1;
+      m &= swflt::detail::pow2<std::uint64_t>(static_cast<std::int64_t>(w - left)) - 1;
     }
     if (m != 0 && left >= static_cast<unsigned long>(std::countl_zero(m))) {
       return false;
@@ -157,7 +157,7 @@ inline bool word_integer(swflt::detail::RuntimeShape s, IEEEFloat::rounding_mode
     m = m == 0 ? 0 : m << left;
   }
   if (w > 0 && w < 63) {
-    m &= swflt::detail::pow2(static_cast<std::int64_t>(w)) - 1;
+    m &= swflt::detail::pow2<std::uint64_t>(static_cast<std::int64_t>(w)) - 1;
   }
   out = sign ? -static_cast<long>(m) : static_cast<long>(m);
   return true;

@@ -19,11 +19,22 @@ swflt::detail::Direction direction_of(unsigned rm) {
   return static_cast<swflt::detail::Direction>(rm <= IEEEFloat::ROUND_TOWARD_NEGATIVE ? rm : 0);
 }
 
-// The four operations on words of any shape, and on numbers.
+// The low 128 bits of a non-negative integer.
+swflt::detail::uint128 double_word(const QNumber& q) {
+  if (q.is_small()) {
+    return static_cast<std::uint64_t>(q.to_small());
+  }
+  mpz_srcptr z = q.big_numerator();
+  return swflt::detail::uint128{mpz_getlimbn(z, 1)} << 64 | mpz_getlimbn(z, 0);
+}
+
+// The four operations on words of any shape, on limbs and on numbers.
 
 struct Addition {
-  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                                       swflt::detail::Direction mode) {
+  template <swflt::detail::Shape S>
+  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
+                                                                swflt::detail::Word<S> b,
+                                                                swflt::detail::Direction mode) {
     return swflt::detail::add(s, a, b, mode);
   }
   static constexpr auto on_limbs = add_sub_limbs<false>;
@@ -31,8 +42,10 @@ struct Addition {
 };
 
 struct Subtraction {
-  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                                       swflt::detail::Direction mode) {
+  template <swflt::detail::Shape S>
+  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
+                                                                swflt::detail::Word<S> b,
+                                                                swflt::detail::Direction mode) {
     return swflt::detail::sub(s, a, b, mode);
   }
   static constexpr auto on_limbs = add_sub_limbs<true>;
@@ -40,8 +53,10 @@ struct Subtraction {
 };
 
 struct Multiplication {
-  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                                       swflt::detail::Direction mode) {
+  template <swflt::detail::Shape S>
+  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
+                                                                swflt::detail::Word<S> b,
+                                                                swflt::detail::Direction mode) {
     return swflt::detail::mul(s, a, b, mode);
   }
   static constexpr auto on_limbs = multiply_limbs;
@@ -49,8 +64,10 @@ struct Multiplication {
 };
 
 struct Division {
-  [[gnu::always_inline]] static std::uint64_t on_words(auto s, std::uint64_t a, std::uint64_t b,
-                                                       swflt::detail::Direction mode) {
+  template <swflt::detail::Shape S>
+  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
+                                                                swflt::detail::Word<S> b,
+                                                                swflt::detail::Direction mode) {
     return swflt::detail::div(s, a, b, mode);
   }
   static constexpr auto on_limbs = divide_limbs;
@@ -449,7 +466,13 @@ template <class Operation>
 // all that the short road does not serve.
 template <class Operation>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_big(const IEEEFloat& other) {
-  if (has_word_road(fmt, mode())) {
+  if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
+    const swflt::detail::uint128 pattern =
+        Operation::on_words(swflt::detail::binary128, double_word(*payload.big),
+                            double_word(*other.payload.big), direction_of(mode()));
+    payload.big->assign(static_cast<std::uint64_t>(pattern),
+                        static_cast<std::uint64_t>(pattern >> 64));
+  } else if (has_word_road(fmt, mode())) {
     payload.big->assign(Operation::on_words(shape(), word(), other.word(), direction_of(mode())));
   } else {
     TempNumProvider tp;

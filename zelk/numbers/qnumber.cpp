@@ -59,6 +59,23 @@ mpq_ptr new_gmp() {
   return q;
 }
 
+// z := the integer of |size| limbs with the sign of `size`. Writes to the fields, whose meaning the
+// GMP manual gives under "Integer Internals": for a few limbs calls cost more than the copy.
+void set_limbs(mpz_ptr z, const mp_limb_t* limbs, int size) {
+  const int n = size < 0 ? -size : size;
+  if (z->_mp_alloc < n) {
+    mpz_realloc2(z, static_cast<unsigned long>(n) * 64);
+  }
+  if (n > 4) {
+    mpn_copyi(z->_mp_d, limbs, n);
+  } else {
+    for (int i = 0; i < n; ++i) {
+      z->_mp_d[i] = limbs[i];
+    }
+  }
+  z->_mp_size = size;
+}
+
 bool is_one(mpz_srcptr z) { return mpz_cmp_ui(z, 1) == 0; }
 
 unsigned long bit_length(mpz_srcptr z) { return mpz_sgn(z) == 0 ? 0 : mpz_sizeinbase(z, 2); }
@@ -172,6 +189,9 @@ void QNumber::assign_big(const QNumber& other) {
   } else if (other.is_small()) {
     mpz_set_si(mpq_numref(gmp), other.num);
     mpz_set_si(mpq_denref(gmp), other.den);
+  } else if (is_integer() && other.is_integer()) {
+    mpz_srcptr z = mpq_numref(other.gmp);
+    set_limbs(mpq_numref(gmp), z->_mp_d, z->_mp_size);
   } else {
     mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
     mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));
@@ -199,9 +219,10 @@ void QNumber::assign_limbs(const mp_limb_t* limbs, long n) {
     return;
   }
   make_big();
-  std::copy_n(limbs, n, mpz_limbs_write(mpq_numref(gmp), n));
-  mpz_limbs_finish(mpq_numref(gmp), n);
-  mpz_set_ui(mpq_denref(gmp), 1);
+  set_limbs(mpq_numref(gmp), limbs, static_cast<int>(n));
+  if (!is_integer()) {
+    mpz_set_ui(mpq_denref(gmp), 1);
+  }
 }
 
 void QNumber::move_big(QNumber& other) noexcept {

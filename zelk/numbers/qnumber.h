@@ -276,7 +276,10 @@ class QNumber {
   /// -1, 0 or 1.
   int sign() const { return is_small() ? (num > 0) - (num < 0) : mpz_sgn(mpq_numref(gmp)); }
 
-  bool is_integer() const { return is_small() ? den == 1 : mpz_cmp_ui(mpq_denref(gmp), 1) == 0; }
+  bool is_integer() const {
+    return is_small() ? den == 1
+                      : mpz_size(mpq_denref(gmp)) == 1 && mpz_getlimbn(mpq_denref(gmp), 0) == 1;
+  }
 
   /// True for the integers of [-(2^63 - 1), 2^63 - 1], in either form.
   bool fits_long() const { return is_small() ? den == 1 : is_integer() && big_fits_long(); }
@@ -312,8 +315,20 @@ class QNumber {
   /// The numerator of a big number, until that changes.
   mpz_srcptr big_numerator() const { return mpq_numref(gmp); }
 
-  /// Becomes the integer of n > 0 limbs, the lowest first; takes the form that assignment would
-  /// give it.
+  /// Becomes the integer low + 2^64 * high, by the same rule.
+  void assign(unsigned long low, unsigned long high) {
+    if (!is_small() && high != 0 && is_integer() && mpq_numref(gmp)->_mp_alloc >= 2) [[likely]] {
+      mpz_ptr z = mpq_numref(gmp);
+      z->_mp_d[0] = low;
+      z->_mp_d[1] = high;
+      z->_mp_size = 2;
+    } else {
+      const mp_limb_t limbs[] = {low, high};
+      assign_limbs(limbs, 2);
+    }
+  }
+
+  /// Becomes the integer of n > 0 limbs, the lowest first, by the same rule.
   void assign_limbs(const mp_limb_t* limbs, long n);
 
   /// Becomes 0 in the small form and gives up its GMP storage.

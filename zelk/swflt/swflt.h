@@ -11,6 +11,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <type_traits>
 
 namespace zelk::swflt {
 
@@ -33,25 +34,35 @@ extern unsigned char float_exception_flags;
 /// The patterns and tests of both widths, written once for any shape.
 namespace detail {
 
-// The widths of the exponent and trailing-significand fields, at most 63 bits together.
+__extension__ using uint128 = unsigned __int128;
+
+// The widths of the exponent and trailing-significand fields, and the unsigned type whose low bits
+// hold a pattern.
 template <class T>
 concept Shape = requires(T s) {
   s.exp_width;
   s.mant_width;
+  typename T::Word;
 };
+
+template <Shape S>
+using Word = typename S::Word;
 
 template <int ExpWidth, int MantWidth>
 struct FixedShape {
   static constexpr int exp_width = ExpWidth;
   static constexpr int mant_width = MantWidth;
+  using Word = std::conditional_t<ExpWidth + MantWidth <= 63, std::uint64_t, uint128>;
 };
-// Widths known at run time.
+// Widths known at run time, together at most 63.
 struct RuntimeShape {
   std::int64_t exp_width;
   std::int64_t mant_width;
+  using Word = std::uint64_t;
 };
 inline constexpr FixedShape<8, 23> binary32;
 inline constexpr FixedShape<11, 52> binary64;
+inline constexpr FixedShape<15, 112> binary128;
 
 // The powers of two: where the width is known at run time a load is cheaper than a shift.
 struct PowersOfTwo {
@@ -62,29 +73,60 @@ struct PowersOfTwo {
 };
 inline constexpr PowersOfTwo powers_of_two;
 
-constexpr std::uint64_t pow2(std::int64_t k) { return powers_of_two.value[k]; }
+template <class W>
+constexpr W pow2(std::int64_t k) {
+  if constexpr (sizeof(W) > 8) return W{1} << k;
+  return powers_of_two.value[k];
+}
 
-constexpr std::uint64_t sign_bit(Shape auto s) { return pow2(s.exp_width + s.mant_width); }
+template <Shape S>
+constexpr Word<S> sign_bit(S s) {
+  return pow2<Word<S>>(s.exp_width + s.mant_width);
+}
 
 // The significand's leading bit, which normal patterns leave out; also the smallest normal.
-constexpr std::uint64_t hidden_bit(Shape auto s) { return pow2(s.mant_width); }
+template <Shape S>
+constexpr Word<S> hidden_bit(S s) {
+  return pow2<Word<S>>(s.mant_width);
+}
 
-constexpr std::uint64_t infinity(Shape auto s) { return sign_bit(s) - hidden_bit(s); }
+template <Shape S>
+constexpr Word<S> infinity(S s) {
+  return sign_bit(s) - hidden_bit(s);
+}
 
 // The one NaN that routines return. Its quiet bit is clear: as an operand it signals.
-constexpr std::uint64_t canonical_nan(Shape auto s) { return sign_bit(s) | infinity(s) | 1; }
+template <Shape S>
+constexpr Word<S> canonical_nan(S s) {
+  return sign_bit(s) | infinity(s) | 1;
+}
 
-constexpr std::uint64_t magnitude(Shape auto s, std::uint64_t a) { return a & (sign_bit(s) - 1); }
-constexpr bool is_nan(Shape auto s, std::uint64_t a) { return magnitude(s, a) > infinity(s); }
+template <Shape S>
+constexpr Word<S> magnitude(S s, Word<S> a) {
+  return a & (sign_bit(s) - 1);
+}
 
-constexpr bool is_inf(Shape auto s, std::uint64_t a) { return magnitude(s, a) == infinity(s); }
+template <Shape S>
+constexpr bool is_nan(S s, Word<S> a) {
+  return magnitude(s, a) > infinity(s);
+}
 
-constexpr bool is_zero(Shape auto s, std::uint64_t a) { return magnitude(s, a) == 0; }
-constexpr bool is_subnormal(Shape auto s, std::uint64_t a) {
+template <Shape S>
+constexpr bool is_inf(S s, Word<S> a) {
+  return magnitude(s, a) == infinity(s);
+}
+
+template <Shape S>
+constexpr bool is_zero(S s, Word<S> a) {
+  return magnitude(s, a) == 0;
+}
+
+template <Shape S>
+constexpr bool is_subnormal(S s, Word<S> a) {
   return magnitude(s, a) - 1 < hidden_bit(s) - 1;
 }
 
-// Orders all patterns but NaNs as their values; the two zeros share a key.
+// Orders all patterns of one word but NaNs as their values; the two zeros share a key.
 constexpr std::int64_t order_key(Shape auto s, std::uint64_t a) {
   const auto key = static_cast<std::int64_t>(magnitude(s, a));
   return (a & sign_bit(s)) != 0 ? -key : key;

@@ -1,6 +1,7 @@
 // Rounded arithmetic on patterns in words: one text for every format that fits.
 //
-// The shape of a format is a constant (binary32, binary64) or known at run time. Each operation
+// The shape of a format is a constant (binary32, binary64, binary128 in a double word) or known at
+// run time. Each operation
 // settles NaN, infinite and zero operands, computes every other result as a significand whose
 // lowest bit is sticky, and rounds and packs it. Included by swflt.cpp, for its routines, and by
 // the float code.
@@ -14,8 +15,6 @@
 #include "zelk/swflt/swflt.h"
 
 namespace zelk::swflt::detail {
-
-__extension__ using uint128 = unsigned __int128;
 
 // A shape whose operations raise the flags. The others neither read nor write them.
 template <Shape S>
@@ -31,6 +30,8 @@ template <class S>
 inline constexpr bool passes_nan_on = false;
 template <>
 inline constexpr bool passes_nan_on<RuntimeShape> = true;
+template <>
+inline constexpr bool passes_nan_on<FixedShape<15, 112>> = true;
 
 enum Direction : unsigned { nearest, toward_zero, upward, downward };
 
@@ -50,109 +51,143 @@ void raise(S /*shape*/, bool condition, unsigned char flags) {
 // Where a significand has its leading bit when it is rounded, whatever the format. The bits below
 // the format's last place decide on rounding; bit 0 is sticky: it also stands for every nonzero
 // digit dropped beneath it.
-constexpr int lead = 63;
+template <class W>
+inline constexpr int lead = 8 * sizeof(W) - 1;
 
 // The value +-sig * 2^(exp - bias - lead), where sig has its leading bit at `lead`; a nonzero
 // `sign` is the pattern's sign bit.
+template <class W>
 struct Unpacked {
-  std::uint64_t sign;
+  W sign;
   std::int64_t exp;
-  std::uint64_t sig;
+  W sig;
 };
 
-constexpr std::int64_t exp_max(Shape auto s) {
-  return static_cast<std::int64_t>(pow2(s.exp_width)) - 1;
+template <Shape S>
+constexpr std::int64_t exp_max(S s) {
+  return static_cast<std::int64_t>(pow2<std::uint64_t>(s.exp_width)) - 1;
 }
-constexpr std::int64_t bias(Shape auto s) { return exp_max(s) >> 1; }
+template <Shape S>
+constexpr std::int64_t bias(S s) {
+  return exp_max(s) >> 1;
+}
 
-constexpr std::uint64_t sign_of(Shape auto s, std::uint64_t a) { return a & sign_bit(s); }
+template <Shape S>
+constexpr Word<S> sign_of(S s, Word<S> a) {
+  return a & sign_bit(s);
+}
 
-constexpr bool is_normal(Shape auto s, std::uint64_t a) {
+template <Shape S>
+constexpr bool is_normal(S s, Word<S> a) {
   return magnitude(s, a) - hidden_bit(s) < infinity(s) - hidden_bit(s);
 }
 
-constexpr bool is_signaling(Shape auto s, std::uint64_t a) {
+template <Shape S>
+constexpr bool is_signaling(S s, Word<S> a) {
   return is_nan(s, a) && (a & hidden_bit(s) >> 1) == 0;
 }
 
 // The result of an operation with a NaN operand.
 template <Shape S>
-std::uint64_t nan_from(S s, std::uint64_t a, std::uint64_t b) {
+Word<S> nan_from(S s, Word<S> a, Word<S> b) {
   if constexpr (passes_nan_on<S>) return is_nan(s, a) ? a : b;
   raise(s, is_signaling(s, a) || is_signaling(s, b), flag_invalid);
   return canonical_nan(s);
 }
 
 // The result of an operation without a useful value.
-std::uint64_t invalid(Shape auto s) {
+template <Shape S>
+Word<S> invalid(S s) {
   raise(s, true, flag_invalid);
   return canonical_nan(s);
 }
 
-constexpr std::uint64_t mask_if(bool condition) { return 0 - std::uint64_t{condition}; }
+template <class W>
+constexpr W mask_if(bool condition) {
+  return 0 - W{condition};
+}
+
+// The number of zeros above the highest one of a nonzero word.
+constexpr std::int64_t leading_zeros(std::uint64_t a) { return __builtin_clzl(a); }
+constexpr std::int64_t leading_zeros(uint128 a) {
+  const auto high = static_cast<std::uint64_t>(a >> 64);
+  return high != 0 ? __builtin_clzl(high) : 64 + __builtin_clzl(static_cast<std::uint64_t>(a));
+}
 
 // Whether two significands side by side, and guard bits, fit a word: then shifts, products and
 // quotients need neither a second word nor a sticky bit.
-constexpr bool is_short(Shape auto s) { return s.mant_width <= 29; }
+template <Shape S>
+constexpr bool is_short(S s) {
+  return s.mant_width <= 29;
+}
 
-// sig / 2^n with the lost digits jammed into the sticky bit; n is not negative, sig is below 2^63.
-constexpr std::uint64_t shift_right_jam(std::uint64_t sig, std::int64_t n) {
-  n = std::min<std::int64_t>(n, 63);
-  const std::uint64_t kept = sig >> n;
-  return kept | std::uint64_t{kept << n != sig};
+// sig / 2^n with the lost digits jammed into the sticky bit; n is not negative, sig
+// has its highest bit clear.
+template <class W>
+constexpr W shift_right_jam(W sig, std::int64_t n) {
+  n = std::min<std::int64_t>(n, lead<W>);
+  const W kept = sig >> n;
+  return kept | W{kept << n != sig};
 }
 
 // The exponent field of a magnitude, as it counts: subnormals have the smallest normal's.
-constexpr std::int64_t exponent(Shape auto s, std::uint64_t magnitude) {
+template <Shape S>
+constexpr std::int64_t exponent(S s, Word<S> magnitude) {
   const auto field = static_cast<std::int64_t>(magnitude >> s.mant_width);
   return field + (field == 0);
 }
 
 // The significand of a magnitude with this exponent, its hidden bit at `top`: what is above is the
 // exponent less one.
-template <int top>
-constexpr std::uint64_t significand(Shape auto s, std::uint64_t magnitude, std::int64_t exp) {
-  return (magnitude << (top - s.mant_width)) - (static_cast<std::uint64_t>(exp - 1) << top);
+template <int top, Shape S>
+constexpr Word<S> significand(S s, Word<S> magnitude, std::int64_t exp) {
+  return (magnitude << (top - s.mant_width)) - (static_cast<Word<S>>(exp - 1) << top);
 }
 
 // The same with its hidden bit at mant_width.
-constexpr std::uint64_t integer_significand(Shape auto s, std::uint64_t magnitude,
-                                            std::int64_t exp) {
-  return magnitude - (static_cast<std::uint64_t>(exp - 1) << s.mant_width);
+template <Shape S>
+constexpr Word<S> integer_significand(S s, Word<S> magnitude, std::int64_t exp) {
+  return magnitude - (static_cast<Word<S>>(exp - 1) << s.mant_width);
 }
 
 // Takes a finite nonzero pattern apart.
-[[gnu::always_inline]] constexpr Unpacked unpack(Shape auto s, std::uint64_t a) {
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack(S s, Word<S> a) {
   const std::int64_t exp = exponent(s, magnitude(s, a));
-  const std::uint64_t sig = significand<lead>(s, magnitude(s, a), exp);
-  const std::int64_t n = __builtin_clzl(sig);
+  const Word<S> sig = significand<lead<Word<S>>>(s, magnitude(s, a), exp);
+  const std::int64_t n = leading_zeros(sig);
   return {sign_of(s, a), exp - n, sig << n};
 }
 
 // The same for a normal one.
-[[gnu::always_inline]] constexpr Unpacked unpack_normal(Shape auto s, std::uint64_t a) {
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal(S s, Word<S> a) {
   const auto exp = static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
-  constexpr std::uint64_t hidden = std::uint64_t{1} << lead;
-  return {sign_of(s, a), exp, hidden | a << (lead - s.mant_width)};
+  constexpr Word<S> hidden = Word<S>{1} << lead<Word<S>>;
+  return {sign_of(s, a), exp, hidden | a << (lead<Word<S>> - s.mant_width)};
 }
 
 // Whether rounding in direction `mode` can move a magnitude up.
-constexpr bool rounds_outward(std::uint64_t sign, Direction mode) {
+template <class W>
+constexpr bool rounds_outward(W sign, Direction mode) {
   return mode == nearest || mode == (sign != 0 ? downward : upward);
 }
 
-// A significand cut to the format: its integer part, and what was cut off as a fraction of 2^64.
+// A significand cut to the format: its integer part, and what was cut off as a fraction of one.
+template <class W>
 struct Cut {
-  std::uint64_t sig;
-  std::uint64_t rest;
+  W sig;
+  W rest;
 };
 
-constexpr Cut cut(Shape auto s, std::uint64_t sig) {
-  return {sig >> (lead - s.mant_width), sig << (s.mant_width + 1)};
+template <Shape S>
+constexpr Cut<Word<S>> cut(S s, Word<S> sig) {
+  return {sig >> (lead<Word<S>> - s.mant_width), sig << (s.mant_width + 1)};
 }
 
-constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
-  constexpr std::uint64_t half = std::uint64_t{1} << 63;
+template <class W>
+constexpr W rounded(Cut<W> c, W sign, Direction mode) {
+  constexpr W half = W{1} << lead<W>;
   if (mode == nearest) [[likely]]
     return c.sig + (c.rest + (c.sig & 1) > half);  // bit 0 of rest is clear
   return c.sig + (c.rest != 0 && rounds_outward(sign, mode));
@@ -161,20 +196,21 @@ constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
 // Rounds and packs, for an exponent above 0. The significand brings its leading bit along, which
 // adds one to the exponent field, and so does a carry out of it; a subnormal's has no such bit and
 // leaves the field 0.
-[[gnu::always_inline]] inline std::uint64_t round_and_pack_inside(Shape auto s, Unpacked x,
-                                                                  Direction mode) {
-  const Cut c = cut(s, x.sig);
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> round_and_pack_inside(S s, Unpacked<Word<S>> x,
+                                                            Direction mode) {
+  const Cut<Word<S>> c = cut(s, x.sig);
   raise(s, c.rest != 0, flag_inexact);
-  return (x.sign | static_cast<std::uint64_t>(x.exp - 1) << s.mant_width) +
-         rounded(c, x.sign, mode);
+  return (x.sign | static_cast<Word<S>>(x.exp - 1) << s.mant_width) + rounded(c, x.sign, mode);
 }
 
 // Rounds and packs a normalized number near or beyond an end of the exponent range. The exponent
 // that rounding would give it there, without an end, decides on overflow and on tininess; a mode
 // that points toward zero overflows to the largest finite value.
-[[gnu::cold, gnu::noinline]] std::uint64_t round_and_pack_at_border(
-    Shape auto s, std::uint64_t sign, std::int64_t exp, std::uint64_t sig, Direction mode) {
-  const std::uint64_t carry = rounded(cut(s, sig), sign, mode) >> (s.mant_width + 1);
+template <Shape S>
+[[gnu::cold, gnu::noinline]] Word<S> round_and_pack_at_border(S s, Word<S> sign, std::int64_t exp,
+                                                              Word<S> sig, Direction mode) {
+  const Word<S> carry = rounded(cut(s, sig), sign, mode) >> (s.mant_width + 1);
   const std::int64_t rounded_exp = exp + static_cast<std::int64_t>(carry);
   if (rounded_exp >= exp_max(s)) {
     raise(s, true, flag_overflow | flag_inexact);
@@ -189,18 +225,18 @@ constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
 }
 
 // Rounds to the format, and raises overflow, underflow and inexact.
-[[gnu::always_inline]] inline std::uint64_t round_and_pack(Shape auto s, Unpacked x,
-                                                           Direction mode) {
-  const auto limit = static_cast<std::uint64_t>(exp_max(s) - 2);
-  const bool inside = static_cast<std::uint64_t>(x.exp - 1) < limit;
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> round_and_pack(S s, Unpacked<Word<S>> x, Direction mode) {
+  const auto limit = static_cast<Word<S>>(exp_max(s) - 2);
+  const bool inside = static_cast<Word<S>>(x.exp - 1) < limit;
   return inside ? round_and_pack_inside(s, x, mode)
                 : round_and_pack_at_border(s, x.sign, x.exp, x.sig, mode);
 }
 
 // a + b where an operand is a NaN or an infinity; `b` is its pattern before a subtraction turned
 // it into `addend`.
-[[gnu::cold, gnu::noinline]] std::uint64_t add_special(Shape auto s, std::uint64_t a,
-                                                       std::uint64_t b, std::uint64_t addend) {
+template <Shape S>
+[[gnu::cold, gnu::noinline]] Word<S> add_special(S s, Word<S> a, Word<S> b, Word<S> addend) {
   if (is_nan(s, a) || is_nan(s, b)) return nan_from(s, a, b);
   if (is_inf(s, a) && is_inf(s, b) && a != addend) return invalid(s);
   return is_inf(s, a) ? a : addend;
@@ -209,132 +245,195 @@ constexpr std::uint64_t rounded(Cut c, std::uint64_t sign, Direction mode) {
 // sig / 2^n, n not negative, near enough for a sum with a significand that is not smaller: digits
 // are lost only when sig is shifted out of the word, and then the leading bit of the sum moves down
 // by one place at most.
-constexpr std::uint64_t align(Shape auto s, std::uint64_t sig, std::int64_t n) {
+template <Shape S>
+constexpr Word<S> align(S s, Word<S> sig, std::int64_t n) {
   if (!is_short(s)) return shift_right_jam(sig, n);
   // Below a quarter of an ulp it only matters that there is something.
   return sig >> std::min<std::int64_t>(n, s.mant_width + 3);
 }
 
-template <bool subtract>
-[[gnu::always_inline]] inline std::uint64_t add_sub(Shape auto s, std::uint64_t a, std::uint64_t b,
-                                                    Direction mode) {
+template <bool subtract, Shape S>
+[[gnu::always_inline]] inline Word<S> add_sub(S s, Word<S> a, Word<S> b, Direction mode) {
   // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
   // predictor: both choices are made with masks.
-  const std::uint64_t addend = subtract ? b ^ sign_bit(s) : b;
-  const std::uint64_t difference = a ^ addend;
-  const std::uint64_t mag_a = magnitude(s, a);
-  const std::uint64_t mag_b = magnitude(s, b);
-  const std::uint64_t swap = mask_if(mag_a < mag_b);
-  const std::uint64_t large = mag_a ^ ((mag_a ^ mag_b) & swap);
-  const std::uint64_t small = mag_b ^ ((mag_a ^ mag_b) & swap);
-  const std::uint64_t sign = sign_of(s, a ^ (difference & swap));
+  const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
+  const Word<S> difference = a ^ addend;
+  const Word<S> mag_a = magnitude(s, a);
+  const Word<S> mag_b = magnitude(s, b);
+  const Word<S> swap = mask_if<Word<S>>(mag_a < mag_b);
+  const Word<S> large = mag_a ^ ((mag_a ^ mag_b) & swap);
+  const Word<S> small = mag_b ^ ((mag_a ^ mag_b) & swap);
+  const Word<S> sign = sign_of(s, a ^ (difference & swap));
   if (large >= infinity(s)) [[unlikely]]
     return add_special(s, a, b, addend);
 
   // Hidden bits one below `lead`, so that a carry has room.
   const std::int64_t exp = exponent(s, large);
   const std::int64_t small_exp = exponent(s, small);
-  const std::uint64_t x = significand<lead - 1>(s, large, exp);
-  const std::uint64_t y = significand<lead - 1>(s, small, small_exp);
-  const std::uint64_t minus = mask_if(sign_of(s, difference) != 0);
-  const std::uint64_t sum = x + (align(s, y, exp - small_exp) ^ minus) - minus;
+  const Word<S> x = significand<lead<Word<S>> - 1>(s, large, exp);
+  const Word<S> y = significand<lead<Word<S>> - 1>(s, small, small_exp);
+  const Word<S> minus = mask_if<Word<S>>(sign_of(s, difference) != 0);
+  const Word<S> sum = x + (align(s, y, exp - small_exp) ^ minus) - minus;
   if (sum == 0) [[unlikely]]
     return minus == 0 ? sign : mode == downward ? sign_bit(s) : 0;
 
-  const std::int64_t n = __builtin_clzl(sum);
+  const std::int64_t n = leading_zeros(sum);
   return round_and_pack(s, {sign, exp + 1 - n, sum << n}, mode);
 }
 
-[[gnu::always_inline]] inline std::uint64_t add(Shape auto s, std::uint64_t a, std::uint64_t b,
-                                                Direction mode) {
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> add(S s, Word<S> a, Word<S> b, Direction mode) {
   return add_sub<false>(s, a, b, mode);
 }
 
-[[gnu::always_inline]] inline std::uint64_t sub(Shape auto s, std::uint64_t a, std::uint64_t b,
-                                                Direction mode) {
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> sub(S s, Word<S> a, Word<S> b, Direction mode) {
   return add_sub<true>(s, a, b, mode);
 }
 
 // Moves the leading bit up to `lead` from there or one place below.
-[[gnu::always_inline]] inline Unpacked normalize_by_one(Unpacked x) {
-  const std::uint64_t n = ~x.sig >> lead;
+template <class W>
+[[gnu::always_inline]] inline Unpacked<W> normalize_by_one(Unpacked<W> x) {
+  const W n = ~x.sig >> lead<W>;
   return {x.sign, x.exp - static_cast<std::int64_t>(n), x.sig << n};
 }
 
-// x * y / 2^64, sticky; the leading bit is at `lead` or one below.
-constexpr std::uint64_t product(Shape auto s, std::uint64_t x, std::uint64_t y) {
-  // The first factor lost its trailing zeros, and the second as many as a word can spare.
-  if (is_short(s)) return (x >> (lead - s.mant_width)) * (y >> (s.mant_width + 1));
+// x * y / 2^64, or 2^128 for double words, sticky.
+constexpr std::uint64_t high_product(std::uint64_t x, std::uint64_t y) {
   const uint128 p = uint128{x} * y;
   return static_cast<std::uint64_t>(p >> 64) | std::uint64_t{static_cast<std::uint64_t>(p) != 0};
 }
 
-[[gnu::always_inline]] inline std::uint64_t mul_finite(Shape auto s, Unpacked x, Unpacked y,
-                                                       Direction mode) {
+constexpr uint128 high_product(uint128 x, uint128 y) {
+  const auto x0 = static_cast<std::uint64_t>(x);
+  const auto x1 = static_cast<std::uint64_t>(x >> 64);
+  const auto y0 = static_cast<std::uint64_t>(y);
+  const auto y1 = static_cast<std::uint64_t>(y >> 64);
+  const uint128 low = uint128{x0} * y0;
+  const uint128 cross = uint128{x1} * y0 + (low >> 64);  // fits: the factors are below 2^64
+  const uint128 middle = uint128{x0} * y1 + static_cast<std::uint64_t>(cross);
+  const uint128 high = uint128{x1} * y1 + (cross >> 64) + (middle >> 64);
+  return high | uint128{static_cast<std::uint64_t>(low | middle) != 0};
+}
+
+// The product of two significands, cut to a word; the leading bit is at `lead` or one below.
+template <Shape S>
+constexpr Word<S> product(S s, Word<S> x, Word<S> y) {
+  // The first factor lost its trailing zeros, and the second as many as a word can spare.
+  if (is_short(s)) return (x >> (lead<Word<S>> - s.mant_width)) * (y >> (s.mant_width + 1));
+  return high_product(x, y);
+}
+
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> mul_finite(S s, Unpacked<Word<S>> x, Unpacked<Word<S>> y,
+                                                 Direction mode) {
   const std::int64_t exp = x.exp - bias(s) + y.exp + 1;
-  const std::uint64_t sig = product(s, x.sig, y.sig);
-  return round_and_pack(s, normalize_by_one({x.sign ^ y.sign, exp, sig}), mode);
+  const Word<S> sig = product(s, x.sig, y.sig);
+  return round_and_pack(s, normalize_by_one(Unpacked<Word<S>>{x.sign ^ y.sign, exp, sig}), mode);
 }
 
 // a * b where an operand is not normal.
-[[gnu::cold, gnu::noinline]] std::uint64_t mul_special(Shape auto s, std::uint64_t a,
-                                                       std::uint64_t b, Direction mode) {
+template <Shape S>
+[[gnu::cold, gnu::noinline]] Word<S> mul_special(S s, Word<S> a, Word<S> b, Direction mode) {
   if (is_nan(s, a) || is_nan(s, b)) return nan_from(s, a, b);
-  const std::uint64_t sign = sign_of(s, a ^ b);
+  const Word<S> sign = sign_of(s, a ^ b);
   const bool zero = is_zero(s, a) || is_zero(s, b);
   if (is_inf(s, a) || is_inf(s, b)) return zero ? invalid(s) : sign | infinity(s);
   if (zero) return sign;
   return mul_finite(s, unpack(s, a), unpack(s, b), mode);
 }
 
-[[gnu::always_inline]] inline std::uint64_t mul(Shape auto s, std::uint64_t a, std::uint64_t b,
-                                                Direction mode) {
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> mul(S s, Word<S> a, Word<S> b, Direction mode) {
   if (!is_normal(s, a) || !is_normal(s, b)) [[unlikely]]
     return mul_special(s, a, b, mode);
   return mul_finite(s, unpack_normal(s, a), unpack_normal(s, b), mode);
 }
 
-// x / y * 2^63, sticky; the leading bit is at `lead` or one below.
-constexpr std::uint64_t quotient(Shape auto s, std::uint64_t x, std::uint64_t y) {
-  if (is_short(s)) {
-    const std::uint64_t divisor = y >> (lead - s.mant_width);
-    const std::uint64_t q = x / divisor;  // of mant_width + 2 digits at least
-    return q << s.mant_width | std::uint64_t{q * divisor != x};
-  }
+// x / y * 2^63, or 2^127 for double words, sticky, for leading bits at `lead`.
+constexpr std::uint64_t high_quotient(std::uint64_t x, std::uint64_t y) {
   const uint128 dividend = uint128{x} << 62;
   const auto q = static_cast<std::uint64_t>(dividend / y);
   return q << 1 | std::uint64_t{q * y != static_cast<std::uint64_t>(dividend)};
 }
 
-[[gnu::always_inline]] inline std::uint64_t div_finite(Shape auto s, Unpacked x, Unpacked y,
-                                                       Direction mode) {
+// x * 2^64 / y, x becoming the remainder, for x below y and the highest bit of y set (D. E. Knuth,
+// The Art of Computer Programming, volume 2, 4.3.1, algorithm D).
+constexpr std::uint64_t next_digit(uint128& x, uint128 y) {
+  const auto y0 = static_cast<std::uint64_t>(y);
+  const auto y1 = static_cast<std::uint64_t>(y >> 64);
+  // Too large by two at most.
+  std::uint64_t q = x >> 64 >= y1 ? ~std::uint64_t{0} : static_cast<std::uint64_t>(x / y1);
+  uint128 rest = x - uint128{q} * y1;
+  uint128 p = uint128{q} * y0;
+  while (rest >> 64 == 0 && p > rest << 64) {
+    --q;
+    rest += y1;
+    p -= y0;
+  }
+  x = (rest << 64) - p;
+  return q;
+}
+
+constexpr uint128 high_quotient(uint128 x, uint128 y) {
+  uint128 rest = x >> 1;  // bit 0 is clear
+  const std::uint64_t high = next_digit(rest, y);
+  const std::uint64_t low = next_digit(rest, y);
+  return uint128{high} << 64 | low | uint128{rest != 0};
+}
+
+// The quotient of two significands; the leading bit is at `lead` or one below.
+template <Shape S>
+constexpr Word<S> quotient(S s, Word<S> x, Word<S> y) {
+  if (is_short(s)) {
+    const Word<S> divisor = y >> (lead<Word<S>> - s.mant_width);
+    const Word<S> q = x / divisor;  // of mant_width + 2 digits at least
+    return q << s.mant_width | Word<S>{q * divisor != x};
+  }
+  return high_quotient(x, y);
+}
+
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> div_finite(S s, Unpacked<Word<S>> x, Unpacked<Word<S>> y,
+                                                 Direction mode) {
   const std::int64_t exp = x.exp - y.exp + bias(s);
-  const std::uint64_t sig = quotient(s, x.sig, y.sig);
-  return round_and_pack(s, normalize_by_one({x.sign ^ y.sign, exp, sig}), mode);
+  const Word<S> sig = quotient(s, x.sig, y.sig);
+  return round_and_pack(s, normalize_by_one(Unpacked<Word<S>>{x.sign ^ y.sign, exp, sig}), mode);
 }
 
 // a / b where an operand is not normal.
-[[gnu::cold, gnu::noinline]] std::uint64_t div_special(Shape auto s, std::uint64_t a,
-                                                       std::uint64_t b, Direction mode) {
+template <Shape S>
+[[gnu::cold, gnu::noinline]] Word<S> div_special(S s, Word<S> a, Word<S> b, Direction mode) {
   if (is_nan(s, a) || is_nan(s, b)) return nan_from(s, a, b);
   if ((is_inf(s, a) && is_inf(s, b)) || (is_zero(s, a) && is_zero(s, b))) return invalid(s);
-  const std::uint64_t sign = sign_of(s, a ^ b);
+  const Word<S> sign = sign_of(s, a ^ b);
   if (is_zero(s, a) || is_inf(s, b)) return sign;
   raise(s, is_zero(s, b) && !is_inf(s, a), flag_divide_by_zero);
   if (is_zero(s, b) || is_inf(s, a)) return sign | infinity(s);
   return div_finite(s, unpack(s, a), unpack(s, b), mode);
 }
 
-[[gnu::always_inline]] inline std::uint64_t div(Shape auto s, std::uint64_t a, std::uint64_t b,
-                                                Direction mode) {
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> div(S s, Word<S> a, Word<S> b, Direction mode) {
   if (!is_normal(s, a) || !is_normal(s, b)) [[unlikely]]
     return div_special(s, a, b, mode);
   return div_finite(s, unpack_normal(s, a), unpack_normal(s, b), mode);
 }
 
+// A significand in another kind of word, its leading bit at `lead` again.
+template <class To, class W>
+constexpr To resize(W sig) {
+  if constexpr (sizeof(To) > sizeof(W)) return To{sig} << 64;
+  if constexpr (sizeof(To) < sizeof(W)) {
+    return static_cast<To>(sig >> 64) | To{static_cast<To>(sig) != 0};
+  }
+  return static_cast<To>(sig);
+}
+
 // The conversion of a zero, an infinity or a NaN; every NaN becomes the canonical one.
-[[gnu::cold, gnu::noinline]] std::uint64_t convert_special(Shape auto from, Shape auto to,
-                                                           std::uint64_t a, std::uint64_t sign) {
+template <Shape From, Shape To>
+[[gnu::cold, gnu::noinline]] Word<To> convert_special(From from, To to, Word<From> a,
+                                                      Word<To> sign) {
   if (is_zero(from, a)) return sign;
   if (is_inf(from, a)) return sign | infinity(to);
   raise(to, is_signaling(from, a), flag_invalid);
@@ -342,22 +441,24 @@ constexpr std::uint64_t quotient(Shape auto s, std::uint64_t x, std::uint64_t y)
 }
 
 // The pattern `a` of one shape rounded to another.
-[[gnu::always_inline]] inline std::uint64_t convert(Shape auto from, Shape auto to, std::uint64_t a,
-                                                    Direction mode) {
-  const std::uint64_t sign = sign_bit(to) & mask_if(sign_of(from, a) != 0);
+template <Shape From, Shape To>
+[[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
+  const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
   if (magnitude(from, a) - 1 >= infinity(from) - 1) [[unlikely]]
     return convert_special(from, to, a, sign);
-  const Unpacked x = unpack(from, a);
-  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), x.sig}, mode);
+  const auto x = unpack(from, a);
+  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), resize<Word<To>>(x.sig)}, mode);
 }
 
 // The integer n, above -2^63, rounded.
-constexpr std::uint64_t from_integer(Shape auto s, std::int64_t n, Direction mode) {
+template <Shape S>
+constexpr Word<S> from_integer(S s, std::int64_t n, Direction mode) {
   if (n == 0) return 0;
   const auto magnitude = static_cast<std::uint64_t>(n < 0 ? -n : n);
-  const int zeros = std::countl_zero(magnitude);
-  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + lead - zeros, magnitude << zeros},
-                        mode);
+  const std::int64_t zeros = leading_zeros(magnitude);
+  return round_and_pack(
+      s, {n < 0 ? sign_bit(s) : 0, bias(s) + 63 - zeros, resize<Word<S>>(magnitude << zeros)},
+      mode);
 }
 
 }  // namespace zelk::swflt::detail

@@ -138,9 +138,8 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
       payload.big->reset();
     }
     *payload.big = *other.payload.big;
-    const payload_type kept = payload;
-    copy_words(other);
-    payload = kept;
+    fmt = other.fmt;
+    control = other.control;
   } else {
     IEEEFloat copy(other);
     swap(copy);

@@ -66,12 +66,11 @@ void set_limbs(mpz_ptr z, const mp_limb_t* limbs, int size) {
   if (z->_mp_alloc < n) {
     mpz_realloc2(z, static_cast<unsigned long>(n) * 64);
   }
-  if (n > 4) {
+  if (n == 2) {
+    z->_mp_d[0] = limbs[0];
+    z->_mp_d[1] = limbs[1];
+  } else if (n != 0) {
     mpn_copyi(z->_mp_d, limbs, n);
-  } else {
-    for (int i = 0; i < n; ++i) {
-      z->_mp_d[i] = limbs[i];
-    }
   }
   z->_mp_size = size;
 }
@@ -184,14 +183,13 @@ void QNumber::assign_big(const QNumber& other) {
   if (this == &other) {
     return;
   }
-  if (is_small()) {
+  if (!is_small() && !other.is_small() && is_integer() && other.is_integer()) [[likely]] {
+    set_limbs(mpq_numref(gmp), mpq_numref(other.gmp)->_mp_d, mpq_numref(other.gmp)->_mp_size);
+  } else if (is_small()) {
     init_copy(other);
   } else if (other.is_small()) {
     mpz_set_si(mpq_numref(gmp), other.num);
     mpz_set_si(mpq_denref(gmp), other.den);
-  } else if (is_integer() && other.is_integer()) {
-    mpz_srcptr z = mpq_numref(other.gmp);
-    set_limbs(mpq_numref(gmp), z->_mp_d, z->_mp_size);
   } else {
     mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
     mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));

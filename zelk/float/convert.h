@@ -140,7 +140,7 @@ inline bool word_integer(swflt::detail::RuntimeShape s, IEEEFloat::rounding_mode
   const std::int64_t right = swflt::detail::bias(s) + s.mant_width - exp;
   if (right > 0) {
     const std::int64_t n = std::min<std::int64_t>(right, 63);
-    const std::uint64_t half = swflt::detail::pow2<std::uint64_t>(n - 1);
+    const auto half = swflt::detail::pow2<std::uint64_t>(n - 1);
     const std::uint64_t rest = m & (2 * half - 1);
     m >>= n;
     m += static_cast<std::uint64_t>(

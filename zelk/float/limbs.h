@@ -58,6 +58,7 @@ class LimbStore {
   }
   LimbStore(const LimbStore&) = delete;
   LimbStore& operator=(const LimbStore&) = delete;
+  ~LimbStore() = default;
 
   mp_limb_t* take(long limbs) { return std::exchange(next, next + limbs); }
 

@@ -154,7 +154,7 @@ constexpr Word<S> integer_significand(S s, Word<S> magnitude, std::int64_t exp) 
 template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack(S s, Word<S> a) {
   const std::int64_t exp = exponent(s, magnitude(s, a));
-  const Word<S> sig = significand<lead<Word<S>>>(s, magnitude(s, a), exp);
+  const auto sig = significand<lead<Word<S>>>(s, magnitude(s, a), exp);
   const std::int64_t n = leading_zeros(sig);
   return {sign_of(s, a), exp - n, sig << n};
 }
@@ -260,7 +260,7 @@ template <bool subtract, Shape S>
   const Word<S> difference = a ^ addend;
   const Word<S> mag_a = magnitude(s, a);
   const Word<S> mag_b = magnitude(s, b);
-  const Word<S> swap = mask_if<Word<S>>(mag_a < mag_b);
+  const auto swap = mask_if<Word<S>>(mag_a < mag_b);
   const Word<S> large = mag_a ^ ((mag_a ^ mag_b) & swap);
   const Word<S> small = mag_b ^ ((mag_a ^ mag_b) & swap);
   const Word<S> sign = sign_of(s, a ^ (difference & swap));
@@ -270,9 +270,9 @@ template <bool subtract, Shape S>
   // Hidden bits one below `lead`, so that a carry has room.
   const std::int64_t exp = exponent(s, large);
   const std::int64_t small_exp = exponent(s, small);
-  const Word<S> x = significand<lead<Word<S>> - 1>(s, large, exp);
-  const Word<S> y = significand<lead<Word<S>> - 1>(s, small, small_exp);
-  const Word<S> minus = mask_if<Word<S>>(sign_of(s, difference) != 0);
+  const auto x = significand<lead<Word<S>> - 1>(s, large, exp);
+  const auto y = significand<lead<Word<S>> - 1>(s, small, small_exp);
+  const auto minus = mask_if<Word<S>>(sign_of(s, difference) != 0);
   const Word<S> sum = x + (align(s, y, exp - small_exp) ^ minus) - minus;
   if (sum == 0) [[unlikely]]
     return minus == 0 ? sign : mode == downward ? sign_bit(s) : 0;

@@ -261,8 +261,8 @@ template <bool subtract, Shape S>
   const Word<S> mag_a = magnitude(s, a);
   const Word<S> mag_b = magnitude(s, b);
   const auto swap = mask_if<Word<S>>(mag_a < mag_b);
-  const Word<S> large = mag_a ^ ((mag_a ^ mag_b) & swap);
-  const Word<S> small = mag_b ^ ((mag_a ^ mag_b) & swap);
+  const Word<S> large = mag_a < mag_b ? mag_b : mag_a;
+  const Word<S> small = mag_a ^ mag_b ^ large;
   const Word<S> sign = sign_of(s, a ^ (difference & swap));
   if (large >= infinity(s)) [[unlikely]]
     return add_special(s, a, b, addend);

@@ -84,6 +84,17 @@ TEST(Allocation, WordsAllocateNothing) {
     x.set_format({8, 55});
     ASSERT_TRUE(!(x < y && x.is_nan()) && allocations == before) << name(x);
   }
+  for (const Format f : {Format{15, 112}, {19, 236}, {30, 20000}}) {
+    const IEEEFloat a = IEEEFloat::from_number(QNumber(-7) / 3, f, modes[2]);
+    const IEEEFloat b = IEEEFloat::from_number(QNumber(1) / 7, f, modes[0]);
+    IEEEFloat r = a / b;  // leaves the block of large operations behind
+    for (int op = 0; op < 4; ++op) {
+      const unsigned long before = allocations;
+      r = a;
+      apply(op, r, b);
+      ASSERT_TRUE(r < b && b > r && allocations == before) << f.mant_width << operators[op];
+    }
+  }
   QNumber q = 1;
   const QNumber step = QNumber(3) / 7;
   const unsigned long before = allocations;

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <memory>
 #include <utility>
 
 #include "zelk/float/convert.h"
@@ -40,20 +39,35 @@ struct LimbShape {
   unsigned top_bit() const { return static_cast<unsigned>(mant_width % limb_bits); }
 };
 
-/// A number of limbs to compute in: on the stack while that is small, else in one block that is
-/// kept for the next operation. Nothing is initialised.
+// The block of large operations. Given back at exit, and made anew for whoever computes later.
+constinit mp_limb_t* limb_block = nullptr;
+constinit long limb_block_size = 0;
+
+inline void free_limb_block() {
+  delete[] std::exchange(limb_block, nullptr);
+  limb_block_size = 0;
+}
+
+const struct LimbBlockRelease {
+  LimbBlockRelease() = default;
+  LimbBlockRelease(const LimbBlockRelease&) = delete;
+  LimbBlockRelease& operator=(const LimbBlockRelease&) = delete;
+  ~LimbBlockRelease() { free_limb_block(); }
+} limb_block_release;
+
+/// Limbs to compute in: on the stack while they are few, else in one block that is kept for the
+/// next operation: one object at a time. Nothing is initialised.
 class LimbStore {
  public:
   /// \throws std::bad_alloc
   explicit LimbStore(long limbs) : next(local) {
     if (limbs > local_size) {
-      if (limbs > block_size) {
-        block.reset();
-        block_size = 0;
-        block.reset(new mp_limb_t[static_cast<std::size_t>(limbs)]);
-        block_size = limbs;
+      if (limbs > limb_block_size) {
+        free_limb_block();
+        limb_block = new mp_limb_t[static_cast<std::size_t>(limbs)];
+        limb_block_size = limbs;
       }
-      next = block.get();
+      next = limb_block;
     }
   }
   LimbStore(const LimbStore&) = delete;
@@ -64,8 +78,6 @@ class LimbStore {
 
  private:
   static constexpr long local_size = 96;
-  static inline std::unique_ptr<mp_limb_t[]> block;
-  static inline long block_size = 0;
 
   mp_limb_t* next;
   mp_limb_t local[local_size];
@@ -255,7 +267,7 @@ struct LimbOperation {
   LimbStore store;
   LimbNumber x, y;
 
-  /// With `room` limbs besides those of operands and result.
+  /// With room for so many limbs per limb of a significand, besides operands and result.
   LimbOperation(const IEEEFloat::format& f, long room_per_limb)
       : shape{f.exp_width, f.mant_width},
         n(shape.significand_size()),

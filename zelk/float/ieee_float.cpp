@@ -133,11 +133,14 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
     delete payload.big;
     copy_words(other);
   } else if (is_generic()) {
-    // The number takes the source's form, where plain assignment would keep a big one big.
-    if (other.payload.big->is_small()) {
+    // Where every pattern fits the small form the number returns to it; elsewhere it keeps its
+    // storage for the next pattern that needs it.
+    if (other.payload.big->is_small() && other.fmt.exp_width + other.fmt.mant_width <= 62) {
       payload.big->reset();
     }
-    *payload.big = *other.payload.big;
+    if (!payload.big->assign_in_place(*other.payload.big)) {
+      *payload.big = *other.payload.big;
+    }
     fmt = other.fmt;
     control = other.control;
   } else {

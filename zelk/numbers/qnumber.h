@@ -315,6 +315,29 @@ class QNumber {
   /// The numerator of a big number, until that changes.
   mpz_srcptr big_numerator() const { return mpq_numref(gmp); }
 
+  /// Takes the value of another integer of few limbs where both are big and this number has the
+  /// storage; false, and nothing done, otherwise. Fields as the GMP manual gives them under
+  /// "Integer Internals", here and below: for a few limbs calls cost more than the copy.
+  bool assign_in_place(const QNumber& other) {
+    if (is_small() || other.is_small() || !is_integer() || !other.is_integer()) {
+      return false;
+    }
+    mpz_ptr to = mpq_numref(gmp);
+    mpz_srcptr from = mpq_numref(other.gmp);
+    const int n = from->_mp_size;
+    if (n < 2 || n > 4 || to->_mp_alloc < n) {
+      return false;
+    }
+    to->_mp_d[0] = from->_mp_d[0];
+    to->_mp_d[1] = from->_mp_d[1];
+    if (n > 2) {
+      to->_mp_d[2] = from->_mp_d[2];
+      to->_mp_d[n - 1] = from->_mp_d[n - 1];
+    }
+    to->_mp_size = n;
+    return true;
+  }
+
   /// Becomes the integer low + 2^64 * high, by the same rule.
   void assign(unsigned long low, unsigned long high) {
     if (!is_small() && high != 0 && is_integer() && mpq_numref(gmp)->_mp_alloc >= 2) [[likely]] {

@@ -17,7 +17,6 @@ unsigned long digest = 0;
 void add(unsigned long word) { digest = (digest ^ word) * 0x9E3779B97F4A7C15 + (digest >> 29); }
 
 void add(const QNumber& q) {
-  ++results;
   for (QNumber part : {q.get_num(), q.get_den()}) {
     for (add(part.sign() < 0 ? 1 : 0); !part.is_zero() && !(part == -1);) {
       add(zelk::BVNumber::low_word(part));
@@ -31,6 +30,7 @@ void add(const IEEEFloat& x) { add(x.get_bits()); }
 // What the call gives, or the text that it throws.
 template <typename Call>
 void add_result(Call call) {
+  ++results;
   try {
     add(call());
   } catch (const IEEEFloat::error& e) {
@@ -69,7 +69,7 @@ void run(Format f, IEEEFloat::Repr repr, const std::vector<Format>& targets) {
     for (const unsigned long w : {1UL, 8UL, 32UL, 63UL, 64UL, 70UL}) {
       add_result([&] { return x.to_integer(w); });
     }
-    if (f.exp_width <= 20) {
+    if (f.exp_width <= 20 || f.exp_width >= 40) {  // between them values can be huge, not refused
       add_result([&] { return x.to_integer(0); });
       add_result([&] { return x.to_number(); });
     }

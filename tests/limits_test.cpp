@@ -102,11 +102,16 @@ TEST(Limits, WideExponentsCostNothingExtra) {
       EXPECT_EQ(bits(tiny - v), minus_one - (rm == 1 || rm == 2 ? 1 : 0)) << name(v);
       EXPECT_TRUE(bits(v + IEEEFloat(f, up)) == one && v.to_integer(3) == 1) << name(v);
       EXPECT_TRUE(REFUSED(tiny, x.to_number()));
+      EXPECT_TRUE(f.exp_width > 63 ||
+                  (tiny.to_integer(0) == 0 && IEEEFloat(f, up).to_number() == 0));
     }
     const IEEEFloat huge = generic(f, up, bits(IEEEFloat::max_value(f)));
     const IEEEFloat smallest = generic(f, up, mpz_class(1) << f.mant_width);
     EXPECT_TRUE(REFUSED(huge, x.to_number()) && REFUSED(huge, x.to_integer(0)));
     EXPECT_TRUE(REFUSED(huge, x.to_integer(~0UL)));
+    mpz_class even = 300000 + f.mant_width;  // 2^m * 2^300001, of which the low 300002 bits are 0
+    even = (even << f.mant_width) + (mpz_class(1) << (f.exp_width + f.mant_width - 1));
+    EXPECT_EQ(generic(f, up, even).to_integer(300002), 0) << name(huge);
     EXPECT_EQ(REFUSED(huge, x += smallest), f.exp_width == 64);
     EXPECT_EQ(huge.to_integer(1000), 0);
     EXPECT_EQ(smallest.to_integer(8), f.exp_width == 64 ? 0 : 1);

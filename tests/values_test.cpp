@@ -107,6 +107,8 @@ TEST(Values, PackedOnes) {
     EXPECT_TRUE(!(nan < zero) && flags_were(0) && !(nan <= zero) && flags_were(0));
     EXPECT_TRUE(!(nan == zero) && flags_were(0));
     EXPECT_TRUE(bits(zero / zero) == bits(nan) && flags_were(0));
+    EXPECT_TRUE(!IEEEFloat::from_number(QNumber(1) / 3, f, modes[0]).is_zero() && flags_were(0));
+    EXPECT_TRUE(!IEEEFloat::from_number(3, f, modes[0]).is_zero() && flags_were(1));
     nan.set_format(f == single ? twice : single);
     EXPECT_TRUE(bits(nan) == (f == twice ? 0xFF800001 : 0xFFF0000000000001) && flags_were(0));
   }

@@ -35,9 +35,11 @@ inline void require_room_for_value(long k, unsigned long mant_width) {
   require_bits(2 + (k < 0 ? std::max(shift, mant_width) : shift + mant_width));
 }
 
-/// The exact value of a finite pattern.
+/// The exact value of a finite pattern; 0 for a magnitude below one when only large ones are asked
+/// for.
 /// \throws IEEEFloat::error for NaNs and infinities; "reached limit on float precision".
-inline QNumber exact_value(TempNumProvider& tp, IEEEFloat::format f, const QNumber& bits) {
+inline QNumber exact_value(TempNumProvider& tp, IEEEFloat::format f, const QNumber& bits,
+                           bool large = false) {
   const Operand a = read_operand(f, bits, tp.exp1, tp.mant1);
   if (a.is_zero) {
     return 0;
@@ -55,6 +57,9 @@ inline QNumber exact_value(TempNumProvider& tp, IEEEFloat::format f, const QNumb
     throw_precision_limit();
   }
   const long k = tp.exp1.to_long();
+  if (large && k < -static_cast<long>(f.mant_width)) {
+    return 0;
+  }
   require_room_for_value(k, f.mant_width);
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
   QNumber significand;
@@ -95,6 +100,9 @@ inline QNumber rounded_integer(TempNumProvider& tp, IEEEFloat::format f,
       return 0;
     }
     BVNumber::trim(tp.mant1, w - left);  // what the shift would push out of w bits
+    if (tp.mant1.is_zero()) {
+      return 0;
+    }
     require_bits(BVNumber::bit_length(tp.mant1) + left);
     BVNumber::bit_left_shift(tp.mant1, left, &tp.mant1);
   } else if (shift > 0) {

@@ -92,12 +92,12 @@ QNumber IEEEFloat::format::bias() const { return exp_width == 0 ? 0 : ones(exp_w
 QNumber IEEEFloat::format::max_exponent() const { return ones(exp_width); }
 QNumber IEEEFloat::format::max_mantissa() const { return ones(mant_width); }
 
-inline bool IEEEFloat::has_word_road(const format& f, unsigned rm) {
+bool IEEEFloat::has_word_road(const format& f, unsigned rm) {
   return short_roads && rm <= ROUND_TOWARD_NEGATIVE &&
          swflt::detail::serves(f.exp_width, f.mant_width);
 }
 
-inline bool IEEEFloat::has_limb_road(const format& f, unsigned rm) {
+bool IEEEFloat::has_limb_road(const format& f, unsigned rm) {
   return short_roads && rm <= ROUND_TOWARD_NEGATIVE && LimbShape::serves(f);
 }
 
@@ -456,7 +456,7 @@ template <class Operation>
   const QNumber& right = *other.payload.big;
   if (!has_word_road(fmt, mode()) || fmt.exp_width + fmt.mant_width > 62 || !left.is_small() ||
       !right.is_small()) [[unlikely]] {
-    return apply_to_big<Operation>(other);
+    return apply_otherwise<Operation>(other);
   }
   const auto a = static_cast<std::uint64_t>(left.to_small());
   const auto b = static_cast<std::uint64_t>(right.to_small());
@@ -467,7 +467,7 @@ template <class Operation>
 // Generic values whose patterns have more than 63 bits or stand in a number of the big form, and
 // all that the short road does not serve.
 template <class Operation>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_big(const IEEEFloat& other) {
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
   if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
     const swflt::detail::uint128 pattern =
         Operation::on_words(swflt::detail::binary128, double_word(*payload.big),
@@ -541,6 +541,9 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     std::uint64_t word = round(num);
     if (!is_integer) {
       word = swflt::detail::div(shape(f), word, round(den), direction_of(rm));
+      if (get_best_repr(f) != REPR_GENERIC) {
+        swflt::float_exception_flags = 0;  // as by the division of packed values
+      }
     }
     return from_word(word, f, rm);
   }
@@ -613,7 +616,7 @@ void IEEEFloat::convert_number(const format& f) {
 }
 
 // Whether the value has a pattern of its format that words serve: `low_word`.
-inline bool IEEEFloat::is_word() const {
+bool IEEEFloat::is_word() const {
   return has_word_road(fmt, ROUND_NEAREST_EVEN) && (is_generic() || repr() == get_best_repr(fmt));
 }
 
@@ -644,7 +647,7 @@ QNumber IEEEFloat::to_integer(unsigned long w) const {
   if (is_zero() || is_nan() || is_inf()) {
     return 0;
   }
-  const mpq_class q = to_number().to_mpq();
+  const mpq_class q = exact_value(tp, fmt, pattern(tp.mant2), true).to_mpq();
   return {mpz_class(q.get_num() / q.get_den()), 1};  // truncating, as GMP's / does
 }
 

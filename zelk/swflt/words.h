@@ -242,13 +242,12 @@ template <Shape S>
   return is_inf(s, a) ? a : addend;
 }
 
-// sig / 2^n, n not negative, near enough for a sum with a significand that is not smaller: digits
-// are lost only when sig is shifted out of the word, and then the leading bit of the sum moves down
-// by one place at most.
+// sig / 2^n, n not negative, near enough for a sum with a significand that is not smaller. Where a
+// digit is lost, n is so large that the leading bit of the sum moves down by one place at most.
 template <Shape S>
 constexpr Word<S> align(S s, Word<S> sig, std::int64_t n) {
   if (!is_short(s)) return shift_right_jam(sig, n);
-  // Below a quarter of an ulp it only matters that there is something.
+  // All of sig fits below a quarter of an ulp, and there it only matters that it is not 0.
   return sig >> std::min<std::int64_t>(n, s.mant_width + 3);
 }
 

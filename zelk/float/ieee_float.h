@@ -24,9 +24,9 @@ namespace zelk {
 ///
 /// Operations on a format whose patterns (1 + e + m bits) pass `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
-/// Arithmetic is defined for e >= 2 and m >= 1; on patterns of up to 63 bits, and on wider ones in a
-/// number that has had one of 64 bits or more, it allocates nothing. Whatever is thrown, allocation failure included,
-/// the value keeps what it was.
+/// Arithmetic is defined for e >= 2 and m >= 1. It allocates nothing for patterns of up to 63 bits,
+/// nor for wider ones once the value has held one of 64 bits or more. Whatever is thrown,
+/// allocation failure included, the value keeps what it was.
 class IEEEFloat {
  public:
   /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.
@@ -222,9 +222,9 @@ class IEEEFloat {
   /// magnitude reduced modulo 2^w and the sign put back. Zeros and subnormals then give 0 in
   /// every mode; infinities and NaNs are taken as (2^m + T) * 2^(bias + 1 - m). Needs no more
   /// than max(m, w) bits for w > 0.
-  /// \throws error "reached limit on float precision" for w = 0 as `to_number`, but for e <= 63 not
-  ///   below one; for w > 0 when
-  ///   neither w nor the shifted significand is within `max_bits`.
+  /// \throws error "reached limit on float precision" for w = 0 as `to_number`, but
+  ///   for e <= 63 not below one; for w > 0 when neither w nor the shifted significand is within
+  ///   `max_bits`.
   QNumber to_integer(unsigned long w) const;
 
   /// The decimal value, without an exponent part, with as many digits as GMP's default float

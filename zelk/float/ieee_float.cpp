@@ -584,8 +584,27 @@ bool IEEEFloat::convert_word(const format& f) {
   return true;
 }
 
+// The same for a word and a pattern of (15, 112).
+bool IEEEFloat::convert_double_word(const format& f) {
+  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
+  constexpr format quad{15, 112};
+  if (f == quad && is_word() && has_word_road(fmt, mode())) {
+    const uint128 pattern = convert(shape(), binary128, low_word(), direction_of(mode()));
+    const mp_limb_t limbs[] = {static_cast<mp_limb_t>(pattern),
+                               static_cast<mp_limb_t>(pattern >> 64)};
+    set_limbs(f, limbs, 2);
+    return true;
+  }
+  if (fmt == quad && is_generic() && has_word_road(f, mode())) {
+    set_word(f, convert(binary128, shape(f), double_word(*payload.big), direction_of(mode())));
+    return true;
+  }
+  return false;
+}
+
 void IEEEFloat::set_format(format f) {
-  if (f == fmt || (!is_generic() && convert_packed(f)) || convert_word(f)) {
+  if (f == fmt || (!is_generic() && convert_packed(f)) || convert_word(f) ||
+      convert_double_word(f)) {
     return;
   }
   convert_number(f);

@@ -322,6 +322,7 @@ class IEEEFloat {
   void set_limbs(const format& f, const mp_limb_t* limbs, long n);
   bool convert_packed(const format& f);
   bool convert_word(const format& f);
+  bool convert_double_word(const format& f);
   void convert_number(const format& f);
   template <class Operation>
   IEEEFloat& apply(const IEEEFloat& other);

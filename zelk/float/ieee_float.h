@@ -271,7 +271,7 @@ class IEEEFloat {
   std::uint64_t low_word() const;
   // Narrow values take short roads on words in front of the algorithms on numbers, which serve
   // every format, mode and size and stay the reference. A build without the short roads gives the
-  // same results.
+  // same results, but for sums that only they find room for under a very low `max_bits`.
 #ifdef ZELK_REFERENCE_ONLY
   static constexpr bool short_roads = false;
 #else

@@ -431,7 +431,9 @@ inline Answer less_limbs(const LimbShape& s, Limbs a, Limbs b) {
     }
     return (top_a < top_b) != negative ? Answer::yes : Answer::no;
   }
-  const int order = a.size != b.size ? (a.size < b.size ? -1 : 1) : mpn_cmp(a.data, b.data, a.size);
+  const int order = a.size != b.size ? (a.size < b.size ? -1 : 1)
+                    : a.size == 0    ? 0
+                                     : mpn_cmp(a.data, b.data, a.size);
   return (negative ? order > 0 : order < 0) ? Answer::yes : Answer::no;
 }
 

@@ -59,6 +59,13 @@ mpq_ptr new_gmp() {
   return q;
 }
 
+// Makes room in z for the value of another integer; z keeps its own.
+void reserve(mpz_ptr z, mpz_srcptr value) {
+  if (mpz_size(z) < mpz_size(value)) {
+    mpz_realloc2(z, mpz_size(value) * 64);
+  }
+}
+
 // z := the integer of |size| limbs with the sign of `size`. Writes to the fields, whose meaning the
 // GMP manual gives under "Integer Internals": for a few limbs calls cost more than the copy.
 void set_limbs(mpz_ptr z, const mp_limb_t* limbs, int size) {
@@ -146,7 +153,9 @@ QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
   }
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
   const unsigned long twos = k < 0 ? std::min(mpn_scan1(limbs, 0), shift) : 0;
-  require_bits(k < 0 ? shift + 1 : shift + static_cast<unsigned long>(n) * 64);
+  require_bits(k < 0 ? shift + 1
+                     : shift + static_cast<unsigned long>(n) * 64 -
+                           static_cast<unsigned long>(std::countl_zero(limbs[n - 1])));
   mpz_t significand;
   QNumber q;
   q.make_big();
@@ -162,20 +171,25 @@ QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
   return q;
 }
 
+// Both parts are there before this number changes: an allocator of GMP's may throw.
+
 void QNumber::init_copy(const QNumber& other) {
-  gmp = new_gmp();
-  den = 0;
-  mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
-  mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));
+  QNumber copy;
+  copy.gmp = new_gmp();
+  copy.den = 0;
+  mpz_set(mpq_numref(copy.gmp), mpq_numref(other.gmp));
+  mpz_set(mpq_denref(copy.gmp), mpq_denref(other.gmp));
+  take(copy);
 }
 
 void QNumber::make_big() {
   if (is_small()) {
-    auto* q = new_gmp();
-    mpz_set_si(mpq_numref(q), num);
-    mpz_set_si(mpq_denref(q), den);
-    gmp = q;
-    den = 0;
+    QNumber big;
+    big.gmp = new_gmp();
+    big.den = 0;
+    mpz_set_si(mpq_numref(big.gmp), num);
+    mpz_set_si(mpq_denref(big.gmp), den);
+    take(big);
   }
 }
 
@@ -191,6 +205,8 @@ void QNumber::assign_big(const QNumber& other) {
     mpz_set_si(mpq_numref(gmp), other.num);
     mpz_set_si(mpq_denref(gmp), other.den);
   } else {
+    reserve(mpq_numref(gmp), mpq_numref(other.gmp));
+    reserve(mpq_denref(gmp), mpq_denref(other.gmp));
     mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
     mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));
   }

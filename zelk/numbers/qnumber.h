@@ -181,7 +181,8 @@ class QNumber {
     return q;
   }
 
-  /// The same for n limbs, the lowest first and the highest not 0.
+  /// The same for n limbs, the lowest first and the highest not 0; big unless the one limb fits a
+  /// word.
   static QNumber scaled(const mp_limb_t* limbs, long n, bool negative, long k);
 
   /// Same value, same form.

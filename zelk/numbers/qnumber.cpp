@@ -61,7 +61,7 @@ mpq_ptr new_gmp() {
 
 // Makes room in z for the value of another integer; z keeps its own.
 void reserve(mpz_ptr z, mpz_srcptr value) {
-  if (mpz_size(z) < mpz_size(value)) {
+  if (z->_mp_alloc < static_cast<int>(mpz_size(value))) {
     mpz_realloc2(z, mpz_size(value) * 64);
   }
 }

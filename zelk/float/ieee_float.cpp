@@ -580,7 +580,15 @@ bool IEEEFloat::convert_word(const format& f) {
       !(is_generic() || repr() == get_best_repr(fmt))) {
     return false;
   }
-  set_word(f, swflt::detail::convert(shape(), shape(f), low_word(), direction_of(mode())));
+  const std::uint64_t word =
+      swflt::detail::convert(shape(), shape(f), low_word(), direction_of(mode()));
+  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
+    payload.big->assign(word);
+    set_repr(REPR_GENERIC);
+    set_widths(f);
+  } else {
+    set_word(f, word);
+  }
   return true;
 }
 

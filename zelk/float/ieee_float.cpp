@@ -28,51 +28,37 @@ swflt::detail::uint128 double_word(const QNumber& q) {
   return swflt::detail::uint128{mpz_getlimbn(z, 1)} << 64 | mpz_getlimbn(z, 0);
 }
 
-// The four operations on words of any shape, on limbs and on numbers.
-
-struct Addition {
-  template <swflt::detail::Shape S>
-  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
-                                                                swflt::detail::Word<S> b,
-                                                                swflt::detail::Direction mode) {
-    return swflt::detail::add(s, a, b, mode);
-  }
-  static constexpr auto on_limbs = add_sub_limbs<false>;
-  static constexpr auto on_numbers = add_float;
+// An operation on words of any shape, on limbs and on numbers.
+template <auto words, auto limbs, auto numbers>
+struct Operation {
+  static constexpr auto on_words = words;
+  static constexpr auto on_limbs = limbs;
+  static constexpr auto on_numbers = numbers;
 };
 
-struct Subtraction {
-  template <swflt::detail::Shape S>
-  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
-                                                                swflt::detail::Word<S> b,
-                                                                swflt::detail::Direction mode) {
-    return swflt::detail::sub(s, a, b, mode);
-  }
-  static constexpr auto on_limbs = add_sub_limbs<true>;
-  static constexpr auto on_numbers = subtract_float;
+using Direction = swflt::detail::Direction;
+
+constexpr auto add_words =
+    [](auto s, auto a, auto b, Direction mode) __attribute__((always_inline)) {
+  return swflt::detail::add(s, a, b, mode);
+};
+constexpr auto subtract_words =
+    [](auto s, auto a, auto b, Direction mode) __attribute__((always_inline)) {
+  return swflt::detail::sub(s, a, b, mode);
+};
+constexpr auto multiply_words =
+    [](auto s, auto a, auto b, Direction mode) __attribute__((always_inline)) {
+  return swflt::detail::mul(s, a, b, mode);
+};
+constexpr auto divide_words =
+    [](auto s, auto a, auto b, Direction mode) __attribute__((always_inline)) {
+  return swflt::detail::div(s, a, b, mode);
 };
 
-struct Multiplication {
-  template <swflt::detail::Shape S>
-  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
-                                                                swflt::detail::Word<S> b,
-                                                                swflt::detail::Direction mode) {
-    return swflt::detail::mul(s, a, b, mode);
-  }
-  static constexpr auto on_limbs = multiply_limbs;
-  static constexpr auto on_numbers = multiply_float;
-};
-
-struct Division {
-  template <swflt::detail::Shape S>
-  [[gnu::always_inline]] static swflt::detail::Word<S> on_words(S s, swflt::detail::Word<S> a,
-                                                                swflt::detail::Word<S> b,
-                                                                swflt::detail::Direction mode) {
-    return swflt::detail::div(s, a, b, mode);
-  }
-  static constexpr auto on_limbs = divide_limbs;
-  static constexpr auto on_numbers = divide_float;
-};
+using Addition = Operation<add_words, add_sub_limbs<false>, add_float>;
+using Subtraction = Operation<subtract_words, add_sub_limbs<true>, subtract_float>;
+using Multiplication = Operation<multiply_words, multiply_limbs, multiply_float>;
+using Division = Operation<divide_words, divide_limbs, divide_float>;
 
 // 2^k - 1.
 QNumber ones(unsigned long k) {
@@ -230,13 +216,6 @@ IEEEFloat IEEEFloat::from_limbs(const mp_limb_t* limbs, long n, format f, roundi
   IEEEFloat x;
   x.set_mode(rm);
   x.set_limbs(f, limbs, n);
-  return x;
-}
-
-IEEEFloat IEEEFloat::from_word(std::uint64_t word, format f, rounding_mode rm) {
-  IEEEFloat x;
-  x.set_mode(rm);
-  x.set_word(f, word);
   return x;
 }
 
@@ -434,77 +413,77 @@ void IEEEFloat::packed_next(bool up) {
 // ---- Rounded arithmetic ----
 
 // Packed results come without flags: the library never reports them.
-template <class Operation>
+template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply64(const IEEEFloat& other) {
-  payload.bits64 = Operation::on_words(swflt::detail::binary64, payload.bits64,
-                                       other.payload.bits64, direction_of(mode()));
+  payload.bits64 = Op::on_words(swflt::detail::binary64, payload.bits64, other.payload.bits64,
+                                direction_of(mode()));
   swflt::float_exception_flags = 0;
   return *this;
 }
 
-template <class Operation>
+template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply32(const IEEEFloat& other) {
-  payload.bits32 = static_cast<std::uint32_t>(Operation::on_words(
+  payload.bits32 = static_cast<std::uint32_t>(Op::on_words(
       swflt::detail::binary32, payload.bits32, other.payload.bits32, direction_of(mode())));
   swflt::float_exception_flags = 0;
   return *this;
 }
 
-template <class Operation>
+template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_generic(const IEEEFloat& other) {
   QNumber& left = *payload.big;
   const QNumber& right = *other.payload.big;
   if (!has_word_road(fmt, mode()) || fmt.exp_width + fmt.mant_width > 62 || !left.is_small() ||
       !right.is_small()) [[unlikely]] {
-    return apply_otherwise<Operation>(other);
+    return apply_otherwise<Op>(other);
   }
   const auto a = static_cast<std::uint64_t>(left.to_small());
   const auto b = static_cast<std::uint64_t>(right.to_small());
-  left.assign_small(static_cast<long>(Operation::on_words(shape(), a, b, direction_of(mode()))));
+  left.assign_small(static_cast<long>(Op::on_words(shape(), a, b, direction_of(mode()))));
   return *this;
 }
 
 // Generic values whose patterns have more than 63 bits or stand in a number of the big form, and
 // all that the short road does not serve.
-template <class Operation>
+template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
   if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
     const swflt::detail::uint128 pattern =
-        Operation::on_words(swflt::detail::binary128, double_word(*payload.big),
-                            double_word(*other.payload.big), direction_of(mode()));
+        Op::on_words(swflt::detail::binary128, double_word(*payload.big),
+                     double_word(*other.payload.big), direction_of(mode()));
     payload.big->assign(static_cast<std::uint64_t>(pattern),
                         static_cast<std::uint64_t>(pattern >> 64));
   } else if (has_word_road(fmt, mode())) {
-    payload.big->assign(Operation::on_words(shape(), word(), other.word(), direction_of(mode())));
+    payload.big->assign(Op::on_words(shape(), word(), other.word(), direction_of(mode())));
   } else {
     TempNumProvider tp;
     if (!has_limb_road(fmt, mode()) ||
-        !Operation::on_limbs(fmt, get_mode(), *payload.big, *other.payload.big)) {
-      Operation::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+        !Op::on_limbs(fmt, get_mode(), *payload.big, *other.payload.big)) {
+      Op::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
     }
   }
   return *this;
 }
 
-// Representations 2 and 3 are one.
-template <class Operation>
+// Representations 2 and 3 are one; what else differs is refused.
+template <class Op>
 [[gnu::cold, gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_stored_3(const IEEEFloat& other) {
   require_both_generic(other);
-  return apply_generic<Operation>(other);
+  return apply_generic<Op>(other);
 }
 
-template <class Operation>
+template <class Op>
 IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
   if (!same_kind(other)) [[unlikely]] {
-    return apply_to_stored_3<Operation>(other);
+    return apply_to_stored_3<Op>(other);
   }
   switch (repr()) {
     case REPR_FLOAT64:
-      return apply64<Operation>(other);
+      return apply64<Op>(other);
     case REPR_FLOAT32:
-      return apply32<Operation>(other);
+      return apply32<Op>(other);
     default:
-      return apply_generic<Operation>(other);
+      return apply_generic<Op>(other);
   }
 }
 
@@ -545,7 +524,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
         swflt::float_exception_flags = 0;  // as by the division of packed values
       }
     }
-    return from_word(word, f, rm);
+    return from_limbs(&word, 1, f, rm);
   }
   IEEEFloat result = from_integer(num, f, rm);
   if (!is_integer) {
@@ -582,7 +561,7 @@ bool IEEEFloat::convert_word(const format& f) {
   }
   const std::uint64_t word =
       swflt::detail::convert(shape(), shape(f), low_word(), direction_of(mode()));
-  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
+  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {  // the common case, without a call
     payload.big->assign(word);
     set_repr(REPR_GENERIC);
     set_widths(f);

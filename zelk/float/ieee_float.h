@@ -253,7 +253,6 @@ class IEEEFloat {
       : fmt(f), control(r << 30 | (rm & mode_mask)), payload(p) {}
   // The value with this pattern, in the best representation.
   IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
-  static IEEEFloat from_word(std::uint64_t word, format f, rounding_mode rm);
   static IEEEFloat from_limbs(const mp_limb_t* limbs, long n, format f, rounding_mode rm);
   static IEEEFloat from_integer(QNumber n, format f, rounding_mode rm);
 
@@ -324,17 +323,17 @@ class IEEEFloat {
   bool convert_word(const format& f);
   bool convert_double_word(const format& f);
   void convert_number(const format& f);
-  template <class Operation>
+  template <class Op>
   IEEEFloat& apply(const IEEEFloat& other);
-  template <class Operation>
+  template <class Op>
   IEEEFloat& apply_to_stored_3(const IEEEFloat& other);
-  template <class Operation>
+  template <class Op>
   IEEEFloat& apply64(const IEEEFloat& other);
-  template <class Operation>
+  template <class Op>
   IEEEFloat& apply32(const IEEEFloat& other);
-  template <class Operation>
+  template <class Op>
   IEEEFloat& apply_generic(const IEEEFloat& other);
-  template <class Operation>
+  template <class Op>
   IEEEFloat& apply_otherwise(const IEEEFloat& other);
   void step_magnitude(bool grow);
   bool has_largest_magnitude() const;

@@ -121,8 +121,8 @@ constexpr bool is_short(S s) {
   return s.mant_width <= 29;
 }
 
-// sig / 2^n with the lost digits jammed into the sticky bit; n is not negative, sig
-// has its highest bit clear.
+// sig / 2^n with the lost digits jammed into the sticky bit; n is not negative, and the highest bit
+// of sig is clear.
 template <class W>
 constexpr W shift_right_jam(W sig, std::int64_t n) {
   n = std::min<std::int64_t>(n, lead<W>);

@@ -24,8 +24,8 @@ swflt::detail::uint128 double_word(const QNumber& q) {
   if (q.is_small()) {
     return static_cast<std::uint64_t>(q.to_small());
   }
-  mpz_srcptr z = q.big_numerator();
-  return swflt::detail::uint128{mpz_getlimbn(z, 1)} << 64 | mpz_getlimbn(z, 0);
+  const Limbs limbs{q.big_limbs(), q.big_size()};
+  return swflt::detail::uint128{limbs[1]} << 64 | limbs[0];
 }
 
 // An operation on words of any shape, on limbs and on numbers.
@@ -35,8 +35,6 @@ struct Operation {
   static constexpr auto on_limbs = limbs;
   static constexpr auto on_numbers = numbers;
 };
-
-using Direction = swflt::detail::Direction;
 
 constexpr auto add_words =
     [](auto s, auto a, auto b, Direction mode) __attribute__((always_inline)) {
@@ -55,10 +53,23 @@ constexpr auto divide_words =
   return swflt::detail::div(s, a, b, mode);
 };
 
-using Addition = Operation<add_words, add_sub_limbs<false>, add_float>;
-using Subtraction = Operation<subtract_words, add_sub_limbs<true>, subtract_float>;
-using Multiplication = Operation<multiply_words, multiply_limbs, multiply_float>;
-using Division = Operation<divide_words, divide_limbs, divide_float>;
+constexpr auto on_limbs_add = [](auto&&... args) __attribute__((always_inline)) {
+  return add_sub_limbs(args..., 0);
+};
+constexpr auto on_limbs_subtract = [](auto&&... args) __attribute__((always_inline)) {
+  return add_sub_limbs(args..., 1);
+};
+constexpr auto on_limbs_multiply = [](auto&&... args) __attribute__((always_inline)) {
+  return multiply_limbs(args...);
+};
+constexpr auto on_limbs_divide = [](auto&&... args) __attribute__((always_inline)) {
+  return divide_limbs(args...);
+};
+
+using Addition = Operation<add_words, on_limbs_add, add_float>;
+using Subtraction = Operation<subtract_words, on_limbs_subtract, subtract_float>;
+using Multiplication = Operation<multiply_words, on_limbs_multiply, multiply_float>;
+using Division = Operation<divide_words, on_limbs_divide, divide_float>;
 
 // 2^k - 1.
 QNumber ones(unsigned long k) {
@@ -447,20 +458,18 @@ template <class Op>
 // all that the short road does not serve.
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
-  if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
-    const swflt::detail::uint128 pattern =
-        Op::on_words(swflt::detail::binary128, double_word(*payload.big),
-                     double_word(*other.payload.big), direction_of(mode()));
-    payload.big->assign(static_cast<std::uint64_t>(pattern),
-                        static_cast<std::uint64_t>(pattern >> 64));
-  } else if (has_word_road(fmt, mode())) {
+  if (has_word_road(fmt, mode())) {
     payload.big->assign(Op::on_words(shape(), word(), other.word(), direction_of(mode())));
-  } else {
+    return *this;
+  }
+  const LimbShape s{fmt.exp_width, fmt.mant_width};
+  if (!has_limb_road(fmt, mode()) || !with_size(
+                                         s, [&](auto n) __attribute__((always_inline)) {
+                                           return Op::on_limbs(s, n, direction_of(mode()),
+                                                               *payload.big, *other.payload.big);
+                                         })) {
     TempNumProvider tp;
-    if (!has_limb_road(fmt, mode()) ||
-        !Op::on_limbs(fmt, get_mode(), *payload.big, *other.payload.big)) {
-      Op::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
-    }
+    Op::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
   }
   return *this;
 }
@@ -483,7 +492,8 @@ IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
     case REPR_FLOAT32:
       return apply32<Op>(other);
     default:
-      return apply_generic<Op>(other);
+      return payload.big->is_small() && other.payload.big->is_small() ? apply_generic<Op>(other)
+                                                                      : apply_otherwise<Op>(other);
   }
 }
 
@@ -498,8 +508,8 @@ IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
   if (has_limb_road(f, rm)) {
     const LimbShape s{f.exp_width, f.mant_width};
     LimbPattern rounded(s);
-    if (round_integer_limbs(s, rm, n, rounded)) {
-      return from_limbs(rounded.data, s.pattern_size(), f, rm);
+    if (round_integer_limbs(s, direction_of(rm), n, rounded)) {
+      return from_limbs(rounded.data, rounded.size(s), f, rm);
     }
   }
   TempNumProvider tp;
@@ -605,8 +615,8 @@ void IEEEFloat::convert_number(const format& f) {
     LimbPattern rounded(to, from.significand_size());
     mp_limb_t word = low_word();
     const Limbs bits = is_generic() ? limbs_of(*payload.big, word) : Limbs{&word, 1};
-    if (convert_limbs(from, to, get_mode(), bits, rounded)) {
-      set_limbs(f, rounded.data, to.pattern_size());
+    if (convert_limbs(from, to, direction_of(mode()), bits, rounded)) {
+      set_limbs(f, rounded.data, rounded.size(to));
       return;
     }
   }

@@ -313,8 +313,23 @@ class QNumber {
   /// Replaces the numerator, where this is a small integer; n is not -2^63.
   void assign_small(long n) { num = n; }
 
-  /// The numerator of a big number, until that changes.
-  mpz_srcptr big_numerator() const { return mpq_numref(gmp); }
+  /// The limbs of a big number's numerator and how many they are, until that changes.
+  const mp_limb_t* big_limbs() const { return mpq_numref(gmp)->_mp_d; }
+  long big_size() const { return static_cast<long>(mpz_size(mpq_numref(gmp))); }
+
+  /// The storage of a big integer, of n limbs at least, to be overwritten; null when there is none.
+  /// `keep_limbs` ends that: this number becomes the integer of the n limbs now there.
+  mp_limb_t* own_limbs(long n) {
+    return !is_small() && is_integer() && mpq_numref(gmp)->_mp_alloc >= n ? mpq_numref(gmp)->_mp_d
+                                                                          : nullptr;
+  }
+  void keep_limbs(long n) {
+    mpz_ptr z = mpq_numref(gmp);
+    while (n > 0 && z->_mp_d[n - 1] == 0) {
+      --n;
+    }
+    z->_mp_size = static_cast<int>(n);
+  }
 
   /// Takes the value of another integer of few limbs where both are big and this number has the
   /// storage; false, and nothing done, otherwise. Fields as the GMP manual gives them under

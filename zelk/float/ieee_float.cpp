@@ -123,10 +123,12 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 }
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
-  if (this == &other) {
+  if (is_generic() && other.is_generic() && payload.big->assign_in_place(*other.payload.big)) {
+    fmt = other.fmt;
+    control = other.control;
+  } else if (this == &other) {
     return;
-  }
-  if (!other.is_generic()) {
+  } else if (!other.is_generic()) {
     delete payload.big;
     copy_words(other);
   } else if (is_generic()) {
@@ -135,9 +137,7 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
     if (other.payload.big->is_small() && other.fmt.exp_width + other.fmt.mant_width <= 62) {
       payload.big->reset();
     }
-    if (!payload.big->assign_in_place(*other.payload.big)) {
-      *payload.big = *other.payload.big;
-    }
+    *payload.big = *other.payload.big;
     fmt = other.fmt;
     control = other.control;
   } else {
@@ -458,6 +458,14 @@ template <class Op>
 // all that the short road does not serve.
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
+  if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
+    const swflt::detail::uint128 pattern =
+        Op::on_words(swflt::detail::binary128, double_word(*payload.big),
+                     double_word(*other.payload.big), direction_of(mode()));
+    payload.big->assign(static_cast<std::uint64_t>(pattern),
+                        static_cast<std::uint64_t>(pattern >> 64));
+    return *this;
+  }
   if (has_word_road(fmt, mode())) {
     payload.big->assign(Op::on_words(shape(), word(), other.word(), direction_of(mode())));
     return *this;
@@ -509,7 +517,7 @@ IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
     const LimbShape s{f.exp_width, f.mant_width};
     LimbPattern rounded(s);
     if (round_integer_limbs(s, direction_of(rm), n, rounded)) {
-      return from_limbs(rounded.data, rounded.size(s), f, rm);
+      return from_limbs(rounded.limbs, rounded.size, f, rm);
     }
   }
   TempNumProvider tp;
@@ -599,27 +607,43 @@ bool IEEEFloat::convert_double_word(const format& f) {
   return false;
 }
 
+// The same for patterns in limbs.
+bool IEEEFloat::convert_in_limbs(const format& f) {
+  if (!has_limb_road(fmt, mode()) || !has_limb_road(f, mode()) ||
+      !(is_generic() || repr() == get_best_repr(fmt))) {
+    return false;
+  }
+  const LimbShape from{fmt.exp_width, fmt.mant_width};
+  const LimbShape to{f.exp_width, f.mant_width};
+  LimbPattern rounded(to, from.significand_size());
+  mp_limb_t word = is_generic() ? 0 : low_word();
+  const Limbs bits = is_generic() ? limbs_of(*payload.big, word) : Limbs{&word, 1};
+  mp_limb_t* own = is_generic() && get_best_repr(f) == REPR_GENERIC
+                       ? payload.big->own_limbs(rounded.size)
+                       : nullptr;
+  if (!convert_limbs(from, to, direction_of(mode()), bits, own != nullptr ? own : rounded.limbs,
+                     rounded.more)) {
+    return false;
+  }
+  if (own != nullptr) {
+    payload.big->keep_limbs(rounded.size);
+    set_repr(REPR_GENERIC);
+    set_widths(f);
+  } else {
+    set_limbs(f, rounded.limbs, rounded.size);
+  }
+  return true;
+}
+
 void IEEEFloat::set_format(format f) {
   if (f == fmt || (!is_generic() && convert_packed(f)) || convert_word(f) ||
-      convert_double_word(f)) {
+      convert_double_word(f) || convert_in_limbs(f)) {
     return;
   }
   convert_number(f);
 }
 
 void IEEEFloat::convert_number(const format& f) {
-  if (has_limb_road(fmt, mode()) && has_limb_road(f, mode()) &&
-      (is_generic() || repr() == get_best_repr(fmt))) {
-    const LimbShape from{fmt.exp_width, fmt.mant_width};
-    const LimbShape to{f.exp_width, f.mant_width};
-    LimbPattern rounded(to, from.significand_size());
-    mp_limb_t word = low_word();
-    const Limbs bits = is_generic() ? limbs_of(*payload.big, word) : Limbs{&word, 1};
-    if (convert_limbs(from, to, direction_of(mode()), bits, rounded)) {
-      set_limbs(f, rounded.data, rounded.size(to));
-      return;
-    }
-  }
   TempNumProvider tp;
   convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
   if (is_generic() && get_best_repr(f) == REPR_GENERIC) {

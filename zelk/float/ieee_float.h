@@ -322,6 +322,7 @@ class IEEEFloat {
   bool convert_packed(const format& f);
   bool convert_word(const format& f);
   bool convert_double_word(const format& f);
+  bool convert_in_limbs(const format& f);
   void convert_number(const format& f);
   template <class Op>
   IEEEFloat& apply(const IEEEFloat& other);

@@ -334,17 +334,26 @@ template <class Size>
 }
 
 /// out := w * 2^k, which fits n limbs.
-inline void shift_left(Limb* out, long n, const Limb* w, long size, std::uint64_t k) {
+template <class Size>
+inline void shift_left(Limb* out, Size n, const Limb* w, long size, std::uint64_t k) {
   const auto bits = static_cast<unsigned>(k % limb_bits);
   const auto limbs = static_cast<long>(k / limb_bits);
-  std::fill_n(out, limbs, 0);
-  long have = limbs + size;
-  if (bits == 0) {
-    std::copy_n(w, size, out + limbs);
-  } else if (const Limb carry = mpn_lshift(out + limbs, w, size, bits); carry != 0) {
-    out[have++] = carry;
+  if constexpr (is_fixed<Size>) {
+    const Limbs from{w, size};
+    for (long i = 0; i < n; ++i) {
+      const Limb below = i > limbs ? from[i - limbs - 1] : 0;
+      out[i] = (i >= limbs ? from[i - limbs] : 0) << bits | below >> 1 >> (limb_bits - 1 - bits);
+    }
+  } else {
+    std::fill_n(out, limbs, 0);
+    long have = limbs + size;
+    if (bits == 0) {
+      std::copy_n(w, size, out + limbs);
+    } else if (const Limb carry = mpn_lshift(out + limbs, w, size, bits); carry != 0) {
+      out[have++] = carry;
+    }
+    std::fill_n(out + have, n - have, 0);
   }
-  std::fill_n(out + have, n - have, 0);
 }
 
 // ---- Patterns and significands ----
@@ -731,35 +740,39 @@ template <class Size>
 /// A pattern that was computed, in limbs that it owns, and room for 2 n limbs more.
 struct LimbPattern {
   LimbRoom<1, long> room;
-  Limb* data;
+  long size;
+  Limb* limbs;
   Limb* more;
 
   explicit LimbPattern(LimbShape s, long n = 0)
       : room(s.significand_size() + 2 * n),
-        data(room.limbs()),
-        more(data + s.significand_size() + 1) {}
-  long size(LimbShape s) const { return s.pattern_size(s.significand_size()); }
+        size(s.pattern_size(s.significand_size())),
+        limbs(room.limbs()),
+        more(limbs + s.significand_size() + 1) {}
 };
 
-/// The pattern `bits` of format `from` rounded to `to`; false for infinities and NaNs.
-inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bits,
-                          LimbPattern& out) {
-  const long n = from.significand_size();
-  LimbNumber x{};
-  if (!unpack_limbs(from, n, bits, x, out.more)) {
-    return false;
-  }
-  Limb* sig = out.more + n;
-  const long size = copy_significand(x, n, sig);
-  if (size == 0) {
-    pack_zero_limbs(to, x.sign, out.data);
-    return true;
+/// out := the pattern `bits` of format `from` rounded to `to`, for which there are pattern_size()
+/// limbs that `bits` may share, and 2 n of room; false for infinities and NaNs.
+inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bits, Limb* out,
+                          Limb* room) {
+  LimbNumber x;
+  Limb* sig = room + from.significand_size();
+  const long size = with_size(
+      from, [&](auto n) __attribute__((always_inline)) {
+        return unpack_limbs(from, n, bits, x, room) ? copy_significand(x, n, sig) : -1;
+      });
+  if (size <= 0) {
+    if (size == 0) {
+      pack_zero_limbs(to, x.sign, out);
+    }
+    return size == 0;
   }
   const std::int64_t exp = x.exp - from.bias() - static_cast<long>(from.mant_width) + to.bias() +
                            static_cast<long>(to.mant_width);
-  with_size(to, [&](auto size_to) {
-    normalize_and_pack_limbs(to, size_to, mode, x.sign, exp, sig, size, false, out.data);
-  });
+  with_size(
+      to, [&](auto n) __attribute__((always_inline)) {
+        normalize_and_pack_limbs(to, n, mode, x.sign, exp, sig, size, false, out);
+      });
   return true;
 }
 
@@ -773,7 +786,7 @@ inline bool round_integer_limbs(LimbShape to, Direction mode, const QNumber& n, 
   const std::int64_t exp = to.bias() + static_cast<long>(to.mant_width);
   with_size(to, [&](auto size) {
     normalize_and_pack_limbs(to, size, mode, Limb{n.sign() < 0}, exp, limbs.data, limbs.size, false,
-                             out.data);
+                             out.limbs);
   });
   return true;
 }

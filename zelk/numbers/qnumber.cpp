@@ -21,42 +21,31 @@ static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36));
 long gcd_cache[1024][1024];
 mpz_t QNumber::gmp_tmp[4];
 
-namespace detail {
-
 namespace {
-int scratch_users = 0;
-}  // namespace
 
-ScratchUser::ScratchUser() noexcept {
-  if (scratch_users++ == 0) {
-    for (auto& z : QNumber::gmp_tmp) {
-      mpz_init(z);
-    }
-  }
-}
+// GMP rationals that their numbers gave up, as 0/0 and with their storage: the next big numbers
+// start from them. A few, and none of more than a few limbs.
+constexpr int spare_max = 32;
+constexpr int spare_limbs = 32;
+constinit mpq_ptr spares[spare_max];
+constinit int spare_count = 0;
 
-// Initialised again after the last user, the integers own nothing and yet serve whoever comes
-// later still, such as the destructor of an object that was built before this file.
-ScratchUser::~ScratchUser() {
-  if (--scratch_users == 0) {
-    for (auto& z : QNumber::gmp_tmp) {
-      mpz_clear(z);
-      mpz_init(z);
-    }
-  }
-}
-
-long fill_gcd_cache(long x, long y) { return gcd_cache[x][y] = gcd_cache[y][x] = std::gcd(x, y); }
-
-}  // namespace detail
-
-namespace {
+constinit int scratch_users = 0;
 
 mpq_ptr new_gmp() {
+  if (spare_count > 0) {
+    return spares[--spare_count];
+  }
   auto* q = new __mpq_struct;
   mpz_init(mpq_numref(q));
   mpz_init(mpq_denref(q));
   return q;
+}
+
+void delete_gmp(mpq_ptr q) {
+  mpz_clear(mpq_numref(q));
+  mpz_clear(mpq_denref(q));
+  delete q;
 }
 
 // Makes room in z for the value of another integer; z keeps its own.
@@ -94,6 +83,34 @@ std::string decimal(mpz_srcptr z) {
 }
 
 }  // namespace
+
+namespace detail {
+
+ScratchUser::ScratchUser() noexcept {
+  if (scratch_users++ == 0) {
+    for (auto& z : QNumber::gmp_tmp) {
+      mpz_init(z);
+    }
+  }
+}
+
+// Initialised again after the last user, the integers own nothing and yet serve whoever comes
+// later still, such as the destructor of an object that was built before this file.
+ScratchUser::~ScratchUser() {
+  if (--scratch_users == 0) {
+    for (auto& z : QNumber::gmp_tmp) {
+      mpz_clear(z);
+      mpz_init(z);
+    }
+    while (spare_count > 0) {
+      delete_gmp(spares[--spare_count]);
+    }
+  }
+}
+
+long fill_gcd_cache(long x, long y) { return gcd_cache[x][y] = gcd_cache[y][x] = std::gcd(x, y); }
+
+}  // namespace detail
 
 void QNumber::require_bits(unsigned long bits) {
   if (bits > max_bits) {
@@ -250,9 +267,16 @@ void QNumber::move_big(QNumber& other) noexcept {
 }
 
 void QNumber::release() noexcept {
-  mpz_clear(mpq_numref(gmp));
-  mpz_clear(mpq_denref(gmp));
-  delete gmp;
+  mpz_ptr n = mpq_numref(gmp);
+  mpz_ptr d = mpq_denref(gmp);
+  if (scratch_users > 0 && spare_count < spare_max &&
+      std::max(n->_mp_alloc, d->_mp_alloc) <= spare_limbs) {
+    n->_mp_size = 0;
+    d->_mp_size = 0;
+    spares[spare_count++] = gmp;
+  } else {
+    delete_gmp(gmp);
+  }
 }
 
 bool QNumber::big_fits_long() const { return mpz_sizeinbase(mpq_numref(gmp), 2) <= 63; }

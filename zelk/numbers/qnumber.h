@@ -313,15 +313,17 @@ class QNumber {
   /// Replaces the numerator, where this is a small integer; n is not -2^63.
   void assign_small(long n) { num = n; }
 
+  // What arithmetic on the limbs of integers needs. Fields as the GMP manual gives them under
+  // "Integer Internals": for a few limbs calls cost more than the work.
+
   /// The limbs of a big number's numerator and how many they are, until that changes.
   const mp_limb_t* big_limbs() const { return mpq_numref(gmp)->_mp_d; }
   long big_size() const { return static_cast<long>(mpz_size(mpq_numref(gmp))); }
 
-  /// The storage of a big integer, of n limbs at least, to be overwritten; null when there is none.
+  /// The storage of this integer, of n limbs at least, to be overwritten; null when it has none.
   /// `keep_limbs` ends that: this number becomes the integer of the n limbs now there.
   mp_limb_t* own_limbs(long n) {
-    return !is_small() && is_integer() && mpq_numref(gmp)->_mp_alloc >= n ? mpq_numref(gmp)->_mp_d
-                                                                          : nullptr;
+    return !is_small() && mpq_numref(gmp)->_mp_alloc >= n ? mpq_numref(gmp)->_mp_d : nullptr;
   }
   void keep_limbs(long n) {
     mpz_ptr z = mpq_numref(gmp);
@@ -331,24 +333,22 @@ class QNumber {
     z->_mp_size = static_cast<int>(n);
   }
 
-  /// Takes the value of another integer of few limbs where both are big and this number has the
-  /// storage; false, and nothing done, otherwise. Fields as the GMP manual gives them under
-  /// "Integer Internals", here and below: for a few limbs calls cost more than the copy.
+  /// Takes the value of another integer where both are big, this one has the storage and the limbs
+  /// are few; false, and nothing done, otherwise.
   bool assign_in_place(const QNumber& other) {
-    if (is_small() || other.is_small() || !is_integer() || !other.is_integer()) {
+    if (is_small() || other.is_small()) {
       return false;
     }
     mpz_ptr to = mpq_numref(gmp);
     mpz_srcptr from = mpq_numref(other.gmp);
     const int n = from->_mp_size;
-    if (n < 2 || n > 4 || to->_mp_alloc < n) {
+    if (n < 2 || n > 8 || to->_mp_alloc < n) {
       return false;
     }
     to->_mp_d[0] = from->_mp_d[0];
     to->_mp_d[1] = from->_mp_d[1];
-    if (n > 2) {
-      to->_mp_d[2] = from->_mp_d[2];
-      to->_mp_d[n - 1] = from->_mp_d[n - 1];
+    for (int i = 2; i < n; ++i) {
+      to->_mp_d[i] = from->_mp_d[i];
     }
     to->_mp_size = n;
     return true;
@@ -356,11 +356,10 @@ class QNumber {
 
   /// Becomes the integer low + 2^64 * high, by the same rule.
   void assign(unsigned long low, unsigned long high) {
-    if (!is_small() && high != 0 && is_integer() && mpq_numref(gmp)->_mp_alloc >= 2) [[likely]] {
-      mpz_ptr z = mpq_numref(gmp);
-      z->_mp_d[0] = low;
-      z->_mp_d[1] = high;
-      z->_mp_size = 2;
+    if (mp_limb_t* own = high != 0 && is_integer() ? own_limbs(2) : nullptr; own != nullptr) {
+      own[0] = low;
+      own[1] = high;
+      mpq_numref(gmp)->_mp_size = 2;
     } else {
       const mp_limb_t limbs[] = {low, high};
       assign_limbs(limbs, 2);

@@ -29,6 +29,13 @@ inline unsigned long seed() {
   return value;
 }
 
+/// How many random cases of a kind are tried: 5000, unless ZELK_ROUNDS gives another number.
+inline unsigned long rounds() {
+  static const char* given = std::getenv("ZELK_ROUNDS");
+  static const unsigned long value = given != nullptr ? std::strtoul(given, nullptr, 0) : 5000;
+  return value;
+}
+
 /// The text that the call throws: as it is for the float error, after "Exception: " for any other
 /// exception of the library; "" when nothing is thrown.
 template <typename Call>

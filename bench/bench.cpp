@@ -418,6 +418,9 @@ void register_all() {
     set_format_rows(*all[i], all[i + 1]->f);
     set_format_rows(*all[i + 1], all[i]->f);
   }
+  const Operands generic_twice({11, 52}, "_generic");
+  set_format_rows(generic_twice, quad.f);
+  set_format_rows(generic_twice, octuple.f);
   for (const Operands* o : all) {
     number_rows(*o);
   }

@@ -1,8 +1,12 @@
-// What allocates nothing: counted calls of operator new and of GMP's allocator.
+// What operations allocate, and what happens when that fails: operator new and GMP's allocator are
+// counted, and the n-th call of operator new can be made to throw.
 #include <gmp.h>
+#include <malloc.h>
 
 #include <cstdlib>
+#include <functional>
 #include <new>
+#include <sstream>
 #include <vector>
 
 #include "tests/support.h"
@@ -10,34 +14,55 @@
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
 namespace {
 
-unsigned long allocations = 0;
+struct Heap {
+  unsigned long calls = 0;
+  long blocks = 0;
+  unsigned long bytes = 0;
+  unsigned long peak = 0;
+  long until_failure = -1;  // calls of operator new that succeed yet; -1: all
 
-void* counted(std::size_t size) {
-  ++allocations;
-  return std::malloc(size);
-}
+  void* add(void* p) {
+    ++calls;
+    ++blocks;
+    bytes += malloc_usable_size(p);
+    peak = std::max(peak, bytes);
+    return p;
+  }
+  void* remove(void* p) {
+    blocks -= p != nullptr ? 1 : 0;
+    bytes -= malloc_usable_size(p);
+    return p;
+  }
+};
+constinit Heap heap;
 
 }  // namespace
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* p = counted(size);
-  return p != nullptr ? p : throw std::bad_alloc();
+  if (heap.until_failure >= 0 && heap.until_failure-- == 0) throw std::bad_alloc();
+  void* p = std::malloc(size);
+  return p != nullptr ? heap.add(p) : throw std::bad_alloc();
 }
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t /*size*/) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(heap.remove(p)); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t /*size*/) noexcept {
+  std::free(heap.remove(p));
+}
+
+static const bool gmp_is_counted = [] {
+  mp_set_memory_functions([](std::size_t size) { return heap.add(std::malloc(size)); },
+                          [](void* p, std::size_t /*old*/, std::size_t size) {
+                            return heap.add(std::realloc(heap.remove(p), size));
+                          },
+                          [](void* p, std::size_t /*size*/) { std::free(heap.remove(p)); });
+  return true;
+}();
+// NOLINTEND(cppcoreguidelines-no-malloc)
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+using zelk::BVNumber;
 
 // Arithmetic on patterns in words, comparison, classes, signs, accessors, reused targets.
 TEST(Allocation, WordsAllocateNothing) {
-  mp_set_memory_functions(
-      counted,
-      [](void* p, std::size_t /*old*/, std::size_t size) {
-        ++allocations;
-        return std::realloc(p, size);
-      },
-      [](void* p, std::size_t /*size*/) { std::free(p); });
-  // NOLINTEND(cppcoreguidelines-no-malloc)
   Random random;
   for (const Format f : {Format{4, 3}, {5, 10}, {8, 7}, {10, 51}, {8, 23}, {11, 52}}) {
     const Layout t(f);
@@ -51,7 +76,7 @@ TEST(Allocation, WordsAllocateNothing) {
       const IEEEFloat& x = values[i % values.size()];
       const IEEEFloat& y = values[(i + 1) % values.size()];
       IEEEFloat r = x;
-      const unsigned long before = allocations;
+      const unsigned long before = heap.calls;
       bool seen = x < y || x <= y || x.to_integer(16) == 1 || x == y || x.is_nan() || x.is_inf() ||
                   x.is_zero();
       seen = seen || x.is_subnormal() || x.get_sign() || x.get_mode() > 3;
@@ -71,37 +96,226 @@ TEST(Allocation, WordsAllocateNothing) {
         copy = std::move(r);
         copy.set_format(f == Format{8, 23} ? Format{11, 52} : Format{8, 23});
       }
-      ASSERT_TRUE(i < values.size() || allocations == before) << name(x) << " and " << name(y);
+      ASSERT_TRUE(i < values.size() || heap.calls == before) << name(x) << " and " << name(y);
     }
   }
   // 64-bit patterns, in numbers of the big form.
   IEEEFloat x = in_big_form(IEEEFloat::from_number(QNumber(-7) / 3, {8, 55}, modes[0]));
   const IEEEFloat y = in_big_form(IEEEFloat::from_number(QNumber(1) / 7, {8, 55}, modes[0]));
   for (int op = 0; op < 8; ++op) {
-    const unsigned long before = allocations;
+    const unsigned long before = heap.calls;
     apply(op % 4, x, y);
     x.set_format(op % 2 == 0 ? Format{10, 53} : Format{8, 55});
     x.set_format({8, 55});
-    ASSERT_TRUE(!(x < y && x.is_nan()) && allocations == before) << name(x);
+    ASSERT_TRUE(!(x < y && x.is_nan()) && heap.calls == before) << name(x);
   }
   for (const Format f : {Format{15, 112}, {19, 236}, {30, 20000}}) {
     const IEEEFloat a = IEEEFloat::from_number(QNumber(-7) / 3, f, modes[2]);
     const IEEEFloat b = IEEEFloat::from_number(QNumber(1) / 7, f, modes[0]);
     IEEEFloat r = a / b;  // leaves the block of large operations behind
     for (int op = 0; op < 4; ++op) {
-      const unsigned long before = allocations;
+      const unsigned long before = heap.calls;
       r = a;
       apply(op, r, b);
-      ASSERT_TRUE(r < b && b > r && allocations == before) << f.mant_width << operators[op];
+      ASSERT_TRUE(r < b && b > r && heap.calls == before) << f.mant_width << operators[op];
     }
   }
   QNumber q = 1;
   const QNumber step = QNumber(3) / 7;
-  const unsigned long before = allocations;
+  const unsigned long before = heap.calls;
   for (int i = 1; i < 12; ++i) {
     q += step;
     q *= QNumber(i).inv();
     ASSERT_FALSE(q < q.get_num() - q.get_den() * i && q == step);
   }
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(heap.calls, before);
+}
+
+// Calls on a value x; y has its format and representation, g is another format.
+using Call = void (*)(IEEEFloat& x, const IEEEFloat& y, Format g);
+static const Call rounded_calls[] = {
+    [](auto& x, auto& y, Format) { x += y; },
+    [](auto& x, auto& y, Format) { x -= y; },
+    [](auto& x, auto& y, Format) { x *= y; },
+    [](auto& x, auto& y, Format) { x /= y; },
+    [](auto& x, auto& y, Format) { x = x + y; },
+    [](auto& x, auto&, Format g) { x.set_format(g); },
+    [](auto& x, auto&, Format g) { x = IEEEFloat::max_value(g); },
+    [](auto& x, auto& y, Format) { x = IEEEFloat::from_bits(y.get_bits(), y.get_format()); },
+    [](auto& x, auto&, Format g) { x = IEEEFloat::from_number(QNumber(-2) / 7, g, modes[0]); },
+    [](auto& x, auto&, Format) { x.self_nan(); },
+    [](auto& x, auto&, Format) { x.self_inf(true); },
+    [](auto& x, auto&, Format) { x.self_zero(true); },
+    [](auto& x, auto&, Format) { x.self_neg(); },
+    [](auto& x, auto&, Format) { x.set_sign(true); },
+    [](auto& x, auto&, Format) { x.next_representable(false); },
+    [](auto& x, auto&, Format) { x.packed_next(true); },
+    [](auto& x, auto&, Format) { x.self_specialize_repr(IEEEFloat::REPR_GENERIC); },
+    [](auto& x, auto& y, Format) {
+      static_cast<void>(x < y || x == y || x.is_nan() || !x.is_inf());
+    },
+};
+static const Call exact_calls[] = {
+    [](auto& x, auto&, Format) { x.to_number(); },
+    [](auto& x, auto&, Format) { x.to_integer(0); },
+    [](auto& x, auto&, Format) { x.to_integer(9); },
+    [](auto& x, auto&, Format) { x.to_integer(700); },
+    [](auto& x, auto&, Format) { x.to_str(); },
+};
+using NumberCall = void (*)(QNumber& a, const QNumber& b);
+static const NumberCall number_calls[] = {
+    [](auto& a, auto& b) { a += b; },
+    [](auto& a, auto& b) { a -= b; },
+    [](auto& a, auto& b) { a *= b; },
+    [](auto& a, auto& b) { a = a / b; },
+    [](auto& a, auto& b) { a = b; },
+    [](auto& a, auto& b) { a = QNumber(b.to_mpq()); },
+    [](auto& a, auto& b) { a = b.inv(); },
+    [](auto& a, auto& b) {
+      QNumber r;
+      a.get_num().divmod(b.get_den(), a, r);
+    },
+    [](auto& a, auto&) { BVNumber::pow2(70, &a); },
+    [](auto& a, auto& b) { BVNumber::bit_left_shift(b.get_num(), 99, &a); },
+    [](auto& a, auto& b) { BVNumber::bit_right_shift(b.get_num(), 3, &a); },
+};
+
+// The bytes that a call has on the heap, at most, beyond what there was before.
+template <typename Attempt>
+static unsigned long peak_of(Attempt attempt) {
+  const unsigned long before = heap.bytes;
+  heap.peak = before;
+  try {
+    attempt();
+  } catch (const zelk::Exception&) {  // NOLINT(bugprone-empty-catch): what is refused counts too
+  }
+  return heap.peak - before;
+}
+
+// What the library promises, in bytes, for numbers of so many bits.
+static unsigned long bound(unsigned long times, unsigned long bits) {
+  return 16384 + times * bits / 8;
+}
+
+// In ascending order, so that scratch grows where it is counted.
+TEST(Allocation, StaysWithinItsBounds) {
+  constexpr unsigned long huge = 1UL << 63;
+  for (const Format f :
+       {Format{2, 1}, {5, 10},    {11, 52},       {15, 112},    {62, 300},      {63, 4},
+        {40, 2000},   {20000, 5}, {5, 20000},     {64, 20000},  {20000, 20000}, {30, 40000},
+        {90000, 4},   {4, 90000}, {50000, 49000}, {62, 99000},  {199990, 3},    {3, 199990},
+        {huge, 4},    {4, huge},  {huge, huge},   {~0UL, ~0UL}, {~0UL, 2},      {2, ~0UL}}) {
+    const bool exists = f.exp_width < zelk::max_bits && f.mant_width < zelk::max_bits;
+    const unsigned long bits = exists ? f.exp_width + f.mant_width : 0;
+    for (int kind = 0; kind < 6; ++kind) {
+      IEEEFloat x(f, modes[kind % 4]);
+      IEEEFloat y = x;
+      peak_of([&] {  // formats that are refused stay with +0
+        if (kind > 0) y = kind % 2 == 0 ? IEEEFloat::max_value(f) : IEEEFloat::from_bits(3, f);
+        if (kind == 1) x = IEEEFloat::max_value(f);
+        if (kind == 2) x = IEEEFloat::from_bits(1, f);
+        if (kind > 2) x = IEEEFloat::from_number(QNumber(5) / 3, f, modes[kind % 4]);
+      });
+      for (const Format g : {Format{5, 10}, {15, 112}, f}) {
+        for (const Call& call : rounded_calls) {
+          const unsigned long peak = peak_of([&] {
+            IEEEFloat r = x;
+            call(r, y, g);
+          });
+          ASSERT_LE(peak, bound(10, bits))
+              << bits << ' ' << kind << " call " << &call - rounded_calls;
+        }
+      }
+      for (const unsigned long w : {1UL, 64UL, 9999UL, 150000UL, huge, ~0UL}) {
+        ASSERT_LE(peak_of([&] { x.to_integer(w); }), bound(4, bits + std::min(w, zelk::max_bits)))
+            << bits << " to " << w;
+      }
+      const unsigned long k = f.exp_width > 17 ? zelk::max_bits : 1UL << f.exp_width;
+      ASSERT_LE(peak_of([&] { x.to_integer(0), x.to_number(); }), bound(4, bits + k)) << bits;
+    }
+  }
+}
+
+static auto state(const QNumber& a) { return a; }
+static auto state(const IEEEFloat& x) {
+  return std::tuple(x.get_format(), x.get_bits(), x.get_repr(), x.get_mode());
+}
+
+static int failures = 0;
+
+// Makes each allocation of the call fail in its turn: the failure must arrive, and x stay.
+template <typename T>
+static void fail_everywhere(const T& start, std::ptrdiff_t which,
+                            const std::function<void(T&)>& call) {
+  for (long n = 0;; ++n) {
+    T x = start;
+    bool failed = false;
+    heap.until_failure = n;
+    try {
+      call(x);
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    } catch (const zelk::Exception&) {  // NOLINT(bugprone-empty-catch): a result like any other
+    }
+    const bool was_due = std::exchange(heap.until_failure, -1) < 0;
+    ASSERT_EQ(failed, was_due);
+    if (!failed) return;
+    ++failures;
+    ASSERT_TRUE(state(x) == state(start)) << "call " << which << ", allocation " << n;
+  }
+}
+
+static void fail_everything() {
+  const Format formats[] = {{4, 3},   {8, 23},   {11, 52}, {8, 54},
+                            {10, 53}, {15, 112}, {64, 4},  {12, 6400}};
+  for (const Format f : formats) {
+    for (const auto repr : {IEEEFloat::get_best_repr(f), IEEEFloat::REPR_GENERIC}) {
+      for (const bool big : {false, true}) {
+        for (int kind = 0; kind < 4; ++kind) {
+          IEEEFloat y = IEEEFloat::from_number(QNumber(-5) / 3, f, modes[0]);
+          IEEEFloat x = kind == 0   ? y
+                        : kind == 1 ? IEEEFloat::max_value(f)
+                                    : IEEEFloat(f, modes[3]);
+          if (kind == 3) x.packed_next(true);
+          if (big && f.exp_width < 63 && IEEEFloat::get_best_repr(f) == IEEEFloat::REPR_GENERIC)
+            x = in_big_form(x);
+          x.self_specialize_repr(repr);
+          y.self_specialize_repr(repr);
+          for (const Format g : formats) {
+            for (const auto* calls : {&rounded_calls[0], &exact_calls[0]}) {
+              const std::size_t count =
+                  calls == rounded_calls ? std::size(rounded_calls) : std::size(exact_calls);
+              for (std::size_t i = 0; i < count; ++i) {
+                fail_everywhere<IEEEFloat>(
+                    x, static_cast<std::ptrdiff_t>(i) + (calls == rounded_calls ? 0 : 100),
+                    [&](IEEEFloat& v) { calls[i](v, y, g); });
+              }
+            }
+          }
+        }
+      }
+    }
+  }
+  const QNumber big(mpz_class(1) << 70, 1);
+  QNumber small_in_big = big + 5;
+  small_in_big -= big;
+  const QNumber numbers[] = {7, QNumber(-3) / 8, 1L << 62, -big - 1, big.inv() + 1, small_in_big};
+  for (const QNumber& a : numbers) {
+    for (const QNumber& b : numbers) {
+      for (const NumberCall& call : number_calls) {
+        fail_everywhere<QNumber>(a, &call - number_calls, [&](QNumber& x) { call(x, b); });
+      }
+    }
+  }
+}
+
+TEST(Allocation, EveryFailureArrivesAndChangesNothing) {
+  // Scratch and spare numbers are at first growing; what leaks would never stop to.
+  long blocks = -1;
+  for (int pass = 0; pass < 8 && heap.blocks != blocks; ++pass) {
+    blocks = heap.blocks;
+    fail_everything();
+  }
+  EXPECT_EQ(heap.blocks, blocks);
+  EXPECT_GT(failures, 10000);
 }

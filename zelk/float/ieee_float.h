@@ -25,8 +25,10 @@ namespace zelk {
 /// Operations on a format whose patterns (1 + e + m bits) pass `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
 /// Arithmetic is defined for e >= 2 and m >= 1. It allocates nothing for patterns of up to 63 bits,
-/// nor for wider ones once the value has held one of 64 bits or more. Whatever is thrown,
-/// allocation failure included, the value keeps what it was.
+/// nor for wider ones once the value has held one of 64 bits or more. Otherwise an operation has on
+/// the heap, beyond 16 KB, at most 10 (e + m) bits, of both formats if there are two; `to_integer`
+/// of w bits 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|), k being that of the
+/// last place. Whatever is thrown, allocation failure included, the value keeps what it was.
 class IEEEFloat {
  public:
   /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.

@@ -121,13 +121,15 @@ inline IEEEFloat& apply(int op, IEEEFloat& a, const IEEEFloat& b) {
 /// Random patterns that find faults.
 struct Random : gmp_randclass {
   mpz_class exponent = 0;
+  mpz_class previous = 0;
 
   Random() : gmp_randclass(gmp_randinit_mt) { gmp_randclass::seed(zelk_test::seed()); }
 
   unsigned long below(unsigned long n) { return mpz_class(get_z_range(n)).get_ui(); }
 
   // Exponents at the ends, around one, and where the last pattern makes results meet the ends;
-  // few ones, long runs, or any bits; NaNs are within a few steps of infinity.
+  // few ones, long runs, none, or any bits; neighbours of the last one. NaNs are within a few steps
+  // of infinity.
   mpz_class pattern(const Layout& t) {
     const mpz_class top = t.inf / t.hidden;
     const mpz_class b = top / 2;
@@ -139,9 +141,12 @@ struct Random : gmp_randclass {
     exponent = std::clamp<mpz_class>(exponent, 0, top);
     const mpz_class any = get_z_bits(t.f.mant_width);
     const mpz_class low = (t.hidden >> below(t.f.mant_width + 1)) - 1;
-    const mpz_class kinds[] = {any, any | low, t.hidden - 1 - low, low, low + 1};
-    const mpz_class significand = kinds[below(5)] % (exponent < top ? t.hidden : mpz_class(4));
-    return below(2) * t.sign + exponent * t.hidden + significand % t.hidden;
+    const mpz_class kinds[] = {any, any | low, t.hidden - 1 - low, low, low + 1, 0};
+    const mpz_class significand = kinds[below(6)] % (exponent < top ? t.hidden : mpz_class(4));
+    mpz_class p = exponent * t.hidden + significand % t.hidden;
+    if (below(8) == 0 && previous > 0 && previous < t.inf) p = previous + below(3) - 1;
+    previous = p;
+    return below(2) * t.sign + p;
   }
 };
 

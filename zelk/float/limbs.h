@@ -307,7 +307,8 @@ struct Normalized {
 };
 [[gnu::noinline]] inline Normalized normalize_difference(LimbShape s, long n, Limb* out,
                                                          std::int64_t exp, Limb guard) {
-  const long leading = bit_size(out, trimmed(out, n)) - 1;
+  const long used = trimmed(out, n);
+  const long leading = used == 0 ? -1 : bit_size(out, used) - 1;  // all of 2^m - (2^m - 1/2)
   const std::int64_t k = std::min(static_cast<long>(s.mant_width) - leading, exp - 1);
   const auto limbs = static_cast<long>(k / limb_bits);
   const auto bits = static_cast<unsigned>(k % limb_bits);

@@ -1,0 +1,186 @@
+#!/usr/bin/env python3
+"""Puts one small fault at a time into the sources of zelk/ and sees whether the tests notice.
+
+usage: mutate.py [count] [seed]
+
+Each fault is built and tested with the short roads and without, in copies of the tree under
+build/mutate, one for each processor. A fault is killed when a test fails, hangs or does not end
+normally; one that leaves the object code of both builds as it was is equal in effect. The others
+survive and are listed; then the exit status is 1.
+"""
+import collections
+import concurrent.futures
+import difflib
+import hashlib
+import os
+import pathlib
+import queue
+import random
+import re
+import shutil
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+WORK = ROOT / "build" / "mutate"
+BUILDS = {"short": [], "reference": ["-DZELK_REFERENCE_ONLY=ON"]}
+TEST_SECONDS = 120
+
+SWAPS = [
+    # Comparisons, and their edges.
+    (" < ", [" <= ", " >= "]), (" <= ", [" < ", " > "]), (" > ", [" >= ", " <= "]),
+    (" >= ", [" > ", " < "]), (" == ", [" != "]), (" != ", [" == "]),
+    # Signs, shifts, bits, conditions.
+    (" + ", [" - "]), (" - ", [" + "]), (" += ", [" -= "]), (" -= ", [" += "]), ("++", ["--"]),
+    (" << ", [" >> "]), (" >> ", [" << "]), (" | ", [" & ", " ^ "]), (" & ", [" | "]),
+    (" ^ ", [" | "]), (" && ", [" || "]), (" || ", [" && "]), (" * ", [" + "]), (" % ", [" / "]),
+    ("false", ["true"]), ("true", ["false"]), ("std::min", ["std::max"]), ("std::max", ["std::min"]),
+    # Directions.
+    ("ROUND_TOWARD_POSITIVE", ["ROUND_TOWARD_NEGATIVE"]), ("upward", ["downward"]),
+    ("ROUND_TOWARD_NEGATIVE", ["ROUND_TOWARD_POSITIVE"]), ("downward", ["upward"]),
+]
+# Missing negations, and numbers that are one off.
+PATTERNS = [
+    (re.compile(r"(?<=[(\s])!(?=[a-z(])"), lambda m: ""),
+    (re.compile(r"(?<=[(\s])[~-](?=[a-z(])"), lambda m: ""),
+    (re.compile(r"(?<=[-+<>=&|*/(] )\d+\b(?![.\w])|(?<=[(,])\d+(?=[,)])"),
+     lambda m: str(int(m.group()) + 1)),
+]
+# A statement that can go: an assignment or a call, on a line of its own.
+STATEMENT = re.compile(r"^\s+(?!return|throw|using|static|const|auto|case|break|continue|template|delete)"
+                       r"[\w.>\[\]:-]+(\s*([-+*/|&^]|<<|>>)?=[^=]|\().*;$")
+
+Fault = collections.namedtuple("Fault", "file line text kind")
+
+
+def faults_of(path):
+    """All faults that the lines of a file offer."""
+    lines = path.read_text().splitlines()
+    name = str(path.relative_to(ROOT))
+    for number, line in enumerate(lines):
+        code = line.split("//")[0].rstrip()
+        if not code.strip() or code.lstrip().startswith(("#", "template", "static_assert", "operator")):
+            continue
+        if '"' in code or "friend" in code or "= delete" in code or "= default" in code:
+            continue
+        def fault(start, end, new, kind):
+            return Fault(name, number, code[:start] + new + code[end:], kind)
+        for old, news in SWAPS:
+            for match in re.finditer(re.escape(old), code):
+                for new in news:
+                    yield fault(match.start(), match.end(), new, f"{old.strip()} to {new.strip()}")
+        for pattern, replace in PATTERNS:
+            for match in pattern.finditer(code):
+                new = replace(match)
+                yield fault(match.start(), match.end(), new, f"{match.group()} to {new or 'nothing'}")
+        if STATEMENT.match(code) and code.count("(") == code.count(")"):
+            yield Fault(name, number, re.match(r"\s*", code).group() + ";", "no statement")
+
+
+def sample(count, seed):
+    """Faults of every file, as many as its share of all."""
+    chance = random.Random(seed)
+    per_file = {}
+    for path in sorted(ROOT.glob("zelk/*/*.*")):
+        found = list(faults_of(path))
+        if found:
+            chance.shuffle(found)
+            per_file[path] = found
+    total = sum(map(len, per_file.values()))
+    for found in per_file.values():
+        yield from found[: max(2, round(count * len(found) / total))]
+
+
+def run(command, seconds=600):
+    try:
+        return subprocess.run(command, capture_output=True, text=True, timeout=seconds).returncode
+    except subprocess.TimeoutExpired:
+        return -1
+
+
+class Tree:
+    """A copy of the sources with its builds."""
+
+    def __init__(self, number):
+        self.source = WORK / f"tree{number}"
+        shutil.rmtree(self.source, ignore_errors=True)
+        ignored = shutil.ignore_patterns("build", ".git", "docs")
+        shutil.copytree(ROOT, self.source, ignore=ignored)
+        self.originals = {}
+        for build, options in BUILDS.items():
+            configured = run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
+                              "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options])
+            if configured != 0 or not self.build(build) or not self.passes(build):
+                sys.exit(f"mutate: the tests do not build or pass without a fault ({build})")
+            self.originals[build] = self.code(build)
+
+    def folder(self, build):
+        return self.source / "build" / build
+
+    def build(self, build):
+        return run(["cmake", "--build", self.folder(build), "-j", "1"]) == 0
+
+    def passes(self, build):
+        return run(["ctest", "--test-dir", self.folder(build), "--stop-on-failure",
+                    "--timeout", str(TEST_SECONDS)]) == 0
+
+    def code(self, build):
+        digest = hashlib.sha256()
+        for path in sorted(self.folder(build).glob("**/*_test")):
+            digest.update(path.read_bytes())
+        return digest.digest()
+
+    def outcome(self, fault):
+        path = self.source / fault.file
+        text = path.read_text()
+        lines = text.splitlines()
+        lines[fault.line] = fault.text
+        path.write_text("\n".join(lines) + "\n")
+        try:
+            equal = True
+            for build in BUILDS:
+                if not self.build(build):
+                    return "does not compile"
+                if self.code(build) == self.originals[build]:
+                    continue
+                equal = False
+                if not self.passes(build):
+                    return "killed"
+            return "equal" if equal else "survived"
+        finally:
+            path.write_text(text)
+
+
+def main():
+    count = int(sys.argv[1]) if len(sys.argv) > 1 else 150
+    seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
+    faults = list(sample(count, seed))
+    WORK.mkdir(parents=True, exist_ok=True)
+    trees = queue.Queue()
+    workers = os.cpu_count() or 1
+    for number in range(workers):
+        trees.put(Tree(number))
+
+    def attempt(fault):
+        tree = trees.get()
+        try:
+            return fault, tree.outcome(fault)
+        finally:
+            trees.put(tree)
+
+    outcomes = collections.Counter()
+    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
+        for fault, outcome in pool.map(attempt, faults):
+            outcomes[outcome] += 1
+            print(f"{outcome:16} {fault.file}:{fault.line + 1}: {fault.kind}", flush=True)
+            if outcome == "survived":
+                before = (ROOT / fault.file).read_text().splitlines()[fault.line]
+                print("    -" + before + "\n    +" + fault.text, flush=True)
+    tried = outcomes["killed"] + outcomes["equal"] + outcomes["survived"]
+    print(f"{tried} faults (seed {seed}): {outcomes['killed']} killed, {outcomes['equal']} equal in "
+          f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile")
+    sys.exit(1 if outcomes["survived"] else 0)
+
+
+if __name__ == "__main__":
+    main()

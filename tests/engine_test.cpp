@@ -5,8 +5,6 @@
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
-static QNumber power(unsigned k) { return {mpz_class(1) << k, 1}; }
-
 TEST(Engine, ExponentsOfAnySize) {
   constexpr Format wide{80, 4};
   const QNumber bias = wide.bias(), longest = -power(63) - 19;  // makes a shift of 2^63 - 1

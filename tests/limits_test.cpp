@@ -10,8 +10,6 @@ using zelk::BVNumber;
 static constexpr auto up = IEEEFloat::ROUND_TOWARD_POSITIVE;
 static constexpr unsigned long top = 200000;
 
-static QNumber power(unsigned long k) { return {mpz_class(1) << k, 1}; }
-
 static auto state(const QNumber& x) { return x; }
 static auto state(const IEEEFloat& x) { return std::pair(x.get_format(), x.get_bits()); }
 

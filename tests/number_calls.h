@@ -1,0 +1,102 @@
+// Calls on exact numbers beside the same on GMP's.
+#ifndef ZELK_TESTS_NUMBER_CALLS_H_
+#define ZELK_TESTS_NUMBER_CALLS_H_
+
+#include "tests/support.h"
+
+namespace zelk_test {
+
+using zelk::BVNumber;
+
+inline mpz_class floor_div(const mpz_class& a, const mpz_class& b) {
+  mpz_class q;
+  mpz_fdiv_q(q.get_mpz_t(), a.get_mpz_t(), b.get_mpz_t());
+  return q;
+}
+
+/// Whether words can hold the number.
+inline bool fits(const mpq_class& v) {
+  return abs(v.get_num()) < pow2(63) && v.get_den() < pow2(63);
+}
+
+/// Value, canonical form and every accessor; small only where the words can hold it.
+inline void expect_value(const QNumber& q, const mpq_class& want, const std::string& what) {
+  const bool integer = want.get_den() == 1;
+  EXPECT_TRUE((std::ostringstream() << q).str() == want.get_str() &&
+              q.get_num().to_mpq() == want.get_num() && q.get_den().to_mpq() == want.get_den() &&
+              mpq_equal(q.to_mpq().get_mpq_t(), want.get_mpq_t()) && q.sign() == sgn(want) &&
+              q.is_integer() == integer && q.fits_long() == (integer && fits(want)) &&
+              (!q.fits_long() || q.to_long() == want.get_num()) && (!q.is_small() || fits(want)))
+      << what << " = " << q << ", wanted " << want;
+}
+
+/// Numbers and their values. A call has two targets, the operands x and y, and a word or count.
+struct Numbers {
+  static constexpr unsigned long calls = 22;
+  QNumber numbers[4];
+  mpq_class values[4];
+
+  /// Makes a call, where it is allowed, and checks value and form of what it leaves.
+  void check(unsigned long call, unsigned long i, unsigned long word) {
+    QNumber &x = numbers[i % 4], &y = numbers[i / 4 % 4], &z = numbers[(i + 1) % 4];
+    mpq_class &u = values[i % 4], &v = values[i / 4 % 4], &w = values[(i + 1) % 4];
+    const mpz_class m = u.get_num(), n = v.get_num();
+    if ((call >= 9 && call <= 12 && v != n) || (call >= 12 && call <= 15 && u != m)) return;
+    if (((call == 6 || call == 7) && n == 0) || (call == 8 && m == 0)) return;
+    const unsigned long count = word % 220;
+    const mpz_class bit = pow2(count);
+    const bool known = call > 2 || (u == m && v == n), reset = call == 2 && u != m && v == 0;
+    const bool words = x.is_small() && (call > 12 || y.is_small()), z_words = words && z.is_small();
+    const bool shift = call == 9 && count > 0 && x.is_small(), y_words = y.is_small();
+    const auto k = static_cast<long>(word);
+    if (call == 0) x += y, u += v;
+    if (call == 1) x -= y, u -= v;
+    if (call == 2) x *= y, u *= v;
+    if (call == 3) x = y, u = v;
+    if (call == 4) x = -y, u = -v;
+    if (call == 5) x = std::move(y), u = v, v = &x == &y ? v : mpq_class();
+    if (call == 6) x = y.inv(), u = 1 / v;
+    if (call == 7) x.divmod(y, x, z), u = floor_div(m, n), w = m - u.get_num() * n;
+    if (call == 8) y.divmod(x, z, x), w = floor_div(n, m), u = n - w.get_num() * m;
+    if (call == 9) BVNumber::bit_left_shift(y, count, &x), u = n * bit;
+    if (call == 10) BVNumber::bit_right_shift(y, count, &x), u = n >> count;
+    if (call == 11) BVNumber::neg(count, y, &x), u = bit - n;
+    if (call == 12) BVNumber::bit_op(x, y, BVNumber::bit_and_l, mpz_and, &x), u = m & n;
+    if (call == 13) BVNumber::trim(x, count), u = m & (bit - 1);
+    if (call == 14) BVNumber::set_bit(x, count, true), u = m | bit;
+    if (call == 15) BVNumber::set_bit(x, count, false), u = m & ~bit;
+    if (call == 16) BVNumber::pow2(count, &x), u = bit;
+    if (call == 17) x = word, u = word;
+    if (call == 18) x = k, u = k;
+    if (call == 19)
+      x = QNumber::scaled(k / 2, static_cast<long>(count) - 110), u = mpq_class(k / 2 * bit) >> 110;
+    if (call == 20) x.assign(word, ~word), u = mpz_class(~word) * pow2(64) + word;
+    if (call == 21) x.reset(), u = 0;
+
+    const std::string what = "call " + std::to_string(call);
+    for (const auto j : {i % 4, i / 4 % 4, (i + 1) % 4}) expect_value(numbers[j], values[j], what);
+    // A big target stays big; of small operands the result is small where words can hold it.
+    bool form = (words || shift) && fits(u);
+    if (call == 11 || ((call == 14 || call == 15) && u != m)) form = form && count <= 62;
+    if ((call == 14 || call == 15) && u != m) form = form && m >= 0;
+    if (call == 21 || (reset && y_words)) form = true;
+    EXPECT_TRUE(x.is_small() == form || (!known && words)) << what << " gives " << x;
+    EXPECT_TRUE((call != 7 && call != 8) || z.is_small() == z_words) << what << " gives " << z;
+    EXPECT_TRUE((x < y) == (u < v) && (x <= y) == (u <= v) && (x == y) == (u == v)) << x << y;
+    const mpz_class r = u.get_num();
+    if (u != r) return;
+    const unsigned long length = r == 0 ? 0 : mpz_sizeinbase(r.get_mpz_t(), 2);
+    EXPECT_TRUE(BVNumber::bit_length(x) == length &&
+                BVNumber::low_word(x) == mpz_class(r & (pow2(64) - 1)).get_ui() &&
+                BVNumber::count_leading_zeros(x, count) ==
+                    (r < 0 || length > count ? 0 : count - length) &&
+                BVNumber::test_bit(x, count) == (mpz_tstbit(r.get_mpz_t(), count) != 0) &&
+                BVNumber::lowest_one(x, count) == mpz_scan1(r.get_mpz_t(), count) &&
+                BVNumber::lowest_zero(x, count) == mpz_scan0(r.get_mpz_t(), count))
+        << x << " and " << count;
+  }
+};
+
+}  // namespace zelk_test
+
+#endif  // ZELK_TESTS_NUMBER_CALLS_H_

@@ -61,7 +61,7 @@ static int refusals(const IEEEFloat& v) {
 }
 
 TEST(Limits, FormatsOfAnyWidthAnswerOrThrow) {
-  for (const unsigned long w : {top - 5, top, 1UL << 37, 1UL << 63, ~0UL - 1, ~0UL}) {
+  for (const unsigned long w : {top - 6, top - 5, top, 1UL << 37, 1UL << 63, ~0UL - 1, ~0UL}) {
     for (const Format f : {Format{w, 5}, {5, w}, {w, w}, {top / 2, top / 2}}) {
       EXPECT_EQ(refusals(IEEEFloat(f, up)), 17) << f.exp_width << ' ' << f.mant_width;
       EXPECT_TRUE(REFUSED(IEEEFloat({8, 23}, up), x.set_format(f)));

@@ -31,9 +31,10 @@ inline void require_bits(unsigned long bits) {
 }
 
 /// The index e + m of the sign bit. Every operation that needs the width of a pattern starts
-/// here, so that past this call 1 + e + m is at most `max_bits` and sums of widths cannot wrap.
+/// here, so that past this call 1 + e + m is below `max_bits`: sums of widths cannot wrap, and the
+/// sum of a pattern and one is within the limit.
 inline unsigned long sign_bit(IEEEFloat::format f) {
-  if (f.exp_width >= max_bits || f.mant_width >= max_bits - f.exp_width) {
+  if (f.exp_width >= max_bits - 1 || f.mant_width >= max_bits - 1 - f.exp_width) {
     throw_precision_limit();
   }
   return f.exp_width + f.mant_width;

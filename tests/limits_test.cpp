@@ -79,16 +79,6 @@ TEST(Limits, FormatsOfAnyWidthAnswerOrThrow) {
   EXPECT_TRUE(REFUSED(IEEEFloat::from_bits(1, {top - 3, 1}), x += x));  // exponents with no room
 }
 
-TEST(Limits, DegenerateFormatsStaySafe) {
-  for (const Format f : {Format{0, 0}, {0, 5}, {1, 0}, {1, 1}, {5, 0}, {8, 0}, {64, 0}}) {
-    for (unsigned i = 0; i < 12; ++i) {
-      IEEEFloat x(f, static_cast<IEEEFloat::Repr>(i % 3), up);
-      for (unsigned k = 0; k < i / 3; ++k) x.packed_next(true);
-      refusals(x);
-    }
-  }
-}
-
 TEST(Limits, WideExponentsCostNothingExtra) {
   for (const Format f : {Format{20, 4}, {40, 4}, {62, 1}, {63, 1}, {64, 4}}) {
     const mpz_class one = bits(IEEEFloat::from_number(1, f, up));

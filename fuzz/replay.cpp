@@ -6,9 +6,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-int main(int, char** argv) {
+int main(int argc, char** argv) {
   int count = 0;
-  for (const auto& file : std::filesystem::directory_iterator(argv[1])) {
+  for (const auto& file : std::filesystem::directory_iterator(argv[argc - 1])) {
     std::cout << ++count << ' ' << file.path() << std::endl;  // before it can end the process
     std::ifstream stream(file.path(), std::ios::binary);
     const std::vector<std::uint8_t> input(std::istreambuf_iterator<char>(stream), {});

@@ -54,7 +54,8 @@ struct Numbers {
     if (call == 2) x *= y, u *= v;
     if (call == 3) x = y, u = v;
     if (call == 4) x = -y, u = -v;
-    if (call == 5) x = std::move(y), u = v, v = &x == &y ? v : mpq_class();
+    if (call == 5)
+      x = std::move(y), u = v, v = &x == &y ? v : mpq_class();  // NOLINT(bugprone-use-after-move)
     if (call == 6) x = y.inv(), u = 1 / v;
     if (call == 7) x.divmod(y, x, z), u = floor_div(m, n), w = m - u.get_num() * n;
     if (call == 8) y.divmod(x, z, x), w = floor_div(n, m), u = n - w.get_num() * m;

@@ -22,7 +22,7 @@ namespace zelk {
 
 /// A floating-point value.
 ///
-/// Operations on a format whose patterns (1 + e + m bits) pass `max_bits`, and operations whose
+/// Operations on a format whose patterns (1 + e + m bits) reach `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
 /// Arithmetic is defined for e >= 2 and m >= 1. It allocates nothing for patterns of up to 63 bits,
 /// nor for wider ones once the value has held one of 64 bits or more. Otherwise an operation has on

@@ -31,8 +31,9 @@ TEST(QNumber, CallsOnBoundaryValuesMatchGmp) {
     for (const auto& [q, y] : all) {
       const unsigned count = counts[++turn % 14];
       SCOPED_TRACE(testing::Message() << p << " and " << q << ", count " << count);
-      for (const unsigned long i : {0UL, 4UL, 8UL}) {  // y is x, the other target, neither
-        for (unsigned long call = 0; call < Numbers::calls && (i > 0 || &x == &y); ++call) {
+      for (const unsigned long i : {0UL, 4UL, 8UL}) {  // y is x, divmod's other target, neither
+        for (unsigned long call = 0; call < Numbers::calls; ++call) {
+          if (i == 0 ? &x != &y : i == 4 && call != 7 && call != 8) continue;
           Numbers some{{x}, {p}};
           if (turn % 3 == 0) some.numbers[1] = QNumber(pow2(100), 1), some.values[1] = pow2(100);
           some.numbers[i / 4] = y;

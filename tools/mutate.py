@@ -24,7 +24,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 WORK = ROOT / "build" / "mutate"
 BUILDS = {"short": [], "reference": ["-DZELK_REFERENCE_ONLY=ON"]}
-TEST_SECONDS = 120
+TEST_SECONDS = 60
 
 SWAPS = [
     # Comparisons, and their edges.

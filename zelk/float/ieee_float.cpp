@@ -332,17 +332,21 @@ void IEEEFloat::require_both_generic(const IEEEFloat& other) const {
   }
 }
 
+// The order of two patterns in limbs, if there is the short road and it has an answer.
+int IEEEFloat::generic_order(const IEEEFloat& a, const IEEEFloat& b) {
+  if (!has_limb_road(a.fmt, ROUND_NEAREST_EVEN)) {
+    return no_answer;
+  }
+  mp_limb_t word_a = 0;
+  mp_limb_t word_b = 0;
+  return compare_limbs({a.fmt.exp_width, a.fmt.mant_width}, limbs_of(*a.payload.big, word_a),
+                       limbs_of(*b.payload.big, word_b));
+}
+
 // Patterns of one sign are in the order of their magnitudes.
 bool IEEEFloat::generic_less(const IEEEFloat& a, const IEEEFloat& b) {
-  if (has_limb_road(a.fmt, ROUND_NEAREST_EVEN)) {
-    mp_limb_t word_a = 0;
-    mp_limb_t word_b = 0;
-    const Answer answer =
-        less_limbs({a.fmt.exp_width, a.fmt.mant_width}, limbs_of(*a.payload.big, word_a),
-                   limbs_of(*b.payload.big, word_b));
-    if (answer != Answer::none) {
-      return answer == Answer::yes;
-    }
+  if (const int order = generic_order(a, b); order != no_answer) {
+    return order < 0;
   }
   if (a.is_nan() || b.is_nan()) {
     return false;
@@ -354,7 +358,15 @@ bool IEEEFloat::generic_less(const IEEEFloat& a, const IEEEFloat& b) {
   return negative ? *b.payload.big < *a.payload.big : *a.payload.big < *b.payload.big;
 }
 
+bool IEEEFloat::generic_less_equal(const IEEEFloat& a, const IEEEFloat& b) {
+  const int order = generic_order(a, b);
+  return order != no_answer ? order <= 0 : !a.is_nan() && !b.is_nan() && !(b < a);
+}
+
 bool IEEEFloat::generic_equal(const IEEEFloat& a, const IEEEFloat& b) {
+  if (const int order = generic_order(a, b); order != no_answer) {
+    return order == 0;
+  }
   return !a.is_nan() && !b.is_nan() &&
          (*a.payload.big == *b.payload.big || (a.is_zero() && b.is_zero()));
 }
@@ -679,6 +691,14 @@ QNumber IEEEFloat::to_number() const {
 QNumber IEEEFloat::to_integer(unsigned long w) const {
   if (long n = 0; is_word() && word_integer(shape(), get_mode(), low_word(), w, n)) {
     return n;
+  }
+  if (has_limb_road(fmt, ROUND_NEAREST_EVEN) && is_generic()) {
+    // Any other mode rounds toward zero.
+    const Direction direction =
+        mode() <= ROUND_TOWARD_NEGATIVE ? direction_of(mode()) : Direction::toward_zero;
+    mp_limb_t word = 0;
+    return integer_of_limbs({fmt.exp_width, fmt.mant_width}, direction,
+                            limbs_of(*payload.big, word), w);
   }
   TempNumProvider tp;
   if (w > 0) {

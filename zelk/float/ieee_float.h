@@ -25,10 +25,11 @@ namespace zelk {
 /// Operations on a format whose patterns (1 + e + m bits) reach `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
 /// Arithmetic is defined for e >= 2 and m >= 1. It allocates nothing for patterns of up to 63 bits,
-/// nor for wider ones once the value has held one of 64 bits or more. Otherwise an operation has on
-/// the heap, beyond 16 KB, at most 10 (e + m) bits, of both formats if there are two; `to_integer`
-/// of w bits 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|), k being that of the
-/// last place. Whatever is thrown, allocation failure included, the value keeps what it was.
+/// nor for wider ones once the value has held one as wide and scratch has grown. Otherwise an
+/// operation has on the heap, beyond 16 KB, at most 10 (e + m) bits, of both formats if there are
+/// two; `to_integer` of w bits 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|), k
+/// being that of the last place. Whatever is thrown, allocation failure included, the value keeps
+/// what it was.
 class IEEEFloat {
  public:
   /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.
@@ -270,7 +271,7 @@ class IEEEFloat {
   bool is_generic() const { return repr() >= REPR_GENERIC; }
   const QNumber& pattern(QNumber& scratch) const;
   std::uint64_t low_word() const;
-  // Narrow values take short roads on words in front of the algorithms on numbers, which serve
+  // Values take short roads on words and limbs in front of the algorithms on numbers, which serve
   // every format, mode and size and stay the reference. A build without the short roads gives the
   // same results, but for sums that only they find room for under a very low `max_bits`.
 #ifdef ZELK_REFERENCE_ONLY
@@ -299,7 +300,9 @@ class IEEEFloat {
   bool generic_is_subnormal() const;
   bool generic_get_sign() const;
   void generic_set_sign(bool s);
+  static int generic_order(const IEEEFloat& a, const IEEEFloat& b);
   static bool generic_less(const IEEEFloat& a, const IEEEFloat& b);
+  static bool generic_less_equal(const IEEEFloat& a, const IEEEFloat& b);
   static bool generic_equal(const IEEEFloat& a, const IEEEFloat& b);
 
   void require_same_kind(const IEEEFloat& other) const {
@@ -451,7 +454,8 @@ inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
     case IEEEFloat::REPR_FLOAT32:
       return IEEEFloat::compared(swflt::float32_le(a.payload.bits32, b.payload.bits32));
     default:
-      return !a.is_nan() && !b.is_nan() && !(b < a);
+      return a.in_word() ? !a.is_nan() && !b.is_nan() && !(b < a)
+                         : IEEEFloat::generic_less_equal(a, b);
   }
 }
 

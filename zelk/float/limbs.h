@@ -164,6 +164,12 @@ inline void pack_zero_limbs(LimbShape s, Limb sign, Limb* out) {
   pack_top(s, n, sign, 0, 0, 0, out);
 }
 
+/// Whether rounding in direction `mode` increments a magnitude that has `guard` below.
+inline bool rounds_up(Direction mode, Limb sign, bool odd, Limb guard) {
+  return mode == Direction::nearest ? (guard | Limb{odd}) > half_limb
+                                    : guard != 0 && swflt::detail::rounds_outward(sign, mode);
+}
+
 /// out, a significand of n limbs with its hidden bit in place or, for exp = 1, below, becomes the
 /// pattern nearest in direction `mode` to it with the guard.
 template <class Size>
@@ -174,17 +180,12 @@ template <class Size>
     pack_overflow_limbs(s, mode, sign, out);
     return;
   }
-  const bool up = mode == Direction::nearest
-                      ? (guard | (out[0] & 1)) > half_limb
-                      : guard != 0 && swflt::detail::rounds_outward(sign, mode);
+  const bool up = rounds_up(mode, sign, out[0] % 2 != 0, guard);
   const Limb increment_top = increment(out, one_less(n), Limb{up});
   const Limb top = out[n - 1] + increment_top;
-  const auto carry = Limb{top < increment_top};  // from a hidden bit that is the highest
-  pack_top(s, n, sign, exp - 1, top, carry, out);
-  if (exp - 1 + static_cast<std::int64_t>(shifted_limb(top, carry, s.top_bit())) == s.exp_max())
-      [[unlikely]] {
-    pack_overflow_limbs(s, mode, sign, out);
-  }
+  // The hidden bit may be the highest. What carries into the exponent of infinities is rounded
+  // outward and leaves a significand of 0.
+  pack_top(s, n, sign, exp - 1, top, Limb{top < increment_top}, out);
 }
 
 /// The same for w * 2^(exp - bias - m), plus less than one unit of w if `sticky`, w of `size` limbs
@@ -515,31 +516,64 @@ inline bool exact_value_of_limbs(LimbShape s, Limbs bits, QNumber& out) {
   return true;
 }
 
-/// Whether a < b for two patterns none of which is a NaN or an infinity; otherwise no answer.
-enum class Answer { no, yes, none };
+/// to_integer(w): infinities and NaNs count as finite values of their exponent, but for w = 0.
+inline QNumber integer_of_limbs(LimbShape s, Direction mode, Limbs bits, unsigned long w) {
+  const long n = s.significand_size();
+  LimbRoom<2, long> room(n);
+  LimbNumber x{};
+  const bool finite = unpack_limbs(s, n, bits, x, room.limbs());
+  if ((x.top & s.hidden_bit()) == 0 || (w == 0 && !finite)) {
+    return 0;
+  }
+  Limb* sig = room.limbs() + n;
+  long size = copy_significand(x, n, sig);
+  const std::int64_t right = s.bias() + static_cast<long>(s.mant_width) - x.exp;
+  if (right > 0) {
+    const Limb guard = shift_many_right(sig, n, sig, size, static_cast<std::uint64_t>(right));
+    if (w > 0 && rounds_up(mode, x.sign, sig[0] % 2 != 0, guard)) {
+      mpn_add_1(sig, sig, n, 1);
+    }
+    size = trimmed(sig, n);
+  }
+  const auto left = static_cast<unsigned long>(right < 0 ? -right : 0);
+  if (w == 0) {
+    require_room_for_value(static_cast<long>(left), s.mant_width);
+  } else if (left >= w) {
+    return 0;
+  } else if (const unsigned long kept = w - left;
+             kept < static_cast<unsigned long>(size * limb_bits)) {
+    const auto limb = static_cast<long>(kept / limb_bits);
+    sig[limb] &= (Limb{1} << kept % limb_bits) - 1;
+    size = trimmed(sig, limb + 1);
+  }
+  if (size == 0) {
+    return 0;
+  }
+  require_bits(static_cast<unsigned long>(bit_size(sig, size)) + left);
+  return QNumber::scaled(sig, size, x.sign != 0, static_cast<long>(left));
+}
 
-inline Answer less_limbs(LimbShape s, Limbs a, Limbs b) {
+/// -1, 0 or 1 as a < b, a = b or a > b; no answer where an infinity or a NaN is among them, or two
+/// small values of different signs that may both be zeros.
+constexpr int no_answer = 2;
+
+inline int compare_limbs(LimbShape s, Limbs a, Limbs b) {
   const long n = s.significand_size();
   const std::uint64_t top_a = top_of(s, a, n);
   const std::uint64_t top_b = top_of(s, b, n);
   const auto special = static_cast<std::uint64_t>(s.exp_max());
   if ((top_a & special) == special || (top_b & special) == special) {
-    return Answer::none;
+    return no_answer;
   }
   const bool negative = top_a > special;
-  if (top_a != top_b) {
-    // Of two signs, both may go with a zero.
-    if (negative != (top_b > special)) {
-      return (top_a & special) == 0 && (top_b & special) == 0 ? Answer::none
-             : negative                                       ? Answer::yes
-                                                              : Answer::no;
-    }
-    return (top_a < top_b) != negative ? Answer::yes : Answer::no;
+  if (negative != (top_b > special)) {
+    return (top_a & special) == 0 && (top_b & special) == 0 ? no_answer : negative ? -1 : 1;
   }
-  const int order = a.size != b.size ? (a.size < b.size ? -1 : 1)
-                    : a.size == 0    ? 0
-                                     : mpn_cmp(a.data, b.data, a.size);
-  return (negative ? order > 0 : order < 0) ? Answer::yes : Answer::no;
+  const int order = top_a != top_b     ? (top_a < top_b ? -1 : 1)
+                    : a.size != b.size ? (a.size < b.size ? -1 : 1)
+                    : a.size == 0      ? 0
+                                       : mpn_cmp(a.data, b.data, a.size);
+  return order == 0 ? 0 : (order < 0) != negative ? -1 : 1;
 }
 
 }  // namespace

@@ -119,13 +119,12 @@ void QNumber::require_bits(unsigned long bits) {
 }
 
 void QNumber::init_big(bool negative, unsigned long magnitude) {
-  gmp = new_gmp();
-  den = 0;
+  num = 0;
+  make_big();
   mpz_set_ui(mpq_numref(gmp), magnitude);
   if (negative) {
     self_neg();
   }
-  mpz_set_ui(mpq_denref(gmp), 1);
 }
 
 void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {

@@ -1,9 +1,9 @@
 // Exact rational numbers: two machine words while they fit, a GMP rational when they do not.
 //
 // Every operation is exact. Small-form arithmetic is inline, allocates nothing and tests for
-// overflow before it writes; the big form is in the source file. The scratch integers and the
-// table of greatest common divisors belong to the whole process and have no lock: one thread at
-// a time.
+// overflow before it writes; the big form is in the source file. The scratch integers, the storage
+// of a few numbers that are gone and the table of greatest common divisors belong to the whole
+// process and have no lock: one thread at a time.
 #ifndef ZELK_NUMBERS_QNUMBER_H_
 #define ZELK_NUMBERS_QNUMBER_H_
 
@@ -135,7 +135,8 @@ class QNumber {
   /// The integer n, exactly, from any signed or unsigned integer type: small, except for -2^63
   /// and for values above 2^63 - 1.
   template <detail::standard_integer T>
-  QNumber(T n) : num(static_cast<long>(n)), den(1) {  // NOLINT(google-explicit-constructor)
+  QNumber(T n) : QNumber() {
+    num = static_cast<long>(n);
     if (!std::in_range<long>(n) || num == -detail::word_max - 1) {
       init_big(n < T{0},
                n < T{0} ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n));

@@ -1,10 +1,9 @@
 // Rounded arithmetic on patterns in words: one text for every format that fits.
 //
 // The shape of a format is a constant (binary32, binary64, binary128 in a double word) or known at
-// run time. Each operation
-// settles NaN, infinite and zero operands, computes every other result as a significand whose
-// lowest bit is sticky, and rounds and packs it. Included by swflt.cpp, for its routines, and by
-// the float code.
+// run time. Each operation settles NaN, infinite and zero operands, computes every other result as
+// a significand whose lowest bit is sticky, and rounds and packs it. Included by swflt.cpp, for its
+// routines, and by the float code.
 #ifndef ZELK_SWFLT_WORDS_H_
 #define ZELK_SWFLT_WORDS_H_
 

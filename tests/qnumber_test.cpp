@@ -73,6 +73,7 @@ TEST(QNumber, ConstructionIsExactAndTakesTheFormOfItsSource) {
     }
   }
   EXPECT_TRUE(zelk::gcd_cache[990][935] == 55 && zelk::gcd_cache[935][990] == 55);
+  EXPECT_EQ(QNumber(1) / 4106 + QNumber(1) / 6159, QNumber(5, 12318));  // a large common divisor
   QNumber q = 7, r = 8;
   const std::string text = "Exception: division by zero";
   EXPECT_EQ(message([] { return QNumber(mpq_class(1, 0)); }), text);

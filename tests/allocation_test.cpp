@@ -312,4 +312,11 @@ TEST(Allocation, EveryFailureArrivesAndChangesNothing) {
   const IEEEFloat::error error(std::string(100, 'x'));
   heap.until_failure = 0;
   EXPECT_STREQ(error.what(), "");  // which has to build the text and must not throw
+  // A text that loses its end says so.
+  zelk::Exception first("x"), copy(first);
+  for (zelk::Exception* e : {&first, &copy}) {
+    const std::string text(5000, 'x');
+    heap.until_failure = 0;
+    EXPECT_THROW(e->msg_stream << text, std::bad_alloc);
+  }
 }

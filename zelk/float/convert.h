@@ -29,6 +29,29 @@ inline void convert_pattern(TempNumProvider& tp, IEEEFloat::format from, IEEEFlo
   }
 }
 
+/// mant1 := a significand of |q| * 2^exp1 that rounds to format f as that does: at least m + 3 bits
+/// of the quotient and a sticky bit. exp1 follows.
+inline void rational_significand(TempNumProvider& tp, IEEEFloat::format f, const QNumber& q) {
+  tp.mant1 = q.get_num();
+  if (tp.mant1.sign() < 0) {
+    tp.mant1.self_neg();
+  }
+  if (q.is_integer()) {
+    return;
+  }
+  require_room(f, sign_bit(f) + 4);
+  tp.mant2 = q.get_den();
+  const unsigned long wanted = f.mant_width + 3 + BVNumber::bit_length(tp.mant2);
+  const unsigned long length = BVNumber::bit_length(tp.mant1);
+  const unsigned long shift = wanted > length ? wanted - length : 0;
+  require_bits(length + shift);
+  BVNumber::bit_left_shift(tp.mant1, shift, &tp.mant1);
+  tp.mant1.divmod(tp.mant2, tp.mant1, tp.tmp1);
+  BVNumber::bit_left_shift(tp.mant1, 1, &tp.mant1);
+  BVNumber::set_bit(tp.mant1, 0, !tp.tmp1.is_zero());
+  tp.exp1 -= shift + 1;
+}
+
 /// Throws unless a significand times 2^k is within the limit, and so is all that leads there.
 inline void require_room_for_value(long k, unsigned long mant_width) {
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));

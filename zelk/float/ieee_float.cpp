@@ -456,8 +456,7 @@ template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_generic(const IEEEFloat& other) {
   QNumber& left = *payload.big;
   const QNumber& right = *other.payload.big;
-  if (!has_word_road(fmt, mode()) || fmt.exp_width + fmt.mant_width > 62 || !left.is_small() ||
-      !right.is_small()) [[unlikely]] {
+  if (!has_word_road(fmt, mode()) || fmt.exp_width + fmt.mant_width > 62) [[unlikely]] {
     return apply_otherwise<Op>(other);
   }
   const auto a = static_cast<std::uint64_t>(left.to_small());
@@ -466,8 +465,8 @@ template <class Op>
   return *this;
 }
 
-// Generic values whose patterns have more than 63 bits or stand in a number of the big form, and
-// all that the short road does not serve.
+// All generic values, above all those whose patterns have more than 63 bits or stand in a number of
+// the big form.
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
   if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
@@ -498,7 +497,7 @@ template <class Op>
 template <class Op>
 [[gnu::cold, gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_stored_3(const IEEEFloat& other) {
   require_both_generic(other);
-  return apply_generic<Op>(other);
+  return apply_otherwise<Op>(other);
 }
 
 template <class Op>
@@ -561,6 +560,18 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     result /= from_integer(den, f, rm);
   }
   return result;
+}
+
+IEEEFloat IEEEFloat::from_scaled(const QNumber& q, const QNumber& k, format f, rounding_mode rm) {
+  if (!k.is_integer()) {
+    throw_with("exponent is not an integer: ", k);
+  }
+  TempNumProvider tp;
+  tp.exp1 = k;
+  tp.exp1 += f.mant_width;
+  rational_significand(tp, f, q);
+  round_and_pack_float(tp, f, rm, q.sign() < 0, tp.exp1, tp.mant1, tp.tmp1);
+  return {f, rm, tp.tmp1};
 }
 
 // The conversions between packed words, without flags.

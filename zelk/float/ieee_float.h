@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "zelk/base/exception.h"
@@ -149,6 +150,22 @@ class IEEEFloat {
   /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3 and rounding a part is inexact,
   ///   in every format; for a generic value also when the division is.
   static IEEEFloat from_number(const QNumber& q, format f, rounding_mode rm);
+
+  /// q * 2^k in format f, rounded once, whatever q and k are; +0 for q = 0.
+  /// \throws error "exponent is not an integer: <k>"; "bad rounding mode: <rm>" when rm is not 0 to
+  ///   3 and the result is inexact; "reached limit on float precision".
+  static IEEEFloat from_scaled(const QNumber& q, const QNumber& k, format f, rounding_mode rm);
+
+  /// q in format f, rounded once.
+  static IEEEFloat from_ratio(const QNumber& q, format f, rounding_mode rm) {
+    return from_scaled(q, 0, f, rm);
+  }
+
+  /// The number that a text stands for, in format f, rounded once, however long it is and however
+  /// large its exponent: what `QNumber::from_text` takes, or inf, infinity or nan in letters of
+  /// either case, with a sign, which a NaN does without. -0 is the negative zero.
+  /// \throws error "invalid number at position <p>: <text>", and what `from_scaled` throws.
+  static IEEEFloat from_text(std::string_view text, format f, rounding_mode rm);
 
   format get_format() const { return fmt; }
   rounding_mode get_mode() const { return static_cast<rounding_mode>(mode()); }

@@ -13,6 +13,7 @@
 #include <concepts>
 #include <iosfwd>
 #include <limits>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -161,6 +162,12 @@ class QNumber {
   QNumber(const mpz_class& n, const mpz_class& d) : QNumber() {
     init_ratio(n.get_mpz_t(), d.get_mpz_t());
   }
+
+  /// The number that a text stands for, exactly: an optional sign, then an integer (12), a fraction
+  /// (-7/4), a decimal (0.1, .5, 1e-400000) or a hexadecimal float (0x1.8p-3), and nothing else.
+  /// \throws Exception "invalid number at position <p>: <text>", where from position p on, counted
+  ///   from 0, the text is none of these; "number too large".
+  static QNumber from_text(std::string_view text);
 
   /// n * 2^k, n and k other than -2^63: small when both parts fit words.
   /// \throws Exception "number too large".

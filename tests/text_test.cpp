@@ -1,0 +1,156 @@
+// Numbers and values from text and from exact numbers, rounded once; formats by name and limits.
+#include <bit>
+#include <limits>
+
+#include "tests/mpfr_oracle.h"
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+TEST(Text, NumbersAreExact) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"0", "0"},
+      {"-0", "0"},
+      {"+12", "12"},
+      {"007", "7"},
+      {"-7/4", "-7/4"},
+      {"10/4", "5/2"},
+      {".5", "1/2"},
+      {"5.", "5"},
+      {"-0.125", "-1/8"},
+      {"1e3", "1000"},
+      {"12.5E-2", "1/8"},
+      {"1e+0", "1"},
+      {"0x1F", "31"},
+      {"0X.8", "1/2"},
+      {"0x1.8p-3", "3/16"},
+      {"-0xap1", "-20"},
+      {"0e99999999999999999999", "0"},
+      {"18446744073709551616", "18446744073709551616"}};
+  for (const auto& [text, want] : rows)
+    EXPECT_EQ(QNumber::from_text(text).to_mpq(), mpq_class(want)) << text;
+  const QNumber tiny = QNumber::from_text("1e-400000");
+  EXPECT_TRUE(tiny.get_num() == 1 && zelk::BVNumber::bit_length(tiny.get_den()) == 1328772);
+  const std::pair<const char*, int> bad[] = {
+      {"", 0},     {"-", 1},   {"abc", 0}, {" 1", 0},  {"1 ", 1},   {"1.2.3", 3}, {".", 1},
+      {"1e", 2},   {"1e+", 3}, {"1/", 2},  {"1/0", 2}, {"1/-2", 2}, {"1.5/2", 3}, {"0x", 2},
+      {"0x1p", 4}, {"0xg", 2}, {"1f", 1},  {"--1", 1}, {"inf", 0},  {"1e5/3", 3}, {"0x1/2", 3}};
+  for (const auto& [text, position] : bad) {
+    const std::string want = "invalid number at position " + std::to_string(position) + ": " + text;
+    EXPECT_EQ(message([&] { return QNumber::from_text(text); }), "Exception: " + want);
+    if (std::string(text) == "inf") continue;
+    EXPECT_EQ(message([&] { return IEEEFloat::from_text(text, {5, 10}, modes[0]); }), want);
+  }
+  for (const char* text : {"1e999999999999", "-1e-9999999999999999999999", "0x1p4294967297"}) {
+    EXPECT_EQ(message([&] { return QNumber::from_text(text); }), "Exception: number too large");
+  }
+}
+
+// A decimal or hexadecimal text of up to a thousand digits.
+static std::string random_text(Random& random, Format f) {
+  const bool hex = random.below(5) == 0;
+  std::string text = random.below(3) == 0 ? "-" : "";
+  text += hex ? "0x" : "";
+  const unsigned long digits = random.below(random.below(50) == 0 ? 1000 : 30) + 1;
+  const unsigned long point = random.below(digits);
+  for (unsigned long k = 0; k < digits; ++k) {
+    text += (k == point ? "." : "") + std::to_string(random.below(10));
+  }
+  const unsigned long reach = random.below(7) == 0 && f.exp_width < 12 ? 1UL << f.exp_width : 30;
+  const long exponent = static_cast<long>(random.below(2 * reach)) - static_cast<long>(reach);
+  return text + (hex ? "p" : "e") + std::to_string(exponent);
+}
+
+// A value of the format or the middle of two, in full.
+static std::string exact_text(Random& random, const Layout& t) {
+  const mpz_class p = random.pattern(t) % t.inf;
+  const mpq_class v = (t.value(p) + t.value(p + random.below(2))) / 2;
+  const auto places = static_cast<unsigned long>(std::max(0L, 1 - t.exponent(p)));
+  mpz_class ten;
+  mpz_ui_pow_ui(ten.get_mpz_t(), 10, places);
+  return mpz_class(v * ten).get_str() + "e-" + std::to_string(places);
+}
+
+TEST(Text, ValuesAreRoundedOnceAsByMpfr) {
+  Random random;
+  for (const Format f : {Format{3, 2}, {4, 3}, {5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
+    Mpfr t(f);
+    for (unsigned long i = 0; i < rounds(); ++i) {
+      const auto rm = modes[i % 4];
+      const std::string text =
+          i % 8 < 4 && f.exp_width < 12 ? exact_text(random, t) : random_text(random, f);
+      const IEEEFloat x = IEEEFloat::from_text(text, f, rm);
+      ASSERT_BITS(x, t.encode(mpfr_strtofr(t.r, text.c_str(), nullptr, 0, directions[rm]), rm))
+          << text;
+      if (f == Format{11, 52} && rm == 0) {
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(std::strtod(text.c_str(), nullptr)), bits(x))
+            << text;
+      }
+      const mpq_class q = t.value(random.pattern(t)) / (random.below(99) + 1);
+      const long k = static_cast<long>(random.below(40)) - 20;
+      const int ternary = mpfr_set_q(t.r, q.get_mpq_t(), directions[rm]);
+      mpfr_mul_2si(t.r, t.r, k, MPFR_RNDN);
+      const mpz_class want = q == 0 ? mpz_class(0) : t.encode(ternary, rm);
+      ASSERT_BITS(IEEEFloat::from_scaled(QNumber(q), k, f, rm), want) << q << " 2^" << k;
+    }
+  }
+}
+
+// Exponents that no number could hold, and words.
+TEST(Text, RangesAndWords) {
+  const std::tuple<const char*, unsigned, unsigned> rows[] = {
+      {"1e999999999999", 0, 0x7C00},
+      {"1e999999999999", 1, 0x7BFF},
+      {"-1e99999999999999999999", 3, 0xFC00},
+      {"1e-999999999999", 0, 0},
+      {"1e-999999999999", 2, 1},
+      {"-1e-99999999999999999999", 3, 0x8001},
+      {"0x1p-99999999999999999999", 2, 1},
+      {"0e99999999999999999999", 0, 0},
+      {"-0.0", 0, 0x8000},
+      {"inf", 0, 0x7C00},
+      {"-Infinity", 1, 0xFC00},
+      {"+INF", 3, 0x7C00},
+      {"NaN", 0, 0xFC01},
+      {"-nan", 0, 0xFC01}};
+  for (const auto& [text, rm, want] : rows) {
+    EXPECT_EQ(bits(IEEEFloat::from_text(text, {5, 10}, modes[rm])), want) << text;
+  }
+  EXPECT_EQ(bits(IEEEFloat::from_ratio(QNumber(1) / 3, {5, 10}, modes[2])), 0x3556);
+  EXPECT_EQ(message([] {
+              return IEEEFloat::from_scaled(1, QNumber(1) / 2, {5, 10}, modes[0]);
+            }),
+            "exponent is not an integer: 1/2");
+  EXPECT_EQ(message([] {
+              return IEEEFloat::from_text("1e999999999999", {60, 10}, modes[0]);
+            }),
+            "reached limit on float precision");
+}
+
+template <typename T>
+static void check_limits(Format f) {
+  using L = std::numeric_limits<T>;
+  const zelk::FormatLimits limits(f);
+  EXPECT_TRUE(limits.precision() == L::digits && limits.digits10() == L::digits10 &&
+              limits.max_digits10() == L::max_digits10);
+  EXPECT_TRUE(limits.min_exponent() == L::min_exponent - 1 &&
+              limits.max_exponent() == L::max_exponent - 1);
+  const std::pair<IEEEFloat, T> rows[] = {{limits.smallest_subnormal(), L::denorm_min()},
+                                          {limits.smallest_normal(), L::min()},
+                                          {limits.largest(), L::max()},
+                                          {limits.epsilon(), L::epsilon()},
+                                          {limits.one(), T(1)}};
+  for (const auto& [x, want] : rows) EXPECT_EQ(x.to_number().to_mpq(), mpq_class(want)) << x;
+}
+
+TEST(Formats, LimitsAreThoseOfTheProcessor) {
+  check_limits<float>(zelk::formats::single);
+  check_limits<double>(zelk::formats::double_);
+  for (unsigned long m = 1; m < 3000; ++m) {  // the digits of 2^m and 2^(m + 1)
+    const zelk::FormatLimits limits({15, m});
+    EXPECT_EQ(limits.digits10(), pow2(m).get_str().size() - 1);
+    EXPECT_EQ(limits.max_digits10(), pow2(m + 1).get_str().size() + 1);
+  }
+  EXPECT_EQ(zelk::FormatLimits(zelk::formats::fp8_e4m3).largest().to_number(), 240);
+  EXPECT_EQ(zelk::FormatLimits(zelk::formats::quad).epsilon().to_number(),
+            QNumber::scaled(1, -112));
+}

@@ -1,0 +1,69 @@
+#include <algorithm>
+#include <string_view>
+
+#include "zelk/float/ieee_float.h"
+#include "zelk/numbers/bvnumber.h"
+#include "zelk/numbers/number_text.h"
+
+namespace zelk {
+
+namespace {
+
+// Whether a text is a word of lower-case letters, but for the case of its own.
+bool is_name(std::string_view text, std::string_view word) {
+  return std::equal(text.begin(), text.end(), word.begin(), word.end(),
+                    [](char a, char b) { return (a | 0x20) == b; });
+}
+
+// The number with its power of ten built in, or one beyond the format's range, on the same side,
+// that rounds as it does: with 10^t = 2^t 5^t, and log2(5) between 2.321 and 2.322.
+detail::NumberText reduced(const detail::NumberText& number, const IEEEFloat::format& f) {
+  const QNumber bits = QNumber(BVNumber::bit_length(number.magnitude.get_num())) -
+                       BVNumber::bit_length(number.magnitude.get_den());
+  const bool up = number.ten.sign() > 0;
+  detail::NumberText result{number.negative, 1, 0, number.ten + number.two};
+  const QNumber least = bits - 1 + result.two + number.ten * QNumber(up ? 2321 : 2322) / 1000;
+  const QNumber most = bits + 1 + result.two + number.ten * QNumber(up ? 2322 : 2321) / 1000;
+  const QNumber bias = f.bias();
+  if (least > bias + 1) {
+    result.two = bias + 2;  // twice the largest power of two and more
+  } else if (most < -bias - f.mant_width) {
+    result.two = -bias - f.mant_width - 1;  // below half the smallest subnormal
+  } else {
+    result.magnitude = number.magnitude * detail::power(5, number.ten);
+  }
+  return result;
+}
+
+}  // namespace
+
+IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm) {
+  const bool negative = text.starts_with('-');
+  const std::string_view word = text.substr(negative || text.starts_with('+') ? 1 : 0);
+  IEEEFloat x(f, rm);
+  if (is_name(word, "nan")) {
+    x.self_nan();
+    return x;
+  }
+  if (is_name(word, "inf") || is_name(word, "infinity")) {
+    x.self_inf(negative);
+    return x;
+  }
+  try {
+    const detail::NumberText number = detail::read_number(text);
+    if (number.magnitude.is_zero()) {
+      x.self_zero(negative);
+      return x;
+    }
+    const detail::NumberText part = reduced(number, f);
+    return from_scaled(negative ? -part.magnitude : part.magnitude, part.two, f, rm);
+  } catch (const error&) {
+    throw;
+  } catch (const Exception& e) {
+    const std::string_view what = e.what();
+    throw error(what == "number too large" ? "reached limit on float precision"
+                                           : std::string(what));
+  }
+}
+
+}  // namespace zelk

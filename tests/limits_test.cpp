@@ -45,6 +45,12 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
   EXPECT_TRUE(REFUSED(tiny, x += thirds) && REFUSED(half * third, x *= x));
   EXPECT_TRUE(REFUSED(zero, QNumber(largest.to_mpq() * 2 / 3)) &&
               REFUSED(zero, QNumber(1 / largest.to_mpq() / 2)));
+  // The last that fit.
+  for (const unsigned long k : {0UL, 1UL}) {
+    EXPECT_EQ(REFUSED(power(top - 3 + k).inv(), x += third), k == 1);
+    const auto value = IEEEFloat::from_scaled(power(100) + 1, top - 102 + k, {20, 100}, up);
+    EXPECT_EQ(REFUSED(value, x.to_number()), k == 1);
+  }
   EXPECT_FALSE(REFUSED(half, x *= tiny) || REFUSED(largest, x -= x));
   EXPECT_TRUE(tiny < third && third < largest && !(largest < tiny));
 }

@@ -38,3 +38,12 @@ TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
     }
   }
 }
+
+// A product whose lowest computed digit and all that is sticky below it are ones, and none above.
+TEST(WideFormats, DigitsFarBelowAreSticky) {
+  const auto value = [](const QNumber& q) { return IEEEFloat::from_ratio(q, {15, 112}, modes[2]); };
+  const QNumber y = QNumber::scaled(1, -63) + 1;
+  const IEEEFloat x = value(y + QNumber::scaled(1, -100));
+  EXPECT_EQ((x * value(y)).to_number(),
+            QNumber::scaled(1, -112) + QNumber::scaled(1, -100) + 1 + QNumber::scaled(1, -62));
+}

@@ -1,0 +1,84 @@
+// The compiler's types, GMP's and MPFR's numbers, and keys.
+#include "zelk/float/native.h"
+
+#include <gtest/gtest.h>
+#include <mpfr.h>
+
+#include <unordered_set>
+
+#include "tests/support.h"
+#include "zelk/float/mpfr.h"
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+// There and back, pattern for pattern; the value against MPFR, from which it comes back as it was.
+template <typename T>
+static void check(Random& random) {
+  constexpr Format f = zelk::native_format<T>;
+  const Layout t(f);
+  mpfr_t a;
+  mpfr_init2(a, 53);
+  for (int i = 0; i < 2000; ++i) {
+    const mpz_class p = random.pattern(t);
+    const bool nan = p % t.sign > t.inf;
+    const IEEEFloat x = generic(f, modes[0], p);
+    const T native = zelk::to_native<T>(x);
+    EXPECT_EQ(zelk::from_native(native).get_bits().to_mpq(), nan ? t.nan : p);
+    EXPECT_EQ(native != native, nan);
+    if constexpr (sizeof(T) == 4 || sizeof(T) == 8) {
+      EXPECT_TRUE(nan || p % t.sign == t.inf || mpq_class(native) == t.value(p)) << name(x);
+    }
+    zelk::to_mpfr(a, x);
+    EXPECT_EQ(bits(zelk::from_mpfr(a, f, modes[0])), nan ? t.nan : p) << name(x);
+  }
+  mpfr_clear(a);
+  EXPECT_EQ(message([] {
+              return zelk::to_native<T>(IEEEFloat({6, 9}, modes[0]));
+            }),
+            "format is not the type's");
+}
+
+TEST(Native, TypesOfTheCompiler) {
+  Random random;
+  check<float>(random);
+  check<double>(random);
+#ifdef __SIZEOF_FLOAT128__
+  check<__float128>(random);
+#endif
+#ifdef __FLT16_MANT_DIG__
+  check<_Float16>(random);
+#endif
+}
+
+TEST(Native, GmpAndMpfr) {
+  EXPECT_TRUE(zelk::from_mpz(pow2(70)) == power(70) && zelk::to_mpz(power(70)) == pow2(70));
+  EXPECT_EQ(zelk::to_mpz(QNumber(-7) / 2), -3);
+  mpfr_t a;
+  mpfr_init2(a, 200);
+  mpfr_set_ui_2exp(a, 2049, -11, MPFR_RNDN);  // 1 and half an ulp of half precision
+  EXPECT_EQ(bits(zelk::from_mpfr(a, {5, 10}, modes[0])), 0x3C00);
+  EXPECT_EQ(bits(zelk::from_mpfr(a, {5, 10}, modes[2])), 0x3C01);
+  mpfr_set_emax(100);
+  EXPECT_EQ(message([&] {
+              return zelk::to_mpfr(a, IEEEFloat::max_value({8, 23})), 0;
+            }),
+            "value is beyond MPFR's range");
+  mpfr_set_emax(mpfr_get_emax_max());
+  mpfr_clear(a);
+}
+
+TEST(Native, Keys) {
+  std::unordered_set<IEEEFloat, zelk::PatternHash, zelk::SamePattern> keys;
+  for (const Format f : {Format{5, 10}, {8, 23}, {15, 112}, {19, 236}}) {
+    IEEEFloat x(f, modes[0]);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_TRUE(keys.insert(x).second);
+      IEEEFloat y = x;
+      y.set_mode(modes[2]);
+      y.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+      if (IEEEFloat::get_best_repr(f) == IEEEFloat::REPR_GENERIC) y = in_big_form(y);
+      EXPECT_FALSE(keys.insert(y).second) << name(y);
+      i == 0 ? x.self_nan() : x.self_zero(true);
+    }
+  }
+}

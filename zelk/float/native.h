@@ -1,0 +1,101 @@
+// Values of the compiler's floating-point types and of GMP's, to and from zelk's, and keys.
+#ifndef ZELK_FLOAT_NATIVE_H_
+#define ZELK_FLOAT_NATIVE_H_
+
+#include <bit>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "zelk/float/formats.h"
+#include "zelk/swflt/swflt.h"
+
+namespace zelk {
+
+/// Whether T is a type of the compiler's in one of IEEE 754's encodings: `float`, `double`,
+/// `__float128` and `_Float16` where there are such. Not `long double`, whose encoding varies.
+template <typename T>
+inline constexpr bool is_native_float = std::same_as<T, float> || std::same_as<T, double>;
+#ifdef __SIZEOF_FLOAT128__
+__extension__ using float128 = __float128;
+template <>
+inline constexpr bool is_native_float<float128> = true;
+#endif
+#ifdef __FLT16_MANT_DIG__
+__extension__ using float16 = _Float16;
+template <>
+inline constexpr bool is_native_float<float16> = true;
+#endif
+
+template <typename T>
+concept native_float = is_native_float<T>;
+
+/// The format of such a type, and the unsigned integer of its width.
+template <native_float T>
+inline constexpr IEEEFloat::format native_format = sizeof(T) == 2   ? formats::half
+                                                   : sizeof(T) == 4 ? formats::single
+                                                   : sizeof(T) == 8 ? formats::double_
+                                                                    : formats::quad;
+template <native_float T>
+using native_word = std::conditional_t<
+    sizeof(T) == 2, std::uint16_t,
+    std::conditional_t<sizeof(T) == 4, std::uint32_t,
+                       std::conditional_t<sizeof(T) == 8, std::uint64_t, swflt::detail::uint128>>>;
+
+/// The same value, rounding to nearest-even; every NaN becomes the canonical one.
+template <native_float T>
+IEEEFloat from_native(T x) {
+  const auto word = std::bit_cast<native_word<T>>(x);
+  IEEEFloat value(native_format<T>, IEEEFloat::ROUND_NEAREST_EVEN);
+  if (x != x) {
+    value.self_nan();
+    return value;
+  }
+  QNumber pattern;
+  pattern.assign(static_cast<unsigned long>(word),
+                 static_cast<unsigned long>(swflt::detail::uint128{word} >> 64));
+  return IEEEFloat::from_bits(pattern, native_format<T>);
+}
+
+/// The value of a type's format as that type, pattern for pattern.
+/// \throws IEEEFloat::error "format is not the type's"; `set_format` rounds to it.
+template <native_float T>
+T to_native(const IEEEFloat& x) {
+  if (x.get_format() != native_format<T>) {
+    throw IEEEFloat::error("format is not the type's");
+  }
+  const QNumber pattern = x.get_bits();
+  QNumber high;
+  BVNumber::bit_right_shift(pattern, 64, &high);
+  const swflt::detail::uint128 word =
+      swflt::detail::uint128{BVNumber::low_word(high)} << 64 | BVNumber::low_word(pattern);
+  return std::bit_cast<T>(static_cast<native_word<T>>(word));
+}
+
+/// An integer of GMP's, in the form that `QNumber(n, 1)` gives it.
+inline QNumber from_mpz(const mpz_class& n) { return {n, 1}; }
+
+/// An integer as one of GMP's; of a fraction the part that truncation leaves.
+inline mpz_class to_mpz(const QNumber& q) {
+  const mpq_class value = q.to_mpq();
+  return value.get_num() / value.get_den();
+}
+
+/// Equality of format and pattern, for keys: a NaN equals itself, -0 differs from +0, and the mode
+/// and the representation play no part. Beside `==`, which is IEEE 754's and refuses operands of
+/// different formats.
+struct SamePattern {
+  bool operator()(const IEEEFloat& a, const IEEEFloat& b) const {
+    return a.get_format() == b.get_format() && a.get_bits() == b.get_bits();
+  }
+};
+
+/// A hash that goes with it: std::unordered_set<IEEEFloat, PatternHash, SamePattern>.
+struct PatternHash {
+  std::size_t operator()(const IEEEFloat& x) const;
+};
+
+}  // namespace zelk
+
+#endif  // ZELK_FLOAT_NATIVE_H_

@@ -85,7 +85,8 @@ static const Call calls[] = {
     [](auto& x, auto&, Format g) { x = IEEEFloat::max_value(g); },
     [](auto& x, auto& y, Format) { x = IEEEFloat::from_bits(y.get_bits(), y.get_format()); },
     [](auto& x, auto&, Format g) { x = IEEEFloat::from_number(QNumber(-2) / 7, g, modes[0]); },
-    // From here on exact ones.
+    // From here on exact ones, and text.
+    [](auto& x, auto&, Format g) { x = IEEEFloat::from_text("-12.5e-30", g, modes[1]); },
     [](auto& x, auto&, Format) {
       x.to_number(), x.to_integer(0), x.to_integer(9), x.to_integer(700);
     },
@@ -153,6 +154,7 @@ static const NumberCall number_calls[] = {
     [](auto& a, auto& b) { a *= b; },
     [](auto& a, auto& b) { a = a / b; },
     [](auto& a, auto& b) { a = b; },
+    [](auto& a, auto&) { a = QNumber::from_text("-12345678901234567890/7"); },
     [](auto& a, auto& b) { a = QNumber(b.to_mpq()); },
     [](auto& a, auto& b) { a = b.inv(); },
     [](auto& a, auto& b) {

@@ -62,11 +62,20 @@ TEST(Native, GmpAndMpfr) {
   const auto refused = [&] { return zelk::to_mpfr(a, IEEEFloat::max_value({8, 23})), 0; };
   EXPECT_EQ(message(refused), "value is beyond MPFR's range");
   mpfr_set_emax(mpfr_get_emax_max());
+  const auto too_wide = [&] { return zelk::to_mpfr(a, IEEEFloat({5, 1UL << 61}, modes[0])), 0; };
+  EXPECT_EQ(message(too_wide), "value is beyond MPFR's range");
+  EXPECT_TRUE(mpfr_get_prec(a) == 200 && mpfr_cmp_ui_2exp(a, 2049, -11) == 0);
+  const IEEEFloat far = IEEEFloat::from_scaled(3, power(36), {40, 10}, modes[0]);
+  zelk::to_mpfr(a, far);
+  EXPECT_TRUE(mpfr_cmp_ui_2exp(a, 3, 1L << 36) == 0);
+  EXPECT_EQ(bits(zelk::from_mpfr(a, {40, 10}, modes[0])), bits(far));
   mpfr_clear(a);
 }
 
 TEST(Native, Keys) {
   std::unordered_set<IEEEFloat, zelk::PatternHash, zelk::SamePattern> keys;
+  EXPECT_NE(zelk::PatternHash()(IEEEFloat({5, 10}, modes[0])),
+            zelk::PatternHash()(IEEEFloat({8, 7}, modes[0])));
   for (const Format f : {Format{5, 10}, {8, 23}, {15, 112}, {19, 236}}) {
     IEEEFloat x(f, modes[0]);
     for (int i = 0; i < 3; ++i) {

@@ -100,6 +100,26 @@ TEST(Text, RangesAndWords) {
     EXPECT_EQ(bits(IEEEFloat::from_text(text.substr(1), {5, 10}, mode)), mpz_class(want, 16))
         << text;
   }
+  for (const QNumber& k : {-power(64), -power(63) + 1, -power(70), power(64), power(70)}) {
+    for (const QNumber& q : {QNumber(1), QNumber(-1) / 3, power(100) + 1}) {
+      const IEEEFloat x = IEEEFloat::from_scaled(q, k, {5, 10}, modes[k.sign() < 0 ? 2 : 0]);
+      const int magnitude = k.sign() > 0 ? 0x7C00 : q.sign() > 0 ? 1 : 0;
+      EXPECT_EQ(bits(x), magnitude + (q.sign() < 0 ? 0x8000 : 0)) << q << " 2^" << k;
+    }
+  }
+  for (const char* text : {"1e9", "1e999999", "-1e-9", "1e-999999", "0.1"}) {
+    const auto mode = static_cast<IEEEFloat::rounding_mode>(7);
+    const auto value = [&] { return IEEEFloat::from_text(text, {5, 10}, mode); };
+    EXPECT_EQ(message(value), "bad rounding mode: 7") << text;
+  }
+  const std::string_view nul("1\0002", 3);
+  std::string refused;
+  try {
+    IEEEFloat::from_text(nul, {5, 10}, modes[0]);
+  } catch (const IEEEFloat::error& e) {
+    refused = e.get_msg();
+  }
+  EXPECT_EQ(refused, "invalid number at position 1: " + std::string(nul));
   EXPECT_EQ(bits(IEEEFloat::from_ratio(QNumber(1) / 3, {5, 10}, modes[2])), 0x3556);
   EXPECT_EQ(message([] {
               return IEEEFloat::from_scaled(1, QNumber(1) / 2, {5, 10}, modes[0]);

@@ -569,7 +569,15 @@ IEEEFloat IEEEFloat::from_scaled(const QNumber& q, const QNumber& k, format f, r
   TempNumProvider tp;
   tp.exp1 = k;
   tp.exp1 += f.mant_width;
-  rational_significand(tp, f, q);
+  // What lies below half the smallest subnormal rounds as a quarter of it does.
+  const QNumber length(BVNumber::bit_length(q.get_num()));
+  const QNumber tiny = -f.bias() - f.mant_width;
+  if (!q.is_zero() && length + 1 - BVNumber::bit_length(q.get_den()) + k < tiny) {
+    tp.exp1 = tiny + f.mant_width - 1;
+    tp.mant1 = 1;
+  } else {
+    rational_significand(tp, f, q);
+  }
   round_and_pack_float(tp, f, rm, q.sign() < 0, tp.exp1, tp.mant1, tp.tmp1);
   return {f, rm, tp.tmp1};
 }

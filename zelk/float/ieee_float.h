@@ -161,8 +161,9 @@ class IEEEFloat {
     return from_scaled(q, 0, f, rm);
   }
 
-  /// The number that a text stands for, in format f, rounded once, however long it is and however
-  /// large its exponent: what `QNumber::from_text` takes, or inf, infinity or nan in letters of
+  /// The number that a text stands for, in format f, rounded once, however long it is. A power of
+  /// ten that is beyond the range of f is not built; one within it, 10^t, must have 5^|t| within
+  /// `max_bits`. Taken is what `QNumber::from_text` takes, or inf, infinity or nan in letters of
   /// either case, with a sign, which a NaN does without. -0 is the negative zero.
   /// \throws error "invalid number at position <p>: <text>", and what `from_scaled` throws.
   static IEEEFloat from_text(std::string_view text, format f, rounding_mode rm);

@@ -4,6 +4,8 @@
 
 #include <mpfr.h>
 
+#include <algorithm>
+
 #include "zelk/float/ieee_float.h"
 
 namespace zelk {
@@ -29,30 +31,50 @@ inline IEEEFloat from_mpfr(mpfr_srcptr x, IEEEFloat::format f, IEEEFloat::roundi
   return value;
 }
 
-/// out := x, exactly: out takes the precision m + 1, or MPFR's least where that is more.
-/// \throws IEEEFloat::error "value is beyond MPFR's range" when the exponent range that is set for
-///   MPFR does not hold it, or the precision.
+/// out := x, exactly: out takes the precision m + 1, or MPFR's least where that is more. MPFR's
+/// flags stay as they are, and so does out when something is thrown. \throws IEEEFloat::error
+/// "value is beyond MPFR's range" when its precisions or the exponent range
+///   that is set do not hold it; "reached limit on float precision".
 inline void to_mpfr(mpfr_ptr out, const IEEEFloat& x) {
-  const unsigned long m = x.get_format().mant_width;
-  if (m >= static_cast<unsigned long>(MPFR_PREC_MAX)) {
+  const IEEEFloat::format f = x.get_format();
+  const unsigned long m = f.mant_width;
+  if (m >= std::min<unsigned long>(max_bits, MPFR_PREC_MAX)) {
     throw IEEEFloat::error("value is beyond MPFR's range");
   }
-  mpfr_set_prec(out, static_cast<mpfr_prec_t>(m + 1 < MPFR_PREC_MIN ? MPFR_PREC_MIN : m + 1));
-  const int sign = x.get_sign() ? -1 : 1;
-  if (x.is_nan()) {
-    mpfr_set_nan(out);
-  } else if (x.is_inf()) {
-    mpfr_set_inf(out, sign);
-  } else if (x.is_zero()) {
-    mpfr_set_zero(out, sign);
-  } else {
-    const mpq_class q = x.to_number().to_mpq();
-    mpfr_clear_flags();
-    if (mpfr_set_q(out, q.get_mpq_t(), MPFR_RNDN) != 0 || mpfr_overflow_p() != 0 ||
-        mpfr_underflow_p() != 0) {
-      throw IEEEFloat::error("value is beyond MPFR's range");
+  const bool number = !x.is_nan() && !x.is_inf() && !x.is_zero();
+  mpz_class significand;
+  QNumber exponent;  // the field, then that of the significand as an integer
+  if (number) {
+    QNumber bits = x.get_bits();
+    BVNumber::bit_right_shift(bits, m, &exponent);
+    BVNumber::trim(exponent, f.exp_width);
+    BVNumber::trim(bits, m);
+    if (exponent.is_zero()) {
+      exponent += 1;
+    } else {
+      BVNumber::set_bit(bits, m, true);
     }
+    exponent -= f.bias() + m;
+    significand = bits.to_mpq().get_num();
   }
+  mpfr_t value;
+  mpfr_init2(value, static_cast<mpfr_prec_t>(m + 1 < MPFR_PREC_MIN ? MPFR_PREC_MIN : m + 1));
+  if (x.is_inf()) {
+    mpfr_set_inf(value, 1);
+  } else if (x.is_zero()) {
+    mpfr_set_zero(value, 1);
+  } else if (number && exponent.fits_long()) {
+    const mpfr_flags_t flags = mpfr_flags_save();
+    mpfr_set_z_2exp(value, significand.get_mpz_t(), exponent.to_long(), MPFR_RNDN);
+    mpfr_flags_restore(flags, MPFR_FLAGS_ALL);
+  }
+  if (number && mpfr_regular_p(value) == 0) {
+    mpfr_clear(value);
+    throw IEEEFloat::error("value is beyond MPFR's range");
+  }
+  mpfr_setsign(value, value, x.get_sign() ? 1 : 0, MPFR_RNDN);
+  mpfr_swap(out, value);
+  mpfr_clear(value);
 }
 
 }  // namespace zelk

@@ -48,7 +48,13 @@ template <native_float T>
 IEEEFloat from_native(T x) {
   const auto word = std::bit_cast<native_word<T>>(x);
   IEEEFloat value(native_format<T>, IEEEFloat::ROUND_NEAREST_EVEN);
-  if (x != x) {
+  // By the word: `x != x` is false under -ffast-math.
+  constexpr IEEEFloat::format f = native_format<T>;
+  constexpr auto inf =
+      static_cast<native_word<T>>(((native_word<T>{1} << f.exp_width) - 1) << f.mant_width);
+  constexpr auto sign =
+      static_cast<native_word<T>>(native_word<T>{1} << (f.exp_width + f.mant_width));
+  if ((word & ~sign) > inf) {
     value.self_nan();
     return value;
   }

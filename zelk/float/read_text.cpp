@@ -26,7 +26,9 @@ detail::NumberText reduced(const detail::NumberText& number, const IEEEFloat::fo
   const QNumber most = bits + 1 + result.two + number.ten * QNumber(up ? 2322 : 2321) / 1000;
   const QNumber bias = f.bias();
   if (least > bias + 1) {
-    result.two = bias + 2;  // twice the largest power of two and more
+    // Twice the largest power of two and more, inexact, as the number is.
+    result.magnitude = detail::power(2, f.mant_width + 2) + 1;
+    result.two = bias + 2;
   } else if (most < -bias - f.mant_width) {
     result.two = -bias - f.mant_width - 1;  // below half the smallest subnormal
   } else {
@@ -60,9 +62,8 @@ IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm
   } catch (const error&) {
     throw;
   } catch (const Exception& e) {
-    const std::string_view what = e.what();
-    throw error(what == "number too large" ? "reached limit on float precision"
-                                           : std::string(what));
+    const std::string& what = e.get_msg();
+    throw error(what == "number too large" ? "reached limit on float precision" : what);
   }
 }
 

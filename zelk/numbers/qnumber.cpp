@@ -137,10 +137,11 @@ void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
   } else {
     require_bits(bit_length(n));
     require_bits(bit_length(d));
-    gmp = new_gmp();
-    den = 0;
-    mpz_set(mpq_numref(gmp), n);
-    mpz_set(mpq_denref(gmp), d);
+    QNumber big;
+    big.make_big();
+    mpz_set(mpq_numref(big.gmp), n);
+    mpz_set(mpq_denref(big.gmp), d);
+    take(big);
   }
   normalize();
 }
@@ -151,15 +152,16 @@ void QNumber::init_scaled(long n, long k) {
   const auto length =
       static_cast<unsigned long>(std::bit_width(static_cast<unsigned long>(detail::magnitude(n))));
   require_bits(k < 0 ? shift + 1 : shift + length);
-  gmp = new_gmp();
-  den = 0;
-  mpz_set_si(mpq_numref(gmp), n);
+  QNumber big;
+  big.make_big();
+  mpz_set_si(mpq_numref(big.gmp), n);
   if (k < 0) {
-    mpz_setbit(mpq_denref(gmp), shift);
+    mpz_set_ui(mpq_denref(big.gmp), 0);
+    mpz_setbit(mpq_denref(big.gmp), shift);
   } else {
-    mpz_mul_2exp(mpq_numref(gmp), mpq_numref(gmp), shift);
-    mpz_set_ui(mpq_denref(gmp), 1);
+    mpz_mul_2exp(mpq_numref(big.gmp), mpq_numref(big.gmp), shift);
   }
+  take(big);
 }
 
 QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {

@@ -22,7 +22,8 @@ struct Input : zelk_test::Patterns<Input> {
   unsigned long word() { return (1UL << byte() % 64) + byte() - 128; }
   // The next few bytes, repeated.
   mpz_class digits(unsigned long n) {
-    const auto bytes = rest.first(std::min(below(16), rest.size()));
+    const unsigned long count = below(16);  // which shortens the rest
+    const auto bytes = rest.first(std::min(count, rest.size()));
     rest = rest.last(rest.size() - bytes.size());
     mpz_class z;
     for (unsigned long i = 0; i <= n / 8; ++i)

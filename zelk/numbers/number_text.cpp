@@ -45,7 +45,7 @@ QNumber integer(const std::string& digits, int base) {
   return {mpz_class(digits, base), 1};
 }
 
-// At least one digit is there.
+// An integer with an optional sign, as exponents and divisors are.
 QNumber read_integer(Cursor& in) {
   const bool negative = in.next() == '-';
   in.take("+-");

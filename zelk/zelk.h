@@ -3,6 +3,7 @@
 #define ZELK_ZELK_H_
 
 #include "zelk/base/exception.h"
+#include "zelk/base/version.h"
 #include "zelk/float/formats.h"
 #include "zelk/float/ieee_float.h"
 #include "zelk/numbers/bvnumber.h"

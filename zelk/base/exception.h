@@ -6,12 +6,14 @@
 #include <sstream>
 #include <string>
 
+#include "zelk/base/export.h"
+
 namespace zelk {
 
 /// An error with a text that can be assembled from pieces.
 ///
 /// Number code throws it as it is; float code throws `IEEEFloat::error`, derived from it.
-class Exception : public std::exception {
+class ZELK_EXPORT Exception : public std::exception {
  public:
   /// Writes `m` into `msg_stream`, then calls `dump_msg_and_raise_assertion()`. Insertions, then
   /// and later, throw `std::bad_alloc` rather than lose text.

@@ -25,7 +25,7 @@ inline constexpr IEEEFloat::format fp8_e5m2{5, 2};  ///< as the machine-learning
 
 /// The derived limits of a format, as `std::numeric_limits` has them for a type. Values round to
 /// nearest-even and are in the best representation. Defined for e >= 2 and 1 <= m < 2^64 - 1.
-class FormatLimits {
+class ZELK_EXPORT FormatLimits {
  public:
   explicit constexpr FormatLimits(IEEEFloat::format f) : fmt(f) {}
 

@@ -31,7 +31,7 @@ namespace zelk {
 /// two; `to_integer` of w bits 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|), k
 /// being that of the last place. Whatever is thrown, allocation failure included, the value keeps
 /// what it was.
-class IEEEFloat {
+class ZELK_EXPORT IEEEFloat {
  public:
   /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.
   enum Repr : unsigned {
@@ -71,7 +71,7 @@ class IEEEFloat {
   };
 
   /// What operations on values throw.
-  class error : public Exception {
+  class ZELK_EXPORT error : public Exception {
    public:
     explicit error(const std::string& m);
     error(const error&) = default;
@@ -494,7 +494,7 @@ inline bool operator>(const IEEEFloat& a, const IEEEFloat& b) { return b < a; }
 inline bool operator>=(const IEEEFloat& a, const IEEEFloat& b) { return b <= a; }
 
 /// -1 when a < b, 0 when a == b, 1 when b < a, -2 when a NaN makes the pair unordered.
-int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
+ZELK_EXPORT int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
 
 /// A copy of a, then the compound operation: a's format and mode.
 inline IEEEFloat operator+(IEEEFloat a, const IEEEFloat& b) { return std::move(a += b); }
@@ -503,7 +503,7 @@ inline IEEEFloat operator*(IEEEFloat a, const IEEEFloat& b) { return std::move(a
 inline IEEEFloat operator/(IEEEFloat a, const IEEEFloat& b) { return std::move(a /= b); }
 
 /// Writes `to_str()`.
-std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);
+ZELK_EXPORT std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);
 
 }  // namespace zelk
 

@@ -98,7 +98,7 @@ struct SamePattern {
 };
 
 /// A hash that goes with it: std::unordered_set<IEEEFloat, PatternHash, SamePattern>.
-struct PatternHash {
+struct ZELK_EXPORT PatternHash {
   std::size_t operator()(const IEEEFloat& x) const;
 };
 

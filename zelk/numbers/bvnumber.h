@@ -18,7 +18,7 @@ namespace zelk {
 /// assigned to `*out`, which may be an operand unless said otherwise, and which keeps the big
 /// form if it has it. Where a result would pass `max_bits`, `Exception` "number too large" is
 /// thrown and the target is unchanged.
-class BVNumber {
+class ZELK_EXPORT BVNumber {
  public:
   /// The position that `lowest_one` and `lowest_zero` give when there is no such bit.
   static constexpr unsigned long npos = std::numeric_limits<unsigned long>::max();

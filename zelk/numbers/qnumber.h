@@ -17,6 +17,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "zelk/base/export.h"
+
 namespace zelk {
 
 /// The most bits that a numerator or a denominator may have: 2^32 unless the library was
@@ -27,10 +29,10 @@ namespace zelk {
 /// `IEEEFloat::error` "reached limit on float precision". The test takes the most bits that a sum
 /// or product of such operands can have before it is reduced, so that one close to the limit may
 /// be refused too.
-extern const unsigned long max_bits;
+extern ZELK_EXPORT const unsigned long max_bits;
 
 /// Entry [x][y] is gcd(x, y), or 0 while that is not known yet.
-extern long gcd_cache[1024][1024];
+extern ZELK_EXPORT long gcd_cache[1024][1024];
 
 static_assert(sizeof(long) == 8 && GMP_NUMB_BITS == 64, "zelk needs 64-bit longs and GMP limbs");
 
@@ -65,7 +67,7 @@ inline bool mul_checked(long a, long b, long& r) {
 inline long magnitude(long a) { return a < 0 ? -a : a; }
 
 /// Computes gcd(x, y), 1 <= x, y <= 1023, and enters it into the table both ways.
-long fill_gcd_cache(long x, long y);
+ZELK_EXPORT long fill_gcd_cache(long x, long y);
 
 /// a/b for a divisor b > 0 of a, mostly 1: dividing is what costs.
 inline long divide_exactly(long a, long b) { return b == 1 ? a : a / b; }
@@ -109,7 +111,7 @@ inline long gcd(long a, long b) {
 }
 
 /// Keeps the GMP scratch integers alive while any file that includes this header needs them.
-class ScratchUser {
+class ZELK_EXPORT ScratchUser {
  public:
   ScratchUser() noexcept;
   ScratchUser(const ScratchUser&) = delete;
@@ -128,7 +130,7 @@ class ScratchUser {
 /// target. Any operation that builds a big number may throw `Exception` "number too large"
 /// (see `max_bits`) or `std::bad_alloc`; the target then keeps its value. Operands may be the
 /// target itself.
-class QNumber {
+class ZELK_EXPORT QNumber {
  public:
   /// 0 in the small form.
   constexpr QNumber() noexcept : num(0), den(1) {}
@@ -552,7 +554,7 @@ inline QNumber operator-(QNumber a) {
 }
 
 /// Decimal text, always in base 10: 5, -7/4.
-std::ostream& operator<<(std::ostream& os, const QNumber& q);
+ZELK_EXPORT std::ostream& operator<<(std::ostream& os, const QNumber& q);
 
 }  // namespace zelk
 

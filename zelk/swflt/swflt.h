@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "zelk/base/export.h"
+
 namespace zelk::swflt {
 
 /// Flag: a signalling NaN operand, an unordered comparison, or an operation without a useful value
@@ -29,7 +31,7 @@ inline constexpr unsigned char flag_underflow = 8;
 inline constexpr unsigned char flag_inexact = 16;
 
 /// The flags raised so far. Routines only add to it; clearing is up to the caller.
-extern unsigned char float_exception_flags;
+extern ZELK_EXPORT unsigned char float_exception_flags;
 
 /// The patterns and tests of both widths, written once for any shape.
 namespace detail {
@@ -164,33 +166,33 @@ inline std::partial_ordering compare(Shape auto s, std::uint64_t a, std::uint64_
 /// a + b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero). An exact zero sum of
 /// operands with different signs is -0 under mode 1 and +0 otherwise.
 /// Flags: invalid (also inf - inf), overflow, inexact.
-std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+ZELK_EXPORT std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_add: same modes, same flags.
-std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+ZELK_EXPORT std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
 /// a - b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero): a + (-b) in all respects.
 /// Flags: invalid (also inf - inf), overflow, inexact.
-std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+ZELK_EXPORT std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_sub: same modes, same flags.
-std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+ZELK_EXPORT std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
 /// a * b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero).
 /// Flags: invalid (also 0 * inf), overflow, underflow, inexact.
-std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+ZELK_EXPORT std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_mul: same modes, same flags.
-std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+ZELK_EXPORT std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
 /// a / b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero).
 /// Flags: invalid (also 0 / 0 and inf / inf), divide-by-zero, overflow, underflow, inexact.
-std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int mode) noexcept;
+ZELK_EXPORT std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_div: same modes, same flags.
-std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept;
+ZELK_EXPORT std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
 /// The binary64 word `a` rounded to binary32 by `mode` (0 nearest-even, 1 down, 2 up, 3 toward
 /// zero). Flags: invalid, overflow, underflow, inexact.
-std::uint32_t float64_to_float32(std::uint64_t a, int mode) noexcept;
+ZELK_EXPORT std::uint32_t float64_to_float32(std::uint64_t a, int mode) noexcept;
 /// The binary32 word `a` widened to binary64, exactly. Flags: invalid.
-std::uint64_t float32_to_float64(std::uint32_t a) noexcept;
+ZELK_EXPORT std::uint64_t float32_to_float64(std::uint32_t a) noexcept;
 
 // Comparisons. The two zeros are equal; with a NaN operand the answer is false.
 

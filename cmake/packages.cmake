@@ -16,6 +16,8 @@ install(EXPORT zelkTargets NAMESPACE zelk:: DESTINATION ${package_dir} COMPONENT
 configure_package_config_file(cmake/zelkConfig.cmake.in zelkConfig.cmake
                               INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(zelkConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+export(EXPORT zelkTargets NAMESPACE zelk::)  # the build folder serves find_package too
+configure_file(cmake/zelk-gmp.cmake zelk-gmp.cmake COPYONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zelkConfig.cmake ${PROJECT_BINARY_DIR}/zelkConfigVersion.cmake
               cmake/zelk-gmp.cmake
         DESTINATION ${package_dir} COMPONENT development)

@@ -58,10 +58,20 @@ TEST(Native, GmpAndMpfr) {
   mpfr_set_ui_2exp(a, 2049, -11, MPFR_RNDN);  // 1 and half an ulp of half precision
   EXPECT_EQ(bits(zelk::from_mpfr(a, {5, 10}, modes[0])), 0x3C00);
   EXPECT_EQ(bits(zelk::from_mpfr(a, {5, 10}, modes[2])), 0x3C01);
+  mpfr_clear_flags();
+  mpfr_set_emin(-100);
   mpfr_set_emax(100);
-  const auto refused = [&] { return zelk::to_mpfr(a, IEEEFloat::max_value({8, 23})), 0; };
-  EXPECT_EQ(message(refused), "value is beyond MPFR's range");
+  for (const long k : {-102, -101, 99, 100}) {  // 1.5 * 2^k; the least is rounded up by MPFR
+    const IEEEFloat x = IEEEFloat::from_scaled(3, k - 1, {8, 23}, modes[0]);
+    const std::string text = message([&] { return zelk::to_mpfr(a, x), 0; });
+    EXPECT_EQ(text, k == -101 || k == 99 ? "" : "value is beyond MPFR's range") << k;
+  }
+  zelk::to_mpfr(a, IEEEFloat::from_text("nan", {8, 23}, modes[0]));
+  EXPECT_EQ(mpfr_flags_save(), 0U);
+  mpfr_set_emin(mpfr_get_emin_min());
   mpfr_set_emax(mpfr_get_emax_max());
+  mpfr_set_prec(a, 200);
+  mpfr_set_ui_2exp(a, 2049, -11, MPFR_RNDN);
   const auto too_wide = [&] { return zelk::to_mpfr(a, IEEEFloat({5, 1UL << 61}, modes[0])), 0; };
   EXPECT_EQ(message(too_wide), "value is beyond MPFR's range");
   EXPECT_TRUE(mpfr_get_prec(a) == 200 && mpfr_cmp_ui_2exp(a, 2049, -11) == 0);

@@ -57,22 +57,24 @@ inline void to_mpfr(mpfr_ptr out, const IEEEFloat& x) {
     exponent -= f.bias() + m;
     significand = bits.to_mpq().get_num();
   }
+  const mpfr_flags_t flags = mpfr_flags_save();
   mpfr_t value;
   mpfr_init2(value, static_cast<mpfr_prec_t>(m + 1 < MPFR_PREC_MIN ? MPFR_PREC_MIN : m + 1));
+  bool held = true;
   if (x.is_inf()) {
     mpfr_set_inf(value, 1);
   } else if (x.is_zero()) {
     mpfr_set_zero(value, 1);
-  } else if (number && exponent.fits_long()) {
-    const mpfr_flags_t flags = mpfr_flags_save();
-    mpfr_set_z_2exp(value, significand.get_mpz_t(), exponent.to_long(), MPFR_RNDN);
-    mpfr_flags_restore(flags, MPFR_FLAGS_ALL);
+  } else if (number) {
+    held = exponent.fits_long() &&
+           mpfr_set_z_2exp(value, significand.get_mpz_t(), exponent.to_long(), MPFR_RNDN) == 0;
   }
-  if (number && mpfr_regular_p(value) == 0) {
+  mpfr_setsign(value, value, x.get_sign() ? 1 : 0, MPFR_RNDN);
+  mpfr_flags_restore(flags, MPFR_FLAGS_ALL);
+  if (!held) {
     mpfr_clear(value);
     throw IEEEFloat::error("value is beyond MPFR's range");
   }
-  mpfr_setsign(value, value, x.get_sign() ? 1 : 0, MPFR_RNDN);
   mpfr_swap(out, value);
   mpfr_clear(value);
 }

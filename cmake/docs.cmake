@@ -1,0 +1,17 @@
+# The C++ of the documentation, compiled and run: what it prints is what the pages say.
+if(PROJECT_IS_TOP_LEVEL AND BUILD_TESTING)
+  find_package(Python3 REQUIRED COMPONENTS Interpreter)
+  enable_testing()
+  set(blocks ${PROJECT_SOURCE_DIR}/docs/blocks.py)
+  foreach(page README docs/getting-started docs/formats docs/rounding docs/numbers docs/errors)
+    cmake_path(GET page FILENAME name)
+    set(path ${PROJECT_SOURCE_DIR}/${page}.md)
+    add_custom_command(OUTPUT docs_${name}.cpp DEPENDS ${blocks} ${path}
+                       COMMAND Python3::Interpreter ${blocks} generate ${path} docs_${name}.cpp)
+    add_executable(docs_${name} ${PROJECT_BINARY_DIR}/docs_${name}.cpp)
+    target_link_libraries(docs_${name} PRIVATE zelk::zelk)
+    set_target_properties(docs_${name} PROPERTIES CXX_EXTENSIONS OFF EXPORT_COMPILE_COMMANDS OFF)
+    add_test(NAME docs_${name}
+             COMMAND Python3::Interpreter ${blocks} check ${path} $<TARGET_FILE:docs_${name}>)
+  endforeach()
+endif()

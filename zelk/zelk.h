@@ -10,4 +10,7 @@
 #include "zelk/numbers/qnumber.h"
 #include "zelk/swflt/swflt.h"
 
+/// IEEE-754 binary floating point in formats of any width, and the exact numbers it rests on.
+namespace zelk {}
+
 #endif  // ZELK_ZELK_H_

@@ -21,6 +21,7 @@ class ZELK_EXPORT Exception : public std::exception {
 
   /// A copy carries the text and still takes insertions; the hook does not run again for it.
   Exception(const Exception& other);
+  /// The same for a text that is replaced.
   Exception& operator=(const Exception& other);
 
   ~Exception() noexcept override;

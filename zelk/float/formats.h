@@ -27,6 +27,7 @@ inline constexpr IEEEFloat::format fp8_e5m2{5, 2};  ///< as the machine-learning
 /// nearest-even and are in the best representation. Defined for e >= 2 and 1 <= m < 2^64 - 1.
 class ZELK_EXPORT FormatLimits {
  public:
+  /// The limits of f.
   explicit constexpr FormatLimits(IEEEFloat::format f) : fmt(f) {}
 
   /// Bits of a significand, the hidden one included: m + 1.
@@ -39,10 +40,11 @@ class ZELK_EXPORT FormatLimits {
   /// The least decimal digits that tell all values apart: ceil(1 + (m + 1) log10(2)).
   constexpr unsigned long max_digits10() const { return 2 + decimal_digits(precision()); }
 
-  /// Of a normal value 1.t * 2^E the least and the largest E: 1 - bias and bias.
+  /// The least E of a normal value 1.t * 2^E: 1 - bias.
   /// \throws IEEEFloat::error "reached limit on float precision", here and below, for formats too
   ///   wide to have values.
   QNumber min_exponent() const { return 1 - fmt.bias(); }
+  /// The largest: bias.
   QNumber max_exponent() const { return fmt.bias(); }
 
   /// 2^(1 - bias - m).
@@ -53,6 +55,7 @@ class ZELK_EXPORT FormatLimits {
   IEEEFloat largest() const { return IEEEFloat::max_value(fmt); }
   /// The distance of one from the next larger value: 2^-m.
   IEEEFloat epsilon() const;
+  /// 1.
   IEEEFloat one() const;
 
  private:

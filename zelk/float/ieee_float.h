@@ -44,10 +44,10 @@ class ZELK_EXPORT IEEEFloat {
   /// rounding mode: <mode>") by `from_number` and by a generic operation, when they have to round,
   /// and rounds in arithmetic on packed values to nearest-even.
   enum rounding_mode : unsigned {
-    ROUND_NEAREST_EVEN = 0,
-    ROUND_TOWARD_ZERO = 1,
-    ROUND_TOWARD_POSITIVE = 2,
-    ROUND_TOWARD_NEGATIVE = 3,
+    ROUND_NEAREST_EVEN = 0,     ///< to the nearest value, of two to the even one
+    ROUND_TOWARD_ZERO = 1,      ///< to the next value of smaller magnitude
+    ROUND_TOWARD_POSITIVE = 2,  ///< to the next value above
+    ROUND_TOWARD_NEGATIVE = 3,  ///< to the next value below
   };
 
   /// The widths of a format in bits: binary32 is {8, 23}. Not validated.
@@ -55,8 +55,8 @@ class ZELK_EXPORT IEEEFloat {
   /// From the most significant bit, a pattern is a sign bit, `exp_width` bits of biased exponent
   /// and `mant_width` bits of trailing significand (the hidden bit is not stored).
   struct format {
-    unsigned long exp_width = 0;
-    unsigned long mant_width = 0;
+    unsigned long exp_width = 0;   ///< e, bits of biased exponent
+    unsigned long mant_width = 0;  ///< m, bits of trailing significand
 
     /// 2^(e-1) - 1; 0 for e = 0.
     /// \throws error "reached limit on float precision", here and below, when the power of two
@@ -67,14 +67,18 @@ class ZELK_EXPORT IEEEFloat {
     /// 2^m - 1: the largest trailing significand field.
     QNumber max_mantissa() const;
 
+    /// Whether both widths agree.
     bool operator==(const format&) const = default;
   };
 
   /// What operations on values throw.
   class ZELK_EXPORT error : public Exception {
    public:
+    /// With the text m.
     explicit error(const std::string& m);
+    /// A copy carries the text.
     error(const error&) = default;
+    /// The same for a text that is replaced.
     error& operator=(const error&) = default;
     ~error() noexcept override;
   };
@@ -116,6 +120,7 @@ class ZELK_EXPORT IEEEFloat {
     return *this;
   }
 
+  /// Takes the source's format, mode, representation and pattern; the source is the placeholder.
   IEEEFloat& operator=(IEEEFloat&& other) noexcept {
     IEEEFloat taken;
     taken.swap(other);
@@ -168,8 +173,11 @@ class ZELK_EXPORT IEEEFloat {
   /// \throws error "invalid number at position <p>: <text>", and what `from_scaled` throws.
   static IEEEFloat from_text(std::string_view text, format f, rounding_mode rm);
 
+  /// The widths of exponent and significand.
   format get_format() const { return fmt; }
+  /// The mode that operations with this value on the left round in.
   rounding_mode get_mode() const { return static_cast<rounding_mode>(mode()); }
+  /// How the pattern is held.
   Repr get_repr() const { return static_cast<Repr>(repr()); }
 
   /// Of rm the low 30 bits are kept.
@@ -195,18 +203,25 @@ class ZELK_EXPORT IEEEFloat {
 
   /// The sign bit, of NaNs too.
   bool get_sign() const;
+  /// Sets (s true) or clears the sign bit, of NaNs too.
   void set_sign(bool s);
 
+  /// Whether this is an infinity of either sign.
   bool is_inf() const;
+  /// Whether this is a NaN, canonical or not.
   bool is_nan() const;
+  /// Whether this is a zero of either sign.
   bool is_zero() const;
+  /// Whether this is not zero, and smaller in magnitude than the smallest normal value.
   bool is_subnormal() const;
 
   /// Flips the sign; a NaN stays as it is.
   void self_neg();
   /// Becomes the canonical NaN: sign 1, exponent all ones, trailing significand 1.
   void self_nan();
+  /// Becomes the infinity of this sign.
   void self_inf(bool negative);
+  /// Becomes the zero of this sign.
   void self_zero(bool negative);
 
   /// The next value toward plus infinity (up) or minus infinity: both zeros step to the smallest
@@ -219,18 +234,20 @@ class ZELK_EXPORT IEEEFloat {
   /// special. Outward from the two patterns of largest magnitude there is none: they stay.
   void packed_next(bool up);
 
-  // Rounded arithmetic in this value's format and mode; the operand's mode plays no part, and it
-  // may be this value. Division by zero gives an infinity; an operation without a useful value
-  // (inf - inf, 0 * inf, 0 / 0, inf / inf) gives the canonical NaN. A NaN operand's pattern is
-  // passed on in generic values (the left one's first); packed values give the canonical NaN.
-  // Throws error "operands of different formats" or "operands of different representations";
-  // on generic values "bad rounding mode: <mode>" when the mode is not 0 to 3 and the result is
-  // inexact, and "reached limit on float precision" when the exponents of a sum differ by 2^63
-  // or more, or the shift to a subnormal result does.
+  /// \{
+  /// Rounded arithmetic in this value's format and mode; the operand's mode plays no part, and it
+  /// may be this value. Division by zero gives an infinity; an operation without a useful value
+  /// (inf - inf, 0 * inf, 0 / 0, inf / inf) gives the canonical NaN. A NaN operand's pattern is
+  /// passed on in generic values (the left one's first); packed values give the canonical NaN.
+  /// \throws error "operands of different formats" or "operands of different representations";
+  ///   on generic values "bad rounding mode: <mode>" when the mode is not 0 to 3 and the result is
+  ///   inexact, and "reached limit on float precision" when the exponents of a sum differ by 2^63
+  ///   or more, or the shift to a subnormal result does.
   IEEEFloat& operator+=(const IEEEFloat& other);
   IEEEFloat& operator-=(const IEEEFloat& other);
   IEEEFloat& operator*=(const IEEEFloat& other);
   IEEEFloat& operator/=(const IEEEFloat& other);
+  /// \}
 
   /// The exact value; both zeros give 0. Its parts have at most |k| + m + 2 bits, k being the
   /// exponent of the last place.
@@ -258,11 +275,11 @@ class ZELK_EXPORT IEEEFloat {
   /// [5:10]NaN{1_11111_0000000001}.
   std::string to_str() const;
 
+ private:
   friend bool operator<(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
 
- private:
   union payload_type {
     std::uint32_t bits32;
     std::uint64_t bits64;
@@ -464,6 +481,7 @@ inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
   }
 }
 
+/// The same order: -0 <= +0, and false with a NaN.
 inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
   a.require_same_kind(b);
   switch (a.repr()) {
@@ -477,6 +495,7 @@ inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
   }
 }
 
+/// IEEE 754 equality: -0 == +0, and a NaN equals nothing, itself included.
 inline bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
   a.require_same_kind(b);
   switch (a.repr()) {
@@ -490,17 +509,21 @@ inline bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
   }
 }
 
+/// b < a.
 inline bool operator>(const IEEEFloat& a, const IEEEFloat& b) { return b < a; }
+/// b <= a.
 inline bool operator>=(const IEEEFloat& a, const IEEEFloat& b) { return b <= a; }
 
 /// -1 when a < b, 0 when a == b, 1 when b < a, -2 when a NaN makes the pair unordered.
 ZELK_EXPORT int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
 
+/// \{
 /// A copy of a, then the compound operation: a's format and mode.
 inline IEEEFloat operator+(IEEEFloat a, const IEEEFloat& b) { return std::move(a += b); }
 inline IEEEFloat operator-(IEEEFloat a, const IEEEFloat& b) { return std::move(a -= b); }
 inline IEEEFloat operator*(IEEEFloat a, const IEEEFloat& b) { return std::move(a *= b); }
 inline IEEEFloat operator/(IEEEFloat a, const IEEEFloat& b) { return std::move(a /= b); }
+/// \}
 
 /// Writes `to_str()`.
 ZELK_EXPORT std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);

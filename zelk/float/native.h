@@ -18,25 +18,31 @@ namespace zelk {
 template <typename T>
 inline constexpr bool is_native_float = std::same_as<T, float> || std::same_as<T, double>;
 #ifdef __SIZEOF_FLOAT128__
+/// The compiler's binary128.
 __extension__ using float128 = __float128;
+/// It has the encoding of (15, 112).
 template <>
 inline constexpr bool is_native_float<float128> = true;
 #endif
 #ifdef __FLT16_MANT_DIG__
+/// The compiler's binary16.
 __extension__ using float16 = _Float16;
+/// It has the encoding of (5, 10).
 template <>
 inline constexpr bool is_native_float<float16> = true;
 #endif
 
+/// A type for which `is_native_float` holds.
 template <typename T>
 concept native_float = is_native_float<T>;
 
-/// The format of such a type, and the unsigned integer of its width.
+/// The format of such a type.
 template <native_float T>
 inline constexpr IEEEFloat::format native_format = sizeof(T) == 2   ? formats::half
                                                    : sizeof(T) == 4 ? formats::single
                                                    : sizeof(T) == 8 ? formats::double_
                                                                     : formats::quad;
+/// The unsigned integer of its width.
 template <native_float T>
 using native_word = std::conditional_t<
     sizeof(T) == 2, std::uint16_t,
@@ -92,6 +98,7 @@ inline mpz_class to_mpz(const QNumber& q) {
 /// and the representation play no part. Beside `==`, which is IEEE 754's and refuses operands of
 /// different formats.
 struct SamePattern {
+  /// Whether a and b have the same format and pattern.
   bool operator()(const IEEEFloat& a, const IEEEFloat& b) const {
     return a.get_format() == b.get_format() && a.get_bits() == b.get_bits();
   }
@@ -99,6 +106,7 @@ struct SamePattern {
 
 /// A hash that goes with it: std::unordered_set<IEEEFloat, PatternHash, SamePattern>.
 struct ZELK_EXPORT PatternHash {
+  /// The same for all values of one format and pattern, whatever form holds it.
   std::size_t operator()(const IEEEFloat& x) const;
 };
 

@@ -239,6 +239,7 @@ class ZELK_EXPORT QNumber {
     }
   }
 
+  /// Adds.
   QNumber& operator+=(const QNumber& other) {
     if (!(is_small() && other.is_small() && add_small<detail::add_checked>(other))) {
       add_big(other, false);
@@ -246,6 +247,7 @@ class ZELK_EXPORT QNumber {
     return *this;
   }
 
+  /// Subtracts.
   QNumber& operator-=(const QNumber& other) {
     if (!(is_small() && other.is_small() && add_small<detail::sub_checked>(other))) {
       add_big(other, true);
@@ -253,7 +255,7 @@ class ZELK_EXPORT QNumber {
     return *this;
   }
 
-  /// A big target that is not an integer becomes small when multiplied by a small 0.
+  /// Multiplies. A big target that is not an integer becomes small when multiplied by a small 0.
   QNumber& operator*=(const QNumber& other) {
     if (!(is_small() && other.is_small() && multiply_small(other))) {
       multiply_big(other);
@@ -272,8 +274,9 @@ class ZELK_EXPORT QNumber {
   /// \throws Exception "division by zero" when d is 0; q and r are then unchanged.
   void divmod(const QNumber& d, QNumber& q, QNumber& r) const;
 
-  /// Numerator and denominator (> 0) as integers.
+  /// The numerator as an integer.
   QNumber get_num() const { return is_small() ? QNumber(num) : big_num(); }
+  /// The denominator, above 0, as an integer.
   QNumber get_den() const { return is_small() ? QNumber(den) : big_den(); }
 
   /// The value as a GMP rational.
@@ -282,11 +285,13 @@ class ZELK_EXPORT QNumber {
   /// True for the machine-word form, false for the GMP form.
   bool is_small() const { return den != 0; }
 
+  /// Whether this is 0.
   bool is_zero() const { return sign() == 0; }
 
   /// -1, 0 or 1.
   int sign() const { return is_small() ? (num > 0) - (num < 0) : mpz_sgn(mpq_numref(gmp)); }
 
+  /// Whether the denominator is 1.
   bool is_integer() const {
     return is_small() ? den == 1
                       : mpz_size(mpq_denref(gmp)) == 1 && mpz_getlimbn(mpq_denref(gmp), 0) == 1;
@@ -326,8 +331,9 @@ class ZELK_EXPORT QNumber {
   // What arithmetic on the limbs of integers needs. Fields as the GMP manual gives them under
   // "Integer Internals": for a few limbs calls cost more than the work.
 
-  /// The limbs of a big number's numerator and how many they are, until that changes.
+  /// The limbs of a big number's numerator, the lowest first, until that changes.
   const mp_limb_t* big_limbs() const { return mpq_numref(gmp)->_mp_d; }
+  /// How many they are.
   long big_size() const { return static_cast<long>(mpz_size(mpq_numref(gmp))); }
 
   /// The storage of this integer, of n limbs at least, to be overwritten; null when it has none.
@@ -335,6 +341,7 @@ class ZELK_EXPORT QNumber {
   mp_limb_t* own_limbs(long n) {
     return !is_small() && mpq_numref(gmp)->_mp_alloc >= n ? mpq_numref(gmp)->_mp_d : nullptr;
   }
+  /// Ends what `own_limbs` began: this number is the integer of the n limbs there.
   void keep_limbs(long n) {
     mpz_ptr z = mpq_numref(gmp);
     while (n > 0 && z->_mp_d[n - 1] == 0) {
@@ -505,6 +512,7 @@ inline bool QNumber::multiply_small(const QNumber& other) {
   return true;
 }
 
+/// Whether the values agree, whatever the forms.
 inline bool operator==(const QNumber& a, const QNumber& b) {
   if (a.is_small() && b.is_small()) {
     return a.num == b.num && a.den == b.den;
@@ -512,6 +520,7 @@ inline bool operator==(const QNumber& a, const QNumber& b) {
   return QNumber::compare_big(a, b) == 0;
 }
 
+/// Whether a is less than b.
 inline bool operator<(const QNumber& a, const QNumber& b) {
   if (a.is_small() && b.is_small()) {
     if (a.den == b.den) {
@@ -523,31 +532,39 @@ inline bool operator<(const QNumber& a, const QNumber& b) {
   return QNumber::compare_big(a, b) < 0;
 }
 
+/// b < a.
 inline bool operator>(const QNumber& a, const QNumber& b) { return b < a; }
+/// Not b < a.
 inline bool operator<=(const QNumber& a, const QNumber& b) { return !(b < a); }
+/// Not a < b.
 inline bool operator>=(const QNumber& a, const QNumber& b) { return !(a < b); }
 
+/// The sum.
 inline QNumber operator+(QNumber a, const QNumber& b) {
   a += b;
   return a;
 }
 
+/// The difference.
 inline QNumber operator-(QNumber a, const QNumber& b) {
   a -= b;
   return a;
 }
 
+/// The product.
 inline QNumber operator*(QNumber a, const QNumber& b) {
   a *= b;
   return a;
 }
 
+/// The quotient.
 /// \throws Exception "division by zero" when b is 0.
 inline QNumber operator/(QNumber a, const QNumber& b) {
   a *= b.inv();
   return a;
 }
 
+/// The negated number.
 inline QNumber operator-(QNumber a) {
   a.self_neg();
   return a;

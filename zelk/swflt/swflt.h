@@ -1,11 +1,4 @@
 // Software floating point for packed binary32 and binary64 words.
-//
-// Every routine is correctly rounded, takes and returns bit patterns, never throws and never
-// allocates. Exceptional conditions are recorded in one flag byte that the whole program shares
-// without synchronisation.
-//
-// A rounding mode is an int code: 0 to nearest, ties to even; 1 toward minus infinity; 2 toward
-// plus infinity; 3 toward zero. Any other code means 0.
 #ifndef ZELK_SWFLT_SWFLT_H_
 #define ZELK_SWFLT_SWFLT_H_
 
@@ -15,6 +8,14 @@
 
 #include "zelk/base/export.h"
 
+/// Software floating point for packed binary32 and binary64 words.
+///
+/// Every routine is correctly rounded, takes and returns bit patterns, never throws and never
+/// allocates. Exceptional conditions are recorded in one flag byte that the whole program shares
+/// without synchronisation.
+///
+/// A rounding mode is an int code: 0 to nearest, ties to even; 1 toward minus infinity; 2 toward
+/// plus infinity; 3 toward zero. Any other code means 0.
 namespace zelk::swflt {
 
 /// Flag: a signalling NaN operand, an unordered comparison, or an operation without a useful value

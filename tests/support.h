@@ -121,6 +121,36 @@ inline IEEEFloat& apply(int op, IEEEFloat& a, const IEEEFloat& b) {
   return op == 0 ? a += b : op == 1 ? a -= b : op == 2 ? a *= b : a /= b;
 }
 
+/// Calls on a value x, to be made under low limits, as allocations fail, and in every build: y has
+/// its format and representation, g is another format, n a number.
+using Call = void (*)(IEEEFloat& x, const IEEEFloat& y, Format g, QNumber& n);
+#define ON_VALUES(...)                                                   \
+  []([[maybe_unused]] IEEEFloat& x, [[maybe_unused]] const IEEEFloat& y, \
+     [[maybe_unused]] Format g, [[maybe_unused]] QNumber& n) { __VA_ARGS__; }
+inline constexpr Call calls[] = {
+    ON_VALUES(x.self_zero(y.get_sign())), ON_VALUES(x.self_neg()),
+    // From here on there is no answer for formats that are too wide.
+    ON_VALUES(apply(0, x, y)), ON_VALUES(apply(1, x, y)), ON_VALUES(apply(2, x, y)),
+    ON_VALUES(apply(3, x, y)), ON_VALUES(x.self_nan()), ON_VALUES(x.self_inf(true)),
+    ON_VALUES(x.set_sign(true)), ON_VALUES(x.next_representable(y.get_sign())),
+    ON_VALUES(x.packed_next(!y.get_sign())), ON_VALUES(n = x <= y ? ieee_cmp(x, y) : x.is_nan()),
+    ON_VALUES(n = x.to_integer(9)),
+    // Words, too, allocate from here on.
+    ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
+    ON_VALUES(x = IEEEFloat::max_value(y.get_format())),
+    ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
+    ON_VALUES(x = IEEEFloat::from_number(n, y.get_format(), x.get_mode())),
+    ON_VALUES(x = IEEEFloat::from_scaled(n, 3, y.get_format(), x.get_mode())),
+    // Exact values can be larger than their formats.
+    ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
+    ON_VALUES(static_cast<void>(x.to_str())),
+    // What matters here is g.
+    ON_VALUES(n = x.to_integer(g.mant_width)),
+    ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
+    ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
+inline constexpr std::size_t first_sized = 2, first_allocating = 13, first_exact = 19,
+                             first_of_g = 22;
+
 /// Patterns that find faults, from what gives numbers: `below(n)`, and `digits(n)` of n bits.
 template <typename Numbers>
 struct Patterns {

@@ -25,11 +25,13 @@ TEST(QNumber, CallsOnBoundaryValuesMatchGmp) {
       ASSERT_TRUE(all.back().second.is_small()) << v;
     }
   }
-  constexpr unsigned counts[] = {0, 1, 5, 31, 60, 61, 62, 63, 64, 65, 80, 127, 128, 200};
+  constexpr unsigned long counts[] = {0, 1, 5, 31, 60, 61, 62, 63, 64, 65, 80, 127, 128, 200};
   for (const auto& [p, x] : all) {
     for (const auto& [q, y] : all) {
-      const unsigned count = counts[random() % 14];
-      SCOPED_TRACE(testing::Message() << p << " and " << q << ", count " << count);
+      // The count is taken modulo 220.
+      const unsigned long word = random() % 2 * 220 * (random() >> (8 + random() % 56));
+      const unsigned long count = word + counts[random() % 14];
+      SCOPED_TRACE(testing::Message() << p << " and " << q << ", word " << count);
       for (const unsigned long i : {0UL, 4UL, 8UL}) {  // y is x, divmod's other target, neither
         for (unsigned long call = 0; call < Numbers::calls; ++call) {
           if (i == 0 ? &x != &y : i == 4 && call != 7 && call != 8) continue;
@@ -64,12 +66,6 @@ TEST(QNumber, ConstructionIsExactAndTakesTheFormOfItsSource) {
       mpq_class want(n, d);
       want.canonicalize();
       check({n, d}, want, static_cast<int>(n) == n && static_cast<int>(d) == d);
-    }
-    for (long k = -130; k <= 130; ++k) {
-      mpq_class want(n);
-      want = k < 0 ? mpq_class(want >> static_cast<unsigned long>(-k))
-                   : mpq_class(want << static_cast<unsigned long>(k));
-      check(QNumber::scaled(n, k), want, fits(want));
     }
   }
   EXPECT_TRUE(zelk::gcd_cache[990][935] == 55 && zelk::gcd_cache[935][990] == 55);

@@ -5,14 +5,8 @@
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
-const Format formats[] = {{5, 10},   {8, 7},    {8, 23},   {11, 52},  {15, 112}, {19, 236},
-                          {10, 51},  {10, 52},  {8, 55},   {15, 49},  {8, 29},   {8, 30},
-                          {62, 1},   {63, 1},   {61, 2},   {20, 2},   {2, 58},   {3, 59},
-                          {4, 59},   {3, 60},   {2, 61},   {32, 31},  {15, 63},  {15, 125},
-                          {15, 127}, {13, 190}, {62, 255}, {11, 319}, {20, 1500}};
-
 TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
-  std::vector<Mpfr> oracles(std::begin(formats), std::end(formats));
+  std::vector<Mpfr> oracles(std::begin(wide_formats), std::end(wide_formats));
   Random random;
   for (Mpfr& t : oracles) {
     for (unsigned long i = 0; i < rounds(); ++i) {

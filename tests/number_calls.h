@@ -82,7 +82,8 @@ struct Numbers {
     const bool integers = u.get_den() == 1 && v.get_den() == 1;
     const unsigned long count = word % 220;
     // A big target stays big; of small operands the result is small where words can hold it.
-    const bool known = which < 22 && (which > 2 || integers);
+    const bool room = abs(u.get_num() * v.get_num()) * u.get_den() * v.get_den() < pow2(30);
+    const bool known = which < 22 && (which > 2 || integers || room);
     const bool words = x.is_small() && ((which > 12 && which < 22) || y.is_small());
     const bool becomes_zero = which == 2 && u.get_den() != 1 && v == 0 && y.is_small();
     bool form = words || (x.is_small() && ((which == 9 && count > 0) || which > 21));

@@ -5,12 +5,13 @@ usage: mutate.py [count] [seed]
 
 Each fault is built and tested with the short roads and without, in copies of the tree under
 build/mutate, one for each processor. A fault is killed when a test fails, hangs or does not end
-normally; one that leaves the object code of both builds as it was is equal in effect. The others
+normally; one that leaves the programs of both builds as they were is equal in effect, or lies in
+what is not compiled into any of them: a trap in the same block changes nothing either. The others
 survive and are listed; then the exit status is 1.
 """
 import collections
 import concurrent.futures
-import difflib
+import contextlib
 import hashlib
 import os
 import pathlib
@@ -46,6 +47,8 @@ PATTERNS = [
     (re.compile(r"(?<=[-+<>=&|*/(] )\d+\b(?![.\w])|(?<=[(,])\d+(?=[,)])"),
      lambda m: str(int(m.group()) + 1)),
 ]
+# The opening of a block of statements, behind which another one can stand.
+BLOCK = re.compile(r"(\)|\bconst|\bnoexcept|\boverride|\belse|\bdo|\btry) \{")
 # A statement that can go: an assignment or a call, on a line of its own.
 STATEMENT = re.compile(r"^\s+(?!return|throw|using|static|const|auto|case|break|continue|template|delete)"
                        r"[\w.>\[\]:-]+(\s*([-+*/|&^]|<<|>>)?=[^=]|\().*;$")
@@ -98,6 +101,20 @@ def run(command, seconds=600):
         return -1
 
 
+def trapped(lines, number):
+    """The number and text of a line, the nearest that opens a block around this one, with a trap in
+    the block; None outside of all."""
+    inner = len(lines[number])
+    for k in range(number, -1, -1):
+        depth = len(lines[k]) - len(lines[k].lstrip())
+        opening = BLOCK.search(lines[k])
+        if opening and "switch" not in lines[k] and (k == number or (depth < inner and lines[k].endswith("{"))):
+            return k, lines[k][:opening.end()] + " __builtin_trap();" + lines[k][opening.end():]
+        if lines[k].strip():
+            inner = min(inner, depth)
+    return None
+
+
 class Tree:
     """A copy of the sources with its builds."""
 
@@ -112,7 +129,7 @@ class Tree:
                               "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options])
             if configured != 0 or not self.build(build) or not self.passes(build):
                 sys.exit(f"mutate: the tests do not build or pass without a fault ({build})")
-            self.originals[build] = self.code(build)
+            self.originals[build] = self.programs(build)
 
     def folder(self, build):
         return self.source / "build" / build
@@ -124,31 +141,45 @@ class Tree:
         return run(["ctest", "--test-dir", self.folder(build), "--stop-on-failure",
                     "--timeout", str(TEST_SECONDS)]) == 0
 
-    def code(self, build):
-        digest = hashlib.sha256()
-        for path in sorted(self.folder(build).glob("**/*_test")):
-            digest.update(path.read_bytes())
-        return digest.digest()
+    def programs(self, build):
+        """A digest of every program that ctest runs, by name."""
+        paths = [path for pattern in ("tests/*_test", "fuzz_*") for path in
+                 self.folder(build).glob(pattern) if path.is_file()]
+        return {path.name: hashlib.sha256(path.read_bytes()).digest() for path in paths}
 
-    def outcome(self, fault):
-        path = self.source / fault.file
-        text = path.read_text()
-        lines = text.splitlines()
-        lines[fault.line] = fault.text
+    @contextlib.contextmanager
+    def changed(self, file, number, text):
+        """The tree with another text in one line."""
+        path = self.source / file
+        original = path.read_text()
+        lines = original.splitlines()
+        lines[number] = text
         path.write_text("\n".join(lines) + "\n")
         try:
-            equal = True
-            for build in BUILDS:
-                if not self.build(build):
+            yield
+        finally:
+            path.write_text(original)
+
+    def outcome(self, fault):
+        equal = True
+        with self.changed(fault.file, fault.line, fault.text):
+            for build, programs in self.originals.items():
+                if not self.build(build) or self.programs(build).keys() != programs.keys():
                     return "does not compile"
-                if self.code(build) == self.originals[build]:
+                if self.programs(build) == programs:
                     continue
                 equal = False
                 if not self.passes(build):
                     return "killed"
-            return "equal" if equal else "survived"
-        finally:
-            path.write_text(text)
+        if not equal:
+            return "survived"
+        trap = trapped((self.source / fault.file).read_text().splitlines(), fault.line)
+        if trap is None:
+            return "equal"
+        with self.changed(fault.file, *trap):
+            used = any(not self.build(build) or self.programs(build) != programs
+                       for build, programs in self.originals.items())
+        return "equal" if used else "not compiled in"
 
 
 def main():
@@ -178,7 +209,8 @@ def main():
                 print("    -" + before + "\n    +" + fault.text, flush=True)
     tried = outcomes["killed"] + outcomes["equal"] + outcomes["survived"]
     print(f"{tried} faults (seed {seed}): {outcomes['killed']} killed, {outcomes['equal']} equal in "
-          f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile")
+          f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile, "
+          f"{outcomes['not compiled in']} are in code that no test compiles in")
     sys.exit(1 if outcomes["survived"] else 0)
 
 

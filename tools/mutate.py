@@ -123,29 +123,34 @@ class Tree:
         shutil.rmtree(self.source, ignore_errors=True)
         ignored = shutil.ignore_patterns("build", ".git", "docs")
         shutil.copytree(ROOT, self.source, ignore=ignored)
-        self.originals = {}
         for build, options in BUILDS.items():
-            configured = run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
-                              "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options])
-            if configured != 0 or not self.build(build) or not self.passes(build):
-                sys.exit(f"mutate: the tests do not build or pass without a fault ({build})")
-            self.originals[build] = self.programs(build)
+            if run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
+                    "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options]) != 0:
+                raise RuntimeError("mutate: cmake fails")
+        listed = subprocess.run(["ctest", "--test-dir", self.folder("short"), "-N"],
+                                capture_output=True, text=True, check=True).stdout
+        # Those that have killed last come first.
+        self.programs = re.findall(r"Test +#\d+: (\w+)", listed)
+        self.originals = {(program, build): self.digest(program, build)
+                          for program in self.programs for build in BUILDS}
+        for program, build in self.originals:
+            if self.originals[program, build] is None or not self.passes(program, build):
+                raise RuntimeError(f"mutate: {program} fails without a fault ({build})")
 
     def folder(self, build):
         return self.source / "build" / build
 
-    def build(self, build):
-        return run(["cmake", "--build", self.folder(build), "-j", "1"]) == 0
+    def digest(self, program, build):
+        """What identifies a program, after it is built; None when it cannot be."""
+        folder = self.folder(build)
+        if run(["cmake", "--build", folder, "-j", "1", "--target", program]) != 0:
+            return None
+        paths = [path for path in (folder / program, folder / "tests" / program) if path.is_file()]
+        return hashlib.sha256(paths[0].read_bytes()).digest() if paths else None
 
-    def passes(self, build):
-        return run(["ctest", "--test-dir", self.folder(build), "--stop-on-failure",
+    def passes(self, program, build):
+        return run(["ctest", "--test-dir", self.folder(build), "-R", f"^{program}$",
                     "--timeout", str(TEST_SECONDS)]) == 0
-
-    def programs(self, build):
-        """A digest of every program that ctest runs, by name."""
-        paths = [path for pattern in ("tests/*_test", "fuzz_*") for path in
-                 self.folder(build).glob(pattern) if path.is_file()]
-        return {path.name: hashlib.sha256(path.read_bytes()).digest() for path in paths}
 
     @contextlib.contextmanager
     def changed(self, file, number, text):
@@ -163,22 +168,24 @@ class Tree:
     def outcome(self, fault):
         equal = True
         with self.changed(fault.file, fault.line, fault.text):
-            for build, programs in self.originals.items():
-                if not self.build(build) or self.programs(build).keys() != programs.keys():
+            for program, build in ((p, b) for p in list(self.programs) for b in BUILDS):
+                digest = self.digest(program, build)
+                if digest is None:
                     return "does not compile"
-                if self.programs(build) == programs:
+                if digest == self.originals[program, build]:
                     continue
                 equal = False
-                if not self.passes(build):
-                    return "killed"
+                if not self.passes(program, build):
+                    self.programs.remove(program)
+                    self.programs.insert(0, program)
+                    return "killed by " + program
         if not equal:
             return "survived"
         trap = trapped((self.source / fault.file).read_text().splitlines(), fault.line)
         if trap is None:
             return "equal"
         with self.changed(fault.file, *trap):
-            used = any(not self.build(build) or self.programs(build) != programs
-                       for build, programs in self.originals.items())
+            used = any(self.digest(*key) != digest for key, digest in self.originals.items())
         return "equal" if used else "not compiled in"
 
 
@@ -189,8 +196,9 @@ def main():
     WORK.mkdir(parents=True, exist_ok=True)
     trees = queue.Queue()
     workers = os.cpu_count() or 1
-    for number in range(workers):
-        trees.put(Tree(number))
+    pool = concurrent.futures.ThreadPoolExecutor(workers)
+    for tree in pool.map(Tree, range(workers)):
+        trees.put(tree)
 
     def attempt(fault):
         tree = trees.get()
@@ -200,13 +208,12 @@ def main():
             trees.put(tree)
 
     outcomes = collections.Counter()
-    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-        for fault, outcome in pool.map(attempt, faults):
-            outcomes[outcome] += 1
-            print(f"{outcome:16} {fault.file}:{fault.line + 1}: {fault.kind}", flush=True)
-            if outcome == "survived":
-                before = (ROOT / fault.file).read_text().splitlines()[fault.line]
-                print("    -" + before + "\n    +" + fault.text, flush=True)
+    for fault, outcome in pool.map(attempt, faults):
+        outcomes[outcome.split(" by ")[0]] += 1
+        print(f"{outcome:28} {fault.file}:{fault.line + 1}: {fault.kind}", flush=True)
+        if outcome == "survived":
+            before = (ROOT / fault.file).read_text().splitlines()[fault.line]
+            print("    -" + before + "\n    +" + fault.text, flush=True)
     tried = outcomes["killed"] + outcomes["equal"] + outcomes["survived"]
     print(f"{tried} faults (seed {seed}): {outcomes['killed']} killed, {outcomes['equal']} equal in "
           f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile, "

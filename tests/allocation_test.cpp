@@ -147,10 +147,9 @@ static bool same(const Numbers& x, const Numbers& y) {
 static int failures = 0;
 
 // Makes each allocation of the call fail in its turn: the failure must arrive, and x stay.
-template <typename T>
-static void fail_everywhere(const T& start, std::size_t which, auto call) {
+static void fail_everywhere(const auto& start, std::size_t which, auto call) {
   for (long n = 0;; ++n) {
-    T x = start;
+    auto x = start;
     bool failed = false;
     heap.until_failure = n;
     try {

@@ -44,8 +44,7 @@ inline unsigned long rounds() { return setting("ZELK_ROUNDS", 5000); }
 
 /// The text that the call throws: as it is for the float error, after "Exception: " for any other
 /// exception of the library; "" when nothing is thrown.
-template <typename Call>
-std::string message(Call call) {
+std::string message(auto call) {
   try {
     static_cast<void>(call());
   } catch (const IEEEFloat::error& e) {
@@ -140,7 +139,6 @@ std::string tried(auto x, auto call) {
 }
 
 /// The four operations, by number.
-inline constexpr const char* operators[] = {"+", "-", "*", "/"};
 inline IEEEFloat& apply(int op, IEEEFloat& a, const IEEEFloat& b) {
   return op == 0 ? a += b : op == 1 ? a -= b : op == 2 ? a *= b : a /= b;
 }
@@ -219,8 +217,7 @@ struct Random : gmp_randclass, Patterns<Random> {
 // The checks take a Layout, or an oracle: a Layout with operate(op, a, b, rm), the pattern of
 // a op b, the canonical NaN if it is one, and convert(from, p, rm) of another oracle's pattern.
 
-template <typename Oracle>
-void check_pair(Oracle& t, const IEEEFloat& x, const IEEEFloat& y) {
+void check_pair(auto& t, const IEEEFloat& x, const IEEEFloat& y) {
   const mpz_class a = bits(x), b = bits(y);
   const bool nan = a % t.sign > t.inf || b % t.sign > t.inf;
   const auto key = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - p); };
@@ -233,12 +230,11 @@ void check_pair(Oracle& t, const IEEEFloat& x, const IEEEFloat& y) {
     mpz_class want = t.operate(op, a, b, x.get_mode());
     if (nan && x.get_repr() == IEEEFloat::REPR_GENERIC) want = a % t.sign > t.inf ? a : b;
     IEEEFloat r = x;
-    ASSERT_BITS(apply(op, r, &x == &y ? r : y), want) << name(x) << operators[op] << name(y);
+    ASSERT_BITS(apply(op, r, &x == &y ? r : y), want) << name(x) << "+-*/"[op] << name(y);
   }
 }
 
-template <typename Oracle>
-void check_conversion(Oracle& from, Oracle& to, const IEEEFloat& x) {
+void check_conversion(auto& from, auto& to, const IEEEFloat& x) {
   IEEEFloat r = x;
   r.set_format(to.f);
   const bool same = from.f == to.f;
@@ -310,7 +306,8 @@ inline void check_value(const Layout& t, const IEEEFloat& x) {
   }
   for (const unsigned long w : {1UL, 2UL, 3UL, 8UL, 64UL, 70UL, 113UL, 300UL}) {
     const mpz_class want = integer % (mpz_class(1) << w) * static_cast<int>(magnitude >= t.hidden);
-    ASSERT_EQ(x.to_integer(w).to_mpq(), want) << name(x) << " to " << w << " bits";
+    const QNumber got = x.to_integer(w);
+    ASSERT_TRUE(got.to_mpq() == want && (got.is_small() || w > 60)) << name(x) << " to " << w;
   }
 }
 

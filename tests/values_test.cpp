@@ -179,15 +179,3 @@ TEST(Values, ExponentsOfAnySize) {
   EXPECT_TRUE(same(value(power(77)) * value(power(77)), value(power(78))));
   EXPECT_TRUE((value(power(78)) * value(power(78))).is_inf());
 }
-
-// Scratch that wide operations left in the big form serves narrow ones, whose results are small.
-TEST(Values, ResultsKeepTheirForm) {
-  IEEEFloat x = from(0x4200), wide = IEEEFloat::max_value(quad);  // 3
-  wide += wide *= wide = wide / wide;
-  x *= x;
-  EXPECT_TRUE(x.to_number() == 9 && x.to_number().is_small() && x.to_integer(8).is_small());
-  x.set_format({5, 11});
-  EXPECT_TRUE(x.get_bits().is_small());
-  x = IEEEFloat::from_number(x.to_number() / 7, half, modes[0]);
-  EXPECT_TRUE(x.get_bits().is_small());
-}

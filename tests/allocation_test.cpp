@@ -212,8 +212,9 @@ TEST(Allocation, EveryFailureArrivesAndChangesNothing) {
   heap.until_failure = 0;
   EXPECT_STREQ(error.what(), "");  // which has to build the text and must not throw
   // A text that loses its end says so.
-  zelk::Exception first("x"), copy(first);
-  for (zelk::Exception* e : {&first, &copy}) {
+  zelk::Exception first("x"), copy(first), assigned("y");
+  assigned = first;
+  for (zelk::Exception* e : {&first, &copy, &assigned}) {
     const std::string text(5000, 'x');
     heap.until_failure = 0;
     EXPECT_THROW(e->msg_stream << text, std::bad_alloc);

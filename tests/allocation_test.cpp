@@ -4,16 +4,13 @@
 #include <malloc.h>
 
 #include <cstdlib>
-#include <functional>
 #include <new>
-#include <sstream>
+#include <span>
 #include <vector>
 
-#include "tests/support.h"
+#include "tests/number_calls.h"
 
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
-namespace {
-
 struct Heap {
   unsigned long calls = 0;
   long blocks = 0;
@@ -34,9 +31,7 @@ struct Heap {
     return p;
   }
 };
-constinit Heap heap;
-
-}  // namespace
+static constinit Heap heap;
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
   if (heap.until_failure >= 0 && heap.until_failure-- == 0) throw std::bad_alloc();
@@ -59,128 +54,60 @@ static const bool gmp_is_counted = [] {
 // NOLINTEND(cppcoreguidelines-no-malloc)
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
-using zelk::BVNumber;
 
-// Calls on a value x; y has its format and representation, g is another format.
-using Call = void (*)(IEEEFloat& x, const IEEEFloat& y, Format g);
-constexpr std::size_t in_place_calls = 12, rounded_calls = 18;
-static const Call calls[] = {
-    [](auto& x, auto& y, Format) { x += y; },
-    [](auto& x, auto& y, Format) { x -= y; },
-    [](auto& x, auto& y, Format) { x *= y; },
-    [](auto& x, auto& y, Format) { x /= y; },
-    [](auto& x, auto&, Format) { x.self_nan(); },
-    [](auto& x, auto&, Format) { x.self_inf(true); },
-    [](auto& x, auto&, Format) { x.self_zero(true); },
-    [](auto& x, auto&, Format) { x.self_neg(); },
-    [](auto& x, auto&, Format) { x.set_sign(true); },
-    [](auto& x, auto&, Format) { x.next_representable(false); },
-    [](auto& x, auto&, Format) { x.packed_next(true); },
-    [](auto& x, auto& y, Format) {
-      static_cast<void>(x <= y || x == y || x.is_nan() || x.is_inf());
-    },
-    [](auto& x, auto&, Format) { x.self_specialize_repr(IEEEFloat::REPR_GENERIC); },
-    [](auto& x, auto& y, Format) { x = x + y; },
-    [](auto& x, auto&, Format g) { x.set_format(g); },
-    [](auto& x, auto&, Format g) { x = IEEEFloat::max_value(g); },
-    [](auto& x, auto& y, Format) { x = IEEEFloat::from_bits(y.get_bits(), y.get_format()); },
-    [](auto& x, auto&, Format g) { x = IEEEFloat::from_number(QNumber(-2) / 7, g, modes[0]); },
-    // From here on exact ones, and text.
-    [](auto& x, auto&, Format g) { x = IEEEFloat::from_text("-12.5e-30", g, modes[1]); },
-    [](auto& x, auto&, Format) {
-      x.to_number(), x.to_integer(0), x.to_integer(9), x.to_integer(700);
-    },
-    [](auto& x, auto&, Format) { x.to_str(); },
-};
+// Wide ones first, so that scratch which they leave serves the others.
+static constexpr Format formats[] = {{64, 4}, {15, 112}, {12, 6400}, {8, 55}, {10, 53},
+                                     {4, 3},  {5, 10},   {10, 51},   {8, 23}, {11, 52}};
 
-// Arithmetic on patterns in words, comparison, classes, signs, accessors, reused targets.
-TEST(Allocation, WordsAllocateNothing) {
+// +0, the largest and the smallest value, and one that is rounded; always +0 in formats too wide.
+static IEEEFloat value(Format f, int kind) {
+  IEEEFloat x(f, modes[kind]);
+  message([&] {
+    if (kind == 1) x = IEEEFloat::max_value(f);
+    if (kind == 2) x = IEEEFloat::from_bits(1, f);
+    if (kind == 3) x = IEEEFloat::from_number(QNumber(-5) / 3, f, modes[kind]);
+    return 0;
+  });
+  return x;
+}
+
+// Arithmetic, comparison and classes of reused targets; on words nearly all.
+TEST(Allocation, ReusedTargetsAllocateNothing) {
   Random random;
-  for (const Format f : {Format{4, 3}, {5, 10}, {8, 7}, {10, 51}, {8, 23}, {11, 52}}) {
+  for (const Format f : std::span(formats).last(9)) {
     const Layout t(f);
+    const bool hardware = IEEEFloat::get_best_repr(f) != IEEEFloat::REPR_GENERIC;
+    const bool wide = f.exp_width + f.mant_width > 62 && !hardware;
     std::vector<IEEEFloat> values;
-    values.reserve(500);
     for (int i = 0; i < 500; ++i) {
-      values.push_back(IEEEFloat::from_bits(QNumber(random.pattern(t) % t.inf, 1), f));
+      values.push_back(generic(f, modes[i % 4], random.pattern(t) % t.inf));
+      if (wide) values.back() = in_big_form(values.back());
+      values.back().self_specialize_repr(IEEEFloat::get_best_repr(f));
     }
-    // The first round leaves scratch with the storage that operands far apart need.
+    // The first round leaves targets and scratch with the storage that operands far apart need.
+    IEEEFloat r;
+    QNumber n;
     for (std::size_t i = 0; i < 2 * values.size(); ++i) {
       const IEEEFloat& x = values[i % values.size()];
       const IEEEFloat& y = values[(i + 1) % values.size()];
-      IEEEFloat r = x;
       const unsigned long before = heap.calls;
-      for (std::size_t k = 0; k < in_place_calls; ++k) {
+      for (std::size_t k = 0; k < (wide ? first_narrow : first_allocating); ++k) {
         r = x;
-        calls[k](r, y, f);
+        calls[k](r, y, f, n);
       }
-      ASSERT_TRUE(x.to_integer(16).is_small() && x.is_subnormal() + x.is_zero() < 2);
-      if (x.get_repr() != IEEEFloat::REPR_GENERIC) {
-        IEEEFloat copy(x);
-        copy = std::move(r);
-        copy.set_format(f == Format{8, 23} ? Format{11, 52} : Format{8, 23});
-      }
+      if (wide) r.set_format({f.exp_width + 2, f.mant_width - 2});
+      if (hardware) r.set_format(f == Format{8, 23} ? Format{11, 52} : Format{8, 23});
       ASSERT_TRUE(i < values.size() || heap.calls == before) << name(x) << " and " << name(y);
     }
   }
-  // Patterns of 64 bits and more, in numbers of the big form.
-  for (const Format f : {Format{8, 55}, {15, 112}, {19, 236}, {30, 20000}}) {
-    const IEEEFloat a = in_big_form(IEEEFloat::from_number(QNumber(-7) / 3, f, modes[2]));
-    const IEEEFloat b = in_big_form(IEEEFloat::from_number(QNumber(1) / 7, f, modes[0]));
-    IEEEFloat r = a / b;  // leaves the block of large operations behind
-    for (int op = 0; op < 4; ++op) {
-      const unsigned long before = heap.calls;
-      r = a;
-      apply(op, r, b);
-      ASSERT_TRUE(r < b && b > r && heap.calls == before) << f.mant_width << operators[op];
-      r.set_format({f.exp_width + 1, f.mant_width - 1});
-      ASSERT_TRUE(!r.is_nan() && heap.calls == before) << f.mant_width;
-    }
-  }
-  QNumber q = 1;
-  const QNumber step = QNumber(3) / 7;
-  const unsigned long before = heap.calls;
-  for (int i = 1; i < 12; ++i) {
-    q += step;
-    q *= QNumber(i).inv();
-    ASSERT_FALSE(q < q.get_num() - q.get_den() * i && q == step);
-  }
-  EXPECT_EQ(heap.calls, before);
 }
 
-using NumberCall = void (*)(QNumber& a, const QNumber& b);
-static const NumberCall number_calls[] = {
-    [](auto& a, auto& b) { a += b; },
-    [](auto& a, auto& b) { a -= b; },
-    [](auto& a, auto& b) { a *= b; },
-    [](auto& a, auto& b) { a = a / b; },
-    [](auto& a, auto& b) { a = b; },
-    [](auto& a, auto&) { a = QNumber::from_text("-12345678901234567890/7"); },
-    [](auto& a, auto& b) { a = QNumber(b.to_mpq()); },
-    [](auto& a, auto& b) { a = b.inv(); },
-    [](auto& a, auto& b) {
-      QNumber r;
-      a.get_num().divmod(b.get_den(), a, r);
-    },
-    [](auto& a, auto&) { BVNumber::pow2(70, &a); },
-    [](auto& a, auto& b) { BVNumber::bit_left_shift(b.get_num(), 99, &a); },
-    [](auto& a, auto& b) { BVNumber::bit_right_shift(b.get_num(), 3, &a); },
-};
-
-// The bytes that a call has on the heap, at most, beyond what there was before.
-template <typename Attempt>
-static unsigned long peak_of(Attempt attempt) {
-  const unsigned long before = heap.bytes;
-  heap.peak = before;
-  try {
-    attempt();
-  } catch (const zelk::Exception&) {  // NOLINT(bugprone-empty-catch): what is refused counts too
-  }
-  return heap.peak - before;
-}
-
-// What the library promises, in bytes, for numbers of so many bits.
-static unsigned long bound(unsigned long times, unsigned long bits) {
-  return 16384 + times * bits / 8;
+// Whether a call has on the heap, beyond what there was, what the library promises for numbers of
+// so many bits.
+static bool stays_within(unsigned long times, unsigned long bits, auto call) {
+  const unsigned long before = heap.peak = heap.bytes;
+  message([&] { return call(), 0; });  // what is refused counts too
+  return heap.peak - before <= 16384 + times * bits / 8;
 }
 
 // In ascending order, so that scratch grows where it is counted.
@@ -193,45 +120,36 @@ TEST(Allocation, StaysWithinItsBounds) {
         {huge, 4},    {4, huge},  {huge, huge},   {~0UL, ~0UL}, {~0UL, 2},      {2, ~0UL}}) {
     const bool exists = f.exp_width < zelk::max_bits && f.mant_width < zelk::max_bits;
     const unsigned long bits = exists ? f.exp_width + f.mant_width : 0;
-    for (int kind = 0; kind < 6; ++kind) {
-      IEEEFloat x(f, modes[kind % 4]);
-      IEEEFloat y = x;
-      peak_of([&] {  // formats that are refused stay with +0
-        if (kind > 0) y = kind % 2 == 0 ? IEEEFloat::max_value(f) : IEEEFloat::from_bits(3, f);
-        if (kind == 1) x = IEEEFloat::max_value(f);
-        if (kind == 2) x = IEEEFloat::from_bits(1, f);
-        if (kind > 2) x = IEEEFloat::from_number(QNumber(5) / 3, f, modes[kind % 4]);
-      });
+    for (int kind = 0; kind < 16; ++kind) {
+      const IEEEFloat x = value(f, kind % 4), y = value(f, kind / 4);
       for (const Format g : {Format{5, 10}, {15, 112}, f}) {
-        for (std::size_t i = 0; i < rounded_calls; ++i) {
+        for (std::size_t i = 0; i < first_exact; ++i) {
           IEEEFloat r = x;
-          ASSERT_LE(peak_of([&] { calls[i](r, y, g); }), bound(10, bits))
+          QNumber n = QNumber(-2) / 7;
+          ASSERT_TRUE(stays_within(10, bits, [&] { calls[i](r, y, g, n); }))
               << bits << ' ' << kind << " call " << i;
         }
       }
       for (const unsigned long w : {1UL, 64UL, 9999UL, 150000UL, huge, ~0UL}) {
-        ASSERT_LE(peak_of([&] { x.to_integer(w); }), bound(4, bits + std::min(w, zelk::max_bits)))
-            << bits << " to " << w;
+        const unsigned long room = bits + std::min(w, zelk::max_bits);
+        ASSERT_TRUE(stays_within(4, room, [&] { x.to_integer(w); })) << bits << " to " << w;
       }
       const unsigned long k = f.exp_width > 17 ? zelk::max_bits : 1UL << f.exp_width;
-      ASSERT_LE(peak_of([&] { x.to_integer(0), x.to_number(); }), bound(4, bits + k)) << bits;
+      ASSERT_TRUE(stays_within(4, bits + k, [&] { x.to_integer(0), x.to_number(); })) << bits;
     }
   }
 }
 
-static auto state(const QNumber& a) { return a; }
-static auto state(const IEEEFloat& x) {
-  return std::tuple(x.get_format(), x.get_bits(), x.get_repr(), x.get_mode());
+static bool same(const Numbers& x, const Numbers& y) {
+  return std::equal(std::begin(x.numbers), std::end(x.numbers), y.numbers);
 }
 
 static int failures = 0;
 
 // Makes each allocation of the call fail in its turn: the failure must arrive, and x stay.
-template <typename T>
-static void fail_everywhere(const T& start, std::ptrdiff_t which,
-                            const std::function<void(T&)>& call) {
+static void fail_everywhere(const auto& start, std::size_t which, auto call) {
   for (long n = 0;; ++n) {
-    T x = start;
+    auto x = start;
     bool failed = false;
     heap.until_failure = n;
     try {
@@ -244,43 +162,38 @@ static void fail_everywhere(const T& start, std::ptrdiff_t which,
     ASSERT_EQ(failed, was_due);
     if (!failed) return;
     ++failures;
-    ASSERT_TRUE(state(x) == state(start)) << "call " << which << ", allocation " << n;
+    ASSERT_TRUE(same(x, start)) << "call " << which << ", allocation " << n;
   }
 }
 
 static void fail_everything() {
-  const Format formats[] = {{4, 3},   {8, 23},   {11, 52}, {8, 54},
-                            {10, 53}, {15, 112}, {64, 4},  {12, 6400}};
   for (const Format f : formats) {
-    for (const auto repr : {IEEEFloat::get_best_repr(f), IEEEFloat::REPR_GENERIC}) {
-      for (const bool big : {false, true}) {
-        for (int kind = 0; kind < 4; ++kind) {
-          IEEEFloat y = IEEEFloat::from_number(QNumber(-5) / 3, f, modes[0]);
-          IEEEFloat x = kind == 0   ? y
-                        : kind == 1 ? IEEEFloat::max_value(f)
-                                    : IEEEFloat(f, modes[3]);
-          if (kind == 3) x.packed_next(true);
-          if (big && f.exp_width < 63 && IEEEFloat::get_best_repr(f) == IEEEFloat::REPR_GENERIC)
-            x = in_big_form(x);
-          x.self_specialize_repr(repr);
-          y.self_specialize_repr(repr);
-          for (const Format g : formats) {
-            for (const Call& call : calls) {
-              fail_everywhere<IEEEFloat>(x, &call - calls, [&](auto& v) { call(v, y, g); });
-            }
-          }
+    for (int kind = 0; kind < 16; ++kind) {
+      IEEEFloat x = value(f, kind % 4), y = value(f, 3);
+      const bool hardware = x.get_repr() != IEEEFloat::REPR_GENERIC, other = kind % 8 > 3;
+      if (other && hardware) x.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+      if (other && !hardware && f.exp_width < 63) x = in_big_form(x);
+      y.self_specialize_repr(x.get_repr());
+      x.set_sign(kind > 7);
+      for (const Format g : formats) {
+        for (std::size_t i = 0; i < std::size(calls); ++i) {
+          fail_everywhere(x, i, [&](IEEEFloat& v) {
+            QNumber n = QNumber(-2) / 7;
+            calls[i](v, y, g, n);
+          });
         }
       }
     }
   }
-  const QNumber big(mpz_class(1) << 70, 1);
+  const QNumber big = power(70);
   QNumber small_in_big = big + 5;
   small_in_big -= big;
   const QNumber numbers[] = {7, QNumber(-3) / 8, 1L << 62, -big - 1, big.inv() + 1, small_in_big};
   for (const QNumber& a : numbers) {
     for (const QNumber& b : numbers) {
-      for (const NumberCall& call : number_calls) {
-        fail_everywhere<QNumber>(a, &call - number_calls, [&](auto& x) { call(x, b); });
+      const Numbers some{{a, b, b, a}, {a.to_mpq(), b.to_mpq(), b.to_mpq(), a.to_mpq()}};
+      for (unsigned long which = 0; which < Numbers::calls; ++which) {
+        fail_everywhere(some, which, [&](Numbers& all) { all.call(which, 8, 99); });
       }
     }
   }
@@ -299,8 +212,9 @@ TEST(Allocation, EveryFailureArrivesAndChangesNothing) {
   heap.until_failure = 0;
   EXPECT_STREQ(error.what(), "");  // which has to build the text and must not throw
   // A text that loses its end says so.
-  zelk::Exception first("x"), copy(first);
-  for (zelk::Exception* e : {&first, &copy}) {
+  zelk::Exception first("x"), copy(first), assigned("y");
+  assigned = first;
+  for (zelk::Exception* e : {&first, &copy, &assigned}) {
     const std::string text(5000, 'x');
     heap.until_failure = 0;
     EXPECT_THROW(e->msg_stream << text, std::bad_alloc);

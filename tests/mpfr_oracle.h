@@ -76,7 +76,29 @@ void check_number(Mpfr& t, auto& patterns, IEEEFloat::rounding_mode rm) {
   const mpz_class numerator = t.integer(q.get_num(), rm);
   const IEEEFloat r = IEEEFloat::from_number(QNumber(q), t.f, rm);
   ASSERT_BITS(r, t.operate(3, numerator, t.integer(q.get_den(), rm), rm)) << std::dec << q;
-  ASSERT_TRUE(r.get_mode() == rm && r.get_repr() == IEEEFloat::get_best_repr(t.f));
+  ASSERT_TRUE(r.get_mode() == rm && r.get_repr() == IEEEFloat::get_best_repr(t.f) &&
+              (r.get_bits().is_small() || t.sign >= pow2(62)));
+}
+
+/// Every check of values of one format: of packed words and generic values, of patterns in numbers
+/// of both forms, and of operands that are one value.
+void check_all(Mpfr& t, Mpfr& to, auto& patterns) {
+  const unsigned long kind = patterns.below(256);
+  const mpz_class p = patterns.pattern(t);
+  IEEEFloat x = generic(t.f, modes[kind % 4], p);
+  IEEEFloat y = kind < 8 ? x : generic(t.f, modes[0], patterns.pattern(t));
+  if (kind % 3 == 1) x = in_big_form(x);
+  if (kind % 5 == 1) y = in_big_form(y);
+  for (const auto repr : {IEEEFloat::REPR_GENERIC, IEEEFloat::get_best_repr(t.f)}) {
+    x.self_specialize_repr(repr);
+    y.self_specialize_repr(repr);
+    ASSERT_EQ(bits(x), p);
+    check_pair(t, x, kind < 4 ? x : y);
+    check_conversion(t, to, x);
+    if (kind / 4 % 16 != 0) continue;
+    check_value(t, x);
+    check_number(t, patterns, x.get_mode());
+  }
 }
 
 }  // namespace zelk_test

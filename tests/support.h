@@ -21,31 +21,36 @@ inline constexpr IEEEFloat::rounding_mode modes[] = {
     IEEEFloat::ROUND_NEAREST_EVEN, IEEEFloat::ROUND_TOWARD_ZERO, IEEEFloat::ROUND_TOWARD_POSITIVE,
     IEEEFloat::ROUND_TOWARD_NEGATIVE};
 
-/// The seed of the random cases: fixed, unless ZELK_SEED gives another. Printed once.
+/// Hardware formats, and those at the borders of words, limbs and exponents in words.
+inline constexpr Format wide_formats[] = {
+    {5, 10},  {8, 7},    {8, 23},   {11, 52},  {15, 112}, {19, 236}, {10, 51},  {10, 52},
+    {10, 53}, {10, 54},  {8, 55},   {15, 48},  {15, 49},  {8, 29},   {8, 30},   {62, 1},
+    {63, 1},  {61, 2},   {20, 2},   {2, 58},   {3, 59},   {4, 59},   {3, 60},   {2, 61},
+    {32, 30}, {32, 31},  {15, 63},  {15, 125}, {15, 126}, {15, 127}, {13, 190}, {62, 255},
+    {9, 255}, {11, 319}, {15, 480}, {20, 1500}};
+
+/// A number that the environment can set.
+inline unsigned long setting(const char* name, unsigned long otherwise) {
+  const char* given = std::getenv(name);
+  return given != nullptr ? std::strtoul(given, nullptr, 0) : otherwise;
+}
+/// The seed of the random cases, printed once, and how many of a kind are tried.
 inline unsigned long seed() {
-  static const char* given = std::getenv("ZELK_SEED");
-  static const unsigned long value = given != nullptr ? std::strtoul(given, nullptr, 0) : 20240229;
+  static const unsigned long value = setting("ZELK_SEED", 20240229);
   [[maybe_unused]] static const auto& printed = std::cout << "ZELK_SEED=" << value << '\n';
   return value;
 }
-
-/// How many random cases of a kind are tried: 5000, unless ZELK_ROUNDS gives another number.
-inline unsigned long rounds() {
-  static const char* given = std::getenv("ZELK_ROUNDS");
-  static const unsigned long value = given != nullptr ? std::strtoul(given, nullptr, 0) : 5000;
-  return value;
-}
+inline unsigned long rounds() { return setting("ZELK_ROUNDS", 5000); }
 
 /// The text that the call throws: as it is for the float error, after "Exception: " for any other
 /// exception of the library; "" when nothing is thrown.
-template <typename Call>
-std::string message(Call call) {
+std::string message(auto call) {
   try {
     static_cast<void>(call());
   } catch (const IEEEFloat::error& e) {
-    return e.what();
+    return e.get_msg();
   } catch (const zelk::Exception& e) {
-    return std::string("Exception: ") + e.what();
+    return "Exception: " + e.get_msg();
   }
   return "";
 }
@@ -115,11 +120,60 @@ inline std::string name(const IEEEFloat& x) {
          std::to_string(x.get_mode()) + " 0x" + bits(x).get_str(16);
 }
 
+/// Whether two values are one, in one form.
+inline bool same(const QNumber& a, const QNumber& b) {
+  return a == b && a.is_small() == b.is_small();
+}
+inline bool same(const IEEEFloat& a, const IEEEFloat& b) {
+  return name(a) == name(b) && a.get_repr() == b.get_repr() && same(a.get_bits(), b.get_bits());
+}
+
+/// The text that an expression of a value or number x throws, see `message`; x is then what it was.
+#define TRIED(value, ...) \
+  tried(value, [&](auto& x) { static_cast<void>(x), static_cast<void>(__VA_ARGS__); })
+std::string tried(auto x, auto call) {
+  const auto before = x;
+  std::string text = message([&] { return call(x), 0; });
+  EXPECT_TRUE(text.empty() || same(x, before)) << text;
+  return text;
+}
+
 /// The four operations, by number.
-inline constexpr const char* operators[] = {"+", "-", "*", "/"};
 inline IEEEFloat& apply(int op, IEEEFloat& a, const IEEEFloat& b) {
   return op == 0 ? a += b : op == 1 ? a -= b : op == 2 ? a *= b : a /= b;
 }
+
+/// Calls on a value x, to be made under low limits, as allocations fail, and in every build: y has
+/// its format and representation, g is another format, n a number.
+using Call = void (*)(IEEEFloat& x, const IEEEFloat& y, Format g, QNumber& n);
+#define ON_VALUES(...)                                                   \
+  []([[maybe_unused]] IEEEFloat& x, [[maybe_unused]] const IEEEFloat& y, \
+     [[maybe_unused]] Format g, [[maybe_unused]] QNumber& n) { __VA_ARGS__; }
+inline constexpr Call calls[] = {
+    ON_VALUES(x = y), ON_VALUES(x.self_zero(y.get_sign())), ON_VALUES(x.self_neg()),
+    // From here on there is no answer for formats that are too wide.
+    ON_VALUES(apply(0, x, y)), ON_VALUES(apply(1, x, y)), ON_VALUES(apply(2, x, y)),
+    ON_VALUES(apply(3, x, y)), ON_VALUES(n = x <= y ? ieee_cmp(x, y) : x == y),
+    ON_VALUES(n = x.is_nan() + 2 * x.is_inf() + 4 * x.is_subnormal() + 8 * x.is_zero()),
+    // Wide values allocate from here on.
+    ON_VALUES(x.self_nan()), ON_VALUES(x.self_inf(true)), ON_VALUES(x.set_sign(true)),
+    ON_VALUES(x.next_representable(y.get_sign())), ON_VALUES(x.packed_next(!y.get_sign())),
+    ON_VALUES(n = x.to_integer(9)),
+    // Words, too, allocate from here on.
+    ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
+    ON_VALUES(x = IEEEFloat::max_value(y.get_format())),
+    ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
+    ON_VALUES(x = IEEEFloat::from_number(n, y.get_format(), x.get_mode())),
+    ON_VALUES(x = IEEEFloat::from_scaled(n, 3, y.get_format(), x.get_mode())),
+    // Exact values can be larger than their formats.
+    ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
+    ON_VALUES(static_cast<void>(x.to_str())),
+    // What matters here is g.
+    ON_VALUES(n = x.to_integer(g.mant_width)),
+    ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
+    ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
+inline constexpr std::size_t first_sized = 3, first_narrow = 9, first_allocating = 15,
+                             first_exact = 21, first_of_g = 24;
 
 /// Patterns that find faults, from what gives numbers: `below(n)`, and `digits(n)` of n bits.
 template <typename Numbers>
@@ -163,8 +217,7 @@ struct Random : gmp_randclass, Patterns<Random> {
 // The checks take a Layout, or an oracle: a Layout with operate(op, a, b, rm), the pattern of
 // a op b, the canonical NaN if it is one, and convert(from, p, rm) of another oracle's pattern.
 
-template <typename Oracle>
-void check_pair(Oracle& t, const IEEEFloat& x, const IEEEFloat& y) {
+void check_pair(auto& t, const IEEEFloat& x, const IEEEFloat& y) {
   const mpz_class a = bits(x), b = bits(y);
   const bool nan = a % t.sign > t.inf || b % t.sign > t.inf;
   const auto key = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - p); };
@@ -177,12 +230,11 @@ void check_pair(Oracle& t, const IEEEFloat& x, const IEEEFloat& y) {
     mpz_class want = t.operate(op, a, b, x.get_mode());
     if (nan && x.get_repr() == IEEEFloat::REPR_GENERIC) want = a % t.sign > t.inf ? a : b;
     IEEEFloat r = x;
-    ASSERT_BITS(apply(op, r, &x == &y ? r : y), want) << name(x) << operators[op] << name(y);
+    ASSERT_BITS(apply(op, r, &x == &y ? r : y), want) << name(x) << "+-*/"[op] << name(y);
   }
 }
 
-template <typename Oracle>
-void check_conversion(Oracle& from, Oracle& to, const IEEEFloat& x) {
+void check_conversion(auto& from, auto& to, const IEEEFloat& x) {
   IEEEFloat r = x;
   r.set_format(to.f);
   const bool same = from.f == to.f;
@@ -201,10 +253,6 @@ inline void check_value(const Layout& t, const IEEEFloat& x) {
       << name(x);
   ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(p, 1), t.f); }),
             nan && p != t.nan ? "invalid bit pattern for IEEEFloat: " + p.get_str() : "");
-  const mpz_class wide = p + 2 * t.sign;
-  ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(wide, 1), t.f); }),
-            "invalid bit pattern for IEEEFloat: " + wide.get_str());
-
   const auto check = [&](const char* what, const mpz_class& want, auto change, auto... to) {
     IEEEFloat r = x;
     (r.*change)(to...);
@@ -254,7 +302,8 @@ inline void check_value(const Layout& t, const IEEEFloat& x) {
   }
   for (const unsigned long w : {1UL, 2UL, 3UL, 8UL, 64UL, 70UL, 113UL, 300UL}) {
     const mpz_class want = integer % (mpz_class(1) << w) * static_cast<int>(magnitude >= t.hidden);
-    ASSERT_EQ(x.to_integer(w).to_mpq(), want) << name(x) << " to " << w << " bits";
+    const QNumber got = x.to_integer(w);
+    ASSERT_TRUE(got.to_mpq() == want && (got.is_small() || w > 60)) << name(x) << " to " << w;
   }
 }
 

@@ -73,3 +73,18 @@ TEST(TinyFormats, EveryValuePairAndConversion) {
     }
   }
 }
+
+TEST(TinyFormats, EverySmallRatio) {
+  for (const Format f : {Format{2, 1}, {3, 2}, {4, 3}}) {
+    const BruteForce t(f);
+    for (int i = 0; i < 81 * 40 * 4 * 4; ++i) {
+      const int n = i / 640 - 40, d = i / 16 % 40 + 1, k = i / 4 % 4 * 3 - 5;
+      const auto rm = modes[i % 4];
+      const double x = std::ldexp(n, k);
+      const mpz_class want = t.round(x, x, d, rm);
+      const QNumber q = QNumber(n) / d;
+      ASSERT_BITS(IEEEFloat::from_scaled(q, k, f, rm), want) << q << " 2^" << k;
+      ASSERT_BITS(IEEEFloat::from_ratio(q * QNumber::scaled(1, k), f, rm), want) << q;
+    }
+  }
+}

@@ -10,7 +10,6 @@
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
 static constexpr Format half{5, 10}, single{8, 23}, twice{11, 52}, quad{15, 112};
-static constexpr auto generic_repr = IEEEFloat::REPR_GENERIC;
 static constexpr auto repr3 = static_cast<IEEEFloat::Repr>(3);
 
 static IEEEFloat from(unsigned long bits, Format f = half, unsigned mode = 0) {
@@ -19,24 +18,10 @@ static IEEEFloat from(unsigned long bits, Format f = half, unsigned mode = 0) {
   return x;
 }
 
-static bool same(const IEEEFloat& a, const IEEEFloat& b) {
-  return name(a) == name(b) && a.get_repr() == b.get_repr() &&
-         a.get_bits().is_small() == b.get_bits().is_small();
-}
-
-// The text that an expression of a value x throws; x is then what it was.
-#define TRIED(value, ...) tried(value, [&](IEEEFloat& x) { return __VA_ARGS__; })
-static std::string tried(IEEEFloat x, auto call) {
-  const IEEEFloat before = x;
-  std::string text = message([&] { return call(x), 0; });
-  EXPECT_TRUE(text.empty() || same(x, before)) << text;
-  return text;
-}
-
 TEST(Values, Representations) {
   EXPECT_TRUE(same(IEEEFloat(), {{0, 0}, IEEEFloat::REPR_FLOAT32, modes[0]}));
   EXPECT_EQ(IEEEFloat().to_str() + IEEEFloat().to_float_str(), "[0:0]+0{0}0");
-  EXPECT_EQ(TRIED({}, x.set_format(half)), "");
+  EXPECT_EQ(TRIED(IEEEFloat(), x.set_format(half)), "");
   EXPECT_EQ(from(0, half, ~0U).get_mode(), (1U << 30) - 1);
   EXPECT_TRUE(half.max_mantissa() == 1023 && bits(IEEEFloat::max_value(half)) == 0x7BFF);
   for (unsigned i = 0; i < 16; ++i) {
@@ -52,15 +37,13 @@ TEST(Values, Representations) {
   EXPECT_TRUE(three.get_repr() == 3 && from(0x3C00) == three && three == from(0x3C00));
   EXPECT_EQ((std::ostringstream() << three).str(), "[5:10]1{0_01111_0000000000}");
   three.set_format({4, 3});
-  EXPECT_TRUE(three.get_repr() == generic_repr && bits(three) == 0x38);
-  three.set_format(single);
-  EXPECT_TRUE(same(three, from(0x3F800000, single, 2)));
+  EXPECT_TRUE(three.get_repr() == IEEEFloat::REPR_GENERIC && bits(three) == 0x38);
 }
 
 TEST(Values, CopiesAreDeepAndMovesLeaveThePlaceholder) {
   const IEEEFloat all[] = {IEEEFloat(half, repr3, modes[1]), from(0x3C01, half, 2),
-                           from(0xC0490FDB, single, 3), from(0x8000000000000001UL, twice),
-                           IEEEFloat::max_value(quad)};
+                           from(0xC0490FDB, single, 3),      from(0x8000000000000001UL, twice),
+                           IEEEFloat::max_value(quad),       IEEEFloat::max_value({19, 600})};
   for (const IEEEFloat& source : all) {
     for (const IEEEFloat& target : all) {
       IEEEFloat x = target, y = source;
@@ -81,34 +64,24 @@ TEST(Values, CopiesAreDeepAndMovesLeaveThePlaceholder) {
   }
 }
 
-// Their steps, and the one back from an infinity, which assigns; what becomes of the flags.
+// The step back from an infinity, which assigns; what becomes of the flags.
 TEST(Values, PackedOnes) {
   const auto flags_were = [](int want) {
     return std::exchange(zelk::swflt::float_exception_flags, 1) == want;
   };
   for (const Format f : {single, twice}) {
     const IEEEFloat zero(f, modes[0]);
-    IEEEFloat nan = zero, x(f, generic_repr, modes[1]);
+    IEEEFloat nan = zero, x(f, IEEEFloat::REPR_GENERIC, modes[1]);
     x.self_inf(true);
     x.next_representable(true);
     EXPECT_TRUE(x.get_mode() == 0 && x.get_repr() == zero.get_repr() && !x.is_inf());
-    x.self_inf(true);
-    EXPECT_TRUE(x.is_inf() && x.get_sign());
-    x.self_zero(true);
-    x.packed_next(true);
-    EXPECT_EQ(bits(x), 0);
-    x.next_representable(false);
-    EXPECT_TRUE(x.is_subnormal() && x.get_sign() && bits(x) % 4 == 1);
-    x.next_representable(true);
-    EXPECT_TRUE(x.is_zero() && x.get_sign());
     nan.self_nan();
     flags_were(0);
     EXPECT_TRUE(zero.is_zero() && nan.is_nan() && !nan.is_inf() && flags_were(1));
-    EXPECT_TRUE(!(nan < zero) && flags_were(0) && !(nan <= zero) && flags_were(0));
-    EXPECT_TRUE(!(nan == zero) && flags_were(0));
-    EXPECT_TRUE(bits(zero / zero) == bits(nan) && flags_were(0));
-    EXPECT_TRUE(!IEEEFloat::from_number(QNumber(1) / 3, f, modes[0]).is_zero() && flags_were(0));
-    EXPECT_TRUE(!IEEEFloat::from_number(3, f, modes[0]).is_zero() && flags_were(1));
+    EXPECT_TRUE(!(nan < zero) && flags_were(0) && !(nan <= zero) && flags_were(0) &&
+                !(nan == zero) && flags_were(0) && (zero / zero).is_nan() && flags_were(0));
+    EXPECT_TRUE(!IEEEFloat::from_number(QNumber(1) / 3, f, modes[0]).is_zero() && flags_were(0) &&
+                !IEEEFloat::from_number(3, f, modes[0]).is_zero() && flags_were(1));
     nan.set_format(f == single ? twice : single);
     EXPECT_TRUE(bits(nan) == (f == twice ? 0xFF800001 : 0xFFF0000000000001) && flags_were(0));
   }
@@ -121,13 +94,13 @@ TEST(Values, Text) {
   };
   const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
   const std::string texts =
-      TRIED({}, x = from(2143289344, single)) + TRIED(from(1, half, 5000), x *= x);
+      TRIED(from(0), x = from(2143289344, single)) + TRIED(from(1, half, 5000), x *= x);
   std::locale::global(before);
   EXPECT_EQ(texts, "invalid bit pattern for IEEEFloat: 2143289344bad rounding mode: 5000");
   const IEEEFloat third = IEEEFloat::from_number(QNumber(1) / 3, {19, 236}, modes[0]);
   const auto precision = mpf_get_default_prec();
-  for (const int digits : {64, 240}) {
-    mpf_set_default_prec(digits == 64 ? 64 : 512);
+  for (const unsigned digits : {64U, 240U}) {
+    mpf_set_default_prec(digits);
     const mpf_class text(third.to_float_str(), 1000), want(third.to_number().to_mpq(), 1000);
     EXPECT_LT(mpf_class(abs(text / want - 1)).get_d(), std::pow(0.5, digits));
     EXPECT_EQ(third.to_float_str().size() > 60, digits == 240);
@@ -142,19 +115,20 @@ TEST(Values, ErrorsLeaveThemUnchanged) {
   EXPECT_EQ(TRIED(inf, x.to_number()), "can't convert infinity to a Number");
   EXPECT_EQ(TRIED(nan, x.to_float_str()), "can't convert NaN to float str");
   EXPECT_EQ(TRIED(inf, x.to_float_str()), "can't convert Infinity to float str");
-  for (const std::string text : {"-1", "-2049", "1/2", "65536", "31745"})
+  for (const std::string text : {"-1", "-2049", "1/2", "65536", "31745", "18446744073709551616"}) {
     EXPECT_EQ(TRIED(nan, x.from_bits(QNumber(mpq_class(text)), half)),
               "invalid bit pattern for IEEEFloat: " + text);
+  }
   const IEEEFloat one = from(0x3F800000, single), unpacked = generic(single, modes[0], 0x3F800000);
-  const std::tuple<IEEEFloat, IEEEFloat, std::string> rows[] = {{from(0x3C00), one, "formats"},
-                                                                {one, from(0, twice), "formats"},
-                                                                {one, unpacked, "representations"},
-                                                                {unpacked, one, "representations"}};
-  for (const auto& [a, other, kind] : rows) {
-    const IEEEFloat& b = other;
-    const std::string text = "operands of different " + kind;
-    for (int op = 0; op < 4; ++op) EXPECT_EQ(TRIED(a, apply(op, x, b)), text);
-    EXPECT_TRUE(TRIED(a, x < b) == text && TRIED(a, x <= b) == text && TRIED(a, x == b) == text);
+  for (const IEEEFloat& a : {one, unpacked}) {
+    for (const IEEEFloat& b : {from(0x3C00), from(0, twice), one, unpacked}) {
+      const bool formats = b.get_format() != single, differ = a.get_repr() != b.get_repr();
+      const std::string text = formats  ? "operands of different formats"
+                               : differ ? "operands of different representations"
+                                        : "";
+      for (int op = 0; op < 4; ++op) EXPECT_EQ(TRIED(a, apply(op, x, b)), text);
+      EXPECT_TRUE(TRIED(a, x < b) == text && TRIED(a, x <= b) == text && TRIED(a, x == b) == text);
+    }
   }
 }
 
@@ -177,6 +151,9 @@ TEST(Values, BadModes) {
   }
   EXPECT_EQ(bits(from(0x3C00, half, 2) + from(1, half, 7)), 0x3C01);  // the left operand's mode
   EXPECT_EQ(TRIED(from(0x3C01, half, 7), x.set_format({4, 3})), bad);
+  for (const char* text : {"1e9", "1e999999", "-1e-9", "1e-999999", "0.1"}) {
+    EXPECT_EQ(TRIED(from(1, half, 7), x = x.from_text(text, half, x.get_mode())), bad) << text;
+  }
   EXPECT_EQ(from(0x4380, half, 7).to_integer(8), 3);       // of 3.75
   IEEEFloat tenth = from(0x3FF0000000000000UL, twice, 7);  // packed: to nearest-even
   tenth /= from(0x4024000000000000UL, twice);
@@ -188,30 +165,16 @@ TEST(Values, BadModes) {
 // The rounding engine at exponents beyond a word.
 TEST(Values, ExponentsOfAnySize) {
   constexpr Format wide{80, 4};
-  const QNumber bias = wide.bias(), longest = -power(63) - 19;  // makes a shift of 2^63 - 1
-  const auto value = [&](const QNumber& e) { return IEEEFloat::from_bits((e + bias) * 16, wide); };
+  const QNumber longest = -power(63) - 19;  // makes a shift of 2^63 - 1
+  const auto value = [&](const QNumber& e) { return IEEEFloat::from_scaled(1, e, wide, modes[2]); };
   const std::pair<QNumber, unsigned> rows[] = {
       {power(70), 0x7C00}, {longest, 1}, {longest - 1, 2}, {-power(64), 2}};
   for (const auto& [e, want] : rows) {  // 2 for an error
-    IEEEFloat x = value(e);
-    x.set_mode(IEEEFloat::ROUND_TOWARD_POSITIVE);
-    const std::string text = message([&] { return x.set_format({5, 10}), 0; });
+    IEEEFloat v = value(e);
+    const std::string text = TRIED(v, x.set_format(half));
     EXPECT_EQ(text, want == 2 ? "reached limit on float precision" : "") << e;
-    EXPECT_EQ(x.get_bits(), want == 2 ? value(e).get_bits() : want) << e;
+    EXPECT_TRUE(want == 2 || (v.set_format(half), v.get_bits() == want)) << v;
   }
-  EXPECT_EQ((value(power(77)) * value(power(77))).get_bits(), value(power(78)).get_bits());
+  EXPECT_TRUE(same(value(power(77)) * value(power(77)), value(power(78))));
   EXPECT_TRUE((value(power(78)) * value(power(78))).is_inf());
-}
-
-// Scratch that wide operations left in the big form serves narrow ones, whose results are small.
-TEST(Values, ResultsKeepTheirForm) {
-  IEEEFloat x = IEEEFloat::from_bits(0x4200, {5, 10});  // 3
-  IEEEFloat wide = IEEEFloat::max_value(quad);
-  wide += wide *= wide = wide / wide;
-  x *= x;
-  EXPECT_TRUE(x.to_number() == 9 && x.to_number().is_small() && x.to_integer(8).is_small());
-  x.set_format({5, 11});
-  EXPECT_TRUE(x.get_bits().is_small());
-  x = IEEEFloat::from_number(x.to_number() / 7, {5, 10}, modes[0]);
-  EXPECT_TRUE(x.get_bits().is_small());
 }

@@ -5,35 +5,12 @@
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
-const Format formats[] = {{5, 10},   {8, 7},    {8, 23},   {11, 52},  {15, 112}, {19, 236},
-                          {10, 51},  {10, 52},  {8, 55},   {15, 49},  {8, 29},   {8, 30},
-                          {62, 1},   {63, 1},   {61, 2},   {20, 2},   {2, 58},   {3, 59},
-                          {4, 59},   {3, 60},   {2, 61},   {32, 31},  {15, 63},  {15, 125},
-                          {15, 127}, {13, 190}, {62, 255}, {11, 319}, {20, 1500}};
-
 TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
-  std::vector<Mpfr> oracles(std::begin(formats), std::end(formats));
+  std::vector<Mpfr> oracles(std::begin(wide_formats), std::end(wide_formats));
   Random random;
   for (Mpfr& t : oracles) {
     for (unsigned long i = 0; i < rounds(); ++i) {
-      const mpz_class p = random.pattern(t);
-      IEEEFloat x = generic(t.f, modes[i % 4], p);
-      IEEEFloat y = i % 51 == 0 ? x : generic(t.f, modes[0], random.pattern(t));
-      if (i % 3 == 1) x = in_big_form(x);
-      if (i % 5 == 1) y = in_big_form(y);
-      const bool hardware = IEEEFloat::get_best_repr(t.f) != IEEEFloat::REPR_GENERIC;
-      ASSERT_TRUE(i % 3 != 1 || hardware || !x.get_bits().is_small());
-      for (const auto repr : {IEEEFloat::REPR_GENERIC, IEEEFloat::get_best_repr(t.f)}) {
-        x.self_specialize_repr(repr);
-        y.self_specialize_repr(repr);
-        ASSERT_EQ(bits(x), p);
-        check_pair(t, x, i % 51 == 0 ? x : y);
-        check_conversion(t, oracles[i / 4 % oracles.size()], x);
-        if (i % 15 == 0) {
-          check_value(t, x);
-          check_number(t, random, x.get_mode());
-        }
-      }
+      check_all(t, oracles[i % oracles.size()], random);
       ASSERT_FALSE(HasFailure());
     }
   }

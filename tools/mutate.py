@@ -5,12 +5,13 @@ usage: mutate.py [count] [seed]
 
 Each fault is built and tested with the short roads and without, in copies of the tree under
 build/mutate, one for each processor. A fault is killed when a test fails, hangs or does not end
-normally; one that leaves the object code of both builds as it was is equal in effect. The others
+normally; one that leaves the programs of both builds as they were is equal in effect, or lies in
+what is not compiled into any of them: a trap in the same block changes nothing either. The others
 survive and are listed; then the exit status is 1.
 """
 import collections
 import concurrent.futures
-import difflib
+import contextlib
 import hashlib
 import os
 import pathlib
@@ -46,6 +47,8 @@ PATTERNS = [
     (re.compile(r"(?<=[-+<>=&|*/(] )\d+\b(?![.\w])|(?<=[(,])\d+(?=[,)])"),
      lambda m: str(int(m.group()) + 1)),
 ]
+# The opening of a block of statements, behind which another one can stand.
+BLOCK = re.compile(r"(\)|\bconst|\bnoexcept|\boverride|\belse|\bdo|\btry) \{")
 # A statement that can go: an assignment or a call, on a line of its own.
 STATEMENT = re.compile(r"^\s+(?!return|throw|using|static|const|auto|case|break|continue|template|delete)"
                        r"[\w.>\[\]:-]+(\s*([-+*/|&^]|<<|>>)?=[^=]|\().*;$")
@@ -98,6 +101,20 @@ def run(command, seconds=600):
         return -1
 
 
+def trapped(lines, number):
+    """The number and text of a line, the nearest that opens a block around this one, with a trap in
+    the block; None outside of all."""
+    inner = len(lines[number])
+    for k in range(number, -1, -1):
+        depth = len(lines[k]) - len(lines[k].lstrip())
+        opening = BLOCK.search(lines[k])
+        if opening and "switch" not in lines[k] and (k == number or (depth < inner and lines[k].endswith("{"))):
+            return k, lines[k][:opening.end()] + " __builtin_trap();" + lines[k][opening.end():]
+        if lines[k].strip():
+            inner = min(inner, depth)
+    return None
+
+
 class Tree:
     """A copy of the sources with its builds."""
 
@@ -106,49 +123,70 @@ class Tree:
         shutil.rmtree(self.source, ignore_errors=True)
         ignored = shutil.ignore_patterns("build", ".git", "docs")
         shutil.copytree(ROOT, self.source, ignore=ignored)
-        self.originals = {}
         for build, options in BUILDS.items():
-            configured = run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
-                              "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options])
-            if configured != 0 or not self.build(build) or not self.passes(build):
-                sys.exit(f"mutate: the tests do not build or pass without a fault ({build})")
-            self.originals[build] = self.code(build)
+            if run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
+                    "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options]) != 0:
+                raise RuntimeError("mutate: cmake fails")
+        listed = subprocess.run(["ctest", "--test-dir", self.folder("short"), "-N"],
+                                capture_output=True, text=True, check=True).stdout
+        # Those that have killed last come first.
+        self.programs = re.findall(r"Test +#\d+: (\w+)", listed)
+        self.originals = {(program, build): self.digest(program, build)
+                          for program in self.programs for build in BUILDS}
+        for program, build in self.originals:
+            if self.originals[program, build] is None or not self.passes(program, build):
+                raise RuntimeError(f"mutate: {program} fails without a fault ({build})")
 
     def folder(self, build):
         return self.source / "build" / build
 
-    def build(self, build):
-        return run(["cmake", "--build", self.folder(build), "-j", "1"]) == 0
+    def digest(self, program, build):
+        """What identifies a program, after it is built; None when it cannot be."""
+        folder = self.folder(build)
+        if run(["cmake", "--build", folder, "-j", "1", "--target", program]) != 0:
+            return None
+        paths = [path for path in (folder / program, folder / "tests" / program) if path.is_file()]
+        return hashlib.sha256(paths[0].read_bytes()).digest() if paths else None
 
-    def passes(self, build):
-        return run(["ctest", "--test-dir", self.folder(build), "--stop-on-failure",
+    def passes(self, program, build):
+        return run(["ctest", "--test-dir", self.folder(build), "-R", f"^{program}$",
                     "--timeout", str(TEST_SECONDS)]) == 0
 
-    def code(self, build):
-        digest = hashlib.sha256()
-        for path in sorted(self.folder(build).glob("**/*_test")):
-            digest.update(path.read_bytes())
-        return digest.digest()
-
-    def outcome(self, fault):
-        path = self.source / fault.file
-        text = path.read_text()
-        lines = text.splitlines()
-        lines[fault.line] = fault.text
+    @contextlib.contextmanager
+    def changed(self, file, number, text):
+        """The tree with another text in one line."""
+        path = self.source / file
+        original = path.read_text()
+        lines = original.splitlines()
+        lines[number] = text
         path.write_text("\n".join(lines) + "\n")
         try:
-            equal = True
-            for build in BUILDS:
-                if not self.build(build):
+            yield
+        finally:
+            path.write_text(original)
+
+    def outcome(self, fault):
+        equal = True
+        with self.changed(fault.file, fault.line, fault.text):
+            for program, build in ((p, b) for p in list(self.programs) for b in BUILDS):
+                digest = self.digest(program, build)
+                if digest is None:
                     return "does not compile"
-                if self.code(build) == self.originals[build]:
+                if digest == self.originals[program, build]:
                     continue
                 equal = False
-                if not self.passes(build):
-                    return "killed"
-            return "equal" if equal else "survived"
-        finally:
-            path.write_text(text)
+                if not self.passes(program, build):
+                    self.programs.remove(program)
+                    self.programs.insert(0, program)
+                    return "killed by " + program
+        if not equal:
+            return "survived"
+        trap = trapped((self.source / fault.file).read_text().splitlines(), fault.line)
+        if trap is None:
+            return "equal"
+        with self.changed(fault.file, *trap):
+            used = any(self.digest(*key) != digest for key, digest in self.originals.items())
+        return "equal" if used else "not compiled in"
 
 
 def main():
@@ -158,8 +196,9 @@ def main():
     WORK.mkdir(parents=True, exist_ok=True)
     trees = queue.Queue()
     workers = os.cpu_count() or 1
-    for number in range(workers):
-        trees.put(Tree(number))
+    pool = concurrent.futures.ThreadPoolExecutor(workers)
+    for tree in pool.map(Tree, range(workers)):
+        trees.put(tree)
 
     def attempt(fault):
         tree = trees.get()
@@ -169,16 +208,16 @@ def main():
             trees.put(tree)
 
     outcomes = collections.Counter()
-    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-        for fault, outcome in pool.map(attempt, faults):
-            outcomes[outcome] += 1
-            print(f"{outcome:16} {fault.file}:{fault.line + 1}: {fault.kind}", flush=True)
-            if outcome == "survived":
-                before = (ROOT / fault.file).read_text().splitlines()[fault.line]
-                print("    -" + before + "\n    +" + fault.text, flush=True)
+    for fault, outcome in pool.map(attempt, faults):
+        outcomes[outcome.split(" by ")[0]] += 1
+        print(f"{outcome:28} {fault.file}:{fault.line + 1}: {fault.kind}", flush=True)
+        if outcome == "survived":
+            before = (ROOT / fault.file).read_text().splitlines()[fault.line]
+            print("    -" + before + "\n    +" + fault.text, flush=True)
     tried = outcomes["killed"] + outcomes["equal"] + outcomes["survived"]
     print(f"{tried} faults (seed {seed}): {outcomes['killed']} killed, {outcomes['equal']} equal in "
-          f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile")
+          f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile, "
+          f"{outcomes['not compiled in']} are in code that no test compiles in")
     sys.exit(1 if outcomes["survived"] else 0)
 
 

@@ -120,6 +120,14 @@ TEST(Allocation, StaysWithinItsBounds) {
         {huge, 4},    {4, huge},  {huge, huge},   {~0UL, ~0UL}, {~0UL, 2},      {2, ~0UL}}) {
     const bool exists = f.exp_width < zelk::max_bits && f.mant_width < zelk::max_bits;
     const unsigned long bits = exists ? f.exp_width + f.mant_width : 0;
+    for (const unsigned long digits : {9UL, 3000UL, 40000UL}) {
+      const std::string text(digits, '7');
+      const QNumber q(mpz_class(text), 3);
+      ASSERT_TRUE(stays_within(10, bits + 4 * digits,
+                               [&] { IEEEFloat::from_scaled(q, -77, f, modes[0]); }));
+      ASSERT_TRUE(stays_within(10, bits + 4 * digits + 256,
+                               [&] { IEEEFloat::from_text(text + "e-77", f, modes[0]); }));
+    }
     for (int kind = 0; kind < 16; ++kind) {
       const IEEEFloat x = value(f, kind % 4), y = value(f, kind / 4);
       for (const Format g : {Format{5, 10}, {15, 112}, f}) {

@@ -77,7 +77,8 @@ class Collector : public benchmark::BenchmarkReporter {
     std::sort(rows.begin(), rows.end(),
               [&](const auto& a, const auto& b) { return place(a) < place(b); });
     std::printf("\n%-26s %9s   peer: its ns, and its time over ours\n", "row", "zelk ns");
-    for (const auto& [row, whos] : rows) {
+    for (auto& [row, whos] : rows) {
+      std::sort(whos.begin(), whos.end());
       const auto ours =
           std::find_if(whos.begin(), whos.end(), [](const auto& w) { return w.first == "zelk"; });
       if (ours == whos.end()) {

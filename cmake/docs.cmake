@@ -9,7 +9,7 @@ if(PROJECT_IS_TOP_LEVEL AND BUILD_TESTING)
     add_custom_command(OUTPUT docs_${name}.cpp DEPENDS ${blocks} ${path}
                        COMMAND Python3::Interpreter ${blocks} generate ${path} docs_${name}.cpp)
     add_executable(docs_${name} ${PROJECT_BINARY_DIR}/docs_${name}.cpp)
-    target_link_libraries(docs_${name} PRIVATE zelk::zelk)
+    target_link_libraries(docs_${name} PRIVATE zelk::zelk PkgConfig::MPFR)
     set_target_properties(docs_${name} PROPERTIES CXX_EXTENSIONS OFF EXPORT_COMPILE_COMMANDS OFF)
     add_test(NAME docs_${name}
              COMMAND Python3::Interpreter ${blocks} check ${path} $<TARGET_FILE:docs_${name}>)

@@ -92,7 +92,8 @@ def draw_growth():
         _, y = place(100, 10**power)
         picture.line([(left, y), (right, y)], "#ddd")
         picture.text(left - 8, y + 4, duration(10**power), "end")
-    picture.text((left + right) / 2, bottom + 42, "stored significand bits, e = 30", "middle")
+    picture.text((left + right) / 2, bottom + 42, "stored significand bits m, e = 30", "middle")
+    picture.text(4, top - 10, "time of one operation", size=11)
     for operation, rows in groups.items():
         colour = COLOURS[operation]
         for which, dash in ((1, ""), (2, "5 4")):
@@ -113,7 +114,7 @@ def draw_ratios():
     peers = {"mpfr": ("MPFR", "#1b6ca8"), "cpp_bin_float": ("Boost cpp_bin_float", "#b3541e")}
     rows = [
         (line.split()[0], re.findall(r"(\w+) [\d.]+ x([\d.]+)", line))
-        for line in (HERE / "bench.txt").read_text().splitlines()
+        for line in (HERE / "bench.txt").read_text().splitlines()[1:]  # below the heading
     ]
     rows.sort(key=lambda row: [float(width) for width in row[0].split("/")[1].split(".")])
     left, right, top, bar = 130, 600, 40, 9
@@ -128,6 +129,7 @@ def draw_ratios():
         picture.line([(place(2**power), top), (place(2**power), height - 40)], "#ddd")
         label = "1" if power == 0 else f"{2**power}×" if power > 0 else f"1/{2**-power}"
         picture.text(place(2**power), height - 24, label, "middle")
+    picture.text(4, 24, "operation (e, m)", size=11)
     picture.text(place(2), height - 8, "zelk is faster →", "middle", "#777", 11)
     picture.text(place(0.5), height - 8, "← zelk is slower", "middle", "#777", 11)
     y = top

@@ -1,10 +1,10 @@
 // IEEE-754 binary floating-point values in formats chosen at run time.
 //
-// A value carries its format, a rounding mode and its bit pattern. Every operation computes the
-// exact result and rounds it once, in the mode of its left operand. Binary32 and binary64
-// patterns are packed words that the software float routines compute on; every other pattern is
-// an integer of its own. Generic operations and `swflt` share scratch storage of the process
-// without locks: one thread at a time, and no call from a signal handler.
+// A value carries its format, a rounding mode and its bit pattern. Every operation but
+// `from_number` of a fraction computes the exact result and rounds it once, in the mode of its left
+// operand. Binary32 and binary64 patterns are packed words that the software float routines compute
+// on; every other pattern is an integer of its own. Generic operations and `swflt` share scratch
+// storage of the process without locks: one thread at a time, and no call from a signal handler.
 #ifndef ZELK_FLOAT_IEEE_FLOAT_H_
 #define ZELK_FLOAT_IEEE_FLOAT_H_
 
@@ -27,10 +27,11 @@ namespace zelk {
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
 /// Arithmetic is defined for e >= 2 and m >= 1. It allocates nothing for patterns of up to 63 bits,
 /// nor for wider ones once the value has held one as wide and scratch has grown. Otherwise an
-/// operation has on the heap, beyond 16 KB, at most 10 (e + m) bits, of both formats if there are
-/// two; `to_integer` of w bits 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|), k
-/// being that of the last place. Whatever is thrown, allocation failure included, the value keeps
-/// what it was.
+/// operation has on the heap, beside 16 KB, at most 10 (e + m) bits, of both formats if there are
+/// two; `from_ratio` and `from_scaled` of numbers of s bits 10 (e + m + s); `from_text` of n
+/// characters 10 (e + m + 4n + |k|), k being the exponent of the last place; `to_integer` of w bits
+/// 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|). Whatever is thrown, allocation
+/// failure included, the value keeps what it was.
 class ZELK_EXPORT IEEEFloat {
  public:
   /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.
@@ -40,9 +41,10 @@ class ZELK_EXPORT IEEEFloat {
     REPR_GENERIC = 2,  ///< a `QNumber` on the heap, for any format
   };
 
-  /// The rounding directions of IEEE 754. Any other number may be stored; it is reported ("bad
-  /// rounding mode: <mode>") by `from_number` and by a generic operation, when they have to round,
-  /// and rounds in arithmetic on packed values to nearest-even.
+  /// The rounding directions of IEEE 754. Any other number may be stored. When a significand has to
+  /// be rounded, it is reported ("bad rounding mode: <mode>") by the factories that take a mode,
+  /// `set_format` and arithmetic on generic values. Arithmetic on packed values and `set_format`
+  /// from packed binary64 to binary32 take it for nearest-even, `to_integer` for toward zero.
   enum rounding_mode : unsigned {
     ROUND_NEAREST_EVEN = 0,     ///< to the nearest value, of two to the even one
     ROUND_TOWARD_ZERO = 1,      ///< to the next value of smaller magnitude
@@ -257,16 +259,16 @@ class ZELK_EXPORT IEEEFloat {
 
   /// For w = 0 the exact value truncated toward zero, 0 for infinities and NaNs. For w > 0 the
   /// value rounded to an integer in its own mode (a mode outside 0 to 3 rounds toward zero), its
-  /// magnitude reduced modulo 2^w and the sign put back. Zeros and subnormals then give 0 in
-  /// every mode; infinities and NaNs are taken as (2^m + T) * 2^(bias + 1 - m). Needs no more
-  /// than max(m, w) bits for w > 0.
+  /// magnitude reduced modulo 2^w and the sign put back. By definition zeros and subnormals then
+  /// give 0 in every mode, and infinities and NaNs count as (2^m + T) * 2^(bias + 1 - m). Needs no
+  /// more than max(m, w) bits for w > 0.
   /// \throws error "reached limit on float precision" for w = 0 as `to_number`, but
   ///   for e <= 63 not below one; for w > 0 when neither w nor the shifted significand is within
   ///   `max_bits`.
   QNumber to_integer(unsigned long w) const;
 
   /// The decimal value, without an exponent part, with as many digits as GMP's default float
-  /// precision carries.
+  /// precision carries; integers have zeros for the others.
   /// \throws error "can't convert NaN to float str", "can't convert Infinity to float str"; what
   ///   `to_number` throws.
   std::string to_float_str() const;

@@ -21,11 +21,10 @@ swflt::detail::Direction direction_of(unsigned rm) {
 
 // The low 128 bits of a non-negative integer.
 swflt::detail::uint128 double_word(const QNumber& q) {
-  if (q.is_small()) {
-    return static_cast<std::uint64_t>(q.to_small());
+  if (!q.is_small() && q.big_size() >= 2) [[likely]] {
+    return swflt::detail::uint128{q.big_limbs()[1]} << 64 | q.big_limbs()[0];
   }
-  const Limbs limbs{q.big_limbs(), q.big_size()};
-  return swflt::detail::uint128{limbs[1]} << 64 | limbs[0];
+  return BVNumber::low_word(q);
 }
 
 // An operation on words of any shape, on limbs and on numbers.
@@ -124,8 +123,7 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
   if (is_generic() && other.is_generic() && payload.big->assign_in_place(*other.payload.big)) {
-    fmt = other.fmt;
-    control = other.control;
+    copy_kind(other);
   } else if (this == &other) {
     return;
   } else if (!other.is_generic()) {
@@ -138,8 +136,7 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
       payload.big->reset();
     }
     *payload.big = *other.payload.big;
-    fmt = other.fmt;
-    control = other.control;
+    copy_kind(other);
   } else {
     IEEEFloat copy(other);
     swap(copy);
@@ -166,7 +163,7 @@ void IEEEFloat::self_specialize_repr(Repr r) {
       payload.bits32 = static_cast<std::uint32_t>(word);
     }
   }
-  set_repr(r & 3U);
+  set_kind(fmt, target);
 }
 
 // ---- Patterns ----
@@ -202,8 +199,7 @@ void IEEEFloat::set_word(const format& f, std::uint64_t word) {
       payload.bits32 = static_cast<std::uint32_t>(word);
     }
   }
-  set_repr(r);
-  set_widths(f);
+  set_kind(f, r);
 }
 
 // The same for a pattern in limbs.
@@ -218,8 +214,7 @@ void IEEEFloat::set_limbs(const format& f, const mp_limb_t* limbs, long n) {
       pattern.assign_limbs(limbs, n);
       payload.big = new QNumber(std::move(pattern));
     }
-    set_repr(REPR_GENERIC);
-    set_widths(f);
+    set_kind(f, REPR_GENERIC);
   }
 }
 
@@ -437,45 +432,49 @@ void IEEEFloat::packed_next(bool up) {
 
 // Packed results come without flags: the library never reports them.
 template <class Op>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply64(const IEEEFloat& other) {
-  payload.bits64 = Op::on_words(swflt::detail::binary64, payload.bits64, other.payload.bits64,
-                                direction_of(mode()));
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply64(const IEEEFloat& other, Direction direction) {
+  payload.bits64 =
+      Op::on_words(swflt::detail::binary64, payload.bits64, other.payload.bits64, direction);
   swflt::float_exception_flags = 0;
   return *this;
 }
 
 template <class Op>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply32(const IEEEFloat& other) {
-  payload.bits32 = static_cast<std::uint32_t>(Op::on_words(
-      swflt::detail::binary32, payload.bits32, other.payload.bits32, direction_of(mode())));
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply32(const IEEEFloat& other, Direction direction) {
+  payload.bits32 = static_cast<std::uint32_t>(
+      Op::on_words(swflt::detail::binary32, payload.bits32, other.payload.bits32, direction));
   swflt::float_exception_flags = 0;
   return *this;
 }
 
-template <class Op>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_generic(const IEEEFloat& other) {
-  QNumber& left = *payload.big;
-  const QNumber& right = *other.payload.big;
-  if (!has_word_road(fmt, mode()) || fmt.exp_width + fmt.mant_width > 62) [[unlikely]] {
-    return apply_otherwise<Op>(other);
-  }
-  const auto a = static_cast<std::uint64_t>(left.to_small());
-  const auto b = static_cast<std::uint64_t>(right.to_small());
-  left.assign_small(static_cast<long>(Op::on_words(shape(), a, b, direction_of(mode()))));
+// Patterns of at most 63 bits in numbers of the small form.
+template <class Op, class Shape>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_in_number(const IEEEFloat& other,
+                                                        Direction direction) {
+  const Shape s{shape()};
+  const auto a = static_cast<std::uint64_t>(payload.big->to_small());
+  const auto b = static_cast<std::uint64_t>(other.payload.big->to_small());
+  payload.big->assign_small(static_cast<long>(Op::on_words(s, a, b, direction)));
   return *this;
 }
 
-// All generic values, above all those whose patterns have more than 63 bits or stand in a number of
-// the big form.
+template <class Op>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_quad(const IEEEFloat& other, Direction direction) {
+  const swflt::detail::uint128 pattern =
+      Op::on_words(swflt::detail::binary128, double_word(*payload.big),
+                   double_word(*other.payload.big), direction);
+  payload.big->assign(static_cast<std::uint64_t>(pattern),
+                      static_cast<std::uint64_t>(pattern >> 64));
+  return *this;
+}
+
+// All values, those above included.
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
-  if (short_roads && fmt == format{15, 112} && mode() <= ROUND_TOWARD_NEGATIVE) {
-    const swflt::detail::uint128 pattern =
-        Op::on_words(swflt::detail::binary128, double_word(*payload.big),
-                     double_word(*other.payload.big), direction_of(mode()));
-    payload.big->assign(static_cast<std::uint64_t>(pattern),
-                        static_cast<std::uint64_t>(pattern >> 64));
-    return *this;
+  require_same_kind(other);
+  if (!is_generic()) {
+    return repr() == REPR_FLOAT64 ? apply64<Op>(other, direction_of(mode()))
+                                  : apply32<Op>(other, direction_of(mode()));
   }
   if (has_word_road(fmt, mode())) {
     payload.big->assign(Op::on_words(shape(), word(), other.word(), direction_of(mode())));
@@ -493,27 +492,21 @@ template <class Op>
   return *this;
 }
 
-// Representations 2 and 3 are one; what else differs is refused.
 template <class Op>
-[[gnu::cold, gnu::noinline]] IEEEFloat& IEEEFloat::apply_to_stored_3(const IEEEFloat& other) {
-  require_both_generic(other);
-  return apply_otherwise<Op>(other);
-}
-
-template <class Op>
-IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
-  if (!same_kind(other)) [[unlikely]] {
-    return apply_to_stored_3<Op>(other);
+[[gnu::always_inline]] inline IEEEFloat& IEEEFloat::apply(const IEEEFloat& other) {
+  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
+  if (kind != other.kind || (control & mode_mask & ~direction_mask) != 0) [[unlikely]] {
+    return apply_otherwise<Op>(other);
   }
-  switch (repr()) {
-    case REPR_FLOAT64:
-      return apply64<Op>(other);
-    case REPR_FLOAT32:
-      return apply32<Op>(other);
-    default:
-      return payload.big->is_small() && other.payload.big->is_small() ? apply_generic<Op>(other)
-                                                                      : apply_otherwise<Op>(other);
+  const auto direction = static_cast<Direction>(control & direction_mask);
+  if (kind >= kind_in_number && payload.big->is_small() && other.payload.big->is_small()) {
+    return kind >> 8 <= short_width ? apply_in_number<Op, ShortShape>(other, direction)
+                                    : apply_in_number<Op, RuntimeShape>(other, direction);
   }
+  return kind == kind_packed32   ? apply32<Op>(other, direction)
+         : kind == kind_packed64 ? apply64<Op>(other, direction)
+         : kind == kind_quad     ? apply_quad<Op>(other, direction)
+                                 : apply_otherwise<Op>(other);
 }
 
 IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) { return apply<Addition>(other); }
@@ -588,16 +581,15 @@ bool IEEEFloat::convert_packed(const format& f) {
   if (repr() == REPR_FLOAT32 && f == format{11, 52}) {
     const std::uint64_t word = payload.bits32;
     payload.bits64 = convert(binary32, binary64, word, nearest);
-    set_repr(REPR_FLOAT64);
+    set_kind(f, REPR_FLOAT64);
   } else if (repr() == REPR_FLOAT64 && f == format{8, 23}) {
     const std::uint64_t word = payload.bits64;
     payload.bits32 =
         static_cast<std::uint32_t>(convert(binary64, binary32, word, direction_of(mode())));
-    set_repr(REPR_FLOAT32);
+    set_kind(f, REPR_FLOAT32);
   } else {
     return false;
   }
-  set_widths(f);
   swflt::float_exception_flags = 0;
   return true;
 }
@@ -612,8 +604,7 @@ bool IEEEFloat::convert_word(const format& f) {
       swflt::detail::convert(shape(), shape(f), low_word(), direction_of(mode()));
   if (is_generic() && get_best_repr(f) == REPR_GENERIC) {  // the common case, without a call
     payload.big->assign(word);
-    set_repr(REPR_GENERIC);
-    set_widths(f);
+    set_kind(f, REPR_GENERIC);
   } else {
     set_word(f, word);
   }
@@ -658,8 +649,7 @@ bool IEEEFloat::convert_in_limbs(const format& f) {
   }
   if (own != nullptr) {
     payload.big->keep_limbs(rounded.size);
-    set_repr(REPR_GENERIC);
-    set_widths(f);
+    set_kind(f, REPR_GENERIC);
   } else {
     set_limbs(f, rounded.limbs, rounded.size);
   }
@@ -679,8 +669,7 @@ void IEEEFloat::convert_number(const format& f) {
   convert_pattern(tp, fmt, f, get_mode(), pattern(tp.mant2), tp.tmp1);
   if (is_generic() && get_best_repr(f) == REPR_GENERIC) {
     set_pattern(tp.tmp1);
-    set_repr(REPR_GENERIC);
-    fmt = f;
+    set_kind(f, REPR_GENERIC);
   } else {
     *this = IEEEFloat(f, get_mode(), tp.tmp1);
   }

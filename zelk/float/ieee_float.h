@@ -97,7 +97,7 @@ class ZELK_EXPORT IEEEFloat {
 
   /// A copy owns a pattern of its own, in the same form. Copying packed values allocates nothing.
   IEEEFloat(const IEEEFloat& other)
-      : fmt(other.fmt), control(other.control), payload(other.payload) {
+      : fmt(other.fmt), control(other.control), kind(other.kind), payload(other.payload) {
     if (is_generic()) {
       payload.big = new QNumber(*other.payload.big);
     }
@@ -113,8 +113,7 @@ class ZELK_EXPORT IEEEFloat {
       copy_words(other);
     } else if (is_generic() && other.is_generic() && payload.big->is_small() &&
                other.payload.big->is_small()) {
-      fmt = other.fmt;
-      control = other.control;
+      copy_kind(other);
       payload.big->assign_small(other.payload.big->to_small());
     } else {
       assign_generic(other);
@@ -290,7 +289,7 @@ class ZELK_EXPORT IEEEFloat {
   static constexpr std::uint32_t mode_mask = (1U << 30) - 1;
 
   IEEEFloat(format f, unsigned rm, unsigned r, payload_type p) noexcept
-      : fmt(f), control(r << 30 | (rm & mode_mask)), payload(p) {}
+      : fmt(f), control(r << 30 | (rm & mode_mask)), kind(kind_of(f, r)), payload(p) {}
   // The value with this pattern, in the best representation.
   IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
   static IEEEFloat from_limbs(const mp_limb_t* limbs, long n, format f, rounding_mode rm);
@@ -298,12 +297,13 @@ class ZELK_EXPORT IEEEFloat {
 
   unsigned mode() const { return control & mode_mask; }
   unsigned repr() const { return control >> 30; }
-  void set_repr(unsigned r) { control = r << 30 | mode(); }
   // Each width for itself: compilers that copy both at once send the argument through memory and
   // wait for it.
-  void set_widths(const format& f) {
+  void set_kind(const format& f, unsigned r) {
     fmt.exp_width = f.exp_width;
     fmt.mant_width = f.mant_width;
+    control = r << 30 | mode();
+    kind = kind_of(f, r);
   }
   bool is_generic() const { return repr() >= REPR_GENERIC; }
   const QNumber& pattern(QNumber& scratch) const;
@@ -316,6 +316,27 @@ class ZELK_EXPORT IEEEFloat {
 #else
   static constexpr bool short_roads = true;
 #endif
+  // What operations choose their road by. Values of the same kind, unless that is `kind_other`,
+  // have one format and act as of one representation.
+  enum Kind : std::uint32_t {
+    kind_other = 0,
+    kind_packed32,   // (8, 23) in a word
+    kind_packed64,   // (11, 52) in a word
+    kind_quad,       // (15, 112) in a number
+    kind_in_number,  // from here on m << 8 | e: at most 63 bits, in a number
+  };
+  static constexpr std::uint32_t kind_of(const format& f, unsigned r) {
+    if (r < REPR_GENERIC) {
+      return r != get_best_repr(f) ? kind_other : r == REPR_FLOAT32 ? kind_packed32 : kind_packed64;
+    }
+    if (short_roads && swflt::detail::serves(f.exp_width, f.mant_width) &&
+        f.exp_width + f.mant_width <= 62) {
+      return static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width);
+    }
+    return short_roads && f == format{15, 112} ? kind_quad : kind_other;
+  }
+  // The bits of the mode in which the short roads serve it: the others are 0.
+  static constexpr std::uint32_t direction_mask = 3;
   // Whether the pattern of a generic value has at most 64 bits; then `word` is the pattern.
   bool in_word() const {
     return short_roads && fmt.exp_width - 1 <= 62 && fmt.mant_width <= 63 - fmt.exp_width;
@@ -369,32 +390,39 @@ class ZELK_EXPORT IEEEFloat {
   template <class Op>
   IEEEFloat& apply(const IEEEFloat& other);
   template <class Op>
-  IEEEFloat& apply_to_stored_3(const IEEEFloat& other);
+  IEEEFloat& apply64(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
-  IEEEFloat& apply64(const IEEEFloat& other);
+  IEEEFloat& apply32(const IEEEFloat& other, swflt::detail::Direction direction);
+  template <class Op, class Shape>
+  IEEEFloat& apply_in_number(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
-  IEEEFloat& apply32(const IEEEFloat& other);
-  template <class Op>
-  IEEEFloat& apply_generic(const IEEEFloat& other);
+  IEEEFloat& apply_quad(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
   IEEEFloat& apply_otherwise(const IEEEFloat& other);
   void step_magnitude(bool grow);
   bool has_largest_magnitude() const;
 
-  void copy_words(const IEEEFloat& other) {
+  void copy_kind(const IEEEFloat& other) {
     fmt = other.fmt;
     control = other.control;
+    kind = other.kind;
+  }
+
+  void copy_words(const IEEEFloat& other) {
+    copy_kind(other);
     payload = other.payload;
   }
 
   void swap(IEEEFloat& other) noexcept {
     std::swap(fmt, other.fmt);
     std::swap(control, other.control);
+    std::swap(kind, other.kind);
     std::swap(payload, other.payload);
   }
 
   format fmt;
   std::uint32_t control;  // the mode in bits 0 to 29, the representation in bits 30 and 31
+  std::uint32_t kind;     // kind_of(fmt, repr())
   payload_type payload;   // selected by the representation; from 2 on this value owns *big
 };
 

@@ -38,6 +38,7 @@ extern ZELK_EXPORT unsigned char float_exception_flags;
 namespace detail {
 
 __extension__ using uint128 = unsigned __int128;
+__extension__ using int128 = __int128;
 
 // The widths of the exponent and trailing-significand fields, and the unsigned type whose low bits
 // hold a pattern.
@@ -63,9 +64,22 @@ struct RuntimeShape {
   std::int64_t mant_width;
   using Word = std::uint64_t;
 };
+// Whether two significands side by side, and guard bits, fit a word: then shifts, products and
+// quotients need neither a second word nor a sticky bit.
+inline constexpr std::int64_t short_width = 29;
+// Widths of which that holds.
+struct ShortShape : RuntimeShape {};
 inline constexpr FixedShape<8, 23> binary32;
 inline constexpr FixedShape<11, 52> binary64;
 inline constexpr FixedShape<15, 112> binary128;
+
+enum Direction : unsigned { nearest, toward_zero, upward, downward };
+
+// Whether the arithmetic serves a format: exponents, and sums of two, fit 63 bits, and a
+// significand leaves four bits of the word to the digits that rounding looks at.
+constexpr bool serves(std::uint64_t exp_width, std::uint64_t mant_width) {
+  return mant_width - 1 <= 58 && exp_width - 2 <= 61 - mant_width;
+}
 
 // The powers of two: where the width is known at run time a load is cheaper than a shift.
 struct PowersOfTwo {

@@ -30,15 +30,9 @@ inline constexpr bool passes_nan_on = false;
 template <>
 inline constexpr bool passes_nan_on<RuntimeShape> = true;
 template <>
+inline constexpr bool passes_nan_on<ShortShape> = true;
+template <>
 inline constexpr bool passes_nan_on<FixedShape<15, 112>> = true;
-
-enum Direction : unsigned { nearest, toward_zero, upward, downward };
-
-// Whether the arithmetic serves a format: exponents, and sums of two, fit 63 bits, and a
-// significand leaves four bits of the word to the digits that rounding looks at.
-constexpr bool serves(std::uint64_t exp_width, std::uint64_t mant_width) {
-  return mant_width - 1 <= 58 && exp_width - 2 <= 61 - mant_width;
-}
 
 template <Shape S>
 void raise(S /*shape*/, bool condition, unsigned char flags) {
@@ -71,9 +65,25 @@ constexpr std::int64_t bias(S s) {
   return exp_max(s) >> 1;
 }
 
+template <class W>
+using Signed = std::conditional_t<sizeof(W) == 8, std::int64_t, int128>;
+
 template <Shape S>
 constexpr Word<S> sign_of(S s, Word<S> a) {
   return a & sign_bit(s);
+}
+
+// Masks come from 64-bit integers: of wider ones compilers make branches.
+template <class W>
+constexpr W mask_if(bool condition) {
+  return static_cast<W>(Signed<W>{-static_cast<std::int64_t>(condition)});
+}
+
+// All ones if the sign bit is set, else 0.
+template <Shape S>
+constexpr Word<S> sign_mask(S s, Word<S> a) {
+  const auto sign = static_cast<std::uint64_t>(sign_of(s, a) >> (8 * sizeof(Word<S>) - 64));
+  return static_cast<Word<S>>(Signed<Word<S>>{static_cast<std::int64_t>(0 - sign) >> 63});
 }
 
 template <Shape S>
@@ -101,32 +111,65 @@ Word<S> invalid(S s) {
   return canonical_nan(s);
 }
 
-template <class W>
-constexpr W mask_if(bool condition) {
-  return 0 - W{condition};
-}
-
 // The number of zeros above the highest one of a nonzero word.
 constexpr std::int64_t leading_zeros(std::uint64_t a) { return __builtin_clzl(a); }
-constexpr std::int64_t leading_zeros(uint128 a) {
-  const auto high = static_cast<std::uint64_t>(a >> 64);
-  return high != 0 ? __builtin_clzl(high) : 64 + __builtin_clzl(static_cast<std::uint64_t>(a));
-}
 
-// Whether two significands side by side, and guard bits, fit a word: then shifts, products and
-// quotients need neither a second word nor a sticky bit.
 template <Shape S>
 constexpr bool is_short(S s) {
-  return s.mant_width <= 29;
+  return std::is_same_v<S, ShortShape> || s.mant_width <= short_width;
+}
+
+// a * 2^n and a / 2^n for 0 <= n < 64. In double words these are written out: the processor's
+// shifts of two words are slow.
+constexpr std::uint64_t shift_left(std::uint64_t a, std::int64_t n) { return a << n; }
+constexpr std::uint64_t shift_right(std::uint64_t a, std::int64_t n) { return a >> n; }
+constexpr uint128 shift_left(uint128 a, std::int64_t n) {
+  const auto low = static_cast<std::uint64_t>(a);
+  const auto high = static_cast<std::uint64_t>(a >> 64);
+  return uint128{high << n | low >> 1 >> (63 - n)} << 64 | low << n;
+}
+constexpr uint128 shift_right(uint128 a, std::int64_t n) {
+  const auto low = static_cast<std::uint64_t>(a);
+  const auto high = static_cast<std::uint64_t>(a >> 64);
+  return uint128{high >> n} << 64 | (low >> n | high << 1 << (63 - n));
 }
 
 // sig / 2^n with the lost digits jammed into the sticky bit; n is not negative, and the highest bit
 // of sig is clear.
+constexpr std::uint64_t shift_right_jam(std::uint64_t sig, std::int64_t n) {
+  n = std::min<std::int64_t>(n, 63);
+  const std::uint64_t kept = sig >> n;
+  return kept | std::uint64_t{kept << n != sig};
+}
+constexpr uint128 shift_right_jam(uint128 sig, std::int64_t n) {
+  n = std::min<std::int64_t>(n, 127);
+  const std::int64_t k = n & 63;
+  const uint128 kept = shift_right(sig, k);
+  const std::uint64_t lost = static_cast<std::uint64_t>(sig) << 1 << (63 - k);
+  // Whether a whole word goes as well is as good as random to a branch predictor.
+  const auto far = mask_if<std::uint64_t>(n >= 64);
+  const auto low = static_cast<std::uint64_t>(kept);
+  const auto high = static_cast<std::uint64_t>(kept >> 64);
+  return uint128{high & ~far} << 64 | ((high & far) | (low & ~far)) |
+         std::uint64_t{(lost | (low & far)) != 0};
+}
+
+// A nonzero significand with its leading bit moved up to `lead`, and by how much.
 template <class W>
-constexpr W shift_right_jam(W sig, std::int64_t n) {
-  n = std::min<std::int64_t>(n, lead<W>);
-  const W kept = sig >> n;
-  return kept | W{kept << n != sig};
+struct Normalized {
+  W sig;
+  std::int64_t n;
+};
+constexpr Normalized<std::uint64_t> normalize(std::uint64_t sig) {
+  const std::int64_t n = leading_zeros(sig);
+  return {sig << n, n};
+}
+constexpr Normalized<uint128> normalize(uint128 sig) {
+  const std::int64_t words = sig >> 64 == 0;
+  if (words != 0) [[unlikely]]
+    sig <<= 64;
+  const std::int64_t n = leading_zeros(static_cast<std::uint64_t>(sig >> 64));
+  return {shift_left(sig, n), 64 * words + n};
 }
 
 // The exponent field of a magnitude, as it counts: subnormals have the smallest normal's.
@@ -140,7 +183,7 @@ constexpr std::int64_t exponent(S s, Word<S> magnitude) {
 // exponent less one.
 template <int top, Shape S>
 constexpr Word<S> significand(S s, Word<S> magnitude, std::int64_t exp) {
-  return (magnitude << (top - s.mant_width)) - (static_cast<Word<S>>(exp - 1) << top);
+  return shift_left(magnitude, top - s.mant_width) - (static_cast<Word<S>>(exp - 1) << top);
 }
 
 // The same with its hidden bit at mant_width.
@@ -154,8 +197,8 @@ template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack(S s, Word<S> a) {
   const std::int64_t exp = exponent(s, magnitude(s, a));
   const auto sig = significand<lead<Word<S>>>(s, magnitude(s, a), exp);
-  const std::int64_t n = leading_zeros(sig);
-  return {sign_of(s, a), exp - n, sig << n};
+  const auto x = normalize(sig);
+  return {sign_of(s, a), exp - x.n, x.sig};
 }
 
 // The same for a normal one.
@@ -163,7 +206,7 @@ template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal(S s, Word<S> a) {
   const auto exp = static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
   constexpr Word<S> hidden = Word<S>{1} << lead<Word<S>>;
-  return {sign_of(s, a), exp, hidden | a << (lead<Word<S>> - s.mant_width)};
+  return {sign_of(s, a), exp, hidden | shift_left(a, lead<Word<S>> - s.mant_width)};
 }
 
 // Whether rounding in direction `mode` can move a magnitude up.
@@ -172,23 +215,25 @@ constexpr bool rounds_outward(W sign, Direction mode) {
   return mode == nearest || mode == (sign != 0 ? downward : upward);
 }
 
-// A significand cut to the format: its integer part, and what was cut off as a fraction of one.
+// A significand cut to the format: its integer part, and what was cut off, which never has more
+// than a word, as a fraction of 2^64.
 template <class W>
 struct Cut {
   W sig;
-  W rest;
+  std::uint64_t rest;
 };
 
 template <Shape S>
 constexpr Cut<Word<S>> cut(S s, Word<S> sig) {
-  return {sig >> (lead<Word<S>> - s.mant_width), sig << (s.mant_width + 1)};
+  return {shift_right(sig, lead<Word<S>> - s.mant_width),
+          static_cast<std::uint64_t>(sig) << (s.mant_width - (lead<Word<S>> - 64))};
 }
 
 template <class W>
 constexpr W rounded(Cut<W> c, W sign, Direction mode) {
-  constexpr W half = W{1} << lead<W>;
+  constexpr std::uint64_t half = std::uint64_t{1} << 63;
   if (mode == nearest) [[likely]]
-    return c.sig + (c.rest + (c.sig & 1) > half);  // bit 0 of rest is clear
+    return c.sig + (c.rest + (static_cast<std::uint64_t>(c.sig) & 1) > half);  // rest is even
   return c.sig + (c.rest != 0 && rounds_outward(sign, mode));
 }
 
@@ -253,30 +298,28 @@ constexpr Word<S> align(S s, Word<S> sig, std::int64_t n) {
 template <bool subtract, Shape S>
 [[gnu::always_inline]] inline Word<S> add_sub(S s, Word<S> a, Word<S> b, Direction mode) {
   // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
-  // predictor: both choices are made with masks.
+  // predictor: both choices are made without branches.
   const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
   const Word<S> difference = a ^ addend;
-  const Word<S> mag_a = magnitude(s, a);
-  const Word<S> mag_b = magnitude(s, b);
-  const auto swap = mask_if<Word<S>>(mag_a < mag_b);
-  const Word<S> large = mag_a < mag_b ? mag_b : mag_a;
-  const Word<S> small = mag_a ^ mag_b ^ large;
-  const Word<S> sign = sign_of(s, a ^ (difference & swap));
+  const Word<S> larger = magnitude(s, a) < magnitude(s, b) ? addend : a;
+  const Word<S> large = magnitude(s, larger);
+  const Word<S> small = magnitude(s, larger ^ difference);
+  const Word<S> sign = sign_of(s, larger);
   if (large >= infinity(s)) [[unlikely]]
     return add_special(s, a, b, addend);
 
   // Hidden bits one below `lead`, so that a carry has room.
   const std::int64_t exp = exponent(s, large);
   const std::int64_t small_exp = exponent(s, small);
-  const auto x = significand<lead<Word<S>> - 1>(s, large, exp);
-  const auto y = significand<lead<Word<S>> - 1>(s, small, small_exp);
-  const auto minus = mask_if<Word<S>>(sign_of(s, difference) != 0);
-  const Word<S> sum = x + (align(s, y, exp - small_exp) ^ minus) - minus;
+  const auto large_sig = significand<lead<Word<S>> - 1>(s, large, exp);
+  const auto small_sig = significand<lead<Word<S>> - 1>(s, small, small_exp);
+  const auto minus = sign_mask(s, difference);
+  const Word<S> sum = large_sig + (align(s, small_sig, exp - small_exp) ^ minus) - minus;
   if (sum == 0) [[unlikely]]
     return minus == 0 ? sign : mode == downward ? sign_bit(s) : 0;
 
-  const std::int64_t n = leading_zeros(sum);
-  return round_and_pack(s, {sign, exp + 1 - n, sum << n}, mode);
+  const auto x = normalize(sum);
+  return round_and_pack(s, {sign, exp + 1 - x.n, x.sig}, mode);
 }
 
 template <Shape S>

@@ -20,9 +20,9 @@ swflt::detail::Direction direction_of(unsigned rm) {
 }
 
 // The low 128 bits of a non-negative integer.
-swflt::detail::uint128 double_word(const QNumber& q) {
-  if (!q.is_small() && q.big_size() >= 2) [[likely]] {
-    return swflt::detail::uint128{q.big_limbs()[1]} << 64 | q.big_limbs()[0];
+[[gnu::always_inline]] inline swflt::detail::uint128 double_word(const QNumber& q) {
+  if (const mp_limb_t* limbs = q.limbs_from(2); limbs != nullptr) [[likely]] {
+    return swflt::detail::uint128{limbs[1]} << 64 | limbs[0];
   }
   return BVNumber::low_word(q);
 }
@@ -338,11 +338,33 @@ int IEEEFloat::generic_order(const IEEEFloat& a, const IEEEFloat& b) {
                        limbs_of(*b.payload.big, word_b));
 }
 
-// Patterns of one sign are in the order of their magnitudes.
-bool IEEEFloat::generic_less(const IEEEFloat& a, const IEEEFloat& b) {
-  if (const int order = generic_order(a, b); order != no_answer) {
-    return order < 0;
+bool IEEEFloat::quad_less(const IEEEFloat& a, const IEEEFloat& b) {
+  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
+  // The upper words, patterns of a format of their own, are mostly enough.
+  const mp_limb_t* x = a.payload.big->limbs_from(2);
+  const mp_limb_t* y = b.payload.big->limbs_from(2);
+  if (x != nullptr && y != nullptr) [[likely]] {
+    constexpr FixedShape<15, 48> upper;
+    const std::int64_t key_x = order_key(upper, x[1]);
+    const std::int64_t key_y = order_key(upper, y[1]);
+    if (key_x != key_y && magnitude(upper, x[1]) < infinity(upper) &&
+        magnitude(upper, y[1]) < infinity(upper)) [[likely]] {
+      return key_x < key_y;
+    }
   }
+  return less(binary128, double_word(*a.payload.big), double_word(*b.payload.big));
+}
+
+bool IEEEFloat::generic_less(const IEEEFloat& a, const IEEEFloat& b) {
+  if (a.in_word()) {
+    return swflt::detail::less(a.shape(), a.word(), b.word());
+  }
+  const int order = generic_order(a, b);
+  return order != no_answer ? order < 0 : less_in_numbers(a, b);
+}
+
+// Patterns of one sign are in the order of their magnitudes.
+[[gnu::noinline]] bool IEEEFloat::less_in_numbers(const IEEEFloat& a, const IEEEFloat& b) {
   if (a.is_nan() || b.is_nan()) {
     return false;
   }

@@ -359,7 +359,9 @@ class ZELK_EXPORT IEEEFloat {
   bool generic_get_sign() const;
   void generic_set_sign(bool s);
   static int generic_order(const IEEEFloat& a, const IEEEFloat& b);
+  static bool quad_less(const IEEEFloat& a, const IEEEFloat& b);
   static bool generic_less(const IEEEFloat& a, const IEEEFloat& b);
+  static bool less_in_numbers(const IEEEFloat& a, const IEEEFloat& b);
   static bool generic_less_equal(const IEEEFloat& a, const IEEEFloat& b);
   static bool generic_equal(const IEEEFloat& a, const IEEEFloat& b);
 
@@ -369,6 +371,9 @@ class ZELK_EXPORT IEEEFloat {
     }
   }
   bool same_kind(const IEEEFloat& other) const {
+    if (kind == other.kind && kind != kind_other) {
+      return true;
+    }
     return ((fmt.exp_width ^ other.fmt.exp_width) | (fmt.mant_width ^ other.fmt.mant_width)) == 0 &&
            repr() == other.repr();
   }
@@ -506,8 +511,9 @@ inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
     case IEEEFloat::REPR_FLOAT32:
       return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
     default:
-      return a.in_word() ? swflt::detail::less(a.shape(), a.word(), b.word())
-                         : IEEEFloat::generic_less(a, b);
+      return a.kind > IEEEFloat::kind_quad    ? swflt::detail::less(a.shape(), a.word(), b.word())
+             : a.kind == IEEEFloat::kind_quad ? IEEEFloat::quad_less(a, b)
+                                              : IEEEFloat::generic_less(a, b);
   }
 }
 

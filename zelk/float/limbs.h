@@ -553,27 +553,36 @@ inline QNumber integer_of_limbs(LimbShape s, Direction mode, Limbs bits, unsigne
   return QNumber::scaled(sig, size, x.sign != 0, static_cast<long>(left));
 }
 
-/// -1, 0 or 1 as a < b, a = b or a > b; no answer where an infinity or a NaN is among them, or two
-/// small values of different signs that may both be zeros.
+/// -1, 0 or 1 as a < b, a = b or a > b, for patterns of a word at least; no answer where an
+/// infinity or a NaN is among them, or two values so small that both may be zeros.
 constexpr int no_answer = 2;
 
 inline int compare_limbs(LimbShape s, Limbs a, Limbs b) {
-  const long n = s.significand_size();
-  const std::uint64_t top_a = top_of(s, a, n);
-  const std::uint64_t top_b = top_of(s, b, n);
-  const auto special = static_cast<std::uint64_t>(s.exp_max());
-  if ((top_a & special) == special || (top_b & special) == special) {
+  // The upper 64 bits, which hold sign and exponent, are mostly enough; as binary64 patterns are,
+  // they are ordered without a look at the single fields.
+  const swflt::detail::RuntimeShape upper{static_cast<long>(s.exp_width),
+                                          63 - static_cast<long>(s.exp_width)};
+  const unsigned long below = s.exp_width + s.mant_width - 63;
+  const auto upper_of = [limb = static_cast<long>(below / limb_bits),
+                         bit = static_cast<unsigned>(below % limb_bits)](Limbs x) {
+    return shifted_limb(x[limb], x[limb + 1], bit);
+  };
+  const Limb upper_a = upper_of(a);
+  const Limb upper_b = upper_of(b);
+  if (swflt::detail::magnitude(upper, upper_a) >= swflt::detail::infinity(upper) ||
+      swflt::detail::magnitude(upper, upper_b) >= swflt::detail::infinity(upper)) {
     return no_answer;
   }
-  const bool negative = top_a > special;
-  if (negative != (top_b > special)) {
-    return (top_a & special) == 0 && (top_b & special) == 0 ? no_answer : negative ? -1 : 1;
+  const std::int64_t key_a = swflt::detail::order_key(upper, upper_a);
+  const std::int64_t key_b = swflt::detail::order_key(upper, upper_b);
+  if (key_a != key_b) [[likely]] {
+    return key_a < key_b ? -1 : 1;
   }
-  const int order = top_a != top_b     ? (top_a < top_b ? -1 : 1)
-                    : a.size != b.size ? (a.size < b.size ? -1 : 1)
-                    : a.size == 0      ? 0
-                                       : mpn_cmp(a.data, b.data, a.size);
-  return order == 0 ? 0 : (order < 0) != negative ? -1 : 1;
+  if (key_a == 0) {
+    return no_answer;
+  }
+  const int order = key_a > 0 ? mpn_cmp(a.data, b.data, a.size) : mpn_cmp(b.data, a.data, a.size);
+  return (order > 0) - (order < 0);
 }
 
 }  // namespace

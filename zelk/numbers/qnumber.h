@@ -336,6 +336,11 @@ class ZELK_EXPORT QNumber {
   /// How many they are.
   long big_size() const { return static_cast<long>(mpz_size(mpq_numref(gmp))); }
 
+  /// The limbs of this non-negative integer if it is big and has n of them at least; else null.
+  const mp_limb_t* limbs_from(int n) const {
+    return !is_small() && mpq_numref(gmp)->_mp_size >= n ? big_limbs() : nullptr;
+  }
+
   /// The storage of this integer, of n limbs at least, to be overwritten; null when it has none.
   /// `keep_limbs` ends that: this number becomes the integer of the n limbs now there.
   mp_limb_t* own_limbs(long n) {

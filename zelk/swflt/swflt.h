@@ -52,6 +52,10 @@ concept Shape = requires(T s) {
 template <Shape S>
 using Word = typename S::Word;
 
+// The signed integer as wide as W.
+template <class W>
+using Signed = std::conditional_t<sizeof(W) == 8, std::int64_t, int128>;
+
 template <int ExpWidth, int MantWidth>
 struct FixedShape {
   static constexpr int exp_width = ExpWidth;
@@ -143,19 +147,29 @@ constexpr bool is_subnormal(S s, Word<S> a) {
   return magnitude(s, a) - 1 < hidden_bit(s) - 1;
 }
 
-// Orders all patterns of one word but NaNs as their values; the two zeros share a key.
-constexpr std::int64_t order_key(Shape auto s, std::uint64_t a) {
-  const auto key = static_cast<std::int64_t>(magnitude(s, a));
-  return (a & sign_bit(s)) != 0 ? -key : key;
+// All ones if the sign bit is set, else 0.
+template <Shape S>
+constexpr Word<S> sign_mask(S s, Word<S> a) {
+  const auto sign = static_cast<std::uint64_t>((a & sign_bit(s)) >> (8 * sizeof(Word<S>) - 64));
+  return static_cast<Word<S>>(Signed<Word<S>>{static_cast<std::int64_t>(0 - sign) >> 63});
+}
+
+// Orders all patterns but NaNs as their values; the two zeros share a key.
+template <Shape S>
+constexpr Signed<Word<S>> order_key(S s, Word<S> a) {
+  const Word<S> mask = sign_mask(s, a);
+  return static_cast<Signed<Word<S>>>((magnitude(s, a) ^ mask) - mask);
 }
 
 // a < b, quietly: false when either is a NaN.
-constexpr bool less(Shape auto s, std::uint64_t a, std::uint64_t b) {
+template <Shape S>
+constexpr bool less(S s, Word<S> a, Word<S> b) {
   return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) < order_key(s, b);
 }
 
 // a == b, quietly: false when either is a NaN.
-constexpr bool equal(Shape auto s, std::uint64_t a, std::uint64_t b) {
+template <Shape S>
+constexpr bool equal(S s, Word<S> a, Word<S> b) {
   return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) == order_key(s, b);
 }
 

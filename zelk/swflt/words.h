@@ -65,9 +65,6 @@ constexpr std::int64_t bias(S s) {
   return exp_max(s) >> 1;
 }
 
-template <class W>
-using Signed = std::conditional_t<sizeof(W) == 8, std::int64_t, int128>;
-
 template <Shape S>
 constexpr Word<S> sign_of(S s, Word<S> a) {
   return a & sign_bit(s);
@@ -77,13 +74,6 @@ constexpr Word<S> sign_of(S s, Word<S> a) {
 template <class W>
 constexpr W mask_if(bool condition) {
   return static_cast<W>(Signed<W>{-static_cast<std::int64_t>(condition)});
-}
-
-// All ones if the sign bit is set, else 0.
-template <Shape S>
-constexpr Word<S> sign_mask(S s, Word<S> a) {
-  const auto sign = static_cast<std::uint64_t>(sign_of(s, a) >> (8 * sizeof(Word<S>) - 64));
-  return static_cast<Word<S>>(Signed<Word<S>>{static_cast<std::int64_t>(0 - sign) >> 63});
 }
 
 template <Shape S>

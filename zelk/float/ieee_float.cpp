@@ -124,9 +124,16 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
   if (is_generic() && other.is_generic() && payload.big->assign_in_place(*other.payload.big)) {
     copy_kind(other);
-  } else if (this == &other) {
+  } else {
+    assign_otherwise(other);
+  }
+}
+
+[[gnu::noinline]] void IEEEFloat::assign_otherwise(const IEEEFloat& other) {
+  if (this == &other) {
     return;
-  } else if (!other.is_generic()) {
+  }
+  if (!other.is_generic()) {
     delete payload.big;
     copy_words(other);
   } else if (is_generic()) {
@@ -639,9 +646,15 @@ bool IEEEFloat::convert_double_word(const format& f) {
   constexpr format quad{15, 112};
   if (f == quad && is_word() && has_word_road(fmt, mode())) {
     const uint128 pattern = convert(shape(), binary128, low_word(), direction_of(mode()));
-    const mp_limb_t limbs[] = {static_cast<mp_limb_t>(pattern),
-                               static_cast<mp_limb_t>(pattern >> 64)};
-    set_limbs(f, limbs, 2);
+    const auto low = static_cast<mp_limb_t>(pattern);
+    const auto high = static_cast<mp_limb_t>(pattern >> 64);
+    if (is_generic()) {
+      payload.big->assign(low, high);
+      set_kind(f, REPR_GENERIC);
+    } else {
+      const mp_limb_t limbs[] = {low, high};
+      set_limbs(f, limbs, 2);
+    }
     return true;
   }
   if (fmt == quad && is_generic() && has_word_road(f, mode())) {

@@ -384,6 +384,7 @@ class ZELK_EXPORT IEEEFloat {
     return answer;
   }
   void assign_generic(const IEEEFloat& other);
+  void assign_otherwise(const IEEEFloat& other);
   void set_pattern(const QNumber& pattern);
   void set_word(const format& f, std::uint64_t word);
   void set_limbs(const format& f, const mp_limb_t* limbs, long n);

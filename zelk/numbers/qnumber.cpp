@@ -20,6 +20,8 @@ static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36));
 
 long gcd_cache[1024][1024];
 mpz_t QNumber::gmp_tmp[4];
+constinit QNumber::SparePlace* QNumber::spare_places = nullptr;
+constinit int QNumber::spare_place_count = 0;
 
 namespace {
 
@@ -62,13 +64,19 @@ void set_limbs(mpz_ptr z, const mp_limb_t* limbs, int size) {
   if (z->_mp_alloc < n) {
     mpz_realloc2(z, static_cast<unsigned long>(n) * 64);
   }
-  if (n == 2) {
+  if (n == 1 || n == 2) {
     z->_mp_d[0] = limbs[0];
-    z->_mp_d[1] = limbs[1];
+    z->_mp_d[n - 1] = limbs[n - 1];
   } else if (n != 0) {
     mpn_copyi(z->_mp_d, limbs, n);
   }
   z->_mp_size = size;
+}
+
+// z := the word n, other than -2^63.
+void assign_word(mpz_ptr z, long n) {
+  const auto limb = static_cast<mp_limb_t>(detail::magnitude(n));
+  set_limbs(z, &limb, (n > 0) - (n < 0));
 }
 
 bool is_one(mpz_srcptr z) { return mpz_cmp_ui(z, 1) == 0; }
@@ -104,6 +112,9 @@ ScratchUser::~ScratchUser() {
     }
     while (spare_count > 0) {
       delete_gmp(spares[--spare_count]);
+    }
+    while (QNumber::spare_places != nullptr) {
+      ::operator delete(QNumber::take_spare_place());
     }
   }
 }
@@ -220,8 +231,10 @@ void QNumber::assign_big(const QNumber& other) {
   } else if (is_small()) {
     init_copy(other);
   } else if (other.is_small()) {
-    mpz_set_si(mpq_numref(gmp), other.num);
-    mpz_set_si(mpq_denref(gmp), other.den);
+    assign_word(mpq_numref(gmp), other.num);
+    if (other.den != 1 || !is_integer()) {
+      mpz_set_si(mpq_denref(gmp), other.den);
+    }
   } else {
     reserve(mpq_numref(gmp), mpq_numref(other.gmp));
     reserve(mpq_denref(gmp), mpq_denref(other.gmp));
@@ -277,6 +290,17 @@ void QNumber::release() noexcept {
     spares[spare_count++] = gmp;
   } else {
     delete_gmp(gmp);
+  }
+}
+
+void* QNumber::allocate(std::size_t size) { return ::operator new(size); }
+
+void QNumber::operator delete(void* place, std::size_t size) noexcept {
+  if (size == sizeof(QNumber) && scratch_users > 0 && spare_place_count < spare_max) {
+    spare_places = new (place) SparePlace{spare_places};
+    ++spare_place_count;
+  } else {
+    ::operator delete(place);
   }
 }
 

@@ -11,8 +11,10 @@
 
 #include <bit>
 #include <concepts>
+#include <cstddef>
 #include <iosfwd>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -239,6 +241,15 @@ class ZELK_EXPORT QNumber {
     }
   }
 
+  /// Numbers on the heap start where others ended: a few of those places are kept.
+  static void* operator new(std::size_t size) {
+    return size == sizeof(QNumber) && spare_places != nullptr ? take_spare_place() : allocate(size);
+  }
+  /// Keeps the place, if there are not enough of them yet.
+  static void operator delete(void* place, std::size_t size) noexcept;
+  /// Placement, which the first of these hides.
+  static void* operator new(std::size_t /*size*/, void* place) noexcept { return place; }
+
   /// Adds.
   QNumber& operator+=(const QNumber& other) {
     if (!(is_small() && other.is_small() && add_small<detail::add_checked>(other))) {
@@ -378,7 +389,8 @@ class ZELK_EXPORT QNumber {
 
   /// Becomes the integer low + 2^64 * high, by the same rule.
   void assign(unsigned long low, unsigned long high) {
-    if (mp_limb_t* own = high != 0 && is_integer() ? own_limbs(2) : nullptr; own != nullptr) {
+    if (mp_limb_t* own = high != 0 && is_integer() ? own_limbs(2) : nullptr; own != nullptr)
+        [[likely]] {
       own[0] = low;
       own[1] = high;
       mpq_numref(gmp)->_mp_size = 2;
@@ -430,6 +442,11 @@ class ZELK_EXPORT QNumber {
     other.num = 0;
   }
   void release() noexcept;
+  static void* allocate(std::size_t size);
+  static void* take_spare_place() noexcept {
+    --spare_place_count;
+    return std::exchange(spare_places, spare_places->next);
+  }
   bool big_fits_long() const;
   QNumber big_num() const;
   QNumber big_den() const;
@@ -446,6 +463,13 @@ class ZELK_EXPORT QNumber {
 
   // Scratch of single operations, meaningless between them.
   static mpz_t gmp_tmp[4];
+
+  // Places on the heap whose numbers are gone.
+  struct SparePlace {
+    SparePlace* next;
+  };
+  static SparePlace* spare_places;
+  static int spare_place_count;
 
   // den != 0: the small form num/den. den == 0: the big form, and this object owns *gmp.
   union {

@@ -623,7 +623,22 @@ bool IEEEFloat::convert_packed(const format& f) {
   return true;
 }
 
-// Converts a pattern in a word to one in a word; false where that cannot be done.
+// Converts a pattern of at most 63 bits in a number of the small form to another such; false where
+// that cannot be done.
+bool IEEEFloat::convert_in_number(const format& f) {
+  const std::uint32_t target = kind_of(f, get_best_repr(f));
+  if (kind < kind_in_number || target < kind_in_number || mode() > ROUND_TOWARD_NEGATIVE ||
+      !payload.big->is_small()) {
+    return false;
+  }
+  const auto word = static_cast<std::uint64_t>(payload.big->to_small());
+  payload.big->assign_small(static_cast<long>(
+      swflt::detail::convert(shape(), shape(f), word, static_cast<Direction>(mode()))));
+  set_kind(f, REPR_GENERIC, target);
+  return true;
+}
+
+// Converts any pattern in a word to one in a word; false where that cannot be done.
 bool IEEEFloat::convert_word(const format& f) {
   if (!has_word_road(fmt, mode()) || !has_word_road(f, mode()) ||
       !(is_generic() || repr() == get_best_repr(fmt))) {
@@ -631,12 +646,7 @@ bool IEEEFloat::convert_word(const format& f) {
   }
   const std::uint64_t word =
       swflt::detail::convert(shape(), shape(f), low_word(), direction_of(mode()));
-  if (is_generic() && get_best_repr(f) == REPR_GENERIC) {  // the common case, without a call
-    payload.big->assign(word);
-    set_kind(f, REPR_GENERIC);
-  } else {
-    set_word(f, word);
-  }
+  set_word(f, word);
   return true;
 }
 
@@ -692,7 +702,7 @@ bool IEEEFloat::convert_in_limbs(const format& f) {
 }
 
 void IEEEFloat::set_format(format f) {
-  if (f == fmt || (!is_generic() && convert_packed(f)) || convert_word(f) ||
+  if (f == fmt || (!is_generic() && convert_packed(f)) || convert_in_number(f) || convert_word(f) ||
       convert_double_word(f) || convert_in_limbs(f)) {
     return;
   }

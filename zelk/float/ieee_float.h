@@ -299,12 +299,13 @@ class ZELK_EXPORT IEEEFloat {
   unsigned repr() const { return control >> 30; }
   // Each width for itself: compilers that copy both at once send the argument through memory and
   // wait for it.
-  void set_kind(const format& f, unsigned r) {
+  void set_kind(const format& f, unsigned r, std::uint32_t k) {
     fmt.exp_width = f.exp_width;
     fmt.mant_width = f.mant_width;
     control = r << 30 | mode();
-    kind = kind_of(f, r);
+    kind = k;
   }
+  void set_kind(const format& f, unsigned r) { set_kind(f, r, kind_of(f, r)); }
   bool is_generic() const { return repr() >= REPR_GENERIC; }
   const QNumber& pattern(QNumber& scratch) const;
   std::uint64_t low_word() const;
@@ -389,6 +390,7 @@ class ZELK_EXPORT IEEEFloat {
   void set_word(const format& f, std::uint64_t word);
   void set_limbs(const format& f, const mp_limb_t* limbs, long n);
   bool convert_packed(const format& f);
+  bool convert_in_number(const format& f);
   bool convert_word(const format& f);
   bool convert_double_word(const format& f);
   bool convert_in_limbs(const format& f);

@@ -247,7 +247,10 @@ class ZELK_EXPORT QNumber {
   }
   /// Keeps the place, if there are not enough of them yet.
   static void operator delete(void* place, std::size_t size) noexcept;
-  /// Placement, which the first of these hides.
+  /// The other forms, which the first would hide.
+  static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
+    return ::operator new(size, tag);
+  }
   static void* operator new(std::size_t /*size*/, void* place) noexcept { return place; }
 
   /// Adds.

@@ -48,7 +48,9 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
     EXPECT_EQ(REFUSED(seven, x = x.from_text(text)), text != digits);
     EXPECT_EQ(REFUSED(IEEEFloat(), x = x.from_text(text, {5, 10}, up)), text != digits);
   }
-  EXPECT_FALSE(REFUSED(half, x *= tiny) || REFUSED(largest, x -= x));
+  EXPECT_FALSE(REFUSED(half, x *= tiny) || REFUSED(largest, x -= x) ||
+               REFUSED(seven, BVNumber::set_bit(x, top - 1, true)) ||
+               REFUSED(-seven, BVNumber::set_bit(x, top - 1, false)));
   EXPECT_TRUE(tiny < third && third < largest && !(largest < tiny));
 }
 

@@ -50,8 +50,9 @@ static std::string random_text(Random& random, Format f) {
   const unsigned long length = random.below(random.below(50) == 0 ? 3300 : 100);
   std::string digits = mpz_class(random.get_z_bits(length)).get_str(hex ? 16 : 10);
   text += digits.insert(random.below(digits.size()), ".");
-  const unsigned long reach = random.below(7) == 0 && f.exp_width < 12 ? 1UL << f.exp_width : 30;
-  const long exponent = static_cast<long>(random.below(2 * reach)) - static_cast<long>(reach);
+  const long edge = (1L << (f.exp_width - 1)) * 30103 / 100000;  // of the decimal exponents
+  const long center = random.below(9) == 0 ? edge * (random.below(2) == 0 ? 1 : -1) : 0;
+  const long exponent = center + 30 - static_cast<long>(random.below(60 + f.mant_width / 3));
   return text + (hex ? "p" : "e") + std::to_string(exponent);
 }
 

@@ -10,8 +10,8 @@ using zelk::BVNumber;
 static constexpr auto up = IEEEFloat::ROUND_TOWARD_POSITIVE;
 static constexpr unsigned long top = 200000;
 
-static const char* limit(const QNumber&) { return "Exception: number too large"; }
-static const char* limit(const IEEEFloat&) { return "reached limit on float precision"; }
+static const char* limit(const QNumber& /*x*/) { return "Exception: number too large"; }
+static const char* limit(const IEEEFloat& /*x*/) { return "reached limit on float precision"; }
 
 // Whether the expression of a number or value x throws for its size; x is then what it was.
 #define REFUSED(value, ...) (TRIED(value, __VA_ARGS__) == limit(value))
@@ -48,6 +48,8 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
     EXPECT_EQ(REFUSED(seven, x = x.from_text(text)), text != digits);
     EXPECT_EQ(REFUSED(IEEEFloat(), x = x.from_text(text, {5, 10}, up)), text != digits);
   }
+  EXPECT_FALSE(REFUSED(seven, x = x.from_text("0x1p199998")) ||
+               REFUSED(IEEEFloat(), x = x.from_text("1e-80000", {20, 10}, up)));
   EXPECT_FALSE(REFUSED(half, x *= tiny) || REFUSED(largest, x -= x) ||
                REFUSED(seven, BVNumber::set_bit(x, top - 1, true)) ||
                REFUSED(-seven, BVNumber::set_bit(x, top - 1, false)));

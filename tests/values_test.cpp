@@ -123,9 +123,8 @@ TEST(Values, ErrorsLeaveThemUnchanged) {
   for (const IEEEFloat& a : {one, unpacked}) {
     for (const IEEEFloat& b : {from(0x3C00), from(0, twice), one, unpacked}) {
       const bool formats = b.get_format() != single, differ = a.get_repr() != b.get_repr();
-      const std::string text = formats  ? "operands of different formats"
-                               : differ ? "operands of different representations"
-                                        : "";
+      const std::string what = formats ? "formats" : "representations";
+      const std::string text = formats || differ ? "operands of different " + what : "";
       for (int op = 0; op < 4; ++op) EXPECT_EQ(TRIED(a, apply(op, x, b)), text);
       EXPECT_TRUE(TRIED(a, x < b) == text && TRIED(a, x <= b) == text && TRIED(a, x == b) == text);
     }

@@ -1,6 +1,4 @@
 // Exact rationals against GMP's, the form that each result takes, errors, static objects.
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <random>
 #include <vector>

@@ -149,35 +149,23 @@ using Call = void (*)(IEEEFloat& x, const IEEEFloat& y, Format g, QNumber& n);
 #define ON_VALUES(...)                                                   \
   []([[maybe_unused]] IEEEFloat& x, [[maybe_unused]] const IEEEFloat& y, \
      [[maybe_unused]] Format g, [[maybe_unused]] QNumber& n) { __VA_ARGS__; }
-// In this order: those that know no limit; those that have no answer in a format that is too wide,
-// the last of which allocate, first on wide values, then on words too; exact values, which can be
-// larger than the format; those where g matters.
 inline constexpr Call calls[] = {
-    ON_VALUES(x = y),
-    ON_VALUES(x.self_zero(y.get_sign())),
-    ON_VALUES(x.self_neg()),
-    ON_VALUES(apply(0, x, y)),
-    ON_VALUES(apply(1, x, y)),
-    ON_VALUES(apply(2, x, y)),
-    ON_VALUES(apply(3, x, y)),
-    ON_VALUES(n = x <= y ? ieee_cmp(x, y) : x == y),
+    ON_VALUES(x = y), ON_VALUES(x.self_zero(y.get_sign())), ON_VALUES(x.self_neg()),
+    // From here on there is no answer for formats that are too wide.
+    ON_VALUES(apply(0, x, y)), ON_VALUES(apply(1, x, y)), ON_VALUES(apply(2, x, y)),
+    ON_VALUES(apply(3, x, y)), ON_VALUES(n = x <= y ? ieee_cmp(x, y) : x == y),
     ON_VALUES(n = x.is_nan() + 2 * x.is_inf() + 4 * x.is_subnormal() + 8 * x.is_zero()),
-    ON_VALUES(x.self_nan()),
-    ON_VALUES(x.self_inf(true)),
-    ON_VALUES(x.set_sign(true)),
-    ON_VALUES(x.next_representable(y.get_sign())),
-    ON_VALUES(x.packed_next(!y.get_sign())),
-    ON_VALUES(n = x.to_integer(9)),
-    ON_VALUES(x = x + y),
-    ON_VALUES(x.set_format(g)),
+    // Wide values allocate from here on, words from the sum of two on.
+    ON_VALUES(x.self_nan()), ON_VALUES(x.self_inf(true)), ON_VALUES(x.set_sign(true)),
+    ON_VALUES(x.next_representable(y.get_sign())), ON_VALUES(x.packed_next(!y.get_sign())),
+    ON_VALUES(n = x.to_integer(9)), ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
     ON_VALUES(x = IEEEFloat::max_value(y.get_format())),
     ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
     ON_VALUES(x = IEEEFloat::from_number(n, y.get_format(), x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_scaled(n, 3, y.get_format(), x.get_mode())),
-    ON_VALUES(n = x.to_number()),
-    ON_VALUES(n = x.to_integer(0)),
-    ON_VALUES(static_cast<void>(x.to_str())),
-    ON_VALUES(n = x.to_integer(g.mant_width)),
+    // Exact values can be larger than their formats; then g matters.
+    ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
+    ON_VALUES(static_cast<void>(x.to_str())), ON_VALUES(n = x.to_integer(g.mant_width)),
     ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
 inline constexpr std::size_t first_sized = 3, first_narrow = 9, first_allocating = 15,

@@ -61,8 +61,7 @@ static std::string exact_text(Random& random, const Layout& t) {
   const mpz_class p = random.pattern(t) % t.inf;
   const mpq_class v = (t.value(p) + t.value(p + random.below(2))) / 2;
   const auto places = static_cast<unsigned long>(std::max(0L, 1 - t.exponent(p)));
-  mpz_class ten;
-  mpz_ui_pow_ui(ten.get_mpz_t(), 10, places);
+  const mpz_class ten('1' + std::string(places, '0'));
   return mpz_class(v * ten).get_str() + "e-" + std::to_string(places);
 }
 

@@ -1,8 +1,6 @@
 // The compiler's types, GMP's and MPFR's numbers, and keys.
 #include "zelk/float/native.h"
 
-#include <gtest/gtest.h>
-
 #include <unordered_set>
 
 #include "tests/mpfr_oracle.h"

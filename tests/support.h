@@ -155,21 +155,17 @@ inline constexpr Call calls[] = {
     ON_VALUES(apply(0, x, y)), ON_VALUES(apply(1, x, y)), ON_VALUES(apply(2, x, y)),
     ON_VALUES(apply(3, x, y)), ON_VALUES(n = x <= y ? ieee_cmp(x, y) : x == y),
     ON_VALUES(n = x.is_nan() + 2 * x.is_inf() + 4 * x.is_subnormal() + 8 * x.is_zero()),
-    // Wide values allocate from here on.
+    // Wide values allocate from here on, words from the sum of two on.
     ON_VALUES(x.self_nan()), ON_VALUES(x.self_inf(true)), ON_VALUES(x.set_sign(true)),
     ON_VALUES(x.next_representable(y.get_sign())), ON_VALUES(x.packed_next(!y.get_sign())),
-    ON_VALUES(n = x.to_integer(9)),
-    // Words, too, allocate from here on.
-    ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
+    ON_VALUES(n = x.to_integer(9)), ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
     ON_VALUES(x = IEEEFloat::max_value(y.get_format())),
     ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
     ON_VALUES(x = IEEEFloat::from_number(n, y.get_format(), x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_scaled(n, 3, y.get_format(), x.get_mode())),
-    // Exact values can be larger than their formats.
+    // Exact values can be larger than their formats; then g matters.
     ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
-    ON_VALUES(static_cast<void>(x.to_str())),
-    // What matters here is g.
-    ON_VALUES(n = x.to_integer(g.mant_width)),
+    ON_VALUES(static_cast<void>(x.to_str())), ON_VALUES(n = x.to_integer(g.mant_width)),
     ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
 inline constexpr std::size_t first_sized = 3, first_narrow = 9, first_allocating = 15,
@@ -195,12 +191,10 @@ struct Patterns {
     const mpz_class any = numbers.digits(t.f.mant_width);
     const mpz_class low = (t.hidden >> numbers.below(t.f.mant_width + 1)) - 1;
     const mpz_class kinds[] = {any, any | low, t.hidden - 1 - low, low, low + 1, 0};
-    const mpz_class significand =
-        kinds[numbers.below(6)] % (exponent < top ? t.hidden : mpz_class(4));
-    mpz_class p = exponent * t.hidden + significand % t.hidden;
-    if (numbers.below(8) == 0 && previous > 0 && previous < t.inf) {
-      p = previous + numbers.below(3) - 1;
-    }
+    const mpz_class below = exponent < top ? t.hidden : std::min<mpz_class>(t.hidden, 4);
+    mpz_class p = exponent * t.hidden + kinds[numbers.below(6)] % below;
+    const bool neighbour = numbers.below(8) == 0 && previous > 0 && previous < t.inf;
+    if (neighbour) p = previous + numbers.below(3) - 1;
     previous = p;
     return numbers.below(2) * t.sign + p;
   }
@@ -297,9 +291,9 @@ inline void check_value(const Layout& t, const IEEEFloat& x) {
   ASSERT_EQ(x.to_integer(0).to_mpq(), nan || inf ? 0 : integer) << name(x);
   const int tie = cmp(abs(q - integer), mpq_class(1, 2));
   const bool away = x.get_mode() == (negative ? 3 : 2);
-  if (x.get_mode() == 0 ? tie > 0 || (tie == 0 && integer % 2 != 0) : away && q != integer) {
-    integer += negative ? -1 : 1;
-  }
+  const bool grow =
+      x.get_mode() == 0 ? tie > 0 || (tie == 0 && integer % 2 != 0) : away && q != integer;
+  if (grow) integer += negative ? -1 : 1;
   for (const unsigned long w : {1UL, 2UL, 3UL, 8UL, 64UL, 70UL, 113UL, 300UL}) {
     const mpz_class want = integer % (mpz_class(1) << w) * static_cast<int>(magnitude >= t.hidden);
     const QNumber got = x.to_integer(w);

@@ -72,5 +72,7 @@ void run(zelk_test::Format f) {
     std::fesetround(FE_TONEAREST);
   }
 }
+static const int flags_at_start = float_exception_flags;
+TEST(Swflt, NoFlagIsRaisedAtStart) { EXPECT_EQ(flags_at_start, 0); }
 TEST(Swflt, Binary32) { run<float, std::uint32_t, double>({8, 23}); }
 TEST(Swflt, Binary64) { run<double, std::uint64_t, float>({11, 52}); }

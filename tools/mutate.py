@@ -108,7 +108,8 @@ def trapped(lines, number):
     for k in range(number, -1, -1):
         depth = len(lines[k]) - len(lines[k].lstrip())
         opening = BLOCK.search(lines[k])
-        if opening and "switch" not in lines[k] and (k == number or (depth < inner and lines[k].endswith("{"))):
+        encloses = k == number or (depth < inner and lines[k].endswith("{"))
+        if opening and encloses and "switch" not in lines[k]:
             return k, lines[k][:opening.end()] + " __builtin_trap();" + lines[k][opening.end():]
         if lines[k].strip():
             inner = min(inner, depth)

@@ -130,7 +130,6 @@ void QNumber::require_bits(unsigned long bits) {
 }
 
 void QNumber::init_big(bool negative, unsigned long magnitude) {
-  num = 0;
   make_big();
   mpz_set_ui(mpq_numref(gmp), magnitude);
   if (negative) {

@@ -242,15 +242,17 @@ class ZELK_EXPORT QNumber {
   }
 
   /// Numbers on the heap start where others ended: a few of those places are kept.
+  // NOLINTNEXTLINE(cert-dcl54-cpp): the delete that takes a size matches
   static void* operator new(std::size_t size) {
     return size == sizeof(QNumber) && spare_places != nullptr ? take_spare_place() : allocate(size);
   }
   /// Keeps the place, if there are not enough of them yet.
   static void operator delete(void* place, std::size_t size) noexcept;
-  /// The other forms, which the first would hide.
+  /// The form that does not throw, which the first would hide.
   static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
     return ::operator new(size, tag);
   }
+  /// Placement, which it would hide, too.
   static void* operator new(std::size_t /*size*/, void* place) noexcept { return place; }
 
   /// Adds.

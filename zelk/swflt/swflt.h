@@ -151,6 +151,7 @@ constexpr bool is_subnormal(S s, Word<S> a) {
 template <Shape S>
 constexpr Word<S> sign_mask(S s, Word<S> a) {
   const auto sign = static_cast<std::uint64_t>((a & sign_bit(s)) >> (8 * sizeof(Word<S>) - 64));
+  // cppcheck-suppress shiftTooManyBitsSigned  // C++20 defines it
   return static_cast<Word<S>>(Signed<Word<S>>{static_cast<std::int64_t>(0 - sign) >> 63});
 }
 

@@ -215,8 +215,9 @@ struct Cut {
 
 template <Shape S>
 constexpr Cut<Word<S>> cut(S s, Word<S> sig) {
-  return {shift_right(sig, lead<Word<S>> - s.mant_width),
-          static_cast<std::uint64_t>(sig) << (s.mant_width - (lead<Word<S>> - 64))};
+  constexpr std::int64_t top = lead<Word<S>>;
+  return {shift_right(sig, top - s.mant_width), static_cast<std::uint64_t>(sig)
+                                                    << (s.mant_width - (top - 64))};
 }
 
 template <class W>

@@ -143,8 +143,8 @@ void operation_row(const char* op, const Operands& o) {
   }
   add_row(
       row, [f = o.f] { P::enter(f); },
-      [=](std::size_t i) {
-        operation(*r, (*a)[i], (*b)[i]);
+      [=](std::size_t i, std::size_t j) {
+        operation(*r, (*a)[i], (*b)[j]);
         benchmark::DoNotOptimize(*r);
       });
 }
@@ -190,7 +190,7 @@ void arithmetic_rows(const Operands& o) {
   }
   add_row(
       "less" + suffix, [] {},
-      [=](std::size_t i) { benchmark::DoNotOptimize(P::less((*a)[i], (*b)[i])); });
+      [=](std::size_t i, std::size_t j) { benchmark::DoNotOptimize(P::less((*a)[i], (*b)[j])); });
   add_row(
       "assign" + suffix, [] {},
       [=](std::size_t i) {
@@ -346,19 +346,19 @@ void rational_rows(const std::string& label, const char* who, unsigned long rang
   const std::string suffix = '/' + label + '/' + who;
   add_row(
       "q_add" + suffix, [] {},
-      [=](std::size_t i) {
-        (*r = (*a)[i]) += (*b)[i];
+      [=](std::size_t i, std::size_t j) {
+        (*r = (*a)[i]) += (*b)[j];
         benchmark::DoNotOptimize(*r);
       });
   add_row(
       "q_mul" + suffix, [] {},
-      [=](std::size_t i) {
-        (*r = (*a)[i]) *= (*b)[i];
+      [=](std::size_t i, std::size_t j) {
+        (*r = (*a)[i]) *= (*b)[j];
         benchmark::DoNotOptimize(*r);
       });
   add_row(
       "q_less" + suffix, [] {},
-      [=](std::size_t i) { benchmark::DoNotOptimize((*a)[i] < (*b)[i]); });
+      [=](std::size_t i, std::size_t j) { benchmark::DoNotOptimize((*a)[i] < (*b)[j]); });
 }
 
 void register_rationals(const std::string& label, unsigned long range, bool integers) {

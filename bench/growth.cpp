@@ -5,12 +5,14 @@
 // Each operation is `r = a; r op= b` here and `op(r, a, b)` there, on normal values a few binades
 // apart; the least of the repetitions counts, taken in turns.
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
 #include "bench/peers.h"
+#include "bench/walk.h"
 
 namespace {
 
@@ -25,15 +27,16 @@ IEEEFloat make_value(Format f, long distance) {
   return IEEEFloat::from_bits(QNumber(bits, 1), f);
 }
 
-// Nanoseconds per call of operation(i), over at least a millisecond.
+// Nanoseconds per call of operation(i, j) on `count` operands, over at least a millisecond.
 template <typename Operation>
-double time_once(Operation operation) {
+double time_once(std::size_t count, Operation operation) {
   using Clock = std::chrono::steady_clock;
-  for (long calls = 1;; calls *= 2) {
+  Walk walk(count);
+  for (std::size_t passes = 1;; passes *= 2) {
     const auto start = Clock::now();
-    for (long i = 0; i < calls; ++i) operation(static_cast<std::size_t>(i));
+    for (std::size_t k = 0; k < passes; ++k) walk.pass(operation);
     const std::chrono::duration<double, std::nano> spent = Clock::now() - start;
-    if (spent.count() > 1e6) return spent.count() / static_cast<double>(calls);
+    if (spent.count() > 1e6) return spent.count() / static_cast<double>(passes * count);
   }
 }
 
@@ -48,7 +51,7 @@ struct Operands {
   }
   template <auto operation>
   double time() {
-    return time_once([this](std::size_t i) { operation(r, a[i % a.size()], b[i % a.size()]); });
+    return time_once(a.size(), [this](std::size_t i, std::size_t j) { operation(r, a[i], b[j]); });
   }
 };
 
@@ -73,7 +76,8 @@ void row(const char* name, Format f, Operands<Zelk>& x, Operands<Mpfr>& y) {
 void growth(unsigned long mant_width) {
   const Format f{30, mant_width};
   std::vector<IEEEFloat> x, y;
-  for (unsigned long i = 0; i < std::clamp(4000000 / mant_width, 4UL, 1024UL); ++i) {
+  for (unsigned long i = 0; i < std::clamp(std::bit_floor(4000000 / mant_width), 4UL, 1024UL);
+       ++i) {
     x.push_back(make_value(f, mpz_class(random_bits.get_z_range(7)).get_si()));
     y.push_back(make_value(f, mpz_class(random_bits.get_z_range(7)).get_si()));
     y.back().set_sign(i % 2 == 0);
@@ -88,8 +92,8 @@ void growth(unsigned long mant_width) {
 
 void addition_at(long distance) {
   const Format f{62, 236};
-  const std::vector<IEEEFloat> x{make_value(f, distance)};
-  const std::vector<IEEEFloat> y{make_value(f, 0)};
+  const std::vector<IEEEFloat> x(2, make_value(f, distance));
+  const std::vector<IEEEFloat> y(2, make_value(f, 0));
   Operands<Zelk> values{x, y};
   double best = 1e300;
   for (int repetition = 0; repetition < 9; ++repetition) {

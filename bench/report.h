@@ -8,54 +8,18 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <regex>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
+
+#include "bench/walk.h"
 
 namespace zelk_bench {
 
 /// Operations per iteration.
 inline constexpr std::size_t count = 1024;
-
-/// Leads through the operands in an order of its own in every pass, the left ones and the right
-/// ones each in another: processors learn by heart where the branches of a thousand operations in
-/// one order go, and that is not what a program with values of its own pays. Neighbours, of which
-/// one may undo what the other does, stay together.
-class Walk {
- public:
-  template <typename Body>
-  void pass(Body body) {
-    state = state * 6364136223846793005U + 1442695040888963407U;
-    const std::size_t left_step = state >> 32 | 1;  // odd: every pair of neighbours has its turn
-    const std::size_t right_step = state >> 48 | 1;
-    for (std::size_t k = 0; k < pairs; ++k) {
-      left = (left + left_step) % pairs;
-      right = (right + right_step) % pairs;
-      call(body, 2 * left, 2 * right);
-      call(body, 2 * left + 1, 2 * right + 1);
-    }
-  }
-
- private:
-  static constexpr std::size_t pairs = count / 2;
-
-  template <typename Body>
-  static void call(const Body& body, std::size_t i, std::size_t j) {
-    if constexpr (std::is_invocable_v<Body, std::size_t, std::size_t>) {
-      body(i, j);
-    } else {
-      body(i);
-    }
-  }
-
-  std::uint64_t state = 1;
-  std::size_t left = 0;
-  std::size_t right = 0;
-};
 
 /// The rows in the order of their registration, which the table keeps.
 inline std::vector<std::string>& row_order() {
@@ -86,7 +50,7 @@ void add_row(const std::string& name, Setup setup, Body body) {
   row_order().push_back(row_of(name));
   benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
     setup();
-    Walk walk;
+    Walk walk(count);
     for (auto _ : state) {
       walk.pass(body);
     }

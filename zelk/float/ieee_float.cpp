@@ -121,8 +121,14 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
   }
 }
 
+// Whether every pattern fits the small form of a number.
+static bool has_small_patterns(const IEEEFloat::format& f) {
+  return f.exp_width + f.mant_width <= 62;
+}
+
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
-  if (is_generic() && other.is_generic() && payload.big->assign_in_place(*other.payload.big)) {
+  if (is_generic() && other.is_generic() && !has_small_patterns(other.fmt) &&
+      payload.big->assign_in_place(*other.payload.big)) {
     copy_kind(other);
   } else {
     assign_otherwise(other);
@@ -139,7 +145,7 @@ void IEEEFloat::assign_generic(const IEEEFloat& other) {
   } else if (is_generic()) {
     // Where every pattern fits the small form the number returns to it; elsewhere it keeps its
     // storage for the next pattern that needs it.
-    if (other.payload.big->is_small() && other.fmt.exp_width + other.fmt.mant_width <= 62) {
+    if (has_small_patterns(other.fmt) && other.payload.big->is_small()) {
       payload.big->reset();
     }
     *payload.big = *other.payload.big;

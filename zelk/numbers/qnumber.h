@@ -371,22 +371,24 @@ class ZELK_EXPORT QNumber {
     z->_mp_size = static_cast<int>(n);
   }
 
-  /// Takes the value of another integer where both are big, this one has the storage and the limbs
-  /// are few; false, and nothing done, otherwise.
+  /// Takes the value of another non-negative integer where this integer is big, has the storage and
+  /// the limbs are few; false, and nothing done, otherwise.
   bool assign_in_place(const QNumber& other) {
-    if (is_small() || other.is_small()) {
+    if (is_small()) {
       return false;
     }
+    static constexpr __mpz_struct none{};
+    mpz_srcptr from = other.is_small() ? &none : mpq_numref(other.gmp);
+    const int n = other.is_small() ? int{other.num != 0} : from->_mp_size;
+    const auto* limbs =
+        other.is_small() ? reinterpret_cast<const mp_limb_t*>(&other.num) : from->_mp_d;
     mpz_ptr to = mpq_numref(gmp);
-    mpz_srcptr from = mpq_numref(other.gmp);
-    const int n = from->_mp_size;
-    if (n < 2 || n > 8 || to->_mp_alloc < n) {
+    if (n > 8 || to->_mp_alloc < n || to->_mp_alloc == 0) {
       return false;
     }
-    to->_mp_d[0] = from->_mp_d[0];
-    to->_mp_d[1] = from->_mp_d[1];
-    for (int i = 2; i < n; ++i) {
-      to->_mp_d[i] = from->_mp_d[i];
+    to->_mp_d[0] = limbs[0];
+    for (int i = 1; i < n; ++i) {
+      to->_mp_d[i] = limbs[i];
     }
     to->_mp_size = n;
     return true;

@@ -346,7 +346,9 @@ class ZELK_EXPORT IEEEFloat {
   static bool has_word_road(const format& f, unsigned rm);
   // Whether it is done on the limbs of GMP integers.
   static bool has_limb_road(const format& f, unsigned rm);
-  std::uint64_t word() const { return BVNumber::low_word(*payload.big); }
+  std::uint64_t word() const { return payload.big->to_word(); }
+  // The same where numbers are mostly of the small form.
+  std::uint64_t small_word() const { return BVNumber::low_word(*payload.big); }
   static swflt::detail::RuntimeShape shape(const format& f) {
     return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};
   }
@@ -514,7 +516,8 @@ inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
     case IEEEFloat::REPR_FLOAT32:
       return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
     default:
-      return a.kind > IEEEFloat::kind_quad    ? swflt::detail::less(a.shape(), a.word(), b.word())
+      return a.kind > IEEEFloat::kind_quad
+                 ? swflt::detail::less(a.shape(), a.small_word(), b.small_word())
              : a.kind == IEEEFloat::kind_quad ? IEEEFloat::quad_less(a, b)
                                               : IEEEFloat::generic_less(a, b);
   }

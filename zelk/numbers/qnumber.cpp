@@ -20,6 +20,8 @@ static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36));
 
 long gcd_cache[1024][1024];
 mpz_t QNumber::gmp_tmp[4];
+constinit static mp_limb_t no_limb = 0;  // read, never written
+constinit const __mpq_struct QNumber::none{{1, 0, &no_limb}, {1, 0, &no_limb}};
 constinit QNumber::SparePlace* QNumber::spare_places = nullptr;
 constinit int QNumber::spare_place_count = 0;
 

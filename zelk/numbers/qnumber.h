@@ -12,6 +12,7 @@
 #include <bit>
 #include <concepts>
 #include <cstddef>
+#include <cstring>
 #include <iosfwd>
 #include <limits>
 #include <new>
@@ -371,24 +372,33 @@ class ZELK_EXPORT QNumber {
     z->_mp_size = static_cast<int>(n);
   }
 
+  /// The low 64 bits of this non-negative integer, without a branch on its form.
+  unsigned long to_word() const {
+    mpz_srcptr z = mpq_numref(gmp_or_none());
+    const auto small = static_cast<unsigned long>(is_small());
+    const auto used = static_cast<unsigned long>(z->_mp_size != 0);
+    return (first_word() & (0 - small)) | (z->_mp_d[0] & (0 - used));
+  }
+
   /// Takes the value of another non-negative integer where this integer is big, has the storage and
   /// the limbs are few; false, and nothing done, otherwise.
   bool assign_in_place(const QNumber& other) {
-    if (is_small()) {
+    if (is_small() || mpq_numref(gmp)->_mp_alloc == 0) {
       return false;
     }
-    static constexpr __mpz_struct none{};
-    mpz_srcptr from = other.is_small() ? &none : mpq_numref(other.gmp);
-    const int n = other.is_small() ? int{other.num != 0} : from->_mp_size;
-    const auto* limbs =
-        other.is_small() ? reinterpret_cast<const mp_limb_t*>(&other.num) : from->_mp_d;
     mpz_ptr to = mpq_numref(gmp);
-    if (n > 8 || to->_mp_alloc < n || to->_mp_alloc == 0) {
+    mpz_srcptr from = mpq_numref(other.gmp_or_none());
+    const int n = from->_mp_size;
+    if (n < 2) {
+      to->_mp_d[0] = other.to_word();
+      to->_mp_size = static_cast<int>(to->_mp_d[0] != 0);
+      return true;
+    }
+    if (n > 8 || to->_mp_alloc < n) {
       return false;
     }
-    to->_mp_d[0] = limbs[0];
-    for (int i = 1; i < n; ++i) {
-      to->_mp_d[i] = limbs[i];
+    for (int i = 0; i < n; ++i) {
+      to->_mp_d[i] = from->_mp_d[i];
     }
     to->_mp_size = n;
     return true;
@@ -454,6 +464,18 @@ class ZELK_EXPORT QNumber {
     --spare_place_count;
     return std::exchange(spare_places, spare_places->next);
   }
+  // What is in the first word, `num` or `gmp`.
+  unsigned long first_word() const {
+    unsigned long word = 0;
+    std::memcpy(&word, &num, sizeof word);
+    return word;
+  }
+  // *gmp; for a small number a 0. The form of 64-bit patterns goes by a value's sign, as good as
+  // random to a branch predictor: an index chooses.
+  mpq_srcptr gmp_or_none() const {
+    const mpq_srcptr forms[] = {std::bit_cast<mpq_srcptr>(first_word()), &none};
+    return forms[is_small()];
+  }
   bool big_fits_long() const;
   QNumber big_num() const;
   QNumber big_den() const;
@@ -467,6 +489,8 @@ class ZELK_EXPORT QNumber {
 
   // Throws "number too large" for a number of more than max_bits bits.
   static void require_bits(unsigned long bits);
+
+  static const __mpq_struct none;
 
   // Scratch of single operations, meaningless between them.
   static mpz_t gmp_tmp[4];

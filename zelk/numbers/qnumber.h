@@ -404,13 +404,12 @@ class ZELK_EXPORT QNumber {
     return true;
   }
 
-  /// Becomes the integer low + 2^64 * high, by the same rule.
+  /// This integer becomes low + 2^64 * high, by the same rule.
   void assign(unsigned long low, unsigned long high) {
-    if (mp_limb_t* own = high != 0 && is_integer() ? own_limbs(2) : nullptr; own != nullptr)
-        [[likely]] {
+    if (mp_limb_t* own = own_limbs(2); own != nullptr) [[likely]] {
       own[0] = low;
       own[1] = high;
-      mpq_numref(gmp)->_mp_size = 2;
+      keep_limbs(2);
     } else {
       const mp_limb_t limbs[] = {low, high};
       assign_limbs(limbs, 2);

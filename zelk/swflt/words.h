@@ -472,10 +472,22 @@ template <Shape From, Shape To>
   return canonical_nan(to);
 }
 
+// Whether one shape has all values of another.
+template <Shape From, Shape To>
+constexpr bool widens(From from, To to) {
+  return from.exp_width <= to.exp_width && from.mant_width <= to.mant_width;
+}
+
 // The pattern `a` of one shape rounded to another.
 template <Shape From, Shape To>
 [[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
   const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
+  if (widens(from, to) && is_normal(from, a)) [[likely]] {
+    // Nothing to round: more zeros behind the significand, and another bias.
+    const auto bias_change = static_cast<Word<To>>(bias(to) - bias(from)) << to.mant_width;
+    const auto digits = static_cast<Word<To>>(magnitude(from, a));
+    return sign | ((digits << (to.mant_width - from.mant_width)) + bias_change);
+  }
   if (magnitude(from, a) - 1 >= infinity(from) - 1) [[unlikely]]
     return convert_special(from, to, a, sign);
   const auto x = unpack(from, a);

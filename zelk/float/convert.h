@@ -146,12 +146,12 @@ inline QNumber rounded_integer(TempNumProvider& tp, IEEEFloat::format f,
 /// The exact value of a finite pattern in a word.
 inline QNumber exact_value(swflt::detail::RuntimeShape s, std::uint64_t word) {
   const std::uint64_t magnitude = swflt::detail::magnitude(s, word);
-  const std::int64_t exp = swflt::detail::exponent(s, magnitude);
+  const std::int64_t exp = swflt::detail::exponent_below(s, magnitude);
   const auto m = static_cast<long>(swflt::detail::integer_significand(s, magnitude, exp));
   if (m == 0) {
     return 0;
   }
-  const long k = exp - swflt::detail::bias(s) - s.mant_width;
+  const long k = exp + 1 - swflt::detail::bias(s) - s.mant_width;
   require_room_for_value(k, static_cast<unsigned long>(s.mant_width));
   return QNumber::scaled(swflt::detail::sign_of(s, word) != 0 ? -m : m, k);
 }
@@ -166,9 +166,9 @@ inline bool word_integer(swflt::detail::RuntimeShape s, IEEEFloat::rounding_mode
     out = 0;
     return true;
   }
-  const std::int64_t exp = swflt::detail::exponent(s, magnitude);
+  const std::int64_t exp = swflt::detail::exponent_below(s, magnitude);
   std::uint64_t m = swflt::detail::integer_significand(s, magnitude, exp);
-  const std::int64_t right = swflt::detail::bias(s) + s.mant_width - exp;
+  const std::int64_t right = swflt::detail::bias(s) + s.mant_width - 1 - exp;
   if (right > 0) {
     const std::int64_t n = std::min<std::int64_t>(right, 63);
     const auto half = swflt::detail::pow2<std::uint64_t>(n - 1);

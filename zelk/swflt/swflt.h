@@ -80,9 +80,9 @@ inline constexpr FixedShape<15, 112> binary128;
 enum Direction : unsigned { nearest, toward_zero, upward, downward };
 
 // Whether the arithmetic serves a format: exponents, and sums of two, fit 63 bits, and a
-// significand leaves four bits of the word to the digits that rounding looks at.
+// significand leaves five bits of the word to a carry and the digits that rounding looks at.
 constexpr bool serves(std::uint64_t exp_width, std::uint64_t mant_width) {
-  return mant_width - 1 <= 58 && exp_width - 2 <= 61 - mant_width;
+  return mant_width - 1 <= 57 && exp_width - 2 <= 61 - mant_width;
 }
 
 // The powers of two: where the width is known at run time a load is cheaper than a shift.

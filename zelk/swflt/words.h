@@ -41,14 +41,15 @@ void raise(S /*shape*/, bool condition, unsigned char flags) {
   }
 }
 
-// Where a significand has its leading bit when it is rounded, whatever the format. The bits below
-// the format's last place decide on rounding; bit 0 is sticky: it also stands for every nonzero
-// digit dropped beneath it.
+// Where a significand has its leading bit when it is rounded, whatever the format: one place above
+// takes the carry. The bits below the format's last place decide on rounding; bit 0 is sticky: it
+// also stands for every nonzero digit dropped beneath it.
 template <class W>
-inline constexpr int lead = 8 * sizeof(W) - 1;
+inline constexpr int lead = 8 * sizeof(W) - 2;
 
-// The value +-sig * 2^(exp - bias - lead), where sig has its leading bit at `lead`; a nonzero
-// `sign` is the pattern's sign bit.
+// The value +-sig * 2^(exp + 1 - bias - lead), where sig has its leading bit at `lead`; a nonzero
+// `sign` is the pattern's sign bit. `exp` is the exponent field less the one that the leading bit
+// adds to it in a pattern.
 template <class W>
 struct Unpacked {
   W sign;
@@ -77,11 +78,6 @@ constexpr W mask_if(bool condition) {
 }
 
 template <Shape S>
-constexpr bool is_normal(S s, Word<S> a) {
-  return magnitude(s, a) - hidden_bit(s) < infinity(s) - hidden_bit(s);
-}
-
-template <Shape S>
 constexpr bool is_signaling(S s, Word<S> a) {
   return is_nan(s, a) && (a & hidden_bit(s) >> 1) == 0;
 }
@@ -101,8 +97,10 @@ Word<S> invalid(S s) {
   return canonical_nan(s);
 }
 
-// The number of zeros above the highest one of a nonzero word.
-constexpr std::int64_t leading_zeros(std::uint64_t a) { return __builtin_clzl(a); }
+// The place of the highest one of a nonzero word.
+constexpr std::int64_t highest_bit(std::uint64_t a) {
+  return 63U ^ static_cast<unsigned>(__builtin_clzl(a));
+}
 
 template <Shape S>
 constexpr bool is_short(S s) {
@@ -144,59 +142,64 @@ constexpr uint128 shift_right_jam(uint128 sig, std::int64_t n) {
          std::uint64_t{(lost | (low & far)) != 0};
 }
 
-// A nonzero significand with its leading bit moved up to `lead`, and by how much.
+// A nonzero significand with its leading bit moved up to `lead`, and where that bit was.
 template <class W>
 struct Normalized {
   W sig;
-  std::int64_t n;
+  std::int64_t top;
 };
 constexpr Normalized<std::uint64_t> normalize(std::uint64_t sig) {
-  const std::int64_t n = leading_zeros(sig);
-  return {sig << n, n};
+  const std::int64_t top = highest_bit(sig);
+  return {sig << (lead<std::uint64_t> - top), top};
 }
 constexpr Normalized<uint128> normalize(uint128 sig) {
-  const std::int64_t words = sig >> 64 == 0;
-  if (words != 0) [[unlikely]]
-    sig <<= 64;
-  const std::int64_t n = leading_zeros(static_cast<std::uint64_t>(sig >> 64));
-  return {shift_left(sig, n), 64 * words + n};
+  if (sig >> 64 == 0) [[unlikely]] {
+    const std::int64_t top = highest_bit(static_cast<std::uint64_t>(sig));
+    return {sig << (lead<uint128> - top), top};
+  }
+  const std::int64_t top = highest_bit(static_cast<std::uint64_t>(sig >> 64));
+  return {shift_left(sig, 62 - top), 64 + top};
 }
 
-// The exponent field of a magnitude, as it counts: subnormals have the smallest normal's.
+// The exponent field of a magnitude less the one that its hidden bit adds to it; 0 for subnormals.
 template <Shape S>
-constexpr std::int64_t exponent(S s, Word<S> magnitude) {
-  const auto field = static_cast<std::int64_t>(magnitude >> s.mant_width);
-  return field + (field == 0);
+constexpr std::int64_t exponent_below(S s, Word<S> magnitude) {
+  const auto field = static_cast<std::uint64_t>(magnitude >> s.mant_width);
+  return static_cast<std::int64_t>(field - 1 + (field < 1));
 }
 
-// The significand of a magnitude with this exponent, its hidden bit at `top`: what is above is the
-// exponent less one.
-template <int top, Shape S>
-constexpr Word<S> significand(S s, Word<S> magnitude, std::int64_t exp) {
-  return shift_left(magnitude, top - s.mant_width) - (static_cast<Word<S>>(exp - 1) << top);
-}
-
-// The same with its hidden bit at mant_width.
+// The significand of a magnitude with this exponent below, its hidden bit at mant_width.
 template <Shape S>
 constexpr Word<S> integer_significand(S s, Word<S> magnitude, std::int64_t exp) {
-  return magnitude - (static_cast<Word<S>>(exp - 1) << s.mant_width);
+  return magnitude - (static_cast<Word<S>>(exp) << s.mant_width);
 }
 
 // Takes a finite nonzero pattern apart.
 template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack(S s, Word<S> a) {
-  const std::int64_t exp = exponent(s, magnitude(s, a));
-  const auto sig = significand<lead<Word<S>>>(s, magnitude(s, a), exp);
-  const auto x = normalize(sig);
-  return {sign_of(s, a), exp - x.n, x.sig};
+  const std::int64_t exp = exponent_below(s, magnitude(s, a));
+  const auto x = normalize(integer_significand(s, magnitude(s, a), exp));
+  return {sign_of(s, a), exp + x.top - s.mant_width, x.sig};
+}
+
+// A factor, dividend or divisor: the same with the leading bit at mant_width.
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_operand(S s, Word<S> a) {
+  const auto x = unpack(s, a);
+  return {x.sign, x.exp, x.sig >> (lead<Word<S>> - s.mant_width)};
 }
 
 // The same for a normal one.
 template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal(S s, Word<S> a) {
-  const auto exp = static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
-  constexpr Word<S> hidden = Word<S>{1} << lead<Word<S>>;
-  return {sign_of(s, a), exp, hidden | shift_left(a, lead<Word<S>> - s.mant_width)};
+  const auto exp = static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width) - 1;
+  return {sign_of(s, a), exp, (a & (hidden_bit(s) - 1)) | hidden_bit(s)};
+}
+
+// Whether a pattern from which unpack_normal took this exponent is normal.
+template <Shape S>
+constexpr bool is_normal_exponent(S s, std::int64_t exp) {
+  return static_cast<std::uint64_t>(exp) < static_cast<std::uint64_t>(exp_max(s)) - 1;
 }
 
 // Whether rounding in direction `mode` can move a magnitude up.
@@ -205,38 +208,35 @@ constexpr bool rounds_outward(W sign, Direction mode) {
   return mode == nearest || mode == (sign != 0 ? downward : upward);
 }
 
-// A significand cut to the format: its integer part, and what was cut off, which never has more
-// than a word, as a fraction of 2^64.
-template <class W>
-struct Cut {
-  W sig;
-  std::uint64_t rest;
-};
-
+// Half a unit in the last place of a significand.
 template <Shape S>
-constexpr Cut<Word<S>> cut(S s, Word<S> sig) {
-  constexpr std::int64_t top = lead<Word<S>>;
-  return {shift_right(sig, top - s.mant_width), static_cast<std::uint64_t>(sig)
-                                                    << (s.mant_width - (top - 64))};
+constexpr Word<S> half_ulp(S s) {
+  return pow2<Word<S>>(lead<Word<S>> - 1 - s.mant_width);
 }
 
-template <class W>
-constexpr W rounded(Cut<W> c, W sign, Direction mode) {
-  constexpr std::uint64_t half = std::uint64_t{1} << 63;
+// Whether a significand has digits below the format's last place.
+template <Shape S>
+constexpr bool is_inexact(S s, Word<S> sig) {
+  return (sig & (2 * half_ulp(s) - 1)) != 0;
+}
+
+// A significand rounded to the format, its leading bit at mant_width or, by a carry, above.
+template <Shape S>
+[[gnu::always_inline]] constexpr Word<S> rounded(S s, Word<S> sig, Word<S> sign, Direction mode) {
+  const std::int64_t n = lead<Word<S>> - s.mant_width;
   if (mode == nearest) [[likely]]
-    return c.sig + (c.rest + (static_cast<std::uint64_t>(c.sig) & 1) > half);  // rest is even
-  return c.sig + (c.rest != 0 && rounds_outward(sign, mode));
+    return shift_right(sig + (half_ulp(s) - 1) + (shift_right(sig, n) & 1), n);
+  return shift_right(sig + (rounds_outward(sign, mode) ? 2 * half_ulp(s) - 1 : 0), n);
 }
 
-// Rounds and packs, for an exponent above 0. The significand brings its leading bit along, which
-// adds one to the exponent field, and so does a carry out of it; a subnormal's has no such bit and
-// leaves the field 0.
+// Rounds and packs, for an exponent of 0 or more. The significand brings its leading bit along,
+// which adds one to the exponent field, and so does a carry out of it; a subnormal's has no such
+// bit and leaves the field 0.
 template <Shape S>
 [[gnu::always_inline]] inline Word<S> round_and_pack_inside(S s, Unpacked<Word<S>> x,
                                                             Direction mode) {
-  const Cut<Word<S>> c = cut(s, x.sig);
-  raise(s, c.rest != 0, flag_inexact);
-  return (x.sign | static_cast<Word<S>>(x.exp - 1) << s.mant_width) + rounded(c, x.sign, mode);
+  raise(s, is_inexact(s, x.sig), flag_inexact);
+  return (x.sign | static_cast<Word<S>>(x.exp) << s.mant_width) + rounded(s, x.sig, x.sign, mode);
 }
 
 // Rounds and packs a normalized number near or beyond an end of the exponent range. The exponent
@@ -245,16 +245,16 @@ template <Shape S>
 template <Shape S>
 [[gnu::cold, gnu::noinline]] Word<S> round_and_pack_at_border(S s, Word<S> sign, std::int64_t exp,
                                                               Word<S> sig, Direction mode) {
-  const Word<S> carry = rounded(cut(s, sig), sign, mode) >> (s.mant_width + 1);
-  const std::int64_t rounded_exp = exp + static_cast<std::int64_t>(carry);
+  const Word<S> field = rounded(s, sig, sign, mode) >> s.mant_width;  // 1, or 2 by a carry
+  const std::int64_t rounded_exp = exp + static_cast<std::int64_t>(field);
   if (rounded_exp >= exp_max(s)) {
     raise(s, true, flag_overflow | flag_inexact);
     return sign | (infinity(s) - !rounds_outward(sign, mode));
   }
-  if (exp <= 0) {
-    sig = shift_right_jam(sig >> 1 | (sig & 1), -exp);
-    exp = 1;
-    raise(s, rounded_exp <= 0 && cut(s, sig).rest != 0, flag_underflow);
+  if (exp < 0) {
+    sig = shift_right_jam(sig, -exp);
+    exp = 0;
+    raise(s, rounded_exp <= 0 && is_inexact(s, sig), flag_underflow);
   }
   return round_and_pack_inside(s, {sign, exp, sig}, mode);
 }
@@ -262,10 +262,78 @@ template <Shape S>
 // Rounds to the format, and raises overflow, underflow and inexact.
 template <Shape S>
 [[gnu::always_inline]] inline Word<S> round_and_pack(S s, Unpacked<Word<S>> x, Direction mode) {
-  const auto limit = static_cast<Word<S>>(exp_max(s) - 2);
-  const bool inside = static_cast<Word<S>>(x.exp - 1) < limit;
+  const bool inside =
+      static_cast<std::uint64_t>(x.exp) < static_cast<std::uint64_t>(exp_max(s) - 2);
   return inside ? round_and_pack_inside(s, x, mode)
                 : round_and_pack_at_border(s, x.sign, x.exp, x.sig, mode);
+}
+
+// A value of which the compiler knows nothing. Where it knows one of two values that are chosen
+// between, it makes a branch.
+constexpr std::int64_t opaque(std::int64_t n) {
+  if (!std::is_constant_evaluated()) asm("" : "+r"(n));
+  return n;
+}
+
+// Two patterns by their magnitudes, and the larger one's sign.
+template <class W>
+struct Ordered {
+  W large;
+  W small;
+  W sign;
+};
+// Which one is larger is as good as random to a branch predictor: this takes no branch. Compilers
+// do not keep to conditional moves, so they are spelt out.
+template <Shape S>
+[[gnu::always_inline]] inline Ordered<Word<S>> order(S s, Word<S> a, Word<S> b) {
+  const Word<S> x = magnitude(s, a);
+  const Word<S> y = magnitude(s, b);
+#ifdef __x86_64__
+  if constexpr (sizeof(Word<S>) == 8) {
+    Word<S> large = x;
+    Word<S> small = y;
+    asm("cmpq %[y], %[x]\n\tcmovbq %[y], %[large]\n\tcmovbq %[x], %[small]\n\tcmovbq %[b], %[a]"
+        : [large] "+&r"(large), [small] "+&r"(small), [a] "+&r"(a)
+        : [x] "r"(x), [y] "r"(y), [b] "r"(b)
+        : "cc");
+    return {large, small, sign_of(s, a)};
+  }
+#endif
+  const auto less =
+      static_cast<Word<S>>(static_cast<Signed<Word<S>>>(x - y) >> (lead<Word<S>> + 1));
+  const Word<S> rise = (y - x) & less;
+  return {x + rise, y - rise, sign_of(s, a ^ ((a ^ b) & less))};
+}
+
+// How far the significands of a sum are above the places of integers. In short formats the shift
+// that brings all of one below a quarter of an ulp of the other, where it only matters that it is
+// not 0, loses no digit then. Others have the hidden bits one below `lead`, where a carry has room.
+template <Shape S>
+constexpr std::int64_t sum_shift(S s) {
+  return is_short(s) ? short_width + 3 : lead<Word<S>> - 1 - s.mant_width;
+}
+
+// A significand of a sum, negated if `minus` is all ones, over 2^n, n not negative. Where a digit
+// is lost, n is so large that the leading bit of the sum moves down by one place at most.
+template <class W>
+struct Aligned {
+  W sig;     // in two's complement, rounded down
+  W sticky;  // whether a digit was lost
+};
+template <Shape S>
+constexpr Aligned<std::uint64_t> align(S s, std::uint64_t sig, std::int64_t n,
+                                       std::uint64_t minus) {
+  const auto value = static_cast<std::int64_t>((sig ^ minus) - minus);
+  if (is_short(s)) {
+    return {static_cast<std::uint64_t>(value >> std::min(n, opaque(short_width + 3))), 0};
+  }
+  n = std::min(n, opaque(63));
+  const std::int64_t kept = value >> n;
+  return {static_cast<std::uint64_t>(kept), std::uint64_t{kept << n != value}};
+}
+template <Shape S>
+constexpr Aligned<uint128> align(S /*shape*/, uint128 sig, std::int64_t n, uint128 minus) {
+  return {(shift_right_jam(sig, n) ^ minus) - minus, 0};
 }
 
 // a + b where an operand is a NaN or an infinity; `b` is its pattern before a subtraction turned
@@ -277,40 +345,26 @@ template <Shape S>
   return is_inf(s, a) ? a : addend;
 }
 
-// sig / 2^n, n not negative, near enough for a sum with a significand that is not smaller. Where a
-// digit is lost, n is so large that the leading bit of the sum moves down by one place at most.
-template <Shape S>
-constexpr Word<S> align(S s, Word<S> sig, std::int64_t n) {
-  if (!is_short(s)) return shift_right_jam(sig, n);
-  // All of sig fits below a quarter of an ulp, and there it only matters that it is not 0.
-  return sig >> std::min<std::int64_t>(n, s.mant_width + 3);
-}
-
 template <bool subtract, Shape S>
 [[gnu::always_inline]] inline Word<S> add_sub(S s, Word<S> a, Word<S> b, Direction mode) {
-  // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
-  // predictor: both choices are made without branches.
   const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
-  const Word<S> difference = a ^ addend;
-  const Word<S> larger = magnitude(s, a) < magnitude(s, b) ? addend : a;
-  const Word<S> large = magnitude(s, larger);
-  const Word<S> small = magnitude(s, larger ^ difference);
-  const Word<S> sign = sign_of(s, larger);
+  const auto [large, small, sign] = order(s, a, addend);
   if (large >= infinity(s)) [[unlikely]]
     return add_special(s, a, b, addend);
 
-  // Hidden bits one below `lead`, so that a carry has room.
-  const std::int64_t exp = exponent(s, large);
-  const std::int64_t small_exp = exponent(s, small);
-  const auto large_sig = significand<lead<Word<S>> - 1>(s, large, exp);
-  const auto small_sig = significand<lead<Word<S>> - 1>(s, small, small_exp);
-  const auto minus = sign_mask(s, difference);
-  const Word<S> sum = large_sig + (align(s, small_sig, exp - small_exp) ^ minus) - minus;
+  const std::int64_t exp = exponent_below(s, large);
+  const std::int64_t small_exp = exponent_below(s, small);
+  const auto large_sig = shift_left(integer_significand(s, large, exp), sum_shift(s));
+  const auto small_sig = shift_left(integer_significand(s, small, small_exp), sum_shift(s));
+  const Word<S> minus = sign_mask(s, a ^ addend);
+  const auto aligned = align(s, small_sig, exp - small_exp, minus);
+  const Word<S> sum = large_sig + aligned.sig;
   if (sum == 0) [[unlikely]]
     return minus == 0 ? sign : mode == downward ? sign_bit(s) : 0;
 
   const auto x = normalize(sum);
-  return round_and_pack(s, {sign, exp + 1 - x.n, x.sig}, mode);
+  const std::int64_t sum_exp = exp + x.top - (s.mant_width + sum_shift(s));
+  return round_and_pack(s, {sign, sum_exp, x.sig | aligned.sticky}, mode);
 }
 
 template <Shape S>
@@ -326,14 +380,15 @@ template <Shape S>
 // Moves the leading bit up to `lead` from there or one place below.
 template <class W>
 [[gnu::always_inline]] inline Unpacked<W> normalize_by_one(Unpacked<W> x) {
-  const W n = ~x.sig >> lead<W>;
+  const W n = (x.sig >> lead<W>)^1;
   return {x.sign, x.exp - static_cast<std::int64_t>(n), x.sig << n};
 }
 
-// x * y / 2^64, or 2^128 for double words, sticky.
+// x * y / 2^63, or 2^127 for double words, sticky, for factors below 2^63, or 2^127.
 constexpr std::uint64_t high_product(std::uint64_t x, std::uint64_t y) {
   const uint128 p = uint128{x} * y;
-  return static_cast<std::uint64_t>(p >> 64) | std::uint64_t{static_cast<std::uint64_t>(p) != 0};
+  const auto high = static_cast<std::uint64_t>(p >> 64);
+  return high + high + (static_cast<std::uint64_t>(p) != 0);
 }
 
 constexpr uint128 high_product(uint128 x, uint128 y) {
@@ -345,21 +400,22 @@ constexpr uint128 high_product(uint128 x, uint128 y) {
   const uint128 cross = uint128{x1} * y0 + (low >> 64);  // fits: the factors are below 2^64
   const uint128 middle = uint128{x0} * y1 + static_cast<std::uint64_t>(cross);
   const uint128 high = uint128{x1} * y1 + (cross >> 64) + (middle >> 64);
-  return high | uint128{static_cast<std::uint64_t>(low | middle) != 0};
+  return high << 1 | uint128{static_cast<std::uint64_t>(low | middle) != 0};
 }
 
-// The product of two significands, cut to a word; the leading bit is at `lead` or one below.
+// The product of two operands' significands, cut to a word; the leading bit is at `lead` or one
+// below.
 template <Shape S>
 constexpr Word<S> product(S s, Word<S> x, Word<S> y) {
-  // The first factor lost its trailing zeros, and the second as many as a word can spare.
-  if (is_short(s)) return (x >> (lead<Word<S>> - s.mant_width)) * (y >> (s.mant_width + 1));
-  return high_product(x, y);
+  if (is_short(s)) return x * y << (lead<Word<S>> - 1 - 2 * s.mant_width);
+  const std::int64_t n = lead<Word<S>> - s.mant_width;
+  return high_product(shift_left(x, n), shift_left(y, n));
 }
 
 template <Shape S>
 [[gnu::always_inline]] inline Word<S> mul_finite(S s, Unpacked<Word<S>> x, Unpacked<Word<S>> y,
                                                  Direction mode) {
-  const std::int64_t exp = x.exp - bias(s) + y.exp + 1;
+  const std::int64_t exp = x.exp - bias(s) + y.exp + 2;
   const Word<S> sig = product(s, x.sig, y.sig);
   return round_and_pack(s, normalize_by_one(Unpacked<Word<S>>{x.sign ^ y.sign, exp, sig}), mode);
 }
@@ -372,21 +428,40 @@ template <Shape S>
   const bool zero = is_zero(s, a) || is_zero(s, b);
   if (is_inf(s, a) || is_inf(s, b)) return zero ? invalid(s) : sign | infinity(s);
   if (zero) return sign;
-  return mul_finite(s, unpack(s, a), unpack(s, b), mode);
+  return mul_finite(s, unpack_operand(s, a), unpack_operand(s, b), mode);
 }
 
 template <Shape S>
 [[gnu::always_inline]] inline Word<S> mul(S s, Word<S> a, Word<S> b, Direction mode) {
-  if (!is_normal(s, a) || !is_normal(s, b)) [[unlikely]]
+  const auto x = unpack_normal(s, a);
+  const auto y = unpack_normal(s, b);
+  if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]
     return mul_special(s, a, b, mode);
-  return mul_finite(s, unpack_normal(s, a), unpack_normal(s, b), mode);
+  return mul_finite(s, x, y, mode);
 }
 
-// x / y * 2^63, or 2^127 for double words, sticky, for leading bits at `lead`.
-constexpr std::uint64_t high_quotient(std::uint64_t x, std::uint64_t y) {
-  const uint128 dividend = uint128{x} << 62;
-  const auto q = static_cast<std::uint64_t>(dividend / y);
-  return q << 1 | std::uint64_t{q * y != static_cast<std::uint64_t>(dividend)};
+// x * 2^64 / y and whether there is a remainder, for x below y. The processor's own division is
+// several times as fast as that of double words, which has to find out that one word is enough.
+struct Quotient {
+  std::uint64_t q;
+  bool inexact;
+};
+inline Quotient divide_word(std::uint64_t x, std::uint64_t y) {
+#ifdef __x86_64__
+  std::uint64_t q = 0;
+  asm("divq %2" : "+a"(q), "+d"(x) : "r"(y) : "cc");
+  return {q, x != 0};
+#else
+  const auto q = static_cast<std::uint64_t>((uint128{x} << 64) / y);
+  return {q, q * y != 0};  // the dividend's low word is 0
+#endif
+}
+
+// x / y * 2^62, or 2^126 for double words, sticky, for leading bits at `lead` and clear ones from
+// bit 1 down.
+inline std::uint64_t high_quotient(std::uint64_t x, std::uint64_t y) {
+  const Quotient d = divide_word(x >> 2, y);
+  return d.q | std::uint64_t{d.inexact};
 }
 
 // x * 2^64 / y, x becoming the remainder, for x below y and the highest bit of y set (D. E. Knuth,
@@ -408,27 +483,28 @@ constexpr std::uint64_t next_digit(uint128& x, uint128 y) {
 }
 
 constexpr uint128 high_quotient(uint128 x, uint128 y) {
-  uint128 rest = x >> 1;  // bit 0 is clear
-  const std::uint64_t high = next_digit(rest, y);
-  const std::uint64_t low = next_digit(rest, y);
+  uint128 rest = x >> 1;
+  const std::uint64_t high = next_digit(rest, y << 1);
+  const std::uint64_t low = next_digit(rest, y << 1);
   return uint128{high} << 64 | low | uint128{rest != 0};
 }
 
-// The quotient of two significands; the leading bit is at `lead` or one below.
+// The quotient of two operands' significands; the leading bit is at `lead` or one below.
 template <Shape S>
 constexpr Word<S> quotient(S s, Word<S> x, Word<S> y) {
   if (is_short(s)) {
-    const Word<S> divisor = y >> (lead<Word<S>> - s.mant_width);
-    const Word<S> q = x / divisor;  // of mant_width + 2 digits at least
-    return q << s.mant_width | Word<S>{q * divisor != x};
+    const std::int64_t digits = s.mant_width + 3;
+    const Word<S> dividend = x << digits;
+    return (dividend / y | Word<S>{dividend % y != 0}) << (lead<Word<S>> - digits);
   }
-  return high_quotient(x, y);
+  const std::int64_t n = lead<Word<S>> - s.mant_width;
+  return high_quotient(shift_left(x, n), shift_left(y, n));
 }
 
 template <Shape S>
 [[gnu::always_inline]] inline Word<S> div_finite(S s, Unpacked<Word<S>> x, Unpacked<Word<S>> y,
                                                  Direction mode) {
-  const std::int64_t exp = x.exp - y.exp + bias(s);
+  const std::int64_t exp = x.exp - y.exp + bias(s) - 1;
   const Word<S> sig = quotient(s, x.sig, y.sig);
   return round_and_pack(s, normalize_by_one(Unpacked<Word<S>>{x.sign ^ y.sign, exp, sig}), mode);
 }
@@ -442,14 +518,16 @@ template <Shape S>
   if (is_zero(s, a) || is_inf(s, b)) return sign;
   raise(s, is_zero(s, b) && !is_inf(s, a), flag_divide_by_zero);
   if (is_zero(s, b) || is_inf(s, a)) return sign | infinity(s);
-  return div_finite(s, unpack(s, a), unpack(s, b), mode);
+  return div_finite(s, unpack_operand(s, a), unpack_operand(s, b), mode);
 }
 
 template <Shape S>
 [[gnu::always_inline]] inline Word<S> div(S s, Word<S> a, Word<S> b, Direction mode) {
-  if (!is_normal(s, a) || !is_normal(s, b)) [[unlikely]]
+  const auto x = unpack_normal(s, a);
+  const auto y = unpack_normal(s, b);
+  if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]
     return div_special(s, a, b, mode);
-  return div_finite(s, unpack_normal(s, a), unpack_normal(s, b), mode);
+  return div_finite(s, x, y, mode);
 }
 
 // A significand in another kind of word, its leading bit at `lead` again.
@@ -499,10 +577,9 @@ template <Shape S>
 constexpr Word<S> from_integer(S s, std::int64_t n, Direction mode) {
   if (n == 0) return 0;
   const auto magnitude = static_cast<std::uint64_t>(n < 0 ? -n : n);
-  const std::int64_t zeros = leading_zeros(magnitude);
-  return round_and_pack(
-      s, {n < 0 ? sign_bit(s) : 0, bias(s) + 63 - zeros, resize<Word<S>>(magnitude << zeros)},
-      mode);
+  const auto x = normalize(magnitude);
+  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + x.top - 1, resize<Word<S>>(x.sig)},
+                        mode);
 }
 
 }  // namespace zelk::swflt::detail

@@ -544,10 +544,10 @@ template <class Op>
                                  : apply_otherwise<Op>(other);
 }
 
-IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) { return apply<Addition>(other); }
-IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) { return apply<Subtraction>(other); }
-IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) { return apply<Multiplication>(other); }
-IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) { return apply<Division>(other); }
+IEEEFloat& IEEEFloat::add(const IEEEFloat& other) { return apply<Addition>(other); }
+IEEEFloat& IEEEFloat::subtract(const IEEEFloat& other) { return apply<Subtraction>(other); }
+IEEEFloat& IEEEFloat::multiply(const IEEEFloat& other) { return apply<Multiplication>(other); }
+IEEEFloat& IEEEFloat::divide(const IEEEFloat& other) { return apply<Division>(other); }
 
 // ---- Conversions ----
 

@@ -244,10 +244,22 @@ class ZELK_EXPORT IEEEFloat {
   ///   on generic values "bad rounding mode: <mode>" when the mode is not 0 to 3 and the result is
   ///   inexact, and "reached limit on float precision" when the exponents of a sum differ by 2^63
   ///   or more, or the shift to a subnormal result does.
-  IEEEFloat& operator+=(const IEEEFloat& other);
-  IEEEFloat& operator-=(const IEEEFloat& other);
-  IEEEFloat& operator*=(const IEEEFloat& other);
-  IEEEFloat& operator/=(const IEEEFloat& other);
+  IEEEFloat& operator+=(const IEEEFloat& other) {
+    const auto sum = [](auto a, auto b) { return swflt::detail::add_nearest(a, b); };
+    return apply_packed(other, sum) ? *this : add(other);
+  }
+  IEEEFloat& operator-=(const IEEEFloat& other) {
+    const auto difference = [](auto a, auto b) { return swflt::detail::sub_nearest(a, b); };
+    return apply_packed(other, difference) ? *this : subtract(other);
+  }
+  IEEEFloat& operator*=(const IEEEFloat& other) {
+    const auto product = [](auto a, auto b) { return swflt::detail::mul_nearest(a, b); };
+    return apply_packed(other, product) ? *this : multiply(other);
+  }
+  IEEEFloat& operator/=(const IEEEFloat& other) {
+    const auto quotient = [](auto a, auto b) { return swflt::detail::div_nearest(a, b); };
+    return apply_packed(other, quotient) ? *this : divide(other);
+  }
   /// \}
 
   /// The exact value; both zeros give 0. Its parts have at most |k| + m + 2 bits, k being the
@@ -397,6 +409,23 @@ class ZELK_EXPORT IEEEFloat {
   bool convert_double_word(const format& f);
   bool convert_in_limbs(const format& f);
   void convert_number(const format& f);
+  // Packed values that round to nearest-even, the operation being inlined up to its routine.
+  template <class Nearest>
+  [[gnu::always_inline]] bool apply_packed(const IEEEFloat& other, Nearest nearest) {
+    if (kind == kind_packed64 && other.kind == kind_packed64 && control == REPR_FLOAT64 << 30) {
+      payload.bits64 = nearest(payload.bits64, other.payload.bits64);
+      return true;
+    }
+    if (kind == kind_packed32 && other.kind == kind_packed32 && control == REPR_FLOAT32 << 30) {
+      payload.bits32 = nearest(payload.bits32, other.payload.bits32);
+      return true;
+    }
+    return false;
+  }
+  IEEEFloat& add(const IEEEFloat& other);
+  IEEEFloat& subtract(const IEEEFloat& other);
+  IEEEFloat& multiply(const IEEEFloat& other);
+  IEEEFloat& divide(const IEEEFloat& other);
   template <class Op>
   IEEEFloat& apply(const IEEEFloat& other);
   template <class Op>

@@ -6,6 +6,46 @@ namespace zelk::swflt {
 
 unsigned char float_exception_flags = 0;
 
+namespace detail {
+
+std::uint32_t add_nearest(std::uint32_t a, std::uint32_t b) noexcept {
+  float_exception_flags = 0;
+  return static_cast<std::uint32_t>(add(binary32, a, b, nearest));
+}
+std::uint64_t add_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return add(binary64, a, b, nearest);
+}
+
+std::uint32_t sub_nearest(std::uint32_t a, std::uint32_t b) noexcept {
+  float_exception_flags = 0;
+  return static_cast<std::uint32_t>(sub(binary32, a, b, nearest));
+}
+std::uint64_t sub_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return sub(binary64, a, b, nearest);
+}
+
+std::uint32_t mul_nearest(std::uint32_t a, std::uint32_t b) noexcept {
+  float_exception_flags = 0;
+  return static_cast<std::uint32_t>(mul(binary32, a, b, nearest));
+}
+std::uint64_t mul_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return mul(binary64, a, b, nearest);
+}
+
+std::uint32_t div_nearest(std::uint32_t a, std::uint32_t b) noexcept {
+  float_exception_flags = 0;
+  return static_cast<std::uint32_t>(div(binary32, a, b, nearest));
+}
+std::uint64_t div_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return div(binary64, a, b, nearest);
+}
+
+}  // namespace detail
+
 namespace {
 
 constexpr detail::Flagged<detail::FixedShape<8, 23>> single;

@@ -188,6 +188,16 @@ inline std::partial_ordering compare(Shape auto s, std::uint64_t a, std::uint64_
   return std::partial_ordering::unordered;
 }
 
+// Arithmetic to nearest-even that leaves no flag.
+ZELK_EXPORT std::uint32_t add_nearest(std::uint32_t a, std::uint32_t b) noexcept;
+ZELK_EXPORT std::uint64_t add_nearest(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint32_t sub_nearest(std::uint32_t a, std::uint32_t b) noexcept;
+ZELK_EXPORT std::uint64_t sub_nearest(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint32_t mul_nearest(std::uint32_t a, std::uint32_t b) noexcept;
+ZELK_EXPORT std::uint64_t mul_nearest(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint32_t div_nearest(std::uint32_t a, std::uint32_t b) noexcept;
+ZELK_EXPORT std::uint64_t div_nearest(std::uint64_t a, std::uint64_t b) noexcept;
+
 }  // namespace detail
 
 // Arithmetic. Every NaN result is make_nan() of its width; a signalling NaN operand raises invalid,

@@ -174,12 +174,19 @@ constexpr Word<S> integer_significand(S s, Word<S> magnitude, std::int64_t exp) 
   return magnitude - (static_cast<Word<S>>(exp) << s.mant_width);
 }
 
+// The same n places further up.
+template <Shape S>
+constexpr Word<S> significand(S s, Word<S> magnitude, std::int64_t exp, std::int64_t n) {
+  return shift_left(magnitude, n) - (static_cast<Word<S>>(exp) << (s.mant_width + n));
+}
+
 // Takes a finite nonzero pattern apart.
 template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack(S s, Word<S> a) {
   const std::int64_t exp = exponent_below(s, magnitude(s, a));
-  const auto x = normalize(integer_significand(s, magnitude(s, a), exp));
-  return {sign_of(s, a), exp + x.top - s.mant_width, x.sig};
+  const std::int64_t n = lead<Word<S>> - s.mant_width;
+  const auto x = normalize(significand(s, magnitude(s, a), exp, n));
+  return {sign_of(s, a), exp + x.top - lead<Word<S>>, x.sig};
 }
 
 // A factor, dividend or divisor: the same with the leading bit at mant_width.
@@ -354,8 +361,8 @@ template <bool subtract, Shape S>
 
   const std::int64_t exp = exponent_below(s, large);
   const std::int64_t small_exp = exponent_below(s, small);
-  const auto large_sig = shift_left(integer_significand(s, large, exp), sum_shift(s));
-  const auto small_sig = shift_left(integer_significand(s, small, small_exp), sum_shift(s));
+  const auto large_sig = significand(s, large, exp, sum_shift(s));
+  const auto small_sig = significand(s, small, small_exp, sum_shift(s));
   const Word<S> minus = sign_mask(s, a ^ addend);
   const auto aligned = align(s, small_sig, exp - small_exp, minus);
   const Word<S> sum = large_sig + aligned.sig;

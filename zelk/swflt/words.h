@@ -122,6 +122,15 @@ constexpr uint128 shift_right(uint128 a, std::int64_t n) {
   return uint128{high >> n} << 64 | (low >> n | high << 1 << (63 - n));
 }
 
+// a + n * 2^k. In double words k is 64 at least, and only the high word changes.
+constexpr std::uint64_t plus_scaled(std::uint64_t a, std::int64_t n, std::int64_t k) {
+  return a + (static_cast<std::uint64_t>(n) << k);
+}
+constexpr uint128 plus_scaled(uint128 a, std::int64_t n, std::int64_t k) {
+  const auto high = static_cast<std::uint64_t>(a >> 64);
+  return uint128{plus_scaled(high, n, k - 64)} << 64 | static_cast<std::uint64_t>(a);
+}
+
 // sig / 2^n with the lost digits jammed into the sticky bit; n is not negative, and the highest bit
 // of sig is clear.
 constexpr std::uint64_t shift_right_jam(std::uint64_t sig, std::int64_t n) {
@@ -161,6 +170,11 @@ constexpr Normalized<uint128> normalize(uint128 sig) {
   return {shift_left(sig, 62 - top), 64 + top};
 }
 
+template <Shape S>
+constexpr std::int64_t exponent_field(S s, Word<S> a) {
+  return static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
+}
+
 // The exponent field of a magnitude less the one that its hidden bit adds to it; 0 for subnormals.
 template <Shape S>
 constexpr std::int64_t exponent_below(S s, Word<S> magnitude) {
@@ -171,13 +185,13 @@ constexpr std::int64_t exponent_below(S s, Word<S> magnitude) {
 // The significand of a magnitude with this exponent below, its hidden bit at mant_width.
 template <Shape S>
 constexpr Word<S> integer_significand(S s, Word<S> magnitude, std::int64_t exp) {
-  return magnitude - (static_cast<Word<S>>(exp) << s.mant_width);
+  return plus_scaled(magnitude, -exp, s.mant_width);
 }
 
 // The same n places further up.
 template <Shape S>
 constexpr Word<S> significand(S s, Word<S> magnitude, std::int64_t exp, std::int64_t n) {
-  return shift_left(magnitude, n) - (static_cast<Word<S>>(exp) << (s.mant_width + n));
+  return plus_scaled(shift_left(magnitude, n), -exp, s.mant_width + n);
 }
 
 // Takes a finite nonzero pattern apart.
@@ -199,7 +213,7 @@ template <Shape S>
 // The same for a normal one.
 template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal(S s, Word<S> a) {
-  const auto exp = static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width) - 1;
+  const std::int64_t exp = exponent_field(s, a) - 1;
   return {sign_of(s, a), exp, (a & (hidden_bit(s) - 1)) | hidden_bit(s)};
 }
 
@@ -243,7 +257,7 @@ template <Shape S>
 [[gnu::always_inline]] inline Word<S> round_and_pack_inside(S s, Unpacked<Word<S>> x,
                                                             Direction mode) {
   raise(s, is_inexact(s, x.sig), flag_inexact);
-  return (x.sign | static_cast<Word<S>>(x.exp) << s.mant_width) + rounded(s, x.sig, x.sign, mode);
+  return x.sign | plus_scaled(rounded(s, x.sig, x.sign, mode), x.exp, s.mant_width);
 }
 
 // Rounds and packs a normalized number near or beyond an end of the exponent range. The exponent
@@ -356,10 +370,9 @@ template <bool subtract, Shape S>
 [[gnu::always_inline]] inline Word<S> add_sub(S s, Word<S> a, Word<S> b, Direction mode) {
   const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
   const auto [large, small, sign] = order(s, a, addend);
-  if (large >= infinity(s)) [[unlikely]]
-    return add_special(s, a, b, addend);
-
   const std::int64_t exp = exponent_below(s, large);
+  if (exp >= exp_max(s) - 1) [[unlikely]]
+    return add_special(s, a, b, addend);
   const std::int64_t small_exp = exponent_below(s, small);
   const auto large_sig = significand(s, large, exp, sum_shift(s));
   const auto small_sig = significand(s, small, small_exp, sum_shift(s));
@@ -447,49 +460,61 @@ template <Shape S>
   return mul_finite(s, x, y, mode);
 }
 
-// x * 2^64 / y and whether there is a remainder, for x below y. The processor's own division is
-// several times as fast as that of double words, which has to find out that one word is enough.
+// x / y of a double word and the remainder, for a quotient of one word. The processor's own
+// division is several times as fast as that of double words, which has to find out that one is
+// enough.
 struct Quotient {
   std::uint64_t q;
-  bool inexact;
+  std::uint64_t rest;
 };
-inline Quotient divide_word(std::uint64_t x, std::uint64_t y) {
+inline Quotient divide_word(uint128 x, std::uint64_t y) {
+  auto q = static_cast<std::uint64_t>(x);
 #ifdef __x86_64__
-  std::uint64_t q = 0;
-  asm("divq %2" : "+a"(q), "+d"(x) : "r"(y) : "cc");
-  return {q, x != 0};
+  auto rest = static_cast<std::uint64_t>(x >> 64);
+  asm("divq %2" : "+a"(q), "+d"(rest) : "r"(y) : "cc");
+  return {q, rest};
 #else
-  const auto q = static_cast<std::uint64_t>((uint128{x} << 64) / y);
-  return {q, q * y != 0};  // the dividend's low word is 0
+  q = static_cast<std::uint64_t>(x / y);
+  return {q, static_cast<std::uint64_t>(x) - q * y};
 #endif
 }
 
 // x / y * 2^62, or 2^126 for double words, sticky, for leading bits at `lead` and clear ones from
 // bit 1 down.
 inline std::uint64_t high_quotient(std::uint64_t x, std::uint64_t y) {
-  const Quotient d = divide_word(x >> 2, y);
-  return d.q | std::uint64_t{d.inexact};
+  const Quotient d = divide_word(uint128{x} << 62, y);
+  return d.q | std::uint64_t{d.rest != 0};
 }
 
 // x * 2^64 / y, x becoming the remainder, for x below y and the highest bit of y set (D. E. Knuth,
 // The Art of Computer Programming, volume 2, 4.3.1, algorithm D).
-constexpr std::uint64_t next_digit(uint128& x, uint128 y) {
+inline std::uint64_t next_digit(uint128& x, uint128 y) {
   const auto y0 = static_cast<std::uint64_t>(y);
   const auto y1 = static_cast<std::uint64_t>(y >> 64);
-  // Too large by two at most.
-  std::uint64_t q = x >> 64 >= y1 ? ~std::uint64_t{0} : static_cast<std::uint64_t>(x / y1);
-  uint128 rest = x - uint128{q} * y1;
-  uint128 p = uint128{q} * y0;
-  while (rest >> 64 == 0 && p > rest << 64) {
-    --q;
-    rest += y1;
-    p -= y0;
+  if (x >> 64 >= y1) [[unlikely]] {  // the quotient of the high words is 2^64 or more
+    std::uint64_t q = ~std::uint64_t{0};
+    uint128 p = uint128{q} * y0;
+    for (uint128 rest = x - uint128{q} * y1;; rest += y1, p -= y0, --q) {
+      if (rest >> 64 != 0 || p <= rest << 64) {
+        x = (rest << 64) - p;
+        return q;
+      }
+    }
   }
-  x = (rest << 64) - p;
+  // Too large by two at most; whether by one is as good as random to a branch predictor.
+  auto [q, rest] = divide_word(x, y1);
+  const uint128 product = uint128{q} * y0;
+  const auto over = mask_if<uint128>(uint128{rest} << 64 < product);
+  x = (uint128{rest} << 64) - product + (y & over);
+  q += static_cast<std::uint64_t>(over);
+  if (over != 0 && x >= y) [[unlikely]] {
+    x += y;
+    --q;
+  }
   return q;
 }
 
-constexpr uint128 high_quotient(uint128 x, uint128 y) {
+inline uint128 high_quotient(uint128 x, uint128 y) {
   uint128 rest = x >> 1;
   const std::uint64_t high = next_digit(rest, y << 1);
   const std::uint64_t low = next_digit(rest, y << 1);
@@ -567,7 +592,7 @@ constexpr bool widens(From from, To to) {
 template <Shape From, Shape To>
 [[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
   const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
-  if (widens(from, to) && is_normal(from, a)) [[likely]] {
+  if (widens(from, to) && is_normal_exponent(from, exponent_field(from, a) - 1)) [[likely]] {
     // Nothing to round: more zeros behind the significand, and another bias.
     const auto bias_change = static_cast<Word<To>>(bias(to) - bias(from)) << to.mant_width;
     const auto digits = static_cast<Word<To>>(magnitude(from, a));

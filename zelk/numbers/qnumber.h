@@ -404,12 +404,13 @@ class ZELK_EXPORT QNumber {
     return true;
   }
 
-  /// This integer becomes low + 2^64 * high, by the same rule.
+  /// Becomes the integer low + 2^64 * high, by the same rule.
   void assign(unsigned long low, unsigned long high) {
-    if (mp_limb_t* own = own_limbs(2); own != nullptr) [[likely]] {
+    if (mp_limb_t* own = high != 0 && is_integer() ? own_limbs(2) : nullptr; own != nullptr)
+        [[likely]] {
       own[0] = low;
       own[1] = high;
-      keep_limbs(2);
+      mpq_numref(gmp)->_mp_size = 2;
     } else {
       const mp_limb_t limbs[] = {low, high};
       assign_limbs(limbs, 2);

@@ -93,10 +93,6 @@ bool IEEEFloat::has_word_road(const format& f, unsigned rm) {
          swflt::detail::serves(f.exp_width, f.mant_width);
 }
 
-bool IEEEFloat::has_limb_road(const format& f, unsigned rm) {
-  return short_roads && rm <= ROUND_TOWARD_NEGATIVE && LimbShape::serves(f);
-}
-
 // ---- Construction, assignment, representation ----
 
 IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
@@ -503,6 +499,23 @@ template <class Op>
   return *this;
 }
 
+template <class Op>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_in_numbers(const IEEEFloat& other) {
+  TempNumProvider tp;
+  Op::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+  return *this;
+}
+
+template <class Op>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_limbs(const IEEEFloat& other, Direction direction) {
+  const LimbShape s{fmt.exp_width, fmt.mant_width};
+  const bool done = with_size(
+      s, [&](auto n) __attribute__((always_inline)) {
+        return Op::on_limbs(s, n, direction, *payload.big, *other.payload.big);
+      });
+  return done ? *this : apply_in_numbers<Op>(other);
+}
+
 // All values, those above included.
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_otherwise(const IEEEFloat& other) {
@@ -515,16 +528,10 @@ template <class Op>
     payload.big->assign(Op::on_words(shape(), word(), other.word(), direction_of(mode())));
     return *this;
   }
-  const LimbShape s{fmt.exp_width, fmt.mant_width};
-  if (!has_limb_road(fmt, mode()) || !with_size(
-                                         s, [&](auto n) __attribute__((always_inline)) {
-                                           return Op::on_limbs(s, n, direction_of(mode()),
-                                                               *payload.big, *other.payload.big);
-                                         })) {
-    TempNumProvider tp;
-    Op::on_numbers(tp, fmt, get_mode(), *payload.big, *other.payload.big);
+  if (has_limb_road(fmt, mode())) {
+    return apply_limbs<Op>(other, direction_of(mode()));
   }
-  return *this;
+  return apply_in_numbers<Op>(other);
 }
 
 template <class Op>
@@ -534,6 +541,9 @@ template <class Op>
     return apply_otherwise<Op>(other);
   }
   const auto direction = static_cast<Direction>(control & direction_mask);
+  if (kind >= kind_in_limbs) {
+    return apply_limbs<Op>(other, direction);
+  }
   if (kind >= kind_in_number && payload.big->is_small() && other.payload.big->is_small()) {
     return kind >> 8 <= short_width ? apply_in_number<Op, ShortShape>(other, direction)
                                     : apply_in_number<Op, RuntimeShape>(other, direction);
@@ -554,7 +564,7 @@ IEEEFloat& IEEEFloat::divide(const IEEEFloat& other) { return apply<Division>(ot
 IEEEFloat IEEEFloat::from_integer(QNumber n, format f, rounding_mode rm) {
   if (has_limb_road(f, rm)) {
     const LimbShape s{f.exp_width, f.mant_width};
-    LimbPattern rounded(s);
+    LimbPattern rounded(s, n.is_small() ? 1 : n.big_size());
     if (round_integer_limbs(s, direction_of(rm), n, rounded)) {
       return from_limbs(rounded.limbs, rounded.size, f, rm);
     }
@@ -633,7 +643,8 @@ bool IEEEFloat::convert_packed(const format& f) {
 // that cannot be done.
 bool IEEEFloat::convert_in_number(const format& f) {
   const std::uint32_t target = kind_of(f, get_best_repr(f));
-  if (kind < kind_in_number || target < kind_in_number || mode() > ROUND_TOWARD_NEGATIVE ||
+  const auto in_number = [](std::uint32_t k) { return k >= kind_in_number && k < kind_in_limbs; };
+  if (!in_number(kind) || !in_number(target) || mode() > ROUND_TOWARD_NEGATIVE ||
       !payload.big->is_small()) {
     return false;
   }
@@ -688,7 +699,7 @@ bool IEEEFloat::convert_in_limbs(const format& f) {
   }
   const LimbShape from{fmt.exp_width, fmt.mant_width};
   const LimbShape to{f.exp_width, f.mant_width};
-  LimbPattern rounded(to, from.significand_size());
+  LimbPattern rounded(to, from.significand_size() + 1);
   mp_limb_t word = is_generic() ? 0 : low_word();
   const Limbs bits = is_generic() ? limbs_of(*payload.big, word) : Limbs{&word, 1};
   mp_limb_t* own = is_generic() && get_best_repr(f) == REPR_GENERIC

@@ -337,6 +337,7 @@ class ZELK_EXPORT IEEEFloat {
     kind_packed64,   // (11, 52) in a word
     kind_quad,       // (15, 112) in a number
     kind_in_number,  // from here on m << 8 | e: at most 63 bits, in a number
+    kind_in_limbs = 1U << 31,  // from here on m << 8 | e again: more than words serve, e <= 62
   };
   static constexpr std::uint32_t kind_of(const format& f, unsigned r) {
     if (r < REPR_GENERIC) {
@@ -346,7 +347,13 @@ class ZELK_EXPORT IEEEFloat {
         f.exp_width + f.mant_width <= 62) {
       return static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width);
     }
-    return short_roads && f == format{15, 112} ? kind_quad : kind_other;
+    if (f == format{15, 112}) {
+      return short_roads ? kind_quad : kind_other;
+    }
+    return has_limb_road(f) && !swflt::detail::serves(f.exp_width, f.mant_width) &&
+                   f.mant_width < 1U << 23
+               ? kind_in_limbs | static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width)
+               : kind_other;
   }
   // The bits of the mode in which the short roads serve it: the others are 0.
   static constexpr std::uint32_t direction_mask = 3;
@@ -356,8 +363,14 @@ class ZELK_EXPORT IEEEFloat {
   }
   // Whether arithmetic on patterns of f in direction rm is done on words.
   static bool has_word_road(const format& f, unsigned rm);
-  // Whether it is done on the limbs of GMP integers.
-  static bool has_limb_road(const format& f, unsigned rm);
+  // Whether it is done on the limbs of GMP integers: exponents fit a word, and all that an operation
+  // builds is well within `max_bits`.
+  static constexpr bool has_limb_road(const format& f) {
+    return short_roads && f.exp_width - 2 <= 60 && f.mant_width - 1 < max_bits / 4 - 64;
+  }
+  static bool has_limb_road(const format& f, unsigned rm) {
+    return rm <= ROUND_TOWARD_NEGATIVE && has_limb_road(f);
+  }
   std::uint64_t word() const { return payload.big->to_word(); }
   // The same where numbers are mostly of the small form.
   std::uint64_t small_word() const { return BVNumber::low_word(*payload.big); }
@@ -436,6 +449,10 @@ class ZELK_EXPORT IEEEFloat {
   IEEEFloat& apply_in_number(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
   IEEEFloat& apply_quad(const IEEEFloat& other, swflt::detail::Direction direction);
+  template <class Op>
+  IEEEFloat& apply_limbs(const IEEEFloat& other, swflt::detail::Direction direction);
+  template <class Op>
+  IEEEFloat& apply_in_numbers(const IEEEFloat& other);
   template <class Op>
   IEEEFloat& apply_otherwise(const IEEEFloat& other);
   void step_magnitude(bool grow);
@@ -545,10 +562,10 @@ inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
     case IEEEFloat::REPR_FLOAT32:
       return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
     default:
-      return a.kind > IEEEFloat::kind_quad
-                 ? swflt::detail::less(a.shape(), a.small_word(), b.small_word())
-             : a.kind == IEEEFloat::kind_quad ? IEEEFloat::quad_less(a, b)
-                                              : IEEEFloat::generic_less(a, b);
+      return a.kind == IEEEFloat::kind_quad ? IEEEFloat::quad_less(a, b)
+             : a.kind < IEEEFloat::kind_quad || a.kind >= IEEEFloat::kind_in_limbs
+                 ? IEEEFloat::generic_less(a, b)
+                 : swflt::detail::less(a.shape(), a.small_word(), b.small_word());
   }
 }
 

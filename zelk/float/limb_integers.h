@@ -7,6 +7,9 @@
 #define ZELK_FLOAT_LIMB_INTEGERS_H_
 
 #include <gmp.h>
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
 
 #include <algorithm>
 #include <bit>
@@ -26,16 +29,8 @@ constexpr long limb_bits = 64;
 constexpr Limb half_limb = Limb{1} << (limb_bits - 1);
 
 /// A number of limbs that is a constant; the others are longs.
-template <long n>
-using Fixed = std::integral_constant<long, n>;
-template <class Size>
-inline constexpr bool is_fixed = !std::is_same_v<Size, long>;
-
-template <long n>
-constexpr Fixed<n - 1> one_less(Fixed<n> /*size*/) {
-  return {};
-}
-constexpr long one_less(long n) { return n - 1; }
+template <std::size_t n>
+using Fixed = std::integral_constant<std::size_t, n>;
 
 /// The limbs of a non-negative integer, least first; what is above `size` counts as 0.
 struct Limbs {
@@ -50,75 +45,23 @@ inline Limb shifted_limb(Limb low, Limb high, unsigned k) {
   return low >> k | high << 1 << (limb_bits - 1 - k);
 }
 
-/// out := x + y + carry, or x + ~y + carry for a mask of ones; the carry. x and y may be out.
-template <class Size>
-inline Limb add(Limb* out, const Limb* x, const Limb* y, Size n, Limb mask, Limb carry) {
-  if constexpr (is_fixed<Size>) {
-    for (long i = 0; i < n; ++i) {
-      const DoubleLimb sum = DoubleLimb{x[i]} + (y[i] ^ mask) + carry;
-      out[i] = static_cast<Limb>(sum);
-      carry = static_cast<Limb>(sum >> limb_bits);
-    }
-    return carry;
-  } else {
-    if (mask == 0) {
-      const Limb first = mpn_add_n(out, x, y, n);
-      return first | mpn_add_1(out, out, n, carry);
-    }
-    const Limb first = mpn_sub_n(out, x, y, n);
-    return 1 - (first | mpn_sub_1(out, out, n, 1 - carry));
+/// out := x + y + carry, or x - y - 1 + carry; the carry, or what is left after a borrow. x and y
+/// may be out.
+inline Limb add(Limb* out, const Limb* x, const Limb* y, long n, bool minus, Limb carry) {
+  if (!minus) {
+    const Limb first = mpn_add_n(out, x, y, n);
+    return first | (carry != 0 ? mpn_add_1(out, out, n, 1) : 0);
   }
+  const Limb first = mpn_sub_n(out, x, y, n);
+  return 1 - (first | (carry == 0 ? mpn_sub_1(out, out, n, 1) : 0));
 }
 
 /// product := x * y of n limbs each.
-template <class Size>
-inline void multiply(Limb* product, const Limb* x, const Limb* y, Size n) {
-  if constexpr (is_fixed<Size>) {
-    if constexpr (n <= 2) {
-      std::fill_n(product, n, 0);
-      for (long i = 0; i < n; ++i) {
-        Limb carry = 0;
-        for (long j = 0; j < n; ++j) {
-          const DoubleLimb sum = DoubleLimb{x[j]} * y[i] + product[i + j] + carry;
-          product[i + j] = static_cast<Limb>(sum);
-          carry = static_cast<Limb>(sum >> limb_bits);
-        }
-        product[i + n] = carry;
-      }
-      return;
-    }
-  }
+inline void multiply(Limb* product, const Limb* x, const Limb* y, long n) {
   if (x == y) {
     mpn_sqr(product, x, n);
   } else {
     mpn_mul_n(product, x, y, n);
-  }
-}
-
-/// p := p / 2^k for k of 0 or 1; `high` is what comes in.
-template <class Size>
-inline void shift_by_one(Limb* p, Size n, unsigned k, Limb high) {
-  if constexpr (is_fixed<Size>) {
-    for (long i = 0; i < n; ++i) {
-      p[i] = shifted_limb(p[i], i + 1 < n ? p[i + 1] : high, k);
-    }
-  } else if (k != 0) {
-    mpn_rshift(p, p, n, 1);
-    p[n - 1] |= high << (limb_bits - 1);
-  }
-}
-
-/// p := p + carry; the carry.
-template <class Size>
-inline Limb increment(Limb* p, Size n, Limb carry) {
-  if constexpr (is_fixed<Size>) {
-    for (long i = 0; i < n; ++i) {
-      p[i] += carry;
-      carry = static_cast<Limb>(p[i] < carry);
-    }
-    return carry;
-  } else {
-    return mpn_add_1(p, p, n, carry);
   }
 }
 
@@ -142,14 +85,6 @@ inline bool divide(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, 
                    Limb* room) {
   const auto x_zeros = static_cast<unsigned>(std::countl_zero(x[x_size - 1]));
   const auto y_zeros = static_cast<unsigned>(std::countl_zero(y[y_size - 1]));
-  if (q == 2 && x_size == 2 && y_size == 2) {
-    const DoubleLimb divisor = (DoubleLimb{y[1]} << limb_bits | y[0]) << y_zeros;
-    DoubleLimb rest = (DoubleLimb{x[1]} << limb_bits | x[0]) << x_zeros >> 1;
-    quotient[2] = 0;
-    quotient[1] = swflt::detail::next_digit(rest, divisor);
-    quotient[0] = swflt::detail::next_digit(rest, divisor);
-    return rest != 0;
-  }
   const long size = q + y_size;
   Limb* dividend = room;
   Limb* remainder = room + size;
@@ -196,49 +131,106 @@ inline bool divide(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, 
   return guard | Limb{lost};
 }
 
-template <class Size>
-[[gnu::always_inline]] inline Limb shift_right(Limb* out, Size n, const Limb* w, long size,
-                                               std::uint64_t k) {
-  const auto limbs = static_cast<long>(k / limb_bits);
-  if (!is_fixed<Size> || limbs > n || limbs + n >= size) {
-    return shift_many_right(out, n, w, size, k);
-  }
+/// out := w * 2^k, which fits n limbs.
+inline void shift_left(Limb* out, long n, const Limb* w, long size, std::uint64_t k) {
   const auto bits = static_cast<unsigned>(k % limb_bits);
-  Limb below = 0;
-  for (long i = 0; i < limbs - 1; ++i) {
-    below |= w[i];
+  const auto limbs = static_cast<long>(k / limb_bits);
+  std::fill_n(out, limbs, 0);
+  long have = limbs + size;
+  if (bits == 0) {
+    std::copy_n(w, size, out + limbs);
+  } else if (const Limb carry = mpn_lshift(out + limbs, w, size, bits); carry != 0) {
+    out[have++] = carry;
   }
-  const Limb* from = w + limbs;
-  const Limb last = limbs > 0 ? from[-1] : 0;
-  const Limb guard = shifted_limb(last, from[0], bits);
-  below |= shifted_limb(0, last, bits);
-  for (long i = 0; i < n; ++i) {
-    out[i] = shifted_limb(from[i], from[i + 1], bits);
-  }
-  return guard | Limb{below != 0};
+  std::fill_n(out + have, n - have, 0);
 }
 
-/// out := w * 2^k, which fits n limbs.
-template <class Size>
-inline void shift_left(Limb* out, Size n, const Limb* w, long size, std::uint64_t k) {
-  const auto bits = static_cast<unsigned>(k % limb_bits);
-  const auto limbs = static_cast<long>(k / limb_bits);
-  if constexpr (is_fixed<Size>) {
-    const Limbs from{w, size};
-    for (long i = 0; i < n; ++i) {
-      const Limb below = i > limbs ? from[i - limbs - 1] : 0;
-      out[i] = (i >= limbs ? from[i - limbs] : 0) << bits | below >> 1 >> (limb_bits - 1 - bits);
+// ---- Few limbs ----
+
+using Carry = unsigned char;
+
+/// x + y + carry; `carry` becomes what leaves the limb.
+inline Limb add_limb(Limb x, Limb y, Carry& carry) {
+#ifdef __x86_64__
+  unsigned long long sum = 0;
+  carry = _addcarry_u64(carry, x, y, &sum);
+  return sum;
+#else
+  const DoubleLimb sum = DoubleLimb{x} + y + carry;
+  carry = static_cast<Carry>(sum >> limb_bits);
+  return static_cast<Limb>(sum);
+#endif
+}
+
+/// x - y - borrow; `borrow` becomes what is missing.
+inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {
+#ifdef __x86_64__
+  unsigned long long difference = 0;
+  borrow = _subborrow_u64(borrow, x, y, &difference);
+  return difference;
+#else
+  const DoubleLimb difference = DoubleLimb{x} - y - borrow;
+  borrow = static_cast<Carry>(difference >> limb_bits) & 1;
+  return static_cast<Limb>(difference);
+#endif
+}
+
+/// product := x * y.
+template <std::size_t n>
+[[gnu::always_inline]] inline void multiply_few(Limb (&product)[2 * n], const Limb (&x)[n],
+                                                const Limb (&y)[n]) {
+  for (std::size_t i = 0; i < n; ++i) {
+    Limb carry = 0;
+    for (std::size_t j = 0; j < n; ++j) {
+      const DoubleLimb sum = DoubleLimb{x[j]} * y[i] + (i == 0 ? 0 : product[i + j]) + carry;
+      product[i + j] = static_cast<Limb>(sum);
+      carry = static_cast<Limb>(sum >> limb_bits);
     }
-  } else {
-    std::fill_n(out, limbs, 0);
-    long have = limbs + size;
-    if (bits == 0) {
-      std::copy_n(w, size, out + limbs);
-    } else if (const Limb carry = mpn_lshift(out + limbs, w, size, bits); carry != 0) {
-      out[have++] = carry;
-    }
-    std::fill_n(out + have, n - have, 0);
+    product[i + n] = carry;
   }
+}
+
+/// A digit of (x[n - 1], x[n - 2], x[n - 3]) / (y[n - 1], y[n - 2]), too large by one at most.
+template <std::size_t n>
+[[gnu::always_inline]] inline Limb estimated_digit(const Limb (&x)[n], const Limb (&y)[n]) {
+  const DoubleLimb high = DoubleLimb{x[n - 1]} << limb_bits | (n > 1 ? x[n - 2] : 0);
+  const Limb y1 = y[n - 1];
+  Limb q = x[n - 1] >= y1 ? ~Limb{0} : static_cast<Limb>(high / y1);
+  if constexpr (n > 1) {
+    DoubleLimb rest = high - DoubleLimb{q} * y1;
+    DoubleLimb p = DoubleLimb{q} * y[n - 2];
+    while (rest >> limb_bits == 0 && p > (rest << limb_bits | (n > 2 ? x[n - 3] : 0))) {
+      --q;
+      rest += y1;
+      p -= y[n - 2];
+    }
+  }
+  return q;
+}
+
+/// x * 2^64 / y, x becoming the remainder, for x below y and the highest bit of y set (D. E. Knuth,
+/// The Art of Computer Programming, volume 2, 4.3.1, algorithm D).
+template <std::size_t n>
+[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[n], const Limb (&y)[n]) {
+  Limb q = estimated_digit(x, y);
+  Limb digit = 0;  // x moves up by one
+  Limb high = 0;
+  Carry borrow = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const DoubleLimb p = DoubleLimb{q} * y[i] + high;
+    high = static_cast<Limb>(p >> limb_bits);
+    const Limb next = x[i];
+    x[i] = subtract_limb(digit, static_cast<Limb>(p), borrow);
+    digit = next;
+  }
+  if (digit < high + borrow) [[unlikely]] {
+    --q;
+    Carry carry = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      x[i] = add_limb(x[i], y[i], carry);
+    }
+  }
+  return q;
 }
 
 // ---- Where limbs are kept ----
@@ -259,35 +251,20 @@ const struct LimbBlockRelease {
   ~LimbBlockRelease() { free_limb_block(); }
 } limb_block_release;
 
-/// Limbs to compute in, not initialised: `each` for each limb of a significand and a few more. On
-/// the stack while they are few, else in one block that is kept for the next operation: one object
-/// at a time.
-template <long each, class Size>
+/// Limbs to compute in, not initialised. On the stack while they are few, else in one block that is
+/// kept for the next operation: one object at a time.
 class LimbRoom {
  public:
   /// \throws std::bad_alloc
-  explicit LimbRoom(Size n) {
-    if constexpr (!is_fixed<Size>) {
-      if (const long limbs = each * n + few; limbs > local_size) {
-        data = large(limbs);
-      }
-    }
-  }
+  explicit LimbRoom(long limbs) : data(limbs > local_size ? large(limbs) : local) {}
   LimbRoom(const LimbRoom&) = delete;
   LimbRoom& operator=(const LimbRoom&) = delete;
   ~LimbRoom() = default;
 
-  Limb* limbs() {
-    if constexpr (is_fixed<Size>) {
-      return local;
-    } else {
-      return data;
-    }
-  }
+  Limb* limbs() { return data; }
 
  private:
-  static constexpr long few = 8;
-  static constexpr long local_size = is_fixed<Size> ? each * Size{} + few : 96;
+  static constexpr long local_size = 128;
 
   [[gnu::noinline]] static Limb* large(long limbs) {
     if (limbs > limb_block_size) {
@@ -298,8 +275,8 @@ class LimbRoom {
     return limb_block;
   }
 
-  Limb* data = local;
   Limb local[static_cast<std::size_t>(local_size)];
+  Limb* data;
 };
 
 }  // namespace

@@ -6,33 +6,10 @@
 #ifndef ZELK_FLOAT_LIMBS_H_
 #define ZELK_FLOAT_LIMBS_H_
 
-#include "zelk/float/convert.h"
-#include "zelk/float/limb_integers.h"
+#include "zelk/float/few_limbs.h"
 
 namespace zelk {
 namespace {
-
-using Direction = swflt::detail::Direction;
-
-/// The widths of a format: exponents fit a word, and all that an operation builds is well within
-/// `max_bits`. Passed by value: limbs are written between its uses.
-struct LimbShape {
-  unsigned long exp_width;
-  unsigned long mant_width;
-
-  static bool serves(const IEEEFloat::format& f) {
-    return f.exp_width - 2 <= 60 && f.mant_width - 1 < max_bits / 4 - 64;
-  }
-  std::int64_t exp_max() const { return (std::int64_t{1} << exp_width) - 1; }
-  std::int64_t bias() const { return exp_max() >> 1; }
-  /// Where the hidden bit is in the highest limb of a significand, and the exponent field starts.
-  unsigned top_bit() const { return static_cast<unsigned>(mant_width % limb_bits); }
-  Limb hidden_bit() const { return Limb{1} << top_bit(); }
-  /// Limbs of a significand with its hidden bit, and of a pattern: as many, or one more.
-  long significand_size() const { return static_cast<long>(mant_width / limb_bits) + 1; }
-  bool has_limb_above() const { return exp_width + top_bit() >= limb_bits; }
-  long pattern_size(long n) const { return n + long{has_limb_above()}; }
-};
 
 /// Calls `serve` with the number of limbs of a significand, as a constant when they are few.
 template <class Serve>
@@ -51,137 +28,23 @@ template <class Serve>
   }
 }
 
-/// The limbs of an integer's magnitude; `word` is where those of the small form go.
-inline Limbs limbs_of(const QNumber& q, Limb& word) {
-  if (q.is_small()) {
-    word = static_cast<Limb>(detail::magnitude(q.to_small()));
-    return {&word, word == 0 ? 0 : 1};
-  }
-  return {q.big_limbs(), q.big_size()};
-}
-
-// ---- Patterns and significands ----
-
-/// The value +-sig * 2^(exp - bias - m). The significand is in two pieces: its highest limb, which
-/// a pattern shares with the exponent, and where the others are.
-struct LimbNumber {
-  Limb sign;
-  std::int64_t exp;
-  const Limb* low;
-  Limb top;
-};
-
-/// Sign and exponent field of a pattern, the sign above the field.
-inline std::uint64_t top_of(LimbShape s, Limbs bits, long n) {
-  return shifted_limb(bits[n - 1], s.has_limb_above() ? bits[n] : 0, s.top_bit()) &
-         ((std::uint64_t{2} << s.exp_width) - 1);
-}
-
-/// A pattern whose exponent field is 0: a zero or a subnormal. It may have few limbs; the others go
-/// to `room`.
-[[gnu::noinline]] inline LimbNumber unpack_tiny(Limbs bits, long n, Limb sign, Limb top,
-                                                Limb* room) {
-  const long low = n - 1;
-  if (bits.size >= low) {
-    return {sign, 1, bits.data, top};
-  }
-  std::copy_n(bits.data, bits.size, room);
-  std::fill(room + bits.size, room + low, 0);
-  return {sign, 1, room, top};
-}
-
-/// Takes a pattern apart; false for infinities and NaNs. A subnormal or zero may need n limbs of
-/// `room`.
-[[gnu::always_inline]] inline bool unpack_limbs(LimbShape s, long n, Limbs bits, LimbNumber& x,
-                                                Limb* room) {
-  const std::uint64_t top = top_of(s, bits, n);
-  const Limb hidden = s.hidden_bit();
-  const Limb sign = top >> s.exp_width;
-  const std::int64_t exp = static_cast<std::int64_t>(top) & s.exp_max();
-  const Limb trailing = bits[n - 1] & (hidden - 1);
-  if (exp == 0) [[unlikely]] {
-    x = unpack_tiny(bits, n, sign, trailing, room);
-    return true;
-  }
-  x.sign = sign;
-  x.exp = exp;
-  x.low = bits.data;
-  x.top = trailing | hidden;
-  return exp != s.exp_max();
-}
-
 /// out := the significand of x; the limbs up to the highest that is not 0.
-template <class Size>
-inline long copy_significand(const LimbNumber& x, Size n, Limb* out) {
+inline long copy_significand(const LimbNumber& x, long n, Limb* out) {
   std::copy_n(x.low, n - 1, out);
   out[n - 1] = x.top;
   return trimmed(out, n);
 }
 
-template <class Size>
-inline int compare_significands(const LimbNumber& x, const LimbNumber& y, Size n) {
-  if (x.top != y.top) {
-    return x.top < y.top ? -1 : 1;
-  }
-  if constexpr (is_fixed<Size>) {
-    for (long i = n - 1; i-- > 0;) {
-      if (x.low[i] != y.low[i]) {
-        return x.low[i] < y.low[i] ? -1 : 1;
-      }
-    }
-    return 0;
-  } else {
-    return mpn_cmp(x.low, y.low, n - 1);
-  }
-}
-
-/// Writes sign and exponent field above the trailing significand, whose highest limb is `top`; what
-/// that has above the trailing bits, and `carry`, add to the field.
-inline void pack_top(LimbShape s, long n, Limb sign, std::int64_t field, Limb top, Limb carry,
-                     Limb* out) {
-  const Limb packed = static_cast<Limb>(field) | sign << s.exp_width;
-  const DoubleLimb sum = DoubleLimb{packed << s.top_bit()} + top;
-  out[n - 1] = static_cast<Limb>(sum);
-  if (s.has_limb_above()) {
-    out[n] = (packed >> 1 >> (limb_bits - 1 - s.top_bit())) + static_cast<Limb>(sum >> limb_bits) +
-             carry;
-  }
-}
-
-/// The infinity of this sign or the largest finite value, as the direction has it.
-[[gnu::cold, gnu::noinline]] inline void pack_overflow_limbs(LimbShape s, Direction mode, Limb sign,
-                                                             Limb* out) {
-  const bool outward = swflt::detail::rounds_outward(sign, mode);
-  const long n = s.significand_size();
-  const Limb ones = outward ? 0 : ~Limb{0};
-  std::fill_n(out, n - 1, ones);
-  pack_top(s, n, sign, s.exp_max() - std::int64_t{!outward}, ones & (s.hidden_bit() - 1), 0, out);
-}
-
-inline void pack_zero_limbs(LimbShape s, Limb sign, Limb* out) {
-  const long n = s.significand_size();
-  std::fill_n(out, n - 1, 0);
-  pack_top(s, n, sign, 0, 0, 0, out);
-}
-
-/// Whether rounding in direction `mode` increments a magnitude that has `guard` below.
-inline bool rounds_up(Direction mode, Limb sign, bool odd, Limb guard) {
-  return mode == Direction::nearest ? (guard | Limb{odd}) > half_limb
-                                    : guard != 0 && swflt::detail::rounds_outward(sign, mode);
-}
-
 /// out, a significand of n limbs with its hidden bit in place or, for exp = 1, below, becomes the
 /// pattern nearest in direction `mode` to it with the guard.
-template <class Size>
-[[gnu::always_inline]] inline void round_and_pack_limbs(LimbShape s, Size n, Direction mode,
-                                                        Limb sign, std::int64_t exp, Limb guard,
-                                                        Limb* out) {
+inline void round_and_pack_limbs(LimbShape s, long n, Direction mode, Limb sign, std::int64_t exp,
+                                 Limb guard, Limb* out) {
   if (exp >= s.exp_max()) [[unlikely]] {
     pack_overflow_limbs(s, mode, sign, out);
     return;
   }
   const bool up = rounds_up(mode, sign, out[0] % 2 != 0, guard);
-  const Limb increment_top = increment(out, one_less(n), Limb{up});
+  const Limb increment_top = up ? mpn_add_1(out, out, n - 1, 1) : 0;
   const Limb top = out[n - 1] + increment_top;
   // The hidden bit may be the highest. What carries into the exponent of infinities is rounded
   // outward and leaves a significand of 0.
@@ -190,11 +53,9 @@ template <class Size>
 
 /// The same for w * 2^(exp - bias - m), plus less than one unit of w if `sticky`, w of `size` limbs
 /// and not 0.
-template <class Size>
-[[gnu::always_inline]] inline void normalize_and_pack_limbs(LimbShape s, Size n, Direction mode,
-                                                            Limb sign, std::int64_t exp,
-                                                            const Limb* w, long size, bool sticky,
-                                                            Limb* out) {
+inline void normalize_and_pack_limbs(LimbShape s, long n, Direction mode, Limb sign,
+                                     std::int64_t exp, const Limb* w, long size, bool sticky,
+                                     Limb* out) {
   const long used = trimmed(w, size);
   std::int64_t shift = bit_size(w, used) - 1 - static_cast<long>(s.mant_width);
   exp += shift;
@@ -204,7 +65,7 @@ template <class Size>
   }
   Limb guard = 0;
   if (shift >= 0) {
-    guard = shift_right(out, n, w, size, static_cast<std::uint64_t>(shift));
+    guard = shift_many_right(out, n, w, size, static_cast<std::uint64_t>(shift));
   } else {
     shift_left(out, n, w, used, static_cast<std::uint64_t>(-shift));
   }
@@ -212,40 +73,6 @@ template <class Size>
 }
 
 // ---- The operations ----
-
-/// The operands of an operation: false for infinities and NaNs. Subnormals and zeros may need 2 n
-/// limbs of room, and numbers of the small form `words`.
-template <class Size>
-[[gnu::always_inline]] inline bool unpack_both(LimbShape s, Size n, const QNumber& left,
-                                               const QNumber& right, LimbNumber (&x)[2],
-                                               Limb (&words)[2], Limb* room) {
-  return unpack_limbs(s, n, limbs_of(left, words[0]), x[0], room) &&
-         unpack_limbs(s, n, limbs_of(right, words[1]), x[1], room + n);
-}
-
-/// Where a result is built: in the target's own limbs, if it has enough, else in n + 1 limbs of
-/// room. An operand may share them: they are written from the lowest up.
-struct LimbResult {
-  QNumber& target;
-  Limb* own;
-  Limb* limbs;
-  long size;
-
-  LimbResult(LimbShape s, long n, QNumber& number, Limb* room)
-      : target(number),
-        own(number.own_limbs(s.pattern_size(n))),
-        limbs(own != nullptr ? own : room),
-        size(s.pattern_size(n)) {}
-
-  [[gnu::always_inline]] bool finish() {
-    if (own != nullptr) {
-      target.keep_limbs(size);
-    } else {
-      target.assign_limbs(limbs, size);
-    }
-    return true;
-  }
-};
 
 /// What an exponent distance leaves of a significand.
 struct Shifted {
@@ -276,28 +103,18 @@ struct Shifted {
 }
 
 /// y / 2^d.
-template <class Size>
-[[gnu::always_inline]] inline Shifted shift_down(const LimbNumber& y, Size n, std::uint64_t d,
-                                                 Limb* room) {
-  if (d >= limb_bits) [[unlikely]] {
+inline Shifted shift_down(const LimbNumber& y, long n, std::uint64_t d, Limb* room) {
+  if (d == 0) {
+    return {y.low, y.top, 0};
+  }
+  if (d >= limb_bits) {
     return shift_far(y, n, d, room);
   }
   const auto bits = static_cast<unsigned>(d);
   const long low = n - 1;
-  if constexpr (is_fixed<Size>) {
-    const Limb guard = shifted_limb(0, low > 0 ? y.low[0] : y.top, bits);
-    for (long i = 0; i < low; ++i) {
-      room[i] = shifted_limb(y.low[i], i + 1 < low ? y.low[i + 1] : y.top, bits);
-    }
-    return {room, y.top >> bits, guard};
-  } else {
-    if (bits == 0) {
-      return {y.low, y.top, 0};
-    }
-    const Limb guard = mpn_rshift(room, y.low, low, bits);
-    room[low - 1] |= y.top << (limb_bits - bits);
-    return {room, y.top >> bits, guard};
-  }
+  const Limb guard = mpn_rshift(room, y.low, low, bits);
+  room[low - 1] |= y.top << (limb_bits - bits);
+  return {room, y.top >> bits, guard};
 }
 
 /// Moves the leading bit of a difference up to m, or as far as the exponent goes, by k places; the
@@ -329,50 +146,41 @@ struct Normalized {
 // left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
 // or a NaN, or the divisor is 0.
 
-template <class Size>
-[[gnu::noinline]] bool add_sub_limbs(LimbShape s, Size n, Direction mode, QNumber& left,
-                                     const QNumber& right, Limb flip) {
-  LimbRoom<4, Size> room(n);
-  Limb words[2];
-  LimbNumber operands[2];
-  if (!unpack_both(s, n, left, right, operands, words, room.limbs())) {
+[[gnu::noinline]] inline bool add_sub_limbs(LimbShape s, long n, Direction mode, QNumber& left,
+                                            const QNumber& right, Limb flip) {
+  LimbRoom room(4 * (n + 1));
+  LimbOperands operands(s, n, left, right, room.limbs());
+  if (!operands.finite(s)) {
     return false;
   }
-  operands[1].sign ^= flip;
-  const std::int64_t distance = operands[0].exp - operands[1].exp;
-  const int order =
-      distance != 0 ? (distance < 0 ? -1 : 1) : compare_significands(operands[0], operands[1], n);
-  // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
-  // predictor: an index and a mask choose.
-  const LimbNumber& x = operands[order < 0];
-  const LimbNumber& y = operands[order >= 0];
-  const Limb minus = x.sign ^ y.sign;
-  const Limb mask = 0 - minus;
-  const auto low = one_less(n);
-  LimbResult result(s, n, left, room.limbs() + 2 * n);
-  Limb* out = result.limbs;
-  if (order == 0 && minus != 0) [[unlikely]] {
-    pack_zero_limbs(s, Limb{mode == Direction::downward}, out);
-    return result.finish();
+  operands.upper[1] ^= flip << (limb_bits - 1);
+  const Order order = compare_magnitudes(s, n, operands);
+  const LimbNumber x = operands.unpack(s, n, order.less);
+  const LimbNumber y = operands.unpack(s, n, !order.less);
+  const bool minus = x.sign != y.sign;
+  Limb* spare = room.limbs() + 2 * (n + 1);
+  if (order.equal && minus) [[unlikely]] {
+    return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
   }
-  const Shifted part =
-      shift_down(y, n, static_cast<std::uint64_t>(distance < 0 ? -distance : distance),
-                 room.limbs() + 3 * n + 1);
+  LimbResult result(s, n, left, spare);
+  Limb* out = result.limbs;
+  const Shifted part = shift_down(y, n, static_cast<std::uint64_t>(x.exp - y.exp), spare + n + 1);
   const Limb sign = x.sign;
   std::int64_t exp = x.exp;
-  Limb guard = (part.guard ^ mask) + minus;
-  const Limb carry = add(out, x.low, part.low, low, mask, Limb{guard < minus});
-  const DoubleLimb sum = DoubleLimb{x.top} + (part.top ^ mask) + carry;
-  const Limb top = static_cast<Limb>(sum);
-  const Limb over = static_cast<Limb>(sum >> limb_bits) - minus;
-  out[low] = top;
+  Limb guard = minus ? 0 - part.guard : part.guard;
+  const bool borrow = minus && guard != 0;
+  const Limb carry = add(out, x.low, part.low, n - 1, minus, Limb{minus && !borrow});
+  const DoubleLimb sum = DoubleLimb{x.top} + (minus ? ~part.top : part.top) + carry;
+  const Limb over = static_cast<Limb>(sum >> limb_bits) - Limb{minus};
+  out[n - 1] = static_cast<Limb>(sum);
 
-  const auto above = static_cast<unsigned>(shifted_limb(top, over, s.top_bit()));
-  const unsigned k = above >> 1;  // a carry above the hidden bit
-  guard = shifted_limb(guard, out[0], k) | (guard & k);
-  shift_by_one(out, n, k, over);
-  exp += k;
-  if (above == 0 && exp > 1) {
+  const Limb above = shifted_limb(out[n - 1], over, s.top_bit());
+  if (above > 1) {  // a carry above the hidden bit
+    guard = guard >> 1 | (guard & 1) | out[0] << (limb_bits - 1);
+    mpn_rshift(out, out, n, 1);
+    out[n - 1] |= over << (limb_bits - 1);
+    ++exp;
+  } else if (above == 0 && exp > 1) {
     const Normalized moved = normalize_difference(s, n, out, exp, guard);
     guard = moved.guard;
     exp -= moved.k;
@@ -381,43 +189,41 @@ template <class Size>
   return result.finish();
 }
 
-template <class Size>
-[[gnu::noinline]] bool multiply_limbs(LimbShape s, Size n, Direction mode, QNumber& left,
-                                      const QNumber& right) {
-  LimbRoom<7, Size> room(n);
-  Limb words[2];
-  LimbNumber operands[2];
-  if (!unpack_both(s, n, left, right, operands, words, room.limbs())) {
+[[gnu::noinline]] inline bool multiply_limbs(LimbShape s, long n, Direction mode, QNumber& left,
+                                             const QNumber& right) {
+  LimbRoom room(7 * (n + 1));
+  const LimbOperands patterns(s, n, left, right, room.limbs());
+  if (!patterns.finite(s)) {
     return false;
   }
-  Limb* x = room.limbs() + 2 * n;
+  const LimbNumber operands[] = {patterns.unpack(s, n, 0), patterns.unpack(s, n, 1)};
+  Limb* x = room.limbs() + 2 * (n + 1);
   Limb* y = x + n;
   Limb* product = y + n;
+  Limb* spare = product + 2 * n;
   const Limb sign = operands[0].sign ^ operands[1].sign;
   const bool zero =
       copy_significand(operands[0], n, x) == 0 || copy_significand(operands[1], n, y) == 0;
-  LimbResult result(s, n, left, product + 2 * n);
   if (zero) [[unlikely]] {
-    pack_zero_limbs(s, sign, result.limbs);
-    return result.finish();
+    return store_zero(s, n, sign, left, spare);
   }
   multiply(product, x, &left == &right ? x : y, n);
   const std::int64_t exp =
       operands[0].exp - s.bias() + operands[1].exp - static_cast<long>(s.mant_width);
+  LimbResult result(s, n, left, spare);
   normalize_and_pack_limbs(s, n, mode, sign, exp, product, 2 * n, false, result.limbs);
   return result.finish();
 }
 
-template <class Size>
-[[gnu::noinline]] bool divide_limbs(LimbShape s, Size n, Direction mode, QNumber& left,
-                                    const QNumber& right) {
-  LimbRoom<9, Size> room(n);
-  Limb words[2];
-  LimbNumber operands[2];
-  if (!unpack_both(s, n, left, right, operands, words, room.limbs())) {
+[[gnu::noinline]] inline bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
+                                           const QNumber& right) {
+  LimbRoom room(9 * (n + 1));
+  const LimbOperands patterns(s, n, left, right, room.limbs());
+  if (!patterns.finite(s)) {
     return false;
   }
-  Limb* x = room.limbs() + 2 * n;
+  const LimbNumber operands[] = {patterns.unpack(s, n, 0), patterns.unpack(s, n, 1)};
+  Limb* x = room.limbs() + 2 * (n + 1);
   Limb* y = x + n;
   const Limb sign = operands[0].sign ^ operands[1].sign;
   const long x_size = copy_significand(operands[0], n, x);
@@ -428,57 +234,63 @@ template <class Size>
   // A quotient of 64 q - 1 bits at least, where m + 2 are needed; the remainder is the sticky bit.
   const long q = static_cast<long>((s.mant_width + 2) / limb_bits) + 1;
   Limb* quotient = y + n;
-  LimbResult result(s, n, left, quotient + q + 1);
+  Limb* spare = quotient + q + 1;
   if (x_size == 0) [[unlikely]] {
-    pack_zero_limbs(s, sign, result.limbs);
-    return result.finish();
+    return store_zero(s, n, sign, left, spare);
   }
   std::int64_t exp = operands[0].exp - operands[1].exp + s.bias() +
                      static_cast<long>(s.mant_width) + 1 - (q - x_size + y_size) * long{limb_bits} -
                      std::countl_zero(x[x_size - 1]) + std::countl_zero(y[y_size - 1]);
-  const bool sticky = divide(quotient, q, x, x_size, y, y_size, quotient + q + n + 2);
+  LimbResult result(s, n, left, spare);
+  const bool sticky = divide(quotient, q, x, x_size, y, y_size, spare + n + 1);
   normalize_and_pack_limbs(s, n, mode, sign, exp, quotient, q + 1, sticky, result.limbs);
   return result.finish();
 }
 
 // ---- Conversions ----
 
-/// A pattern that was computed, in limbs that it owns, and room for 2 n limbs more.
+/// The same for many limbs, in x.size limbs of room.
+[[gnu::noinline]] inline void pack_integer(LimbShape s, long n, Direction mode, Limb sign,
+                                           std::int64_t exp, const LimbInteger& x, Limb* out,
+                                           Limb* room) {
+  std::copy_n(x.low, x.size - 1, room);
+  room[x.size - 1] = x.top;
+  normalize_and_pack_limbs(s, n, mode, sign,
+                           exp - x.leading_bit() + static_cast<long>(s.mant_width), room, x.size,
+                           false, out);
+}
+
+/// A pattern that was computed, in limbs that it owns, and room for another number of n limbs.
 struct LimbPattern {
-  LimbRoom<1, long> room;
   long size;
+  LimbRoom room;
   Limb* limbs;
   Limb* more;
 
   explicit LimbPattern(LimbShape s, long n = 0)
-      : room(s.significand_size() + 2 * n),
-        size(s.pattern_size(s.significand_size())),
+      : size(s.pattern_size(s.significand_size())),
+        room(size + 2 * n + 1),
         limbs(room.limbs()),
-        more(limbs + s.significand_size() + 1) {}
+        more(limbs + size) {}
 };
 
 /// out := the pattern `bits` of format `from` rounded to `to`, for which there are pattern_size()
-/// limbs that `bits` may share, and 2 n of room; false for infinities and NaNs.
+/// limbs that `bits` may share, and room for two patterns of `from`; false for infinities and NaNs.
 inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bits, Limb* out,
                           Limb* room) {
-  LimbNumber x;
-  Limb* sig = room + from.significand_size();
-  const long size = with_size(
-      from, [&](auto n) __attribute__((always_inline)) {
-        return unpack_limbs(from, n, bits, x, room) ? copy_significand(x, n, sig) : -1;
-      });
-  if (size <= 0) {
-    if (size == 0) {
-      pack_zero_limbs(to, x.sign, out);
-    }
-    return size == 0;
+  const long n = from.significand_size();
+  const LimbNumber x = unpack_limbs(from, n, pattern_limbs(from, n, bits, room));
+  if (x.exp == from.exp_max()) [[unlikely]] {
+    return false;
   }
-  const std::int64_t exp = x.exp - from.bias() - static_cast<long>(from.mant_width) + to.bias() +
-                           static_cast<long>(to.mant_width);
-  with_size(
-      to, [&](auto n) __attribute__((always_inline)) {
-        normalize_and_pack_limbs(to, n, mode, x.sign, exp, sig, size, false, out);
-      });
+  if (is_zero(x, n)) [[unlikely]] {
+    pack_zero_limbs(to, x.sign, out);
+    return true;
+  }
+  const LimbInteger w = significand_of(x, n);
+  const std::int64_t exp =
+      x.exp - from.bias() - static_cast<long>(from.mant_width) + to.bias() + w.leading_bit();
+  with_size(to, [&](auto size) { pack_integer(to, size, mode, x.sign, exp, w, out, room + n + 1); });
   return true;
 }
 
@@ -489,10 +301,10 @@ inline bool round_integer_limbs(LimbShape to, Direction mode, const QNumber& n, 
   if (n.is_zero()) {
     return false;
   }
-  const std::int64_t exp = to.bias() + static_cast<long>(to.mant_width);
+  const LimbInteger w{limbs.data, limbs.size, limbs[limbs.size - 1]};
   with_size(to, [&](auto size) {
-    normalize_and_pack_limbs(to, size, mode, Limb{n.sign() < 0}, exp, limbs.data, limbs.size, false,
-                             out.limbs);
+    pack_integer(to, size, mode, Limb{n.sign() < 0}, to.bias() + w.leading_bit(), w, out.limbs,
+                 out.more);
   });
   return true;
 }
@@ -500,12 +312,12 @@ inline bool round_integer_limbs(LimbShape to, Direction mode, const QNumber& n, 
 /// The exact value of a finite pattern other than zero; false for the rest.
 inline bool exact_value_of_limbs(LimbShape s, Limbs bits, QNumber& out) {
   const long n = s.significand_size();
-  LimbRoom<2, long> room(n);
-  LimbNumber x{};
-  if (!unpack_limbs(s, n, bits, x, room.limbs())) {
+  LimbRoom room(2 * (n + 1));
+  const LimbNumber x = unpack_limbs(s, n, pattern_limbs(s, n, bits, room.limbs()));
+  if (x.exp == s.exp_max()) {
     return false;
   }
-  Limb* sig = room.limbs() + n;
+  Limb* sig = room.limbs() + n + 1;
   const long size = copy_significand(x, n, sig);
   if (size == 0) {
     return false;
@@ -519,13 +331,13 @@ inline bool exact_value_of_limbs(LimbShape s, Limbs bits, QNumber& out) {
 /// to_integer(w): infinities and NaNs count as finite values of their exponent, but for w = 0.
 inline QNumber integer_of_limbs(LimbShape s, Direction mode, Limbs bits, unsigned long w) {
   const long n = s.significand_size();
-  LimbRoom<2, long> room(n);
-  LimbNumber x{};
-  const bool finite = unpack_limbs(s, n, bits, x, room.limbs());
+  LimbRoom room(2 * (n + 1));
+  const LimbNumber x = unpack_limbs(s, n, pattern_limbs(s, n, bits, room.limbs()));
+  const bool finite = x.exp != s.exp_max();
   if ((x.top & s.hidden_bit()) == 0 || (w == 0 && !finite)) {
     return 0;
   }
-  Limb* sig = room.limbs() + n;
+  Limb* sig = room.limbs() + n + 1;
   long size = copy_significand(x, n, sig);
   const std::int64_t right = s.bias() + static_cast<long>(s.mant_width) - x.exp;
   if (right > 0) {

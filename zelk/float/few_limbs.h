@@ -1,0 +1,324 @@
+// Rounded arithmetic on patterns of a few limbs: their number is a constant, loops unroll, and what
+// is computed stays in registers until the result is stored.
+//
+// Called by limbs.h, which has the same operations for any number of limbs.
+#ifndef ZELK_FLOAT_FEW_LIMBS_H_
+#define ZELK_FLOAT_FEW_LIMBS_H_
+
+#include "zelk/float/limb_patterns.h"
+
+namespace zelk {
+namespace {
+
+/// A significand of n limbs above one more, the guard: the value w * 2^(exp - bias - m - 64). The
+/// lowest bit is sticky: it also stands for every nonzero digit beneath it.
+template <std::size_t n>
+struct Window {
+  Limb w[n + 1];
+};
+
+// A product by a power of two shifts a limb: what stays in it, and what leaves it.
+
+/// The significand of x / 2^k, 0 < k < 64, with nothing lost.
+template <std::size_t n>
+[[gnu::always_inline]] inline void load_shifted(Window<n>& s, const LimbNumber& x, unsigned k) {
+  const Limb power = Limb{1} << (limb_bits - k);
+  Limb left = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const DoubleLimb shifted = DoubleLimb{i < n - 1 ? x.low[i] : x.top} * power;
+    s.w[i] = static_cast<Limb>(shifted) | left;
+    left = static_cast<Limb>(shifted >> limb_bits);
+  }
+  s.w[n] = left;
+}
+
+template <std::size_t n>
+[[gnu::always_inline]] inline void shift_left(Window<n>& s, unsigned k) {
+  const Limb power = Limb{1} << k;
+  Limb left = 0;
+  for (std::size_t i = 0; i <= n; ++i) {
+    const DoubleLimb shifted = DoubleLimb{s.w[i]} * power;
+    s.w[i] = static_cast<Limb>(shifted) | left;
+    left = static_cast<Limb>(shifted >> limb_bits);
+  }
+}
+
+/// s / 2^k, k < 64, sticky.
+template <std::size_t n>
+[[gnu::always_inline]] inline void shift_right(Window<n>& s, unsigned k) {
+  const Limb lost = shifted_limb(0, s.w[0], k);
+  for (std::size_t i = 0; i < n; ++i) {
+    s.w[i] = shifted_limb(s.w[i], s.w[i + 1], k);
+  }
+  s.w[n] >>= k;
+  s.w[0] |= Limb{lost != 0};
+}
+
+/// s / 2^(64 limbs), sticky.
+template <std::size_t n>
+[[gnu::always_inline]] inline void drop_limbs(Window<n>& s, std::uint64_t limbs) {
+  Limb lost = 0;
+  for (std::uint64_t dropped = std::min<std::uint64_t>(limbs, n + 1); dropped > 0; --dropped) {
+    lost |= s.w[0];
+    for (std::size_t i = 0; i < n; ++i) {
+      s.w[i] = s.w[i + 1];
+    }
+    s.w[n] = 0;
+  }
+  s.w[0] |= Limb{lost != 0};
+}
+
+/// The significand of x / 2^k, k > 0, sticky.
+template <std::size_t n>
+[[gnu::always_inline]] inline void load_below(Window<n>& s, const LimbNumber& x, std::uint64_t k) {
+  if (k < limb_bits) [[likely]] {
+    load_shifted(s, x, static_cast<unsigned>(k));
+  } else {
+    load_shifted(s, x, 1);
+    drop_limbs(s, (k - 1) / limb_bits);
+    shift_right(s, (k - 1) % limb_bits);
+  }
+}
+
+/// The 64 bits of a significand from where its hidden bit belongs down.
+template <std::size_t n>
+[[gnu::always_inline]] inline Limb leading_limb(LimbShape shape, const Window<n>& s) {
+  const unsigned top_bit = shape.top_bit();
+  return s.w[n] << (limb_bits - 1 - top_bit) | s.w[n - 1] >> 1 >> top_bit;
+}
+
+/// The significand of a number other than 0, its leading bit where the hidden bit belongs.
+template <std::size_t n>
+[[gnu::always_inline]] inline void load(Window<n>& s, LimbShape shape, const LimbInteger& x) {
+  // The limbs that the window sees, and one above.
+  Limb upper[n + 3];
+  upper[n + 2] = 0;
+  upper[n + 1] = x.top;
+  for (std::size_t i = 0; i <= n; ++i) {
+    const long place = x.size - static_cast<long>(n + 2 - i);
+    upper[i] = place >= 0 ? x.low[place] : 0;
+  }
+  const long below = x.size - static_cast<long>(n + 2);
+  bool lost = below > 0 && mpn_zero_p(x.low, below) == 0;
+  const auto leading = static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top));
+  const unsigned k = (leading - shape.top_bit()) % limb_bits;
+  const bool left = leading < shape.top_bit();
+  const Limb* from = left ? upper : upper + 1;
+  lost |= (left ? 0 : upper[0]) != 0 || shifted_limb(0, from[0], k) != 0;
+  for (std::size_t i = 0; i <= n; ++i) {
+    s.w[i] = shifted_limb(from[i], from[i + 1], k);
+  }
+  s.w[0] |= Limb{lost};
+}
+
+/// out := the pattern nearest in direction `mode` to a number whose significand has its leading bit
+/// where the hidden bit belongs, or below.
+template <std::size_t n>
+[[gnu::always_inline]] inline void round_and_pack(LimbShape shape, Direction mode, Limb sign,
+                                                  std::int64_t exp, Window<n>& s, Limb* out) {
+  Limb leading = leading_limb(shape, s);
+  while (leading == 0 && exp > limb_bits) [[unlikely]] {
+    for (std::size_t i = n; i > 0; --i) {
+      s.w[i] = s.w[i - 1];
+    }
+    s.w[0] = 0;
+    exp -= limb_bits;
+    leading = leading_limb(shape, s);
+  }
+  if (exp < 1) [[unlikely]] {
+    const auto places = static_cast<std::uint64_t>(1 - exp);
+    drop_limbs(s, places / limb_bits);
+    shift_right(s, places % limb_bits);
+    exp = 1;
+  }
+  // A subnormal stays where exponent 1 has it.
+  const std::int64_t k = std::min<std::int64_t>(std::countl_zero(leading), exp - 1);
+  shift_left(s, static_cast<unsigned>(k));
+  exp -= k;
+
+  if (exp >= shape.exp_max()) [[unlikely]] {
+    pack_overflow_limbs(shape, mode, sign, out);
+    return;
+  }
+  Carry carry = rounds_up(mode, sign, s.w[1] % 2 != 0, s.w[0]);
+  for (std::size_t i = 0; i < n - 1; ++i) {
+    out[i] = add_limb(s.w[i + 1], 0, carry);
+  }
+  const Limb top = add_limb(s.w[n], 0, carry);
+  // The hidden bit adds one to the exponent field. What carries into the exponent of infinities is
+  // rounded outward and leaves a significand of 0.
+  pack_top(shape, n, sign, exp - 1, top, carry, out);
+}
+
+/// The same for a target.
+template <std::size_t n>
+[[gnu::always_inline]] inline bool round_and_store(LimbShape shape, Direction mode, Limb sign,
+                                                   std::int64_t exp, Window<n>& s,
+                                                   QNumber& target) {
+  Limb room[n + 1];
+  LimbResult result(shape, n, target, room);
+  round_and_pack(shape, mode, sign, exp, s, result.limbs);
+  return result.finish();
+}
+
+/// out := the pattern nearest to an integer times a power of two, `exp` being the exponent of its
+/// leading bit.
+template <std::size_t n>
+[[gnu::noinline]] void pack_integer(LimbShape s, Fixed<n> /*size*/, Direction mode, Limb sign,
+                                    std::int64_t exp, const LimbInteger& x, Limb* out,
+                                    Limb* /*room*/) {
+  Window<n> window;
+  load(window, s, x);
+  round_and_pack(s, mode, sign, exp, window, out);
+}
+
+/// A subnormal as if exponents had no end: with its hidden bit in place, in n limbs of room.
+template <std::size_t n>
+[[gnu::cold, gnu::noinline]] LimbNumber normalized(LimbShape s, const LimbNumber& x, Limb* room) {
+  const LimbInteger integer = significand_of(x, n);
+  Window<n> window;
+  load(window, s, integer);
+  std::copy_n(window.w + 1, n, room);
+  return {x.sign, x.exp + integer.leading_bit() - static_cast<long>(s.mant_width), room,
+          window.w[n]};
+}
+
+// left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
+// or a NaN, or the divisor is 0.
+
+template <std::size_t n>
+[[gnu::noinline]] bool add_sub_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,
+                                     const QNumber& right, Limb flip) {
+  Limb room[2 * (n + 1)];
+  LimbOperands operands(s, n, left, right, room);
+  if (!operands.finite(s)) [[unlikely]] {
+    return false;
+  }
+  operands.upper[1] ^= flip << (limb_bits - 1);
+  // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
+  // predictor: an index and a mask choose.
+  const Order order = compare_magnitudes(s, n, operands);
+  const LimbNumber x = operands.unpack(s, n, order.less);
+  const LimbNumber y = operands.unpack(s, n, !order.less);
+  const bool minus = x.sign != y.sign;
+  if (order.equal && minus) [[unlikely]] {
+    return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
+  }
+  // A place above the hidden bit, for the carry.
+  Window<n> sum;
+  Window<n> part;
+  load_shifted(sum, x, 1);
+  load_below(part, y, static_cast<std::uint64_t>(x.exp - y.exp) + 1);
+  for (Limb& limb : part.w) {
+    limb ^= 0 - Limb{minus};
+  }
+  Carry carry = minus;
+  for (std::size_t i = 0; i <= n; ++i) {
+    sum.w[i] = add_limb(sum.w[i], part.w[i], carry);
+  }
+  return round_and_store(s, mode, x.sign, x.exp + 1, sum, left);
+}
+
+/// Limbs of a significand whose leading bit is the highest.
+template <std::size_t n>
+[[gnu::always_inline]] inline void align_up(LimbShape s, const LimbNumber& x, Limb (&out)[n]) {
+  const Limb power = Limb{1} << (limb_bits - 1 - s.top_bit());
+  Limb left = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const DoubleLimb shifted = DoubleLimb{i < n - 1 ? x.low[i] : x.top} * power;
+    out[i] = static_cast<Limb>(shifted) | left;
+    left = static_cast<Limb>(shifted >> limb_bits);
+  }
+}
+
+template <std::size_t n>
+[[gnu::noinline]] bool multiply_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,
+                                      const QNumber& right) {
+  Limb room[2 * (n + 1)];
+  const LimbOperands operands(s, n, left, right, room);
+  if (!operands.finite(s)) [[unlikely]] {
+    return false;
+  }
+  LimbNumber x = operands.unpack(s, n, 0);
+  LimbNumber y = operands.unpack(s, n, 1);
+  const Limb sign = x.sign ^ y.sign;
+  if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
+    if (is_zero(x, n) || is_zero(y, n)) {
+      return store_zero(s, n, sign, left, room);
+    }
+    x = normalized<n>(s, x, room);
+    y = normalized<n>(s, y, room + n + 1);
+  }
+  Limb factors[2][n];
+  std::copy_n(x.low, n - 1, factors[0]);
+  factors[0][n - 1] = x.top;
+  align_up(s, y, factors[1]);
+  Limb product[2 * n];
+  multiply_few<n>(product, factors[0], factors[1]);
+  Limb lost = 0;
+  for (std::size_t i = 0; i < n - 1; ++i) {
+    lost |= product[i];
+  }
+  Window<n> window;
+  std::copy_n(product + n - 1, n + 1, window.w);
+  window.w[0] |= Limb{lost != 0};
+  const std::int64_t exp = x.exp - s.bias() + y.exp + 1;
+  return round_and_store(s, mode, sign, exp, window, left);
+}
+
+// Of any number of limbs.
+inline bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left, const QNumber& right);
+
+template <std::size_t n>
+[[gnu::noinline]] bool divide_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,
+                                    const QNumber& right) {
+  // Halved below, the dividend is less than the divisor. Where significands fill their limbs that
+  // would take a digit away.
+  if (s.top_bit() == limb_bits - 1) [[unlikely]] {
+    return divide_limbs(s, long{n}, mode, left, right);
+  }
+  Limb room[2 * (n + 1)];
+  const LimbOperands operands(s, n, left, right, room);
+  if (!operands.finite(s)) [[unlikely]] {
+    return false;
+  }
+  LimbNumber x = operands.unpack(s, n, 0);
+  LimbNumber y = operands.unpack(s, n, 1);
+  const Limb sign = x.sign ^ y.sign;
+  if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
+    if (is_zero(y, n)) {
+      return false;
+    }
+    if (is_zero(x, n)) {
+      return store_zero(s, n, sign, left, room);
+    }
+    x = normalized<n>(s, x, room);
+    y = normalized<n>(s, y, room + n + 1);
+  }
+  Limb rest[n];
+  Limb divisor[n];
+  align_up(s, x, rest);
+  align_up(s, y, divisor);
+  for (std::size_t i = 0; i < n; ++i) {
+    rest[i] = shifted_limb(rest[i], i + 1 < n ? rest[i + 1] : 0, 1);
+  }
+  Window<n> quotient;
+  for (std::size_t i = n; i > 0; --i) {
+    quotient.w[i] = next_digit(rest, divisor);
+  }
+  // So many bits are mostly enough to round by.
+  quotient.w[0] = s.top_bit() < limb_bits - 2 ? 0 : next_digit(rest, divisor);
+  Limb left_over = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    left_over |= rest[i];
+  }
+  shift_right(quotient, limb_bits - 1 - s.top_bit());
+  quotient.w[0] |= Limb{left_over != 0};
+  const std::int64_t exp = x.exp - y.exp + s.bias();
+  return round_and_store(s, mode, sign, exp, quotient, left);
+}
+
+}  // namespace
+}  // namespace zelk
+
+#endif  // ZELK_FLOAT_FEW_LIMBS_H_

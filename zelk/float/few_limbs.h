@@ -267,7 +267,7 @@ template <std::size_t n>
 }
 
 // Of any number of limbs.
-inline bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left, const QNumber& right);
+bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left, const QNumber& right);
 
 template <std::size_t n>
 [[gnu::noinline]] bool divide_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,

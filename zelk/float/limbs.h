@@ -215,7 +215,7 @@ struct Normalized {
   return result.finish();
 }
 
-[[gnu::noinline]] inline bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
+[[gnu::noinline]] bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
                                            const QNumber& right) {
   LimbRoom room(9 * (n + 1));
   const LimbOperands patterns(s, n, left, right, room.limbs());

@@ -333,10 +333,10 @@ class ZELK_EXPORT IEEEFloat {
   // have one format and act as of one representation.
   enum Kind : std::uint32_t {
     kind_other = 0,
-    kind_packed32,   // (8, 23) in a word
-    kind_packed64,   // (11, 52) in a word
-    kind_quad,       // (15, 112) in a number
-    kind_in_number,  // from here on m << 8 | e: at most 63 bits, in a number
+    kind_packed32,             // (8, 23) in a word
+    kind_packed64,             // (11, 52) in a word
+    kind_quad,                 // (15, 112) in a number
+    kind_in_number,            // from here on m << 8 | e: at most 63 bits, in a number
     kind_in_limbs = 1U << 31,  // from here on m << 8 | e again: more than words serve, e <= 62
   };
   static constexpr std::uint32_t kind_of(const format& f, unsigned r) {
@@ -363,8 +363,8 @@ class ZELK_EXPORT IEEEFloat {
   }
   // Whether arithmetic on patterns of f in direction rm is done on words.
   static bool has_word_road(const format& f, unsigned rm);
-  // Whether it is done on the limbs of GMP integers: exponents fit a word, and all that an operation
-  // builds is well within `max_bits`.
+  // Whether it is done on the limbs of GMP integers: exponents fit a word, and all that an
+  // operation builds is well within `max_bits`.
   static constexpr bool has_limb_road(const format& f) {
     return short_roads && f.exp_width - 2 <= 60 && f.mant_width - 1 < max_bits / 4 - 64;
   }

@@ -27,7 +27,9 @@ struct LimbShape {
   bool has_limb_above() const { return exp_width + top_bit() >= limb_bits; }
   long pattern_size(long n) const { return n + long{has_limb_above()}; }
   /// Bits of a pattern's limbs above its sign.
-  unsigned unused_bits() const { return static_cast<unsigned>(~(exp_width + mant_width)) % limb_bits; }
+  unsigned unused_bits() const {
+    return static_cast<unsigned>(~(exp_width + mant_width)) % limb_bits;
+  }
   /// The upper limb of infinities without the sign.
   Limb upper_infinity() const { return ~Limb{0} << (limb_bits - exp_width); }
 };
@@ -99,9 +101,7 @@ struct LimbInteger {
   long size;
   Limb top;
 
-  long leading_bit() const {
-    return size * long{limb_bits} - 1 - std::countl_zero(top);
-  }
+  long leading_bit() const { return size * long{limb_bits} - 1 - std::countl_zero(top); }
 };
 
 /// The significand of a number other than 0.
@@ -142,8 +142,7 @@ struct Order {
   bool equal;
 };
 
-[[gnu::always_inline]] inline Order compare_magnitudes(LimbShape s, long n,
-                                                       const LimbOperands& x) {
+[[gnu::always_inline]] inline Order compare_magnitudes(LimbShape s, long n, const LimbOperands& x) {
   const Limb first = x.upper[0] << 1;
   const Limb second = x.upper[1] << 1;
   if (first == second) [[unlikely]] {

@@ -216,7 +216,7 @@ struct Normalized {
 }
 
 [[gnu::noinline]] bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
-                                           const QNumber& right) {
+                                    const QNumber& right) {
   LimbRoom room(9 * (n + 1));
   const LimbOperands patterns(s, n, left, right, room.limbs());
   if (!patterns.finite(s)) {
@@ -290,7 +290,8 @@ inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bi
   const LimbInteger w = significand_of(x, n);
   const std::int64_t exp =
       x.exp - from.bias() - static_cast<long>(from.mant_width) + to.bias() + w.leading_bit();
-  with_size(to, [&](auto size) { pack_integer(to, size, mode, x.sign, exp, w, out, room + n + 1); });
+  with_size(to,
+            [&](auto size) { pack_integer(to, size, mode, x.sign, exp, w, out, room + n + 1); });
   return true;
 }
 

@@ -493,13 +493,15 @@ inline std::uint64_t next_digit(uint128& x, uint128 y) {
   const auto y1 = static_cast<std::uint64_t>(y >> 64);
   if (x >> 64 >= y1) [[unlikely]] {  // the quotient of the high words is 2^64 or more
     std::uint64_t q = ~std::uint64_t{0};
+    uint128 high = x - uint128{q} * y1;
     uint128 p = uint128{q} * y0;
-    for (uint128 rest = x - uint128{q} * y1;; rest += y1, p -= y0, --q) {
-      if (rest >> 64 != 0 || p <= rest << 64) {
-        x = (rest << 64) - p;
-        return q;
-      }
+    while (high >> 64 == 0 && p > high << 64) {
+      --q;
+      high += y1;
+      p -= y0;
     }
+    x = (high << 64) - p;
+    return q;
   }
   // Too large by two at most; whether by one is as good as random to a branch predictor.
   auto [q, rest] = divide_word(x, y1);

@@ -27,6 +27,9 @@ swflt::detail::Direction direction_of(unsigned rm) {
   return BVNumber::low_word(q);
 }
 
+// Whether every pattern fits the small form of a number.
+bool has_small_patterns(const IEEEFloat::format& f) { return f.exp_width + f.mant_width <= 62; }
+
 // An operation on words of any shape, on limbs and on numbers.
 template <auto words, auto limbs, auto numbers>
 struct Operation {
@@ -115,11 +118,6 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
   } else {
     payload.bits32 = static_cast<std::uint32_t>(BVNumber::low_word(pattern));
   }
-}
-
-// Whether every pattern fits the small form of a number.
-static bool has_small_patterns(const IEEEFloat::format& f) {
-  return f.exp_width + f.mant_width <= 62;
 }
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {

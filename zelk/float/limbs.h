@@ -249,7 +249,7 @@ struct Normalized {
 
 // ---- Conversions ----
 
-/// The same for many limbs, in x.size limbs of room.
+/// As `pack_integer` of few limbs, for many, in x.size limbs of room.
 [[gnu::noinline]] inline void pack_integer(LimbShape s, long n, Direction mode, Limb sign,
                                            std::int64_t exp, const LimbInteger& x, Limb* out,
                                            Limb* room) {

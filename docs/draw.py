@@ -122,10 +122,14 @@ def draw_ratios():
     height = top + sum(len(found) * bar + 8 for _, found in bars) + 50
     picture = Picture(640, height)
 
-    def place(ratio):
-        return left + math.log2(float(ratio) * 4) / 4 * (right - left)
+    # As far as the ratios go, in whole powers of two: no bar is cut.
+    logs = [math.log2(float(ratio)) for _, found in bars for _, ratio in found]
+    least, most = min(-1, math.floor(min(logs))), max(1, math.ceil(max(logs)))
 
-    for power in range(-2, 3):
+    def place(ratio):
+        return left + (math.log2(float(ratio)) - least) / (most - least) * (right - left)
+
+    for power in range(least, most + 1):
         picture.line([(place(2**power), top), (place(2**power), height - 40)], "#ddd")
         label = "1" if power == 0 else f"{2**power}×" if power > 0 else f"1/{2**-power}"
         picture.text(place(2**power), height - 24, label, "middle")
@@ -138,7 +142,7 @@ def draw_ratios():
         middle = y + len(found) * bar / 2 + 4
         picture.text(left - 10, middle, f"{operation} ({widths.replace('.', ', ')})", "end")
         for who, ratio in sorted(found, reverse=True):
-            x = place(min(max(float(ratio), 0.25), 4))
+            x = place(ratio)
             picture.box(min(x, place(1)), y, abs(x - place(1)), bar - 1, peers[who][1])
             y += bar
         y += 8

@@ -186,21 +186,22 @@ template <std::size_t n>
 // left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
 // or a NaN, or the divisor is 0.
 
-template <std::size_t n>
-[[gnu::noinline]] bool add_sub_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,
+template <class Shape, std::size_t n>
+[[gnu::noinline]] bool add_sub_limbs(Shape shape, Fixed<n> /*size*/, Direction mode, QNumber& left,
                                      const QNumber& right, Limb flip) {
+  const LimbShape s = shape;
   Limb room[2 * (n + 1)];
-  LimbOperands operands(s, n, left, right, room);
+  const LimbOperands operands(s, n, left, right, room);
   if (!operands.finite(s)) [[unlikely]] {
     return false;
   }
-  operands.upper[1] ^= flip << (limb_bits - 1);
   // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
   // predictor: an index and a mask choose.
   const Order order = compare_magnitudes(s, n, operands);
   const LimbNumber x = operands.unpack(s, n, order.less);
   const LimbNumber y = operands.unpack(s, n, !order.less);
-  const bool minus = x.sign != y.sign;
+  const Limb sign = x.sign ^ (flip & Limb{order.less});
+  const bool minus = (x.sign ^ y.sign ^ flip) != 0;
   if (order.equal && minus) [[unlikely]] {
     return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
   }
@@ -216,7 +217,7 @@ template <std::size_t n>
   for (std::size_t i = 0; i <= n; ++i) {
     sum.w[i] = add_limb(sum.w[i], part.w[i], carry);
   }
-  return round_and_store(s, mode, x.sign, x.exp + 1, sum, left);
+  return round_and_store(s, mode, sign, x.exp + 1, sum, left);
 }
 
 /// Limbs of a significand whose leading bit is the highest.
@@ -231,9 +232,10 @@ template <std::size_t n>
   }
 }
 
-template <std::size_t n>
-[[gnu::noinline]] bool multiply_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,
+template <class Shape, std::size_t n>
+[[gnu::noinline]] bool multiply_limbs(Shape shape, Fixed<n> /*size*/, Direction mode, QNumber& left,
                                       const QNumber& right) {
+  const LimbShape s = shape;
   Limb room[2 * (n + 1)];
   const LimbOperands operands(s, n, left, right, room);
   if (!operands.finite(s)) [[unlikely]] {
@@ -269,9 +271,10 @@ template <std::size_t n>
 // Of any number of limbs.
 bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left, const QNumber& right);
 
-template <std::size_t n>
-[[gnu::noinline]] bool divide_limbs(LimbShape s, Fixed<n> /*size*/, Direction mode, QNumber& left,
+template <class Shape, std::size_t n>
+[[gnu::noinline]] bool divide_limbs(Shape shape, Fixed<n> /*size*/, Direction mode, QNumber& left,
                                     const QNumber& right) {
+  const LimbShape s = shape;
   // Halved below, the dividend is less than the divisor. Where significands fill their limbs that
   // would take a digit away.
   if (s.top_bit() == limb_bits - 1) [[unlikely]] {
@@ -302,12 +305,13 @@ template <std::size_t n>
   for (std::size_t i = 0; i < n; ++i) {
     rest[i] = shifted_limb(rest[i], i + 1 < n ? rest[i + 1] : 0, 1);
   }
+  const Divisor highest(divisor[n - 1], n > 1 ? divisor[n - 2] : 0);
   Window<n> quotient;
   for (std::size_t i = n; i > 0; --i) {
-    quotient.w[i] = next_digit(rest, divisor);
+    quotient.w[i] = next_digit(rest, divisor, highest);
   }
   // So many bits are mostly enough to round by.
-  quotient.w[0] = s.top_bit() < limb_bits - 2 ? 0 : next_digit(rest, divisor);
+  quotient.w[0] = s.top_bit() < limb_bits - 2 ? 0 : next_digit(rest, divisor, highest);
   Limb left_over = 0;
   for (std::size_t i = 0; i < n; ++i) {
     left_over |= rest[i];

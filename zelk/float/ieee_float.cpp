@@ -508,8 +508,8 @@ template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_limbs(const IEEEFloat& other, Direction direction) {
   const LimbShape s{fmt.exp_width, fmt.mant_width};
   const bool done = with_size(
-      s, [&](auto n) __attribute__((always_inline)) {
-        return Op::on_limbs(s, n, direction, *payload.big, *other.payload.big);
+      s, [&](auto shape, auto n) __attribute__((always_inline)) {
+        return Op::on_limbs(shape, n, direction, *payload.big, *other.payload.big);
       });
   return done ? *this : apply_in_numbers<Op>(other);
 }

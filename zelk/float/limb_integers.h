@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 #include <utility>
 
@@ -45,15 +46,70 @@ inline Limb shifted_limb(Limb low, Limb high, unsigned k) {
   return low >> k | high << 1 << (limb_bits - 1 - k);
 }
 
-/// out := x + y + carry, or x - y - 1 + carry; the carry, or what is left after a borrow. x and y
-/// may be out.
-inline Limb add(Limb* out, const Limb* x, const Limb* y, long n, bool minus, Limb carry) {
-  if (!minus) {
-    const Limb first = mpn_add_n(out, x, y, n);
-    return first | (carry != 0 ? mpn_add_1(out, out, n, 1) : 0);
+/// x := x + carry; the carry out of it. A carry rarely goes far.
+inline Limb increment(Limb* x, long n, Limb carry) {
+  long i = 0;
+  do {
+    x[i] += carry;
+    carry = Limb{x[i] < carry};
+  } while (carry != 0 && ++i < n);
+  return carry;
+}
+
+// Shifts of many limbs, two at a time, where GMP goes one by one.
+
+using LimbPair [[gnu::vector_size(2 * sizeof(Limb))]] = Limb;
+
+inline LimbPair load_pair(const Limb* p) {
+  LimbPair pair;
+  std::memcpy(&pair, p, sizeof pair);
+  return pair;
+}
+inline void store_pair(Limb* p, LimbPair pair) { std::memcpy(p, &pair, sizeof pair); }
+
+/// The n lower limbs of in / 2^k, k < 64, in having n + 1, each with the bits of `flip` changed.
+/// out may begin at in or below.
+inline void shift_down(Limb* out, const Limb* in, long n, unsigned k, Limb flip = 0) {
+  const auto pair = [=](long i) {
+    const LimbPair low = load_pair(in + i) >> k;
+    return (low | load_pair(in + i + 1) << 1 << (limb_bits - 1 - k)) ^ flip;
+  };
+  long i = 0;
+  for (; i + 4 <= n; i += 4) {
+    const LimbPair first = pair(i);
+    const LimbPair second = pair(i + 2);
+    store_pair(out + i, first);
+    store_pair(out + i + 2, second);
   }
-  const Limb first = mpn_sub_n(out, x, y, n);
-  return 1 - (first | (carry == 0 ? mpn_sub_1(out, out, n, 1) : 0));
+  if (i + 2 <= n) {
+    store_pair(out + i, pair(i));
+    i += 2;
+  }
+  if (i < n) {
+    out[i] = shifted_limb(in[i], in[i + 1], k) ^ flip;
+  }
+}
+
+/// The n upper limbs of in * 2^k, 0 < k < 64, in[-1] being its lowest. out may begin at in or
+/// above.
+inline void shift_up(Limb* out, const Limb* in, long n, unsigned k) {
+  const auto pair = [=](long i) {
+    return load_pair(in + i) << k | load_pair(in + i - 1) >> (limb_bits - k);
+  };
+  long i = n;
+  for (; i >= 4; i -= 4) {
+    const LimbPair first = pair(i - 2);
+    const LimbPair second = pair(i - 4);
+    store_pair(out + i - 2, first);
+    store_pair(out + i - 4, second);
+  }
+  if (i >= 2) {
+    store_pair(out + i - 2, pair(i - 2));
+    i -= 2;
+  }
+  if (i > 0) {
+    out[0] = shifted_limb(in[-1], in[0], limb_bits - k);
+  }
 }
 
 /// product := x * y of n limbs each.
@@ -190,44 +246,94 @@ template <std::size_t n>
   }
 }
 
-/// A digit of (x[n - 1], x[n - 2], x[n - 3]) / (y[n - 1], y[n - 2]), too large by one at most.
-template <std::size_t n>
-[[gnu::always_inline]] inline Limb estimated_digit(const Limb (&x)[n], const Limb (&y)[n]) {
-  const DoubleLimb high = DoubleLimb{x[n - 1]} << limb_bits | (n > 1 ? x[n - 2] : 0);
-  const Limb y1 = y[n - 1];
-  Limb q = x[n - 1] >= y1 ? ~Limb{0} : static_cast<Limb>(high / y1);
-  if constexpr (n > 1) {
-    DoubleLimb rest = high - DoubleLimb{q} * y1;
-    DoubleLimb p = DoubleLimb{q} * y[n - 2];
-    while (rest >> limb_bits == 0 && p > (rest << limb_bits | (n > 2 ? x[n - 3] : 0))) {
-      --q;
-      rest += y1;
-      p -= y[n - 2];
+// Division by y, whose highest bit is set (N. Moller and T. Granlund, Improved division by
+// invariant integers, IEEE Transactions on Computers 60, 2011). Whether an estimate is one too
+// large is as good as random to a branch predictor: masks correct it.
+
+/// All ones if `condition` holds.
+inline Limb limb_mask(bool condition) { return 0 - Limb{condition}; }
+
+/// A divisor of two limbs.
+struct Divisor {
+  DoubleLimb y;
+  Limb reciprocal;  // (2^192 - 1) / y - 2^64, cut off
+
+  /// Algorithm 6.
+  Divisor(Limb y1, Limb y0)
+      : y(DoubleLimb{y1} << limb_bits | y0),
+        reciprocal(swflt::detail::divide_word(DoubleLimb{~y1} << limb_bits | ~Limb{0}, y1).q) {
+    Limb p = y1 * reciprocal + y0;
+    const Limb over = limb_mask(p < y0);
+    const Limb over_again = over & limb_mask(p >= y1);
+    p -= (y1 & over) + (y1 & over_again);
+    reciprocal += over + over_again;
+    const DoubleLimb t = DoubleLimb{reciprocal} * y0;
+    p += static_cast<Limb>(t >> limb_bits);
+    const bool large = p < static_cast<Limb>(t >> limb_bits);
+    reciprocal -= Limb{large};
+    if (large && (DoubleLimb{p} << limb_bits | static_cast<Limb>(t)) >= y) [[unlikely]] {
+      --reciprocal;
     }
   }
-  return q;
+
+  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 4).
+  [[gnu::always_inline]] Limb next_digit(DoubleLimb& x, Limb low) const {
+    const DoubleLimb estimate = DoubleLimb{static_cast<Limb>(x >> limb_bits)} * reciprocal + x;
+    Limb q = static_cast<Limb>(estimate >> limb_bits);
+    const Limb high = static_cast<Limb>(x) - q * static_cast<Limb>(y >> limb_bits);
+    x = (DoubleLimb{high} << limb_bits | low) - DoubleLimb{q} * static_cast<Limb>(y) - y;
+    const Limb over = limb_mask(static_cast<Limb>(x >> limb_bits) >= static_cast<Limb>(estimate));
+    x += y & (DoubleLimb{over} << limb_bits | over);
+    q += over + 1;
+    if (x >= y) [[unlikely]] {
+      x -= y;
+      ++q;
+    }
+    return q;
+  }
+};
+
+/// The same where the highest limbs of dividend and divisor agree: 2^64 - 1.
+template <std::size_t n>
+[[gnu::cold, gnu::noinline]] Limb largest_digit(Limb (&x)[n], const Limb (&y)[n]) {
+  Limb dividend[n + 1] = {};
+  std::copy_n(x, n, dividend + 1);
+  mpn_submul_1(dividend, y, n, ~Limb{0});
+  std::copy_n(dividend, n, x);
+  return ~Limb{0};
 }
 
-/// x * 2^64 / y, x becoming the remainder, for x below y and the highest bit of y set (D. E. Knuth,
-/// The Art of Computer Programming, volume 2, 4.3.1, algorithm D).
+/// x * 2^64 / y, x becoming the remainder, for x below y, which begins with `divisor`.
 template <std::size_t n>
-[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[n], const Limb (&y)[n]) {
-  Limb q = estimated_digit(x, y);
+[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[n], const Limb (&y)[n],
+                                              const Divisor& divisor) {
+  DoubleLimb high = DoubleLimb{x[n - 1]} << limb_bits | (n > 1 ? x[n - 2] : 0);
+  if (n > 2 && high == divisor.y) [[unlikely]] {
+    return largest_digit(x, y);
+  }
+  Limb q = divisor.next_digit(high, n > 2 ? x[n - 3] : 0);
   Limb digit = 0;  // x moves up by one
-  Limb high = 0;
+  Limb carry = 0;
   Carry borrow = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const DoubleLimb p = DoubleLimb{q} * y[i] + high;
-    high = static_cast<Limb>(p >> limb_bits);
+  for (std::size_t i = 0; i + 2 < n; ++i) {
+    const DoubleLimb p = DoubleLimb{q} * y[i] + carry;
+    carry = static_cast<Limb>(p >> limb_bits);
     const Limb next = x[i];
     x[i] = subtract_limb(digit, static_cast<Limb>(p), borrow);
     digit = next;
   }
-  if (digit < high + borrow) [[unlikely]] {
+  const DoubleLimb part = DoubleLimb{carry} + borrow;
+  const bool large = high < part;
+  high -= part;
+  x[n - 1] = static_cast<Limb>(high >> limb_bits);
+  if (n > 1) {
+    x[n - 2] = static_cast<Limb>(high);
+  }
+  if (large) [[unlikely]] {
     --q;
-    Carry carry = 0;
+    Carry out = 0;
     for (std::size_t i = 0; i < n; ++i) {
-      x[i] = add_limb(x[i], y[i], carry);
+      x[i] = add_limb(x[i], y[i], out);
     }
   }
   return q;

@@ -34,6 +34,14 @@ struct LimbShape {
   Limb upper_infinity() const { return ~Limb{0} << (limb_bits - exp_width); }
 };
 
+/// Widths that are constants, which shift and mask faster.
+template <unsigned long exp_width, unsigned long mant_width>
+struct FixedLimbShape {
+  constexpr operator LimbShape() const {  // NOLINT(google-explicit-constructor): a LimbShape
+    return {exp_width, mant_width};
+  }
+};
+
 /// The limbs of an integer's magnitude; `word` is where those of the small form go.
 inline Limbs limbs_of(const QNumber& q, Limb& word) {
   if (q.is_small()) {
@@ -86,10 +94,11 @@ struct LimbNumber {
 /// zeros 1, without a hidden bit.
 [[gnu::always_inline]] inline LimbNumber unpack_limbs(LimbShape s, long n, const Limb* bits,
                                                       Limb upper) {
-  const auto field = static_cast<std::int64_t>(upper << 1 >> (limb_bits - s.exp_width));
-  const Limb hidden = Limb{field != 0} << s.top_bit();
-  return {upper >> (limb_bits - 1), field + std::int64_t{field == 0}, bits,
-          (bits[n - 1] & (s.hidden_bit() - 1)) | hidden};
+  const Limb packed = upper >> (limb_bits - 1 - s.exp_width);  // sign and exponent field
+  const auto field = packed & static_cast<Limb>(s.exp_max());
+  const auto subnormal = Limb{field < 1};
+  return {upper >> (limb_bits - 1), static_cast<std::int64_t>(field + subnormal), bits,
+          bits[n - 1] - ((packed - 1 + subnormal) << s.top_bit())};
 }
 inline LimbNumber unpack_limbs(LimbShape s, long n, const Limb* bits) {
   return unpack_limbs(s, n, bits, upper_limb(s, n, bits));

@@ -11,20 +11,22 @@
 namespace zelk {
 namespace {
 
-/// Calls `serve` with the number of limbs of a significand, as a constant when they are few.
+/// Calls `serve` with the widths and with the number of limbs of a significand, as a constant when
+/// they are few. The standard's binary256 has widths that are constants, too.
 template <class Serve>
 [[gnu::always_inline]] inline auto with_size(LimbShape s, Serve serve) {
   switch (const long n = s.significand_size()) {
     case 1:
-      return serve(Fixed<1>());
+      return serve(s, Fixed<1>());
     case 2:
-      return serve(Fixed<2>());
+      return serve(s, Fixed<2>());
     case 3:
-      return serve(Fixed<3>());
+      return serve(s, Fixed<3>());
     case 4:
-      return serve(Fixed<4>());
+      return s.exp_width == 19 && s.mant_width == 236 ? serve(FixedLimbShape<19, 236>(), Fixed<4>())
+                                                      : serve(s, Fixed<4>());
     default:
-      return serve(n);
+      return serve(s, n);
   }
 }
 
@@ -43,12 +45,10 @@ inline void round_and_pack_limbs(LimbShape s, long n, Direction mode, Limb sign,
     pack_overflow_limbs(s, mode, sign, out);
     return;
   }
-  const bool up = rounds_up(mode, sign, out[0] % 2 != 0, guard);
-  const Limb increment_top = up ? mpn_add_1(out, out, n - 1, 1) : 0;
-  const Limb top = out[n - 1] + increment_top;
+  const Limb carry = increment(out, n, Limb{rounds_up(mode, sign, out[0] % 2 != 0, guard)});
   // The hidden bit may be the highest. What carries into the exponent of infinities is rounded
   // outward and leaves a significand of 0.
-  pack_top(s, n, sign, exp - 1, top, Limb{top < increment_top}, out);
+  pack_top(s, n, sign, exp - 1, out[n - 1], carry, out);
 }
 
 /// The same for w * 2^(exp - bias - m), plus less than one unit of w if `sticky`, w of `size` limbs
@@ -81,14 +81,14 @@ struct Shifted {
   Limb guard;
 };
 
-/// y / 2^d, d >= 64, in n + 1 limbs of room.
-[[gnu::noinline]] inline Shifted shift_far(const LimbNumber& y, long n, std::uint64_t d,
+/// y / 2^d, d >= 64, in n + 1 limbs of room; the limbs above the guard with the bits of `flip`
+/// changed.
+[[gnu::noinline]] inline Shifted shift_far(const LimbNumber& y, long n, std::uint64_t d, Limb flip,
                                            Limb* room) {
   const long low = n - 1;
   if (d >= limb_bits * static_cast<std::uint64_t>(n + 1)) {
-    const Limb lost = y.top != 0 || (low > 0 && mpn_zero_p(y.low, low) == 0);
-    std::fill_n(room, n, 0);
-    return {room, 0, lost};
+    std::fill_n(room, n, flip);
+    return {room, flip, Limb{y.top != 0 || mpn_zero_p(y.low, low) == 0}};
   }
   const auto limbs = static_cast<long>(d / limb_bits);
   const auto bits = static_cast<unsigned>(d % limb_bits);
@@ -96,25 +96,27 @@ struct Shifted {
   const long have = n - limbs;
   std::copy_n(y.low + limbs - 1, have, room);
   room[have] = y.top;
-  const Limb lost = (bits == 0 ? 0 : mpn_rshift(room, room, have + 1, bits)) != 0 ||
-                    (limbs > 1 && mpn_zero_p(y.low, limbs - 1) == 0);
-  std::fill(room + have + 1, room + n + 1, 0);
-  return {room + 1, room[n], room[0] | lost};
+  const Limb lost =
+      Limb{shifted_limb(0, room[0], bits) != 0 || (limbs > 1 && mpn_zero_p(y.low, limbs - 1) == 0)};
+  const Limb guard = shifted_limb(room[0], have > 0 ? room[1] : 0, bits) | lost;
+  if (have > 0) {
+    shift_down(room, room + 1, have - 1, bits, flip);
+    room[have - 1] = (y.top >> bits) ^ flip;
+  }
+  std::fill(room + have, room + n, flip);
+  return {room, room[n - 1], guard};
 }
 
-/// y / 2^d.
-inline Shifted shift_down(const LimbNumber& y, long n, std::uint64_t d, Limb* room) {
-  if (d == 0) {
-    return {y.low, y.top, 0};
-  }
+/// y / 2^d, in the same way.
+inline Shifted shift_down(const LimbNumber& y, long n, std::uint64_t d, Limb flip, Limb* room) {
   if (d >= limb_bits) {
-    return shift_far(y, n, d, room);
+    return shift_far(y, n, d, flip, room);
   }
   const auto bits = static_cast<unsigned>(d);
   const long low = n - 1;
-  const Limb guard = mpn_rshift(room, y.low, low, bits);
-  room[low - 1] |= y.top << (limb_bits - bits);
-  return {room, y.top >> bits, guard};
+  shift_down(room, y.low, low - 1, bits, flip);
+  room[low - 1] = shifted_limb(y.low[low - 1], y.top, bits) ^ flip;
+  return {room, (y.top >> bits) ^ flip, shifted_limb(0, y.low[0], bits)};
 }
 
 /// Moves the leading bit of a difference up to m, or as far as the exponent goes, by k places; the
@@ -136,8 +138,8 @@ struct Normalized {
     out[limbs - 1] = std::exchange(guard, 0);
   }
   if (bits != 0) {
-    mpn_lshift(out, out, n, bits);
-    out[0] |= guard >> (limb_bits - bits);
+    shift_up(out + 1, out + 1, n - 1, bits);
+    out[0] = shifted_limb(guard, out[0], limb_bits - bits);
     guard <<= bits;
   }
   return {guard, k};
@@ -149,36 +151,40 @@ struct Normalized {
 [[gnu::noinline]] inline bool add_sub_limbs(LimbShape s, long n, Direction mode, QNumber& left,
                                             const QNumber& right, Limb flip) {
   LimbRoom room(4 * (n + 1));
-  LimbOperands operands(s, n, left, right, room.limbs());
+  const LimbOperands operands(s, n, left, right, room.limbs());
   if (!operands.finite(s)) {
     return false;
   }
-  operands.upper[1] ^= flip << (limb_bits - 1);
   const Order order = compare_magnitudes(s, n, operands);
   const LimbNumber x = operands.unpack(s, n, order.less);
   const LimbNumber y = operands.unpack(s, n, !order.less);
-  const bool minus = x.sign != y.sign;
+  const Limb sign = x.sign ^ (flip & Limb{order.less});
+  const bool minus = (x.sign ^ y.sign ^ flip) != 0;
   Limb* spare = room.limbs() + 2 * (n + 1);
   if (order.equal && minus) [[unlikely]] {
     return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
   }
   LimbResult result(s, n, left, spare);
   Limb* out = result.limbs;
-  const Shifted part = shift_down(y, n, static_cast<std::uint64_t>(x.exp - y.exp), spare + n + 1);
-  const Limb sign = x.sign;
+  // Whether the signs differ is as good as random to a branch predictor.
+  const Limb flip_part = 0 - Limb{minus};
+  const Shifted part =
+      shift_down(y, n, static_cast<std::uint64_t>(x.exp - y.exp), flip_part, spare + n + 1);
   std::int64_t exp = x.exp;
-  Limb guard = minus ? 0 - part.guard : part.guard;
-  const bool borrow = minus && guard != 0;
-  const Limb carry = add(out, x.low, part.low, n - 1, minus, Limb{minus && !borrow});
-  const DoubleLimb sum = DoubleLimb{x.top} + (minus ? ~part.top : part.top) + carry;
+  Limb guard = (part.guard ^ flip_part) - flip_part;
+  Limb carry = mpn_add_n(out, x.low, part.low, n - 1);
+  if (minus && guard == 0) [[unlikely]] {
+    carry += increment(out, n - 1, 1);
+  }
+  const DoubleLimb sum = DoubleLimb{x.top} + part.top + carry;
   const Limb over = static_cast<Limb>(sum >> limb_bits) - Limb{minus};
   out[n - 1] = static_cast<Limb>(sum);
 
   const Limb above = shifted_limb(out[n - 1], over, s.top_bit());
   if (above > 1) {  // a carry above the hidden bit
     guard = guard >> 1 | (guard & 1) | out[0] << (limb_bits - 1);
-    mpn_rshift(out, out, n, 1);
-    out[n - 1] |= over << (limb_bits - 1);
+    shift_down(out, out, n - 1, 1);
+    out[n - 1] = shifted_limb(out[n - 1], over, 1);
     ++exp;
   } else if (above == 0 && exp > 1) {
     const Normalized moved = normalize_difference(s, n, out, exp, guard);
@@ -290,8 +296,9 @@ inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bi
   const LimbInteger w = significand_of(x, n);
   const std::int64_t exp =
       x.exp - from.bias() - static_cast<long>(from.mant_width) + to.bias() + w.leading_bit();
-  with_size(to,
-            [&](auto size) { pack_integer(to, size, mode, x.sign, exp, w, out, room + n + 1); });
+  with_size(to, [&](auto /*shape*/, auto size) {
+    pack_integer(to, size, mode, x.sign, exp, w, out, room + n + 1);
+  });
   return true;
 }
 
@@ -303,7 +310,7 @@ inline bool round_integer_limbs(LimbShape to, Direction mode, const QNumber& n, 
     return false;
   }
   const LimbInteger w{limbs.data, limbs.size, limbs[limbs.size - 1]};
-  with_size(to, [&](auto size) {
+  with_size(to, [&](auto /*shape*/, auto size) {
     pack_integer(to, size, mode, Limb{n.sign() < 0}, to.bias() + w.leading_bit(), w, out.limbs,
                  out.more);
   });

@@ -380,8 +380,8 @@ class ZELK_EXPORT QNumber {
     return (first_word() & (0 - small)) | (z->_mp_d[0] & (0 - used));
   }
 
-  /// Takes the value of another non-negative integer where this integer is big, has the storage and
-  /// the limbs are few; false, and nothing done, otherwise.
+  /// Takes the value of another non-negative integer where this integer is big and has the storage;
+  /// false, and nothing done, otherwise.
   bool assign_in_place(const QNumber& other) {
     if (is_small() || mpq_numref(gmp)->_mp_alloc == 0) {
       return false;
@@ -394,13 +394,17 @@ class ZELK_EXPORT QNumber {
       to->_mp_size = static_cast<int>(to->_mp_d[0] != 0);
       return true;
     }
-    if (n > 8 || to->_mp_alloc < n) {
+    if (to->_mp_alloc < n) {
       return false;
+    }
+    to->_mp_size = n;
+    if (n > 8) {
+      copy_limbs(to->_mp_d, from->_mp_d, n);
+      return true;
     }
     for (int i = 0; i < n; ++i) {
       to->_mp_d[i] = from->_mp_d[i];
     }
-    to->_mp_size = n;
     return true;
   }
 
@@ -459,6 +463,7 @@ class ZELK_EXPORT QNumber {
     other.num = 0;
   }
   void release() noexcept;
+  static void copy_limbs(mp_limb_t* to, const mp_limb_t* from, int n);
   static void* allocate(std::size_t size);
   static void* take_spare_place() noexcept {
     --spare_place_count;

@@ -87,9 +87,11 @@ template <std::size_t n>
   return s.w[n] << (limb_bits - 1 - top_bit) | s.w[n - 1] >> 1 >> top_bit;
 }
 
-/// The significand of a number other than 0, its leading bit where the hidden bit belongs.
+/// The significand of a number other than 0, its leading bit, which is bit `leading` of its highest
+/// limb, where the hidden bit belongs.
 template <std::size_t n>
-[[gnu::always_inline]] inline void load(Window<n>& s, LimbShape shape, const LimbInteger& x) {
+[[gnu::always_inline]] inline void load(Window<n>& s, LimbShape shape, const LimbInteger& x,
+                                        unsigned leading) {
   // The limbs that the window sees, and one above.
   Limb upper[n + 3];
   upper[n + 2] = 0;
@@ -100,7 +102,6 @@ template <std::size_t n>
   }
   const long below = x.size - static_cast<long>(n + 2);
   bool lost = below > 0 && mpn_zero_p(x.low, below) == 0;
-  const auto leading = static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top));
   const unsigned k = (leading - shape.top_bit()) % limb_bits;
   const bool left = leading < shape.top_bit();
   const Limb* from = left ? upper : upper + 1;
@@ -109,6 +110,10 @@ template <std::size_t n>
     s.w[i] = shifted_limb(from[i], from[i + 1], k);
   }
   s.w[0] |= Limb{lost};
+}
+template <std::size_t n>
+[[gnu::always_inline]] inline void load(Window<n>& s, LimbShape shape, const LimbInteger& x) {
+  load(s, shape, x, static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top)));
 }
 
 /// out := the pattern nearest in direction `mode` to a number whose significand has its leading bit
@@ -187,23 +192,23 @@ template <std::size_t n>
 // or a NaN, or the divisor is 0.
 
 template <class Shape, std::size_t n>
-[[gnu::noinline]] bool add_sub_limbs(Shape shape, Fixed<n> /*size*/, Direction mode, QNumber& left,
-                                     const QNumber& right, Limb flip) {
+[[gnu::always_inline]] inline bool add_sub_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
+                                                 QNumber& left, const QNumber& right, Limb flip) {
   const LimbShape s = shape;
   Limb room[2 * (n + 1)];
-  const LimbOperands operands(s, n, left, right, room);
+  LimbOperands operands(s, n, left, right, room);
   if (!operands.finite(s)) [[unlikely]] {
     return false;
   }
-  // Which magnitude is larger, and whether the signs differ, is as good as random to a branch
-  // predictor: an index and a mask choose.
+  operands.upper[1] ^= flip << (limb_bits - 1);
+  // Whether the signs differ is as good as random to a branch predictor, too: a mask chooses.
   const Order order = compare_magnitudes(s, n, operands);
-  const LimbNumber x = operands.unpack(s, n, order.less);
-  const LimbNumber y = operands.unpack(s, n, !order.less);
-  const Limb sign = x.sign ^ (flip & Limb{order.less});
-  const bool minus = (x.sign ^ y.sign ^ flip) != 0;
-  if (order.equal && minus) [[unlikely]] {
-    return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
+  operands.swap_if(order.less);
+  const LimbNumber x = operands.unpack(s, n, 0);
+  const LimbNumber y = operands.unpack(s, n, 1);
+  const bool minus = x.sign != y.sign;
+  if (order.equal) [[unlikely]] {
+    if (minus) return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
   }
   // A place above the hidden bit, for the carry.
   Window<n> sum;
@@ -217,7 +222,7 @@ template <class Shape, std::size_t n>
   for (std::size_t i = 0; i <= n; ++i) {
     sum.w[i] = add_limb(sum.w[i], part.w[i], carry);
   }
-  return round_and_store(s, mode, sign, x.exp + 1, sum, left);
+  return round_and_store(s, mode, x.sign, x.exp + 1, sum, left);
 }
 
 /// Limbs of a significand whose leading bit is the highest.
@@ -233,8 +238,8 @@ template <std::size_t n>
 }
 
 template <class Shape, std::size_t n>
-[[gnu::noinline]] bool multiply_limbs(Shape shape, Fixed<n> /*size*/, Direction mode, QNumber& left,
-                                      const QNumber& right) {
+[[gnu::always_inline]] inline bool multiply_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
+                                                  QNumber& left, const QNumber& right) {
   const LimbShape s = shape;
   Limb room[2 * (n + 1)];
   const LimbOperands operands(s, n, left, right, room);
@@ -272,8 +277,8 @@ template <class Shape, std::size_t n>
 bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left, const QNumber& right);
 
 template <class Shape, std::size_t n>
-[[gnu::noinline]] bool divide_limbs(Shape shape, Fixed<n> /*size*/, Direction mode, QNumber& left,
-                                    const QNumber& right) {
+[[gnu::always_inline]] inline bool divide_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
+                                                QNumber& left, const QNumber& right) {
   const LimbShape s = shape;
   // Halved below, the dividend is less than the divisor. Where significands fill their limbs that
   // would take a digit away.
@@ -307,6 +312,7 @@ template <class Shape, std::size_t n>
   }
   const Divisor highest(divisor[n - 1], n > 1 ? divisor[n - 2] : 0);
   Window<n> quotient;
+#pragma GCC unroll 4
   for (std::size_t i = n; i > 0; --i) {
     quotient.w[i] = next_digit(rest, divisor, highest);
   }

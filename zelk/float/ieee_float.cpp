@@ -121,8 +121,11 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 }
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
-  if (is_generic() && other.is_generic() && !has_small_patterns(other.fmt) &&
-      payload.big->assign_in_place(*other.payload.big)) {
+  // The form of 64-bit patterns goes by a value's sign.
+  const unsigned long highest = sign_bit(other.fmt);
+  if (is_generic() && other.is_generic() &&
+      ((highest > 63 && payload.big->assign_in_place(*other.payload.big)) ||
+       (highest == 63 && payload.big->assign_word_in_place(*other.payload.big)))) {
     copy_kind(other);
   } else {
     assign_otherwise(other);
@@ -504,14 +507,20 @@ template <class Op>
   return *this;
 }
 
+template <class Op, class Shape, class Size>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_few_limbs(const IEEEFloat& other, Direction direction,
+                                                        Shape s, Size n) {
+  return Op::on_limbs(s, n, direction, *payload.big, *other.payload.big)
+             ? *this
+             : apply_in_numbers<Op>(other);
+}
+
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_limbs(const IEEEFloat& other, Direction direction) {
-  const LimbShape s{fmt.exp_width, fmt.mant_width};
-  const bool done = with_size(
-      s, [&](auto shape, auto n) __attribute__((always_inline)) {
-        return Op::on_limbs(shape, n, direction, *payload.big, *other.payload.big);
-      });
-  return done ? *this : apply_in_numbers<Op>(other);
+  return with_size(
+      {fmt.exp_width, fmt.mant_width}, [&](auto s, auto n) __attribute__((always_inline))
+                                               ->IEEEFloat &
+                                           { return apply_few_limbs<Op>(other, direction, s, n); });
 }
 
 // All values, those above included.
@@ -637,20 +646,18 @@ bool IEEEFloat::convert_packed(const format& f) {
   return true;
 }
 
-// Converts a pattern of at most 63 bits in a number of the small form to another such; false where
-// that cannot be done.
-bool IEEEFloat::convert_in_number(const format& f) {
+// Converts a pattern of at most 63 bits in a number, mostly of the small form, mostly to another
+// such.
+[[gnu::noinline]] void IEEEFloat::convert_in_number(format f) {
   const std::uint32_t target = kind_of(f, get_best_repr(f));
-  const auto in_number = [](std::uint32_t k) { return k >= kind_in_number && k < kind_in_limbs; };
-  if (!in_number(kind) || !in_number(target) || mode() > ROUND_TOWARD_NEGATIVE ||
-      !payload.big->is_small()) {
-    return false;
+  if (!in_number(target) || mode() > ROUND_TOWARD_NEGATIVE || !payload.big->is_small()) {
+    convert_otherwise(f);
+    return;
   }
   const auto word = static_cast<std::uint64_t>(payload.big->to_small());
   payload.big->assign_small(static_cast<long>(
       swflt::detail::convert(shape(), shape(f), word, static_cast<Direction>(mode()))));
   set_kind(f, REPR_GENERIC, target);
-  return true;
 }
 
 // Converts any pattern in a word to one in a word; false where that cannot be done.
@@ -665,33 +672,55 @@ bool IEEEFloat::convert_word(const format& f) {
   return true;
 }
 
-// The same for a word and a pattern of (15, 112).
-bool IEEEFloat::convert_double_word(const format& f) {
-  using namespace swflt::detail;  // NOLINT(google-build-using-namespace)
-  constexpr format quad{15, 112};
-  if (f == quad && is_word() && has_word_road(fmt, mode())) {
-    const uint128 pattern = convert(shape(), binary128, low_word(), direction_of(mode()));
-    const auto low = static_cast<mp_limb_t>(pattern);
-    const auto high = static_cast<mp_limb_t>(pattern >> 64);
-    if (is_generic()) {
-      payload.big->assign(low, high);
-      set_kind(f, REPR_GENERIC);
+// Converts a normal value between two of the standard's wider formats; false where that cannot be
+// done.
+template <class From, class To>
+[[gnu::always_inline]] inline bool IEEEFloat::convert_between(From from, To to) {
+  if constexpr (std::is_same_v<From, To> || std::is_same_v<From, LimbShape> ||
+                std::is_same_v<To, LimbShape>) {
+    return false;
+  } else {
+    constexpr format target{To::widths.exp_width, To::widths.mant_width};
+    constexpr long size = To::widths.pattern_size(To::size);
+    constexpr int from_size = static_cast<int>(From::widths.pattern_size(From::size));
+    const mp_limb_t word = is_generic() ? 0 : payload.bits64;
+    const mp_limb_t* bits = is_generic() ? payload.big->limbs_from(from_size) : &word;
+    const bool stays = is_generic() && get_best_repr(target) == REPR_GENERIC;
+    mp_limb_t room[static_cast<std::size_t>(size)];
+    mp_limb_t* own = stays ? payload.big->own_limbs(size) : nullptr;
+    if (bits == nullptr ||
+        !convert_normal(from, to, direction_of(mode()), bits, own != nullptr ? own : room)) {
+      return false;
+    }
+    if (own != nullptr) {
+      payload.big->keep_limbs(size);
+      set_kind(target, REPR_GENERIC, kind_of(target, REPR_GENERIC));
     } else {
-      const mp_limb_t limbs[] = {low, high};
-      set_limbs(f, limbs, 2);
+      set_limbs(target, room, size);
     }
     return true;
   }
-  if (fmt == quad && is_generic() && has_word_road(f, mode())) {
-    set_word(f, convert(binary128, shape(f), double_word(*payload.big), direction_of(mode())));
-    return true;
-  }
-  return false;
 }
 
-// The same for patterns in limbs.
+[[gnu::noinline]] void IEEEFloat::convert_wide(format f) {
+  const bool done =
+      short_roads && mode() <= ROUND_TOWARD_NEGATIVE && (is_generic() || kind == kind_packed64) &&
+      with_shape(
+          {fmt.exp_width, fmt.mant_width}, [&](auto from) __attribute__((always_inline)) {
+            return with_shape(
+                {f.exp_width, f.mant_width}, [&](auto to) __attribute__((always_inline)) {
+                  return convert_between(from, to);
+                });
+          });
+  if (!done) {
+    convert_otherwise(f);
+  }
+}
+
+// Converts any value where one of the patterns needs more limbs than one; false where that cannot
+// be done.
 bool IEEEFloat::convert_in_limbs(const format& f) {
-  if (!has_limb_road(fmt, mode()) || !has_limb_road(f, mode()) ||
+  if (!has_limb_road(fmt, mode()) || !has_limb_road(f) ||
       !(is_generic() || repr() == get_best_repr(fmt))) {
     return false;
   }
@@ -716,12 +745,23 @@ bool IEEEFloat::convert_in_limbs(const format& f) {
   return true;
 }
 
+// Converts any value.
+[[gnu::noinline]] void IEEEFloat::convert_otherwise(format f) {
+  const auto is_wide = [](const format& g) { return g.exp_width + g.mant_width > 63; };
+  if (!(is_wide(fmt) || is_wide(f) ? convert_in_limbs(f) : convert_word(f))) {
+    convert_number(f);
+  }
+}
+
 void IEEEFloat::set_format(format f) {
-  if (f == fmt || (!is_generic() && convert_packed(f)) || convert_in_number(f) || convert_word(f) ||
-      convert_double_word(f) || convert_in_limbs(f)) {
+  if (f == fmt) {
     return;
   }
-  convert_number(f);
+  if (in_number(kind)) {
+    convert_in_number(f);
+  } else if (is_generic() || !convert_packed(f)) {
+    convert_wide(f);
+  }
 }
 
 void IEEEFloat::convert_number(const format& f) {

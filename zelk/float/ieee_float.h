@@ -355,6 +355,9 @@ class ZELK_EXPORT IEEEFloat {
                ? kind_in_limbs | static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width)
                : kind_other;
   }
+  static constexpr bool in_number(std::uint32_t k) {
+    return k >= kind_in_number && k < kind_in_limbs;
+  }
   // The bits of the mode in which the short roads serve it: the others are 0.
   static constexpr std::uint32_t direction_mask = 3;
   // Whether the pattern of a generic value has at most 64 bits; then `word` is the pattern.
@@ -417,10 +420,13 @@ class ZELK_EXPORT IEEEFloat {
   void set_word(const format& f, std::uint64_t word);
   void set_limbs(const format& f, const mp_limb_t* limbs, long n);
   bool convert_packed(const format& f);
-  bool convert_in_number(const format& f);
   bool convert_word(const format& f);
-  bool convert_double_word(const format& f);
   bool convert_in_limbs(const format& f);
+  template <class From, class To>
+  bool convert_between(From from, To to);
+  void convert_in_number(format f);
+  void convert_wide(format f);
+  void convert_otherwise(format f);
   void convert_number(const format& f);
   // Packed values that round to nearest-even, the operation being inlined up to its routine.
   template <class Nearest>
@@ -451,6 +457,9 @@ class ZELK_EXPORT IEEEFloat {
   IEEEFloat& apply_quad(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
   IEEEFloat& apply_limbs(const IEEEFloat& other, swflt::detail::Direction direction);
+  template <class Op, class Shape, class Size>
+  IEEEFloat& apply_few_limbs(const IEEEFloat& other, swflt::detail::Direction direction, Shape s,
+                             Size n);
   template <class Op>
   IEEEFloat& apply_in_numbers(const IEEEFloat& other);
   template <class Op>

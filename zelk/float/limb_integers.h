@@ -41,6 +41,9 @@ struct Limbs {
   Limb operator[](long i) const { return i < size ? data[i] : 0; }
 };
 
+/// All ones if `condition` holds.
+inline Limb limb_mask(bool condition) { return 0 - Limb{condition}; }
+
 /// The lower limb of high:low / 2^k, k < 64.
 inline Limb shifted_limb(Limb low, Limb high, unsigned k) {
   return low >> k | high << 1 << (limb_bits - 1 - k);
@@ -92,7 +95,7 @@ inline void shift_down(Limb* out, const Limb* in, long n, unsigned k, Limb flip 
 
 /// The n upper limbs of in * 2^k, 0 < k < 64, in[-1] being its lowest. out may begin at in or
 /// above.
-inline void shift_up(Limb* out, const Limb* in, long n, unsigned k) {
+[[gnu::always_inline]] inline void shift_up(Limb* out, const Limb* in, long n, unsigned k) {
   const auto pair = [=](long i) {
     return load_pair(in + i) << k | load_pair(in + i - 1) >> (limb_bits - k);
   };
@@ -108,7 +111,7 @@ inline void shift_up(Limb* out, const Limb* in, long n, unsigned k) {
     i -= 2;
   }
   if (i > 0) {
-    out[0] = shifted_limb(in[-1], in[0], limb_bits - k);
+    out[0] = in[0] << k | in[-1] >> 1 >> (limb_bits - 1 - k);
   }
 }
 
@@ -250,9 +253,6 @@ template <std::size_t n>
 // invariant integers, IEEE Transactions on Computers 60, 2011). Whether an estimate is one too
 // large is as good as random to a branch predictor: masks correct it.
 
-/// All ones if `condition` holds.
-inline Limb limb_mask(bool condition) { return 0 - Limb{condition}; }
-
 /// A divisor of two limbs.
 struct Divisor {
   DoubleLimb y;
@@ -269,11 +269,10 @@ struct Divisor {
     reciprocal += over + over_again;
     const DoubleLimb t = DoubleLimb{reciprocal} * y0;
     p += static_cast<Limb>(t >> limb_bits);
-    const bool large = p < static_cast<Limb>(t >> limb_bits);
-    reciprocal -= Limb{large};
-    if (large && (DoubleLimb{p} << limb_bits | static_cast<Limb>(t)) >= y) [[unlikely]] {
-      --reciprocal;
-    }
+    const Limb large = limb_mask(p < static_cast<Limb>(t >> limb_bits));
+    const Limb very_large =
+        large & limb_mask((DoubleLimb{p} << limb_bits | static_cast<Limb>(t)) >= y);
+    reciprocal += large + very_large;
   }
 
   /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 4).

@@ -17,15 +17,25 @@ struct LimbShape {
   unsigned long exp_width;
   unsigned long mant_width;
 
-  std::int64_t exp_max() const { return (std::int64_t{1} << exp_width) - 1; }
-  std::int64_t bias() const { return exp_max() >> 1; }
+  [[gnu::always_inline]] constexpr std::int64_t exp_max() const {
+    return (std::int64_t{1} << exp_width) - 1;
+  }
+  [[gnu::always_inline]] constexpr std::int64_t bias() const { return exp_max() >> 1; }
   /// Where the hidden bit is in the highest limb of a significand, and the exponent field starts.
-  unsigned top_bit() const { return static_cast<unsigned>(mant_width % limb_bits); }
-  Limb hidden_bit() const { return Limb{1} << top_bit(); }
+  [[gnu::always_inline]] constexpr unsigned top_bit() const {
+    return static_cast<unsigned>(mant_width % limb_bits);
+  }
+  [[gnu::always_inline]] constexpr Limb hidden_bit() const { return Limb{1} << top_bit(); }
   /// Limbs of a significand with its hidden bit, and of a pattern: as many, or one more.
-  long significand_size() const { return static_cast<long>(mant_width / limb_bits) + 1; }
-  bool has_limb_above() const { return exp_width + top_bit() >= limb_bits; }
-  long pattern_size(long n) const { return n + long{has_limb_above()}; }
+  [[gnu::always_inline]] constexpr long significand_size() const {
+    return static_cast<long>(mant_width / limb_bits) + 1;
+  }
+  [[gnu::always_inline]] constexpr bool has_limb_above() const {
+    return exp_width + top_bit() >= limb_bits;
+  }
+  [[gnu::always_inline]] constexpr long pattern_size(long n) const {
+    return n + long{has_limb_above()};
+  }
   /// Bits of a pattern's limbs above its sign.
   unsigned unused_bits() const {
     return static_cast<unsigned>(~(exp_width + mant_width)) % limb_bits;
@@ -34,13 +44,25 @@ struct LimbShape {
   Limb upper_infinity() const { return ~Limb{0} << (limb_bits - exp_width); }
 };
 
-/// Widths that are constants, which shift and mask faster.
+/// Widths that are constants: shifts and masks are, too.
 template <unsigned long exp_width, unsigned long mant_width>
 struct FixedLimbShape {
+  static constexpr LimbShape widths{exp_width, mant_width};
+  static constexpr std::size_t size = static_cast<std::size_t>(widths.significand_size());
+
   constexpr operator LimbShape() const {  // NOLINT(google-explicit-constructor): a LimbShape
-    return {exp_width, mant_width};
+    return widths;
   }
 };
+
+/// Calls `serve` with the widths of a format, as constants for the standard's wider ones.
+template <class Serve>
+[[gnu::always_inline]] inline auto with_shape(LimbShape s, Serve serve) {
+  if (s.exp_width == 15 && s.mant_width == 112) return serve(FixedLimbShape<15, 112>());
+  if (s.exp_width == 19 && s.mant_width == 236) return serve(FixedLimbShape<19, 236>());
+  if (s.exp_width == 11 && s.mant_width == 52) return serve(FixedLimbShape<11, 52>());
+  return serve(s);
+}
 
 /// The limbs of an integer's magnitude; `word` is where those of the small form go.
 inline Limbs limbs_of(const QNumber& q, Limb& word) {
@@ -94,13 +116,12 @@ struct LimbNumber {
 /// zeros 1, without a hidden bit.
 [[gnu::always_inline]] inline LimbNumber unpack_limbs(LimbShape s, long n, const Limb* bits,
                                                       Limb upper) {
-  const Limb packed = upper >> (limb_bits - 1 - s.exp_width);  // sign and exponent field
-  const auto field = packed & static_cast<Limb>(s.exp_max());
-  const auto subnormal = Limb{field < 1};
-  return {upper >> (limb_bits - 1), static_cast<std::int64_t>(field + subnormal), bits,
-          bits[n - 1] - ((packed - 1 + subnormal) << s.top_bit())};
+  const auto field = static_cast<std::int64_t>(upper << 1 >> (limb_bits - s.exp_width));
+  const Limb hidden = Limb{field != 0} << s.top_bit();
+  return {upper >> (limb_bits - 1), field + std::int64_t{field == 0}, bits,
+          (bits[n - 1] & (s.hidden_bit() - 1)) | hidden};
 }
-inline LimbNumber unpack_limbs(LimbShape s, long n, const Limb* bits) {
+[[gnu::always_inline]] inline LimbNumber unpack_limbs(LimbShape s, long n, const Limb* bits) {
   return unpack_limbs(s, n, bits, upper_limb(s, n, bits));
 }
 
@@ -138,10 +159,21 @@ struct LimbOperands {
 
   /// Whether neither is an infinity or a NaN.
   [[gnu::always_inline]] bool finite(LimbShape s) const {
-    return std::max(upper[0] << 1, upper[1] << 1) < s.upper_infinity();
+    return upper[0] << 1 < s.upper_infinity() && upper[1] << 1 < s.upper_infinity();
   }
   [[gnu::always_inline]] LimbNumber unpack(LimbShape s, long n, long i) const {
     return unpack_limbs(s, n, bits[i], upper[i]);
+  }
+  /// Exchanges the operands if `condition` holds, which is as good as random to a branch predictor.
+  [[gnu::always_inline]] void swap_if(bool condition) {
+    const Limb mask = swflt::detail::opaque(limb_mask(condition));
+    const auto address = [](const Limb* p) { return std::bit_cast<Limb>(p); };
+    const Limb other_bits = (address(bits[0]) ^ address(bits[1])) & mask;
+    const Limb other_upper = (upper[0] ^ upper[1]) & mask;
+    for (int i : {0, 1}) {
+      bits[i] = std::bit_cast<const Limb*>(address(bits[i]) ^ other_bits);
+      upper[i] ^= other_upper;
+    }
   }
 };
 
@@ -164,8 +196,8 @@ struct Order {
 
 /// Writes sign and exponent field above the trailing significand, whose highest limb is `top`; what
 /// that has above the trailing bits, and `carry`, add to the field.
-inline void pack_top(LimbShape s, long n, Limb sign, std::int64_t field, Limb top, Limb carry,
-                     Limb* out) {
+[[gnu::always_inline]] inline void pack_top(LimbShape s, long n, Limb sign, std::int64_t field,
+                                            Limb top, Limb carry, Limb* out) {
   const Limb packed = static_cast<Limb>(field) | sign << s.exp_width;
   const DoubleLimb sum = DoubleLimb{packed << s.top_bit()} + top;
   out[n - 1] = static_cast<Limb>(sum);
@@ -192,7 +224,7 @@ inline void pack_zero_limbs(LimbShape s, Limb sign, Limb* out) {
 }
 
 /// Whether rounding in direction `mode` increments a magnitude that has `guard` below.
-inline bool rounds_up(Direction mode, Limb sign, bool odd, Limb guard) {
+[[gnu::always_inline]] inline bool rounds_up(Direction mode, Limb sign, bool odd, Limb guard) {
   return mode == Direction::nearest ? (guard | Limb{odd}) > half_limb
                                     : guard != 0 && swflt::detail::rounds_outward(sign, mode);
 }

@@ -14,7 +14,7 @@ namespace {
 /// Calls `serve` with the widths and with the number of limbs of a significand, as a constant when
 /// they are few. The standard's binary256 has widths that are constants, too.
 template <class Serve>
-[[gnu::always_inline]] inline auto with_size(LimbShape s, Serve serve) {
+[[gnu::always_inline]] inline decltype(auto) with_size(LimbShape s, Serve serve) {
   switch (const long n = s.significand_size()) {
     case 1:
       return serve(s, Fixed<1>());
@@ -148,34 +148,33 @@ struct Normalized {
 // left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
 // or a NaN, or the divisor is 0.
 
-[[gnu::noinline]] inline bool add_sub_limbs(LimbShape s, long n, Direction mode, QNumber& left,
-                                            const QNumber& right, Limb flip) {
+[[gnu::always_inline]] inline bool add_sub_limbs(LimbShape s, long n, Direction mode, QNumber& left,
+                                                 const QNumber& right, Limb flip) {
   LimbRoom room(4 * (n + 1));
-  const LimbOperands operands(s, n, left, right, room.limbs());
+  LimbOperands operands(s, n, left, right, room.limbs());
   if (!operands.finite(s)) {
     return false;
   }
+  operands.upper[1] ^= flip << (limb_bits - 1);
   const Order order = compare_magnitudes(s, n, operands);
-  const LimbNumber x = operands.unpack(s, n, order.less);
-  const LimbNumber y = operands.unpack(s, n, !order.less);
-  const Limb sign = x.sign ^ (flip & Limb{order.less});
-  const bool minus = (x.sign ^ y.sign ^ flip) != 0;
+  operands.swap_if(order.less);
+  const LimbNumber x = operands.unpack(s, n, 0);
+  const LimbNumber y = operands.unpack(s, n, 1);
+  const bool minus = x.sign != y.sign;
   Limb* spare = room.limbs() + 2 * (n + 1);
-  if (order.equal && minus) [[unlikely]] {
-    return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
+  if (order.equal) [[unlikely]] {
+    if (minus) return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
   }
   LimbResult result(s, n, left, spare);
   Limb* out = result.limbs;
-  // Whether the signs differ is as good as random to a branch predictor.
-  const Limb flip_part = 0 - Limb{minus};
+  const Limb flip_part = limb_mask(minus);
   const Shifted part =
       shift_down(y, n, static_cast<std::uint64_t>(x.exp - y.exp), flip_part, spare + n + 1);
+  const Limb sign = x.sign;
   std::int64_t exp = x.exp;
   Limb guard = (part.guard ^ flip_part) - flip_part;
   Limb carry = mpn_add_n(out, x.low, part.low, n - 1);
-  if (minus && guard == 0) [[unlikely]] {
-    carry += increment(out, n - 1, 1);
-  }
+  carry += increment(out, n - 1, flip_part & Limb{guard == 0});
   const DoubleLimb sum = DoubleLimb{x.top} + part.top + carry;
   const Limb over = static_cast<Limb>(sum >> limb_bits) - Limb{minus};
   out[n - 1] = static_cast<Limb>(sum);
@@ -195,8 +194,8 @@ struct Normalized {
   return result.finish();
 }
 
-[[gnu::noinline]] inline bool multiply_limbs(LimbShape s, long n, Direction mode, QNumber& left,
-                                             const QNumber& right) {
+[[gnu::always_inline]] inline bool multiply_limbs(LimbShape s, long n, Direction mode,
+                                                  QNumber& left, const QNumber& right) {
   LimbRoom room(7 * (n + 1));
   const LimbOperands patterns(s, n, left, right, room.limbs());
   if (!patterns.finite(s)) {
@@ -280,6 +279,61 @@ struct LimbPattern {
         more(limbs + size) {}
 };
 
+/// out := the pattern of a normal number in a format that has all values of its own: zeros behind
+/// the significand, and another bias. out may be where the limbs of x are.
+[[gnu::always_inline]] inline void widen(LimbShape from, LimbShape to, const LimbNumber& x,
+                                         Limb* out) {
+  const long n = from.significand_size();
+  const long size = to.significand_size();
+  const unsigned long distance = to.mant_width - from.mant_width;
+  const auto zeros = static_cast<long>(distance / limb_bits);
+  const auto k = static_cast<unsigned>(distance % limb_bits);
+  const auto shifted = [k](Limb high, Limb low) {
+    return high << k | low >> 1 >> (limb_bits - 1 - k);
+  };
+  Limb top = shifted(x.top, n > 1 ? x.low[n - 2] : 0);
+  if (size - zeros > n) {
+    out[size - 2] = std::exchange(top, shifted(0, x.top));
+  }
+  if (n > 1) {
+    shift_up(out + zeros + 1, x.low + 1, n - 2, k);
+    out[zeros] = x.low[0] << k;
+  }
+  std::fill_n(out, zeros, 0);
+  pack_top(to, size, x.sign, x.exp - from.bias() + to.bias() - 1, top, 0, out);
+}
+
+/// Whether the values of one format are all values of another.
+[[gnu::always_inline]] inline bool widens(LimbShape from, LimbShape to) {
+  return from.exp_width <= to.exp_width && from.mant_width <= to.mant_width;
+}
+
+/// Whether a number is neither subnormal nor zero, an infinity or a NaN.
+[[gnu::always_inline]] inline bool is_normal(LimbShape s, const LimbNumber& x) {
+  return (x.top & s.hidden_bit()) != 0 && x.exp != s.exp_max();
+}
+
+/// out := the pattern `bits`, of pattern_size() limbs, rounded to another format of few limbs;
+/// false, and nothing done, if it is not normal. out may be where the pattern is.
+template <class From, class To>
+[[gnu::always_inline]] inline bool convert_normal(From from_shape, To to_shape, Direction mode,
+                                                  const Limb* bits, Limb* out) {
+  const LimbShape from = from_shape;
+  const LimbShape to = to_shape;
+  const LimbNumber x = unpack_limbs(from, From::size, bits);
+  if (!is_normal(from, x)) [[unlikely]] {
+    return false;
+  }
+  if (widens(from, to)) {
+    widen(from, to, x, out);
+  } else {
+    Window<To::size> window;
+    load(window, to, {x.low, From::size, x.top}, from.top_bit());
+    round_and_pack(to, mode, x.sign, x.exp - from.bias() + to.bias(), window, out);
+  }
+  return true;
+}
+
 /// out := the pattern `bits` of format `from` rounded to `to`, for which there are pattern_size()
 /// limbs that `bits` may share, and room for two patterns of `from`; false for infinities and NaNs.
 inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bits, Limb* out,
@@ -291,6 +345,10 @@ inline bool convert_limbs(LimbShape from, LimbShape to, Direction mode, Limbs bi
   }
   if (is_zero(x, n)) [[unlikely]] {
     pack_zero_limbs(to, x.sign, out);
+    return true;
+  }
+  if (widens(from, to) && is_normal(from, x)) [[likely]] {
+    widen(from, to, x, out);
     return true;
   }
   const LimbInteger w = significand_of(x, n);

@@ -354,17 +354,17 @@ class ZELK_EXPORT QNumber {
   long big_size() const { return static_cast<long>(mpz_size(mpq_numref(gmp))); }
 
   /// The limbs of this non-negative integer if it is big and has n of them at least; else null.
-  const mp_limb_t* limbs_from(int n) const {
+  [[gnu::always_inline]] const mp_limb_t* limbs_from(int n) const {
     return !is_small() && mpq_numref(gmp)->_mp_size >= n ? big_limbs() : nullptr;
   }
 
   /// The storage of this integer, of n limbs at least, to be overwritten; null when it has none.
   /// `keep_limbs` ends that: this number becomes the integer of the n limbs now there.
-  mp_limb_t* own_limbs(long n) {
+  [[gnu::always_inline]] mp_limb_t* own_limbs(long n) {
     return !is_small() && mpq_numref(gmp)->_mp_alloc >= n ? mpq_numref(gmp)->_mp_d : nullptr;
   }
   /// Ends what `own_limbs` began: this number is the integer of the n limbs there.
-  void keep_limbs(long n) {
+  [[gnu::always_inline]] void keep_limbs(long n) {
     mpz_ptr z = mpq_numref(gmp);
     while (n > 0 && z->_mp_d[n - 1] == 0) {
       --n;
@@ -380,20 +380,26 @@ class ZELK_EXPORT QNumber {
     return (first_word() & (0 - small)) | (z->_mp_d[0] & (0 - used));
   }
 
-  /// Takes the value of another non-negative integer where this integer is big and has the storage;
-  /// false, and nothing done, otherwise.
-  bool assign_in_place(const QNumber& other) {
+  /// Takes the value of a non-negative integer below 2^64 where this integer is big and has
+  /// storage, without a branch on the other's form; false, and nothing done, otherwise.
+  bool assign_word_in_place(const QNumber& other) {
     if (is_small() || mpq_numref(gmp)->_mp_alloc == 0) {
       return false;
     }
     mpz_ptr to = mpq_numref(gmp);
-    mpz_srcptr from = mpq_numref(other.gmp_or_none());
-    const int n = from->_mp_size;
-    if (n < 2) {
-      to->_mp_d[0] = other.to_word();
-      to->_mp_size = static_cast<int>(to->_mp_d[0] != 0);
-      return true;
+    to->_mp_d[0] = other.to_word();
+    to->_mp_size = static_cast<int>(to->_mp_d[0] != 0);
+    return true;
+  }
+
+  /// The same for any non-negative integer, if that is big, too.
+  bool assign_in_place(const QNumber& other) {
+    if (is_small() || other.is_small()) {
+      return false;
     }
+    mpz_ptr to = mpq_numref(gmp);
+    mpz_srcptr from = mpq_numref(other.gmp);
+    const int n = from->_mp_size;
     if (to->_mp_alloc < n) {
       return false;
     }

@@ -291,7 +291,8 @@ template <Shape S>
 
 // A value of which the compiler knows nothing. Where it knows one of two values that are chosen
 // between, it makes a branch.
-constexpr std::int64_t opaque(std::int64_t n) {
+template <class T>
+constexpr T opaque(T n) {
   if (!std::is_constant_evaluated()) asm("" : "+r"(n));
   return n;
 }
@@ -346,9 +347,10 @@ constexpr Aligned<std::uint64_t> align(S s, std::uint64_t sig, std::int64_t n,
                                        std::uint64_t minus) {
   const auto value = static_cast<std::int64_t>((sig ^ minus) - minus);
   if (is_short(s)) {
-    return {static_cast<std::uint64_t>(value >> std::min(n, opaque(short_width + 3))), 0};
+    return {static_cast<std::uint64_t>(value >> std::min<std::int64_t>(n, opaque(short_width + 3))),
+            0};
   }
-  n = std::min(n, opaque(63));
+  n = std::min(n, opaque<std::int64_t>(63));
   const std::int64_t kept = value >> n;
   return {static_cast<std::uint64_t>(kept), std::uint64_t{kept << n != value}};
 }

@@ -235,6 +235,11 @@ void check_conversion(auto& from, auto& to, const IEEEFloat& x) {
   ASSERT_BITS(r, same ? bits(x) : to.convert(from, bits(x), x.get_mode())) << name(x);
   ASSERT_TRUE(r.get_format() == to.f && r.get_mode() == x.get_mode() &&
               r.get_repr() == (same ? x.get_repr() : IEEEFloat::get_best_repr(to.f)));
+  if (same) return;
+  // Where the wider of the two patterns was before.
+  const IEEEFloat there = r;
+  r.set_format(from.f);
+  ASSERT_BITS(r, from.convert(to, bits(there), x.get_mode())) << name(there);
 }
 
 /// Class, special values, neighbours, exact value, integers and text of one value.

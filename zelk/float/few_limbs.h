@@ -73,6 +73,9 @@ template <std::size_t n>
 [[gnu::always_inline]] inline void load_below(Window<n>& s, const LimbNumber& x, std::uint64_t k) {
   if (k < limb_bits) [[likely]] {
     load_shifted(s, x, static_cast<unsigned>(k));
+  } else if (k >= (n + 1) * limb_bits) {
+    s = {};
+    s.w[0] = Limb{!is_zero(x, n)};
   } else {
     load_shifted(s, x, 1);
     drop_limbs(s, (k - 1) / limb_bits);
@@ -177,7 +180,6 @@ template <std::size_t n>
   round_and_pack(s, mode, sign, exp, window, out);
 }
 
-/// A subnormal as if exponents had no end: with its hidden bit in place, in n limbs of room.
 template <std::size_t n>
 [[gnu::cold, gnu::noinline]] LimbNumber normalized(LimbShape s, const LimbNumber& x, Limb* room) {
   const LimbInteger integer = significand_of(x, n);
@@ -186,6 +188,14 @@ template <std::size_t n>
   std::copy_n(window.w + 1, n, room);
   return {x.sign, x.exp + integer.leading_bit() - static_cast<long>(s.mant_width), room,
           window.w[n]};
+}
+/// A subnormal becomes what it would be if exponents had no end: with its hidden bit in place, in n
+/// limbs of room.
+template <std::size_t n>
+[[gnu::always_inline]] inline void normalize(LimbShape s, LimbNumber& x, Limb* room) {
+  if ((x.top & s.hidden_bit()) == 0) {
+    x = normalized<n>(s, x, room);
+  }
 }
 
 // left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
@@ -253,8 +263,8 @@ template <class Shape, std::size_t n>
     if (is_zero(x, n) || is_zero(y, n)) {
       return store_zero(s, n, sign, left, room);
     }
-    x = normalized<n>(s, x, room);
-    y = normalized<n>(s, y, room + n + 1);
+    normalize<n>(s, x, room);
+    normalize<n>(s, y, room + n + 1);
   }
   Limb factors[2][n];
   std::copy_n(x.low, n - 1, factors[0]);
@@ -300,8 +310,8 @@ template <class Shape, std::size_t n>
     if (is_zero(x, n)) {
       return store_zero(s, n, sign, left, room);
     }
-    x = normalized<n>(s, x, room);
-    y = normalized<n>(s, y, room + n + 1);
+    normalize<n>(s, x, room);
+    normalize<n>(s, y, room + n + 1);
   }
   Limb rest[n];
   Limb divisor[n];

@@ -27,8 +27,11 @@ swflt::detail::Direction direction_of(unsigned rm) {
   return BVNumber::low_word(q);
 }
 
+// The highest bit of patterns. Where the sum wraps around, there are none but 0.
+unsigned long highest_bit(const IEEEFloat::format& f) { return f.exp_width + f.mant_width; }
+
 // Whether every pattern fits the small form of a number.
-bool has_small_patterns(const IEEEFloat::format& f) { return f.exp_width + f.mant_width <= 62; }
+bool has_small_patterns(const IEEEFloat::format& f) { return highest_bit(f) <= 62; }
 
 // An operation on words of any shape, on limbs and on numbers.
 template <auto words, auto limbs, auto numbers>
@@ -122,7 +125,7 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
   // The form of 64-bit patterns goes by a value's sign.
-  const unsigned long highest = sign_bit(other.fmt);
+  const unsigned long highest = highest_bit(other.fmt);
   if (is_generic() && other.is_generic() &&
       ((highest > 63 && payload.big->assign_in_place(*other.payload.big)) ||
        (highest == 63 && payload.big->assign_word_in_place(*other.payload.big)))) {
@@ -747,8 +750,8 @@ bool IEEEFloat::convert_in_limbs(const format& f) {
 
 // Converts any value.
 [[gnu::noinline]] void IEEEFloat::convert_otherwise(format f) {
-  const auto is_wide = [](const format& g) { return g.exp_width + g.mant_width > 63; };
-  if (!(is_wide(fmt) || is_wide(f) ? convert_in_limbs(f) : convert_word(f))) {
+  const bool in_words = highest_bit(fmt) <= 63 && highest_bit(f) <= 63;
+  if (!(in_words ? convert_word(f) : convert_in_limbs(f))) {
     convert_number(f);
   }
 }

@@ -321,10 +321,9 @@ template <Shape S>
     return {large, small, sign_of(s, a)};
   }
 #endif
-  const auto less =
-      static_cast<Word<S>>(static_cast<Signed<Word<S>>>(x - y) >> (lead<Word<S>> + 1));
-  const Word<S> rise = (y - x) & less;
-  return {x + rise, y - rise, sign_of(s, a ^ ((a ^ b) & less))};
+  const auto less = static_cast<Word<S>>(Signed<Word<S>>{opaque(-std::int64_t{x < y})});
+  const Word<S> change = (x ^ y) & less;
+  return {x ^ change, y ^ change, sign_of(s, a ^ ((a ^ b) & less))};
 }
 
 // How far the significands of a sum are above the places of integers. In short formats the shift

@@ -511,8 +511,8 @@ template <class Op>
 }
 
 template <class Op, class Shape, class Size>
-[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_few_limbs(const IEEEFloat& other, Direction direction,
-                                                        Shape s, Size n) {
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_in_limbs(const IEEEFloat& other, Direction direction,
+                                                       Shape s, Size n) {
   return Op::on_limbs(s, n, direction, *payload.big, *other.payload.big)
              ? *this
              : apply_in_numbers<Op>(other);
@@ -523,7 +523,7 @@ template <class Op>
   return with_size(
       {fmt.exp_width, fmt.mant_width}, [&](auto s, auto n) __attribute__((always_inline))
                                                ->IEEEFloat &
-                                           { return apply_few_limbs<Op>(other, direction, s, n); });
+                                           { return apply_in_limbs<Op>(other, direction, s, n); });
 }
 
 // All values, those above included.
@@ -675,8 +675,8 @@ bool IEEEFloat::convert_word(const format& f) {
   return true;
 }
 
-// Converts a normal value between two of the standard's wider formats; false where that cannot be
-// done.
+// Converts a normal value between two of the standard's wider formats; false, and nothing done, for
+// other values and formats. The value is generic or packed binary64.
 template <class From, class To>
 [[gnu::always_inline]] inline bool IEEEFloat::convert_between(From from, To to) {
   if constexpr (std::is_same_v<From, To> || std::is_same_v<From, LimbShape> ||
@@ -705,6 +705,7 @@ template <class From, class To>
   }
 }
 
+// Converts any value, at the best speed those that `convert_between` takes.
 [[gnu::noinline]] void IEEEFloat::convert_wide(format f) {
   const bool done =
       short_roads && mode() <= ROUND_TOWARD_NEGATIVE && (is_generic() || kind == kind_packed64) &&

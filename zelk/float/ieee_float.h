@@ -458,8 +458,8 @@ class ZELK_EXPORT IEEEFloat {
   template <class Op>
   IEEEFloat& apply_limbs(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op, class Shape, class Size>
-  IEEEFloat& apply_few_limbs(const IEEEFloat& other, swflt::detail::Direction direction, Shape s,
-                             Size n);
+  IEEEFloat& apply_in_limbs(const IEEEFloat& other, swflt::detail::Direction direction, Shape s,
+                            Size n);
   template <class Op>
   IEEEFloat& apply_in_numbers(const IEEEFloat& other);
   template <class Op>

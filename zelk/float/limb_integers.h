@@ -93,11 +93,10 @@ inline void shift_down(Limb* out, const Limb* in, long n, unsigned k, Limb flip 
   }
 }
 
-/// The n upper limbs of in * 2^k, 0 < k < 64, in[-1] being its lowest. out may begin at in or
-/// above.
+/// The n upper limbs of in * 2^k, k < 64, in[-1] being its lowest. out may begin at in or above.
 [[gnu::always_inline]] inline void shift_up(Limb* out, const Limb* in, long n, unsigned k) {
   const auto pair = [=](long i) {
-    return load_pair(in + i) << k | load_pair(in + i - 1) >> (limb_bits - k);
+    return load_pair(in + i) << k | load_pair(in + i - 1) >> 1 >> (limb_bits - 1 - k);
   };
   long i = n;
   for (; i >= 4; i -= 4) {
@@ -180,11 +179,10 @@ inline bool divide(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, 
   const bool lost = shifted_limb(0, last, bits) != 0 ||
                     (limbs > 1 && (w[0] != 0 || mpn_zero_p(w, limbs - 1) == 0));
   const long have = std::min(size - limbs, n);
-  if (bits == 0) {
-    std::copy_n(w + limbs, have, out);
-  } else if (have > 0) {
-    mpn_rshift(out, w + limbs, have, bits);
-    out[have - 1] |= limbs + have < size ? w[limbs + have] << (limb_bits - bits) : 0;
+  if (have > 0) {
+    shift_down(out, w + limbs, have - 1, bits);
+    const Limb above = limbs + have < size ? w[limbs + have] : 0;
+    out[have - 1] = shifted_limb(w[limbs + have - 1], above, bits);
   }
   std::fill_n(out + have, n - have, 0);
   return guard | Limb{lost};

@@ -50,18 +50,22 @@ struct FixedLimbShape {
   static constexpr LimbShape widths{exp_width, mant_width};
   static constexpr std::size_t size = static_cast<std::size_t>(widths.significand_size());
 
+  static bool is(LimbShape s) { return s.exp_width == exp_width && s.mant_width == mant_width; }
   constexpr operator LimbShape() const {  // NOLINT(google-explicit-constructor): a LimbShape
     return widths;
   }
 };
+using Binary64 = FixedLimbShape<11, 52>;
+using Binary128 = FixedLimbShape<15, 112>;
+using Binary256 = FixedLimbShape<19, 236>;
 
 /// Calls `serve` with the widths of a format, as constants for the standard's wider ones.
 template <class Serve>
 [[gnu::always_inline]] inline auto with_shape(LimbShape s, Serve serve) {
-  if (s.exp_width == 15 && s.mant_width == 112) return serve(FixedLimbShape<15, 112>());
-  if (s.exp_width == 19 && s.mant_width == 236) return serve(FixedLimbShape<19, 236>());
-  if (s.exp_width == 11 && s.mant_width == 52) return serve(FixedLimbShape<11, 52>());
-  return serve(s);
+  return Binary128::is(s)   ? serve(Binary128())
+         : Binary256::is(s) ? serve(Binary256())
+         : Binary64::is(s)  ? serve(Binary64())
+                            : serve(s);
 }
 
 /// The limbs of an integer's magnitude; `word` is where those of the small form go.
@@ -167,13 +171,14 @@ struct LimbOperands {
   /// Exchanges the operands if `condition` holds, which is as good as random to a branch predictor.
   [[gnu::always_inline]] void swap_if(bool condition) {
     const Limb mask = swflt::detail::opaque(limb_mask(condition));
-    const auto address = [](const Limb* p) { return std::bit_cast<Limb>(p); };
-    const Limb other_bits = (address(bits[0]) ^ address(bits[1])) & mask;
-    const Limb other_upper = (upper[0] ^ upper[1]) & mask;
-    for (int i : {0, 1}) {
-      bits[i] = std::bit_cast<const Limb*>(address(bits[i]) ^ other_bits);
-      upper[i] ^= other_upper;
-    }
+    const Limb first = std::bit_cast<Limb>(bits[0]);
+    const Limb second = std::bit_cast<Limb>(bits[1]);
+    const Limb change = (first ^ second) & mask;
+    bits[0] = std::bit_cast<const Limb*>(first ^ change);
+    bits[1] = std::bit_cast<const Limb*>(second ^ change);
+    const Limb upper_change = (upper[0] ^ upper[1]) & mask;
+    upper[0] ^= upper_change;
+    upper[1] ^= upper_change;
   }
 };
 

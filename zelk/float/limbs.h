@@ -11,8 +11,8 @@
 namespace zelk {
 namespace {
 
-/// Calls `serve` with the widths and with the number of limbs of a significand, as a constant when
-/// they are few. The standard's binary256 has widths that are constants, too.
+/// Calls `serve` with the widths, as constants for binary256, and with the number of limbs of a
+/// significand, as a constant when they are few.
 template <class Serve>
 [[gnu::always_inline]] inline decltype(auto) with_size(LimbShape s, Serve serve) {
   switch (const long n = s.significand_size()) {
@@ -23,8 +23,7 @@ template <class Serve>
     case 3:
       return serve(s, Fixed<3>());
     case 4:
-      return s.exp_width == 19 && s.mant_width == 236 ? serve(FixedLimbShape<19, 236>(), Fixed<4>())
-                                                      : serve(s, Fixed<4>());
+      return Binary256::is(s) ? serve(Binary256(), Fixed<4>()) : serve(s, Fixed<4>());
     default:
       return serve(s, n);
   }
@@ -162,7 +161,7 @@ struct Normalized {
   const LimbNumber y = operands.unpack(s, n, 1);
   const bool minus = x.sign != y.sign;
   Limb* spare = room.limbs() + 2 * (n + 1);
-  if (order.equal) [[unlikely]] {
+  if (order.equal) [[unlikely]] {  // first: the signs are not as easy to predict
     if (minus) return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
   }
   LimbResult result(s, n, left, spare);

@@ -565,16 +565,6 @@ template <Shape S>
   return div_finite(s, x, y, mode);
 }
 
-// A significand in another kind of word, its leading bit at `lead` again.
-template <class To, class W>
-constexpr To resize(W sig) {
-  if constexpr (sizeof(To) > sizeof(W)) return To{sig} << 64;
-  if constexpr (sizeof(To) < sizeof(W)) {
-    return static_cast<To>(sig >> 64) | To{static_cast<To>(sig) != 0};
-  }
-  return static_cast<To>(sig);
-}
-
 // The conversion of a zero, an infinity or a NaN; every NaN becomes the canonical one.
 template <Shape From, Shape To>
 [[gnu::cold, gnu::noinline]] Word<To> convert_special(From from, To to, Word<From> a,
@@ -591,7 +581,7 @@ constexpr bool widens(From from, To to) {
   return from.exp_width <= to.exp_width && from.mant_width <= to.mant_width;
 }
 
-// The pattern `a` of one shape rounded to another.
+// The pattern `a` of one shape rounded to another in words of the same kind.
 template <Shape From, Shape To>
 [[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
   const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
@@ -604,7 +594,7 @@ template <Shape From, Shape To>
   if (magnitude(from, a) - 1 >= infinity(from) - 1) [[unlikely]]
     return convert_special(from, to, a, sign);
   const auto x = unpack(from, a);
-  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), resize<Word<To>>(x.sig)}, mode);
+  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), x.sig}, mode);
 }
 
 // The integer n, above -2^63, rounded.
@@ -613,8 +603,7 @@ constexpr Word<S> from_integer(S s, std::int64_t n, Direction mode) {
   if (n == 0) return 0;
   const auto magnitude = static_cast<std::uint64_t>(n < 0 ? -n : n);
   const auto x = normalize(magnitude);
-  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + x.top - 1, resize<Word<S>>(x.sig)},
-                        mode);
+  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + x.top - 1, x.sig}, mode);
 }
 
 }  // namespace zelk::swflt::detail

@@ -493,6 +493,19 @@ template <class Op, class Shape>
   return *this;
 }
 
+// Patterns of 64 bits in numbers, whose form goes by the sign.
+template <class Op>
+[[gnu::noinline]] IEEEFloat& IEEEFloat::apply_in_word(const IEEEFloat& other, Direction direction) {
+  const mp_limb_t pattern = Op::on_words(shape(), word(), other.word(), direction);
+  if (mp_limb_t* own = payload.big->own_limbs(1); own != nullptr) [[likely]] {
+    own[0] = pattern;
+    payload.big->keep_limbs(1);
+  } else {
+    payload.big->assign(pattern);
+  }
+  return *this;
+}
+
 template <class Op>
 [[gnu::noinline]] IEEEFloat& IEEEFloat::apply_quad(const IEEEFloat& other, Direction direction) {
   const swflt::detail::uint128 pattern =
@@ -535,8 +548,7 @@ template <class Op>
                                   : apply32<Op>(other, direction_of(mode()));
   }
   if (has_word_road(fmt, mode())) {
-    payload.big->assign(Op::on_words(shape(), word(), other.word(), direction_of(mode())));
-    return *this;
+    return apply_in_word<Op>(other, direction_of(mode()));
   }
   if (has_limb_road(fmt, mode())) {
     return apply_limbs<Op>(other, direction_of(mode()));
@@ -553,6 +565,9 @@ template <class Op>
   const auto direction = static_cast<Direction>(control & direction_mask);
   if (kind >= kind_in_limbs) {
     return apply_limbs<Op>(other, direction);
+  }
+  if (kind >= kind_in_word) {
+    return apply_in_word<Op>(other, direction);
   }
   if (kind >= kind_in_number && payload.big->is_small() && other.payload.big->is_small()) {
     return kind >> 8 <= short_width ? apply_in_number<Op, ShortShape>(other, direction)

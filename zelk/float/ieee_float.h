@@ -337,26 +337,26 @@ class ZELK_EXPORT IEEEFloat {
     kind_packed64,             // (11, 52) in a word
     kind_quad,                 // (15, 112) in a number
     kind_in_number,            // from here on m << 8 | e: at most 63 bits, in a number
-    kind_in_limbs = 1U << 31,  // from here on m << 8 | e again: more than words serve, e <= 62
+    kind_in_word = 1U << 30,   // from here on m << 8 | e: 64 bits, in a number
+    kind_in_limbs = 1U << 31,  // from here on m << 8 | e: more than words serve, e <= 62
   };
   static constexpr std::uint32_t kind_of(const format& f, unsigned r) {
     if (r < REPR_GENERIC) {
       return r != get_best_repr(f) ? kind_other : r == REPR_FLOAT32 ? kind_packed32 : kind_packed64;
     }
-    if (short_roads && swflt::detail::serves(f.exp_width, f.mant_width) &&
-        f.exp_width + f.mant_width <= 62) {
-      return static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width);
+    if (short_roads && swflt::detail::serves(f.exp_width, f.mant_width)) {
+      return static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width) |
+             (f.exp_width + f.mant_width == 63 ? kind_in_word : 0U);
     }
     if (f == format{15, 112}) {
       return short_roads ? kind_quad : kind_other;
     }
-    return has_limb_road(f) && !swflt::detail::serves(f.exp_width, f.mant_width) &&
-                   f.mant_width < 1U << 23
+    return has_limb_road(f) && f.mant_width < 1U << 23
                ? kind_in_limbs | static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width)
                : kind_other;
   }
   static constexpr bool in_number(std::uint32_t k) {
-    return k >= kind_in_number && k < kind_in_limbs;
+    return k >= kind_in_number && k < kind_in_word;
   }
   // The bits of the mode in which the short roads serve it: the others are 0.
   static constexpr std::uint32_t direction_mask = 3;
@@ -453,6 +453,8 @@ class ZELK_EXPORT IEEEFloat {
   IEEEFloat& apply32(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op, class Shape>
   IEEEFloat& apply_in_number(const IEEEFloat& other, swflt::detail::Direction direction);
+  template <class Op>
+  IEEEFloat& apply_in_word(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
   IEEEFloat& apply_quad(const IEEEFloat& other, swflt::detail::Direction direction);
   template <class Op>
@@ -572,7 +574,7 @@ inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
       return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
     default:
       return a.kind == IEEEFloat::kind_quad ? IEEEFloat::quad_less(a, b)
-             : a.kind < IEEEFloat::kind_quad || a.kind >= IEEEFloat::kind_in_limbs
+             : a.kind < IEEEFloat::kind_quad || a.kind >= IEEEFloat::kind_in_word
                  ? IEEEFloat::generic_less(a, b)
                  : swflt::detail::less(a.shape(), a.small_word(), b.small_word());
   }

@@ -283,18 +283,10 @@ template <class Shape, std::size_t n>
   return round_and_store(s, mode, sign, exp, window, left);
 }
 
-// Of any number of limbs.
-bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left, const QNumber& right);
-
 template <class Shape, std::size_t n>
 [[gnu::always_inline]] inline bool divide_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
                                                 QNumber& left, const QNumber& right) {
   const LimbShape s = shape;
-  // Halved below, the dividend is less than the divisor. Where significands fill their limbs that
-  // would take a digit away.
-  if (s.top_bit() == limb_bits - 1) [[unlikely]] {
-    return divide_limbs(s, long{n}, mode, left, right);
-  }
   Limb room[2 * (n + 1)];
   const LimbOperands operands(s, n, left, right, room);
   if (!operands.finite(s)) [[unlikely]] {
@@ -317,6 +309,9 @@ template <class Shape, std::size_t n>
   Limb divisor[n];
   align_up(s, x, rest);
   align_up(s, y, divisor);
+  // Halved, the dividend is below the divisor; what leaves its limbs comes back with the first
+  // digit.
+  Limb low = shifted_limb(0, rest[0], 1);
   for (std::size_t i = 0; i < n; ++i) {
     rest[i] = shifted_limb(rest[i], i + 1 < n ? rest[i + 1] : 0, 1);
   }
@@ -324,10 +319,10 @@ template <class Shape, std::size_t n>
   Window<n> quotient;
 #pragma GCC unroll 4
   for (std::size_t i = n; i > 0; --i) {
-    quotient.w[i] = next_digit(rest, divisor, highest);
+    quotient.w[i] = next_digit(rest, std::exchange(low, 0), divisor, highest);
   }
   // So many bits are mostly enough to round by.
-  quotient.w[0] = s.top_bit() < limb_bits - 2 ? 0 : next_digit(rest, divisor, highest);
+  quotient.w[0] = s.top_bit() < limb_bits - 2 ? 0 : next_digit(rest, 0, divisor, highest);
   Limb left_over = 0;
   for (std::size_t i = 0; i < n; ++i) {
     left_over |= rest[i];

@@ -44,6 +44,8 @@ struct Limbs {
 /// All ones if `condition` holds.
 inline Limb limb_mask(bool condition) { return 0 - Limb{condition}; }
 
+inline DoubleLimb double_limb(Limb high, Limb low) { return DoubleLimb{high} << limb_bits | low; }
+
 /// The lower limb of high:low / 2^k, k < 64.
 inline Limb shifted_limb(Limb low, Limb high, unsigned k) {
   return low >> k | high << 1 << (limb_bits - 1 - k);
@@ -258,8 +260,8 @@ struct Divisor {
 
   /// Algorithm 6.
   Divisor(Limb y1, Limb y0)
-      : y(DoubleLimb{y1} << limb_bits | y0),
-        reciprocal(swflt::detail::divide_word(DoubleLimb{~y1} << limb_bits | ~Limb{0}, y1).q) {
+      : y(double_limb(y1, y0)),
+        reciprocal(swflt::detail::divide_word(double_limb(~y1, ~Limb{0}), y1).q) {
     Limb p = y1 * reciprocal + y0;
     const Limb over = limb_mask(p < y0);
     const Limb over_again = over & limb_mask(p >= y1);
@@ -268,8 +270,7 @@ struct Divisor {
     const DoubleLimb t = DoubleLimb{reciprocal} * y0;
     p += static_cast<Limb>(t >> limb_bits);
     const Limb large = limb_mask(p < static_cast<Limb>(t >> limb_bits));
-    const Limb very_large =
-        large & limb_mask((DoubleLimb{p} << limb_bits | static_cast<Limb>(t)) >= y);
+    const Limb very_large = large & limb_mask(double_limb(p, static_cast<Limb>(t)) >= y);
     reciprocal += large + very_large;
   }
 
@@ -278,9 +279,9 @@ struct Divisor {
     const DoubleLimb estimate = DoubleLimb{static_cast<Limb>(x >> limb_bits)} * reciprocal + x;
     Limb q = static_cast<Limb>(estimate >> limb_bits);
     const Limb high = static_cast<Limb>(x) - q * static_cast<Limb>(y >> limb_bits);
-    x = (DoubleLimb{high} << limb_bits | low) - DoubleLimb{q} * static_cast<Limb>(y) - y;
+    x = double_limb(high, low) - DoubleLimb{q} * static_cast<Limb>(y) - y;
     const Limb over = limb_mask(static_cast<Limb>(x >> limb_bits) >= static_cast<Limb>(estimate));
-    x += y & (DoubleLimb{over} << limb_bits | over);
+    x += y & double_limb(over, over);
     q += over + 1;
     if (x >= y) [[unlikely]] {
       x -= y;
@@ -290,42 +291,40 @@ struct Divisor {
   }
 };
 
-/// The same where the highest limbs of dividend and divisor agree: 2^64 - 1.
+/// x * 2^64 + low over y, x becoming the remainder, where the highest limbs of x and y agree: 2^64
+/// - 1.
 template <std::size_t n>
-[[gnu::cold, gnu::noinline]] Limb largest_digit(Limb (&x)[n], const Limb (&y)[n]) {
-  Limb dividend[n + 1] = {};
+[[gnu::cold, gnu::noinline]] Limb largest_digit(Limb (&x)[n], Limb low, const Limb (&y)[n]) {
+  Limb dividend[n + 1] = {low};
   std::copy_n(x, n, dividend + 1);
   mpn_submul_1(dividend, y, n, ~Limb{0});
   std::copy_n(dividend, n, x);
   return ~Limb{0};
 }
 
-/// x * 2^64 / y, x becoming the remainder, for x below y, which begins with `divisor`.
+/// The same for any x below y, which begins with `divisor`.
 template <std::size_t n>
-[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[n], const Limb (&y)[n],
+[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[n], Limb low, const Limb (&y)[n],
                                               const Divisor& divisor) {
-  DoubleLimb high = DoubleLimb{x[n - 1]} << limb_bits | (n > 1 ? x[n - 2] : 0);
-  if (n > 2 && high == divisor.y) [[unlikely]] {
-    return largest_digit(x, y);
+  DoubleLimb high = double_limb(x[n - 1], x[n - 2]);
+  if (high == divisor.y) [[unlikely]] {
+    return largest_digit(x, low, y);
   }
-  Limb q = divisor.next_digit(high, n > 2 ? x[n - 3] : 0);
-  Limb digit = 0;  // x moves up by one
+  Limb q = divisor.next_digit(high, x[n - 3]);
   Limb carry = 0;
   Carry borrow = 0;
-  for (std::size_t i = 0; i + 2 < n; ++i) {
+  for (std::size_t i = 0; i < n - 2; ++i) {
     const DoubleLimb p = DoubleLimb{q} * y[i] + carry;
     carry = static_cast<Limb>(p >> limb_bits);
-    const Limb next = x[i];
-    x[i] = subtract_limb(digit, static_cast<Limb>(p), borrow);
-    digit = next;
+    const Limb next = x[i];  // x moves up by one
+    x[i] = subtract_limb(low, static_cast<Limb>(p), borrow);
+    low = next;
   }
   const DoubleLimb part = DoubleLimb{carry} + borrow;
   const bool large = high < part;
   high -= part;
+  x[n - 2] = static_cast<Limb>(high);
   x[n - 1] = static_cast<Limb>(high >> limb_bits);
-  if (n > 1) {
-    x[n - 2] = static_cast<Limb>(high);
-  }
   if (large) [[unlikely]] {
     --q;
     Carry out = 0;
@@ -334,6 +333,24 @@ template <std::size_t n>
     }
   }
   return q;
+}
+
+// One or two limbs have so few digits that the processor's division is faster than a reciprocal.
+
+[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[1], Limb low, const Limb (&y)[1],
+                                              const Divisor& /*divisor*/) {
+  const swflt::detail::Quotient digit = swflt::detail::divide_word(double_limb(x[0], low), y[0]);
+  x[0] = digit.rest;
+  return digit.q;
+}
+
+[[gnu::always_inline]] inline Limb next_digit(Limb (&x)[2], Limb low, const Limb (&/*y*/)[2],
+                                              const Divisor& divisor) {
+  DoubleLimb rest = double_limb(x[1], x[0]);
+  const Limb digit = swflt::detail::next_digit(rest, low, divisor.y);
+  x[0] = static_cast<Limb>(rest);
+  x[1] = static_cast<Limb>(rest >> limb_bits);
+  return digit;
 }
 
 // ---- Where limbs are kept ----

@@ -219,8 +219,8 @@ struct Normalized {
   return result.finish();
 }
 
-[[gnu::noinline]] bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
-                                    const QNumber& right) {
+[[gnu::always_inline]] inline bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
+                                                const QNumber& right) {
   LimbRoom room(9 * (n + 1));
   const LimbOperands patterns(s, n, left, right, room.limbs());
   if (!patterns.finite(s)) {

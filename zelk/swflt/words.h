@@ -487,28 +487,29 @@ inline std::uint64_t high_quotient(std::uint64_t x, std::uint64_t y) {
   return d.q | std::uint64_t{d.rest != 0};
 }
 
-// x * 2^64 / y, x becoming the remainder, for x below y and the highest bit of y set (D. E. Knuth,
-// The Art of Computer Programming, volume 2, 4.3.1, algorithm D).
-inline std::uint64_t next_digit(uint128& x, uint128 y) {
+// x * 2^64 + low over y, x becoming the remainder, for x below y and the highest bit of y set (D.
+// E. Knuth, The Art of Computer Programming, volume 2, 4.3.1, algorithm D).
+inline std::uint64_t next_digit(uint128& x, std::uint64_t low, uint128 y) {
   const auto y0 = static_cast<std::uint64_t>(y);
   const auto y1 = static_cast<std::uint64_t>(y >> 64);
   if (x >> 64 >= y1) [[unlikely]] {  // the quotient of the high words is 2^64 or more
     std::uint64_t q = ~std::uint64_t{0};
     uint128 high = x - uint128{q} * y1;
     uint128 p = uint128{q} * y0;
-    while (high >> 64 == 0 && p > high << 64) {
+    while (high >> 64 == 0 && p > (high << 64 | low)) {
       --q;
       high += y1;
       p -= y0;
     }
-    x = (high << 64) - p;
+    x = (high << 64 | low) - p;
     return q;
   }
   // Too large by two at most; whether by one is as good as random to a branch predictor.
   auto [q, rest] = divide_word(x, y1);
   const uint128 product = uint128{q} * y0;
-  const auto over = mask_if<uint128>(uint128{rest} << 64 < product);
-  x = (uint128{rest} << 64) - product + (y & over);
+  x = uint128{rest} << 64 | low;
+  const auto over = mask_if<uint128>(x < product);
+  x = x - product + (y & over);
   q += static_cast<std::uint64_t>(over);
   if (over != 0 && x >= y) [[unlikely]] {
     x += y;
@@ -519,8 +520,8 @@ inline std::uint64_t next_digit(uint128& x, uint128 y) {
 
 inline uint128 high_quotient(uint128 x, uint128 y) {
   uint128 rest = x >> 1;
-  const std::uint64_t high = next_digit(rest, y << 1);
-  const std::uint64_t low = next_digit(rest, y << 1);
+  const std::uint64_t high = next_digit(rest, 0, y << 1);
+  const std::uint64_t low = next_digit(rest, 0, y << 1);
   return uint128{high} << 64 | low | uint128{rest != 0};
 }
 

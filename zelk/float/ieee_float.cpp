@@ -511,8 +511,8 @@ template <class Op>
   const swflt::detail::uint128 pattern =
       Op::on_words(swflt::detail::binary128, double_word(*payload.big),
                    double_word(*other.payload.big), direction);
-  payload.big->assign(static_cast<std::uint64_t>(pattern),
-                      static_cast<std::uint64_t>(pattern >> 64));
+  payload.big->assign_to_integer(static_cast<std::uint64_t>(pattern),
+                                 static_cast<std::uint64_t>(pattern >> 64));
   return *this;
 }
 

@@ -416,14 +416,17 @@ class ZELK_EXPORT QNumber {
 
   /// Becomes the integer low + 2^64 * high, by the same rule.
   void assign(unsigned long low, unsigned long high) {
-    if (mp_limb_t* own = high != 0 && is_integer() ? own_limbs(2) : nullptr; own != nullptr)
-        [[likely]] {
+    const mp_limb_t limbs[] = {low, high};
+    assign_limbs(limbs, 2);
+  }
+  /// The same for a number that is an integer.
+  void assign_to_integer(unsigned long low, unsigned long high) {
+    if (mp_limb_t* own = high != 0 ? own_limbs(2) : nullptr; own != nullptr) [[likely]] {
       own[0] = low;
       own[1] = high;
       mpq_numref(gmp)->_mp_size = 2;
     } else {
-      const mp_limb_t limbs[] = {low, high};
-      assign_limbs(limbs, 2);
+      assign(low, high);
     }
   }
 

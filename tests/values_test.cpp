@@ -39,9 +39,14 @@ TEST(Values, Representations) {
 }
 
 TEST(Values, CopiesAreDeepAndMovesLeaveThePlaceholder) {
+  // Without an exponent patterns can be negative.
+  IEEEFloat odd = IEEEFloat::max_value(half), taken = IEEEFloat::max_value(quad);
+  odd.set_mode(modes[1]);
+  odd.set_format({0, 200});
+  EXPECT_TRUE(odd.get_bits() < 0 && (taken = odd).get_bits() == odd.get_bits());
   const IEEEFloat all[] = {IEEEFloat(half, repr3, modes[1]), from(0x3C01, half, 2),
                            from(0xC0490FDB, single, 3),      from(0x8000000000000001UL, twice),
-                           IEEEFloat::max_value(quad),       IEEEFloat::max_value({19, 600})};
+                           IEEEFloat::max_value(quad),       IEEEFloat::max_value({19, 3000})};
   for (const IEEEFloat& source : all) {
     for (const IEEEFloat& target : all) {
       IEEEFloat x = target, y = source;
@@ -148,6 +153,10 @@ TEST(Values, BadModes) {
   }
   EXPECT_EQ(bits(from(0x3C00, half, 2) + from(1, half, 7)), 0x3C01);  // the left operand's mode
   EXPECT_EQ(TRIED(from(0x3C01, half, 7), x.set_format({4, 3})), bad);
+  IEEEFloat third = IEEEFloat::from_ratio(QNumber(1) / 3, {19, 236}, modes[0]);
+  third.set_mode(static_cast<IEEEFloat::rounding_mode>(7));
+  EXPECT_EQ(TRIED(IEEEFloat(third), x.set_format(quad)) + TRIED(third, x.set_format(twice)),
+            bad + bad);
   for (const char* text : {"1e9", "1e999999", "-1e-9", "1e-999999", "0.1"}) {
     EXPECT_EQ(TRIED(from(1, half, 7), x = x.from_text(text, half, x.get_mode())), bad) << text;
   }

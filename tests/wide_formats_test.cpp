@@ -16,6 +16,19 @@ TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
   }
 }
 
+// A divisor whose reciprocal is first estimated as one that is too large by two.
+TEST(WideFormats, DivisorsAtTheBordersOfTheirReciprocal) {
+  const Format f{19, 236};
+  const auto value = [&](const char* digits) {
+    return IEEEFloat::from_bits(QNumber(mpz_class(digits, 16), 1), f);
+  };
+  IEEEFloat x = value("3ffff625b14b747fa4cc13d06eba0917246c775f5c732865701ae9349ea8729c");
+  const IEEEFloat y = value("3ffff266729f77ed495156f4b950258778009ade38204e63359a46e672a8d0a2");
+  x.set_mode(modes[1]);
+  EXPECT_EQ((x / y).get_bits(),
+            IEEEFloat::from_ratio(x.to_number() / y.to_number(), f, modes[1]).get_bits());
+}
+
 // A product whose lowest computed digit and all that is sticky below it are ones, and none above.
 TEST(WideFormats, DigitsFarBelowAreSticky) {
   const auto value = [](const QNumber& q) { return IEEEFloat::from_ratio(q, {15, 112}, modes[2]); };

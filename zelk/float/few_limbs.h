@@ -125,14 +125,13 @@ template <std::size_t n>
 [[gnu::always_inline]] inline void round_and_pack(LimbShape shape, Direction mode, Limb sign,
                                                   std::int64_t exp, Window<n>& s, Limb* out) {
   Limb leading = leading_limb(shape, s);
-  while (leading == 0 && exp > limb_bits) [[unlikely]] {
-      for (std::size_t i = n; i > 0; --i) {
-        s.w[i] = s.w[i - 1];
-      }
-      s.w[0] = 0;
-      exp -= limb_bits;
-      leading = leading_limb(shape, s);
+  for (; leading == 0 && exp > limb_bits; exp -= limb_bits) {
+    for (std::size_t i = n; i > 0; --i) {
+      s.w[i] = s.w[i - 1];
     }
+    s.w[0] = 0;
+    leading = leading_limb(shape, s);
+  }
   if (exp < 1) [[unlikely]] {
     const auto places = static_cast<std::uint64_t>(1 - exp);
     drop_limbs(s, places / limb_bits);

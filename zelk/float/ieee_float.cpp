@@ -124,11 +124,12 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm, const QNumber& pattern)
 }
 
 void IEEEFloat::assign_generic(const IEEEFloat& other) {
-  // The form of 64-bit patterns goes by a value's sign.
   const unsigned long highest = highest_bit(other.fmt);
+  // The form of 64-bit patterns goes by a value's sign. Without an exponent they may be negative.
+  const bool is_word = highest == 63 && other.fmt.exp_width > 0;
   if (is_generic() && other.is_generic() &&
       ((highest > 63 && payload.big->assign_in_place(*other.payload.big)) ||
-       (highest == 63 && payload.big->assign_word_in_place(*other.payload.big)))) {
+       (is_word && payload.big->assign_word_in_place(*other.payload.big)))) {
     copy_kind(other);
   } else {
     assign_otherwise(other);
@@ -699,6 +700,8 @@ template <class From, class To>
     return false;
   } else {
     constexpr format target{To::widths.exp_width, To::widths.mant_width};
+    constexpr format wider{To::widths.exp_width,
+                           std::max(From::widths.mant_width, To::widths.mant_width)};
     constexpr long size = To::widths.pattern_size(To::size);
     constexpr int from_size = static_cast<int>(From::widths.pattern_size(From::size));
     const mp_limb_t word = is_generic() ? 0 : payload.bits64;
@@ -706,13 +709,14 @@ template <class From, class To>
     const bool stays = is_generic() && get_best_repr(target) == REPR_GENERIC;
     mp_limb_t room[static_cast<std::size_t>(size)];
     mp_limb_t* own = stays ? payload.big->own_limbs(size) : nullptr;
-    if (bits == nullptr ||
+    // Under a low `max_bits` not even these formats take the short road.
+    if (bits == nullptr || !has_limb_road(wider) ||
         !convert_normal(from, to, direction_of(mode()), bits, own != nullptr ? own : room)) {
       return false;
     }
     if (own != nullptr) {
       payload.big->keep_limbs(size);
-      set_kind(target, REPR_GENERIC, kind_of(target, REPR_GENERIC));
+      set_kind(target, REPR_GENERIC);
     } else {
       set_limbs(target, room, size);
     }

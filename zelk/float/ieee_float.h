@@ -323,7 +323,7 @@ class ZELK_EXPORT IEEEFloat {
   std::uint64_t low_word() const;
   // Values take short roads on words and limbs in front of the algorithms on numbers, which serve
   // every format, mode and size and stay the reference. A build without the short roads gives the
-  // same results, but for sums that only they find room for under a very low `max_bits`.
+  // same results, but for what only they find room for under a very low `max_bits`.
 #ifdef ZELK_REFERENCE_ONLY
   static constexpr bool short_roads = false;
 #else

@@ -1,8 +1,8 @@
 // Integers in limbs, least first: where they are kept, and the few operations that rounded
 // arithmetic needs.
 //
-// An integer of few limbs has their number as a constant, and the loops unroll; for many it is
-// known at run time, and GMP's low-level functions do the work. The text is one. Used by limbs.h.
+// Of few limbs the number is a constant, and the loops unroll; of many it is known at run time, and
+// GMP's low-level functions do the work, but for the shifts. Used by limb_patterns.h.
 #ifndef ZELK_FLOAT_LIMB_INTEGERS_H_
 #define ZELK_FLOAT_LIMB_INTEGERS_H_
 
@@ -51,7 +51,7 @@ inline Limb shifted_limb(Limb low, Limb high, unsigned k) {
   return low >> k | high << 1 << (limb_bits - 1 - k);
 }
 
-/// x := x + carry; the carry out of it. A carry rarely goes far.
+/// x := x + carry, x of n > 0 limbs; the carry out of it. A carry rarely goes far.
 inline Limb increment(Limb* x, long n, Limb carry) {
   long i = 0;
   do {
@@ -61,7 +61,7 @@ inline Limb increment(Limb* x, long n, Limb carry) {
   return carry;
 }
 
-// Shifts of many limbs, two at a time, where GMP goes one by one.
+// Shifts of many limbs, two at a time.
 
 using LimbPair [[gnu::vector_size(2 * sizeof(Limb))]] = Limb;
 
@@ -274,7 +274,7 @@ struct Divisor {
     reciprocal += large + very_large;
   }
 
-  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 4).
+  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 5).
   [[gnu::always_inline]] Limb next_digit(DoubleLimb& x, Limb low) const {
     const DoubleLimb estimate = DoubleLimb{static_cast<Limb>(x >> limb_bits)} * reciprocal + x;
     Limb q = static_cast<Limb>(estimate >> limb_bits);

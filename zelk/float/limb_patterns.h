@@ -59,7 +59,7 @@ using Binary64 = FixedLimbShape<11, 52>;
 using Binary128 = FixedLimbShape<15, 112>;
 using Binary256 = FixedLimbShape<19, 236>;
 
-/// Calls `serve` with the widths of a format, as constants for the standard's wider ones.
+/// Calls `serve` with the widths of a format, as constants for the standard's from binary64 on.
 template <class Serve>
 [[gnu::always_inline]] inline auto with_shape(LimbShape s, Serve serve) {
   return Binary128::is(s)   ? serve(Binary128())

@@ -392,7 +392,7 @@ class ZELK_EXPORT QNumber {
     return true;
   }
 
-  /// The same for any non-negative integer, if that is big, too.
+  /// The same for any non-negative integer that is big; false also for others.
   bool assign_in_place(const QNumber& other) {
     if (is_small() || other.is_small()) {
       return false;
@@ -400,7 +400,7 @@ class ZELK_EXPORT QNumber {
     mpz_ptr to = mpq_numref(gmp);
     mpz_srcptr from = mpq_numref(other.gmp);
     const int n = from->_mp_size;
-    if (to->_mp_alloc < n) {
+    if (n < 0 || to->_mp_alloc < n) {
       return false;
     }
     to->_mp_size = n;

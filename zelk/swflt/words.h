@@ -566,14 +566,18 @@ template <Shape S>
   return div_finite(s, x, y, mode);
 }
 
-// The conversion of a zero, an infinity or a NaN; every NaN becomes the canonical one.
+// The conversion of a pattern that is not normal; every NaN becomes the canonical one.
 template <Shape From, Shape To>
-[[gnu::cold, gnu::noinline]] Word<To> convert_special(From from, To to, Word<From> a,
-                                                      Word<To> sign) {
+[[gnu::cold, gnu::noinline]] Word<To> convert_special(From from, To to, Word<From> a, Word<To> sign,
+                                                      Direction mode) {
   if (is_zero(from, a)) return sign;
   if (is_inf(from, a)) return sign | infinity(to);
-  raise(to, is_signaling(from, a), flag_invalid);
-  return canonical_nan(to);
+  if (is_nan(from, a)) {
+    raise(to, is_signaling(from, a), flag_invalid);
+    return canonical_nan(to);
+  }
+  const auto x = unpack(from, a);
+  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), x.sig}, mode);
 }
 
 // Whether one shape has all values of another.
@@ -586,16 +590,17 @@ constexpr bool widens(From from, To to) {
 template <Shape From, Shape To>
 [[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
   const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
-  if (widens(from, to) && is_normal_exponent(from, exponent_field(from, a) - 1)) [[likely]] {
+  const auto normal = unpack_normal(from, a);
+  if (!is_normal_exponent(from, normal.exp)) [[unlikely]]
+    return convert_special(from, to, a, sign, mode);
+  const std::int64_t bias_change = bias(to) - bias(from);
+  if (widens(from, to)) {
     // Nothing to round: more zeros behind the significand, and another bias.
-    const auto bias_change = static_cast<Word<To>>(bias(to) - bias(from)) << to.mant_width;
-    const auto digits = static_cast<Word<To>>(magnitude(from, a));
-    return sign | ((digits << (to.mant_width - from.mant_width)) + bias_change);
+    return sign | plus_scaled(magnitude(from, a) << (to.mant_width - from.mant_width), bias_change,
+                              to.mant_width);
   }
-  if (magnitude(from, a) - 1 >= infinity(from) - 1) [[unlikely]]
-    return convert_special(from, to, a, sign);
-  const auto x = unpack(from, a);
-  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), x.sig}, mode);
+  const auto sig = normal.sig << (lead<Word<From>> - from.mant_width);
+  return round_and_pack(to, {sign, normal.exp + bias_change, sig}, mode);
 }
 
 // The integer n, above -2^63, rounded.

@@ -291,8 +291,8 @@ struct Divisor {
   }
 };
 
-/// x * 2^64 + low over y, x becoming the remainder, where the highest limbs of x and y agree: 2^64
-/// - 1.
+/// The digit 2^64 - 1, which x * 2^64 + low over y gives where the two highest limbs of x and y
+/// agree; x becomes the remainder.
 template <std::size_t n>
 [[gnu::cold, gnu::noinline]] Limb largest_digit(Limb (&x)[n], Limb low, const Limb (&y)[n]) {
   Limb dividend[n + 1] = {low};

@@ -166,8 +166,11 @@ constexpr Normalized<uint128> normalize(uint128 sig) {
     const std::int64_t top = highest_bit(static_cast<std::uint64_t>(sig));
     return {sig << (lead<uint128> - top), top};
   }
-  const std::int64_t top = highest_bit(static_cast<std::uint64_t>(sig >> 64));
-  return {shift_left(sig, 62 - top), 64 + top};
+  const auto low = static_cast<std::uint64_t>(sig);
+  const auto high = static_cast<std::uint64_t>(sig >> 64);
+  const auto top = static_cast<unsigned>(highest_bit(high));
+  const unsigned n = 62 - top;
+  return {uint128{high << n | low >> 1 >> (top + 1)} << 64 | low << n, 64 + std::int64_t{top}};
 }
 
 template <Shape S>
@@ -297,7 +300,7 @@ constexpr T opaque(T n) {
   return n;
 }
 
-// Two patterns by their magnitudes, and the larger one's sign.
+// Two magnitudes, the larger one first, and its sign.
 template <class W>
 struct Ordered {
   W large;
@@ -325,6 +328,33 @@ template <Shape S>
   const Word<S> change = (x ^ y) & less;
   return {x ^ change, y ^ change, sign_of(s, a ^ ((a ^ b) & less))};
 }
+#ifdef __x86_64__
+// Double words are taken to be filled by the patterns.
+template <Shape S>
+requires(sizeof(Word<S>) > 8)
+    [[gnu::always_inline]] inline Ordered<uint128> order(S s, uint128 a, uint128 b) {
+  const auto a_low = static_cast<std::uint64_t>(a);
+  const auto b_low = static_cast<std::uint64_t>(b);
+  const auto a_high = static_cast<std::uint64_t>(a >> 64);
+  const auto b_high = static_cast<std::uint64_t>(b >> 64);
+  std::uint64_t large_low = a_low;
+  std::uint64_t large_high = a_high;
+  std::uint64_t small_low = b_low;
+  std::uint64_t small_high = b_high;
+  std::uint64_t difference = a_high << 1;
+  asm("cmpq %[b_low], %[a_low]\n\tsbbq %[b_twice], %[difference]\n\t"
+      "cmovbq %[b_low], %[large_low]\n\tcmovbq %[b_high], %[large_high]\n\t"
+      "cmovbq %[a_low], %[small_low]\n\tcmovbq %[a_high], %[small_high]"
+      : [large_low] "+&r"(large_low), [large_high] "+&r"(large_high), [small_low] "+&r"(small_low),
+        [small_high] "+&r"(small_high), [difference] "+&r"(difference)
+      : [a_low] "r"(a_low), [b_low] "r"(b_low), [a_high] "r"(a_high), [b_high] "r"(b_high),
+        [b_twice] "r"(b_high << 1)
+      : "cc");
+  const uint128 large = uint128{large_high} << 64 | large_low;
+  const uint128 small = uint128{small_high} << 64 | small_low;
+  return {magnitude(s, large), magnitude(s, small), sign_of(s, large)};
+}
+#endif
 
 // How far the significands of a sum are above the places of integers. In short formats the shift
 // that brings all of one below a quarter of an ulp of the other, where it only matters that it is

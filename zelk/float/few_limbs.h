@@ -216,8 +216,8 @@ template <class Shape, std::size_t n>
   const LimbNumber x = operands.unpack(s, n, 0);
   const LimbNumber y = operands.unpack(s, n, 1);
   const bool minus = x.sign != y.sign;
-  if (order.equal) [[unlikely]] {  // first: the signs are not as easy to predict
-    if (minus) return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
+  if ((order.equal & limb_mask(minus)) != 0) [[unlikely]] {
+    return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
   }
   // A place above the hidden bit, for the carry.
   Window<n> sum;

@@ -74,21 +74,32 @@ inline void store_pair(Limb* p, LimbPair pair) { std::memcpy(p, &pair, sizeof pa
 
 /// The n lower limbs of in / 2^k, k < 64, in having n + 1, each with the bits of `flip` changed.
 /// out may begin at in or below.
-inline void shift_down(Limb* out, const Limb* in, long n, unsigned k, Limb flip = 0) {
-  const auto pair = [=](long i) {
-    const LimbPair low = load_pair(in + i) >> k;
-    return (low | load_pair(in + i + 1) << 1 << (limb_bits - 1 - k)) ^ flip;
+[[gnu::always_inline]] inline void shift_down(Limb* out, const Limb* in, long n, unsigned k,
+                                              Limb flip = 0) {
+  const auto shifted = [=](LimbPair low, LimbPair next) {
+    const LimbPair high = __builtin_shufflevector(low, next, 1, 2);
+    return (low >> k | high << 1 << (limb_bits - 1 - k)) ^ flip;
   };
   long i = 0;
-  for (; i + 4 <= n; i += 4) {
-    const LimbPair first = pair(i);
-    const LimbPair second = pair(i + 2);
-    store_pair(out + i, first);
-    store_pair(out + i + 2, second);
-  }
-  if (i + 2 <= n) {
-    store_pair(out + i, pair(i));
-    i += 2;
+  if (n >= 2) {
+    LimbPair low = load_pair(in);
+    for (; i + 5 <= n; i += 4) {
+      const LimbPair middle = load_pair(in + i + 2);
+      const LimbPair high = load_pair(in + i + 4);
+      store_pair(out + i, shifted(low, middle));
+      store_pair(out + i + 2, shifted(middle, high));
+      low = high;
+    }
+    if (i + 3 <= n) {
+      const LimbPair next = load_pair(in + i + 2);
+      store_pair(out + i, shifted(low, next));
+      low = next;
+      i += 2;
+    }
+    if (i + 2 <= n) {
+      store_pair(out + i, shifted(low, LimbPair{in[i + 2], 0}));
+      i += 2;
+    }
   }
   if (i < n) {
     out[i] = shifted_limb(in[i], in[i + 1], k) ^ flip;

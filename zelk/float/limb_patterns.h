@@ -116,11 +116,15 @@ struct LimbNumber {
   Limb top;
 };
 
+[[gnu::always_inline]] inline std::int64_t exponent_field(LimbShape s, Limb upper) {
+  return static_cast<std::int64_t>(upper << 1 >> (limb_bits - s.exp_width));
+}
+
 /// Takes a pattern apart. The exponent of infinities and NaNs is exp_max(), that of subnormals and
 /// zeros 1, without a hidden bit.
 [[gnu::always_inline]] inline LimbNumber unpack_limbs(LimbShape s, long n, const Limb* bits,
                                                       Limb upper) {
-  const auto field = static_cast<std::int64_t>(upper << 1 >> (limb_bits - s.exp_width));
+  const std::int64_t field = exponent_field(s, upper);
   const Limb hidden = Limb{field != 0} << s.top_bit();
   return {upper >> (limb_bits - 1), field + std::int64_t{field == 0}, bits,
           (bits[n - 1] & (s.hidden_bit() - 1)) | hidden};
@@ -168,9 +172,10 @@ struct LimbOperands {
   [[gnu::always_inline]] LimbNumber unpack(LimbShape s, long n, long i) const {
     return unpack_limbs(s, n, bits[i], upper[i]);
   }
-  /// Exchanges the operands if `condition` holds, which is as good as random to a branch predictor.
-  [[gnu::always_inline]] void swap_if(bool condition) {
-    const Limb mask = swflt::detail::opaque(limb_mask(condition));
+  /// Exchanges the operands if `mask` is all ones, which is as good as random to a branch
+  /// predictor.
+  [[gnu::always_inline]] void swap_if(Limb mask) {
+    mask = swflt::detail::opaque(mask);
     const Limb first = std::bit_cast<Limb>(bits[0]);
     const Limb second = std::bit_cast<Limb>(bits[1]);
     const Limb change = (first ^ second) & mask;
@@ -182,10 +187,10 @@ struct LimbOperands {
   }
 };
 
-/// How two magnitudes are ordered.
+/// How two magnitudes are ordered: all ones for what holds.
 struct Order {
-  bool less;
-  bool equal;
+  Limb less;
+  Limb equal;
 };
 
 [[gnu::always_inline]] inline Order compare_magnitudes(LimbShape s, long n, const LimbOperands& x) {
@@ -194,9 +199,9 @@ struct Order {
   if (first == second) [[unlikely]] {
     const long below = s.pattern_size(n) - 1;
     const int order = below > 0 ? mpn_cmp(x.bits[0], x.bits[1], below) : 0;
-    return {order < 0, order == 0};
+    return {limb_mask(order < 0), limb_mask(order == 0)};
   }
-  return {first < second, false};
+  return {limb_mask(first < second), 0};
 }
 
 /// Writes sign and exponent field above the trailing significand, whose highest limb is `top`; what

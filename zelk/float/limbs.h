@@ -29,11 +29,24 @@ template <class Serve>
   }
 }
 
+/// What `with_size` has made sure of.
+inline void assume_many(long n) {
+  if (n < 5) {
+    __builtin_unreachable();
+  }
+}
+
 /// out := the significand of x; the limbs up to the highest that is not 0.
 inline long copy_significand(const LimbNumber& x, long n, Limb* out) {
   std::copy_n(x.low, n - 1, out);
   out[n - 1] = x.top;
   return trimmed(out, n);
+}
+
+/// Rounds the magnitude of a pattern of `size` limbs that has `guard` below. What carries into the
+/// exponent of infinities is rounded outward and leaves a significand of 0.
+inline void round_pattern(Direction mode, Limb sign, Limb guard, Limb* out, long size) {
+  increment(out, size, Limb{rounds_up(mode, sign, out[0] % 2 != 0, guard)});
 }
 
 /// out, a significand of n limbs with its hidden bit in place or, for exp = 1, below, becomes the
@@ -44,10 +57,8 @@ inline void round_and_pack_limbs(LimbShape s, long n, Direction mode, Limb sign,
     pack_overflow_limbs(s, mode, sign, out);
     return;
   }
-  const Limb carry = increment(out, n, Limb{rounds_up(mode, sign, out[0] % 2 != 0, guard)});
-  // The hidden bit may be the highest. What carries into the exponent of infinities is rounded
-  // outward and leaves a significand of 0.
-  pack_top(s, n, sign, exp - 1, out[n - 1], carry, out);
+  pack_top(s, n, sign, exp - 1, out[n - 1], 0, out);
+  round_pattern(mode, sign, guard, out, s.pattern_size(n));
 }
 
 /// The same for w * 2^(exp - bias - m), plus less than one unit of w if `sticky`, w of `size` limbs
@@ -144,12 +155,41 @@ struct Normalized {
   return {guard, k};
 }
 
+/// out := a sum that has left the exponent `exp` of the larger pattern, rounded. Its fraction is in
+/// place, its guard is the limb below, the limb above may be overwritten. Of a sum of equal signs
+/// the fraction is all but the two highest bits, the lower of which is `bit`.
+[[gnu::noinline]] inline void round_moved_sum(LimbShape s, long n, Direction mode, Limb sign,
+                                              Limb minus, Limb bit, std::int64_t exp, Limb* sum,
+                                              Limb* out) {
+  const unsigned top_bit = s.top_bit();
+  sum[n - 1] = (sum[n - 1] & (s.hidden_bit() - 1)) | bit << top_bit;
+  sum[n] = 0;
+  const Limb leading = sum[n - 1] << (limb_bits - 1 - top_bit) | sum[n - 2] >> 1 >> top_bit;
+  const std::int64_t zeros = std::countl_zero(leading);
+  if ((minus & (limb_mask(leading == 0) | limb_mask(zeros >= exp))) != 0) [[unlikely]] {
+    const Normalized moved = normalize_difference(s, n, sum, exp, sum[-1]);
+    std::copy_n(sum, n, out);
+    round_and_pack_limbs(s, n, mode, sign, exp - moved.k, moved.guard, out);
+    return;
+  }
+  // A difference goes up by its zeros; a sum goes down by one, which is up by 63 from a limb below.
+  const Limb places = static_cast<Limb>(zeros) & minus;
+  const auto k = static_cast<unsigned>(places | (63 & ~minus));
+  const Limb* from = sum + 1 + static_cast<long>(minus);
+  const Limb guard = from[-1] << k | ((sum[-1] >> 1 | (sum[-1] & 1)) & ~minus);
+  shift_up(out, from, n, k);
+  out[n - 1] |= s.hidden_bit() & ~minus;
+  exp += static_cast<std::int64_t>((1 & ~minus) - places);
+  round_and_pack_limbs(s, n, mode, sign, exp, guard, out);
+}
+
 // left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
 // or a NaN, or the divisor is 0.
 
 [[gnu::always_inline]] inline bool add_sub_limbs(LimbShape s, long n, Direction mode, QNumber& left,
                                                  const QNumber& right, Limb flip) {
-  LimbRoom room(4 * (n + 1));
+  assume_many(n);
+  LimbRoom room(4 * (n + 1) + 1);
   LimbOperands operands(s, n, left, right, room.limbs());
   if (!operands.finite(s)) {
     return false;
@@ -157,44 +197,65 @@ struct Normalized {
   operands.upper[1] ^= flip << (limb_bits - 1);
   const Order order = compare_magnitudes(s, n, operands);
   operands.swap_if(order.less);
-  const LimbNumber x = operands.unpack(s, n, 0);
+  const Limb upper = operands.upper[0];
+  const Limb sign = upper >> (limb_bits - 1);
   const LimbNumber y = operands.unpack(s, n, 1);
-  const bool minus = x.sign != y.sign;
+  const Limb minus = limb_mask(sign != y.sign);
   Limb* spare = room.limbs() + 2 * (n + 1);
-  if (order.equal) [[unlikely]] {  // first: the signs are not as easy to predict
-    if (minus) return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
+  if ((order.equal & minus) != 0) [[unlikely]] {
+    return store_zero(s, n, Limb{mode == Direction::downward}, left, spare);
   }
   LimbResult result(s, n, left, spare);
-  Limb* out = result.limbs;
-  const Limb flip_part = limb_mask(minus);
-  const Shifted part =
-      shift_down(y, n, static_cast<std::uint64_t>(x.exp - y.exp), flip_part, spare + n + 1);
-  const Limb sign = x.sign;
-  std::int64_t exp = x.exp;
-  Limb guard = (part.guard ^ flip_part) - flip_part;
-  Limb carry = mpn_add_n(out, x.low, part.low, n - 1);
-  carry += increment(out, n - 1, flip_part & Limb{guard == 0});
-  const DoubleLimb sum = DoubleLimb{x.top} + part.top + carry;
-  const Limb over = static_cast<Limb>(sum >> limb_bits) - Limb{minus};
-  out[n - 1] = static_cast<Limb>(sum);
+  const std::int64_t field = exponent_field(s, upper);
+  const std::int64_t exp = field + std::int64_t{field == 0};
+  Limb* part = spare + n + 2;
+  const Shifted shifted = shift_down(y, n, static_cast<std::uint64_t>(exp - y.exp), minus, part);
+  part[n - 1] = shifted.top;
+  part[n] = minus;
+  const Limb guard = (shifted.guard ^ minus) - minus;
 
-  const Limb above = shifted_limb(out[n - 1], over, s.top_bit());
-  if (above > 1) {  // a carry above the hidden bit
-    guard = guard >> 1 | (guard & 1) | out[0] << (limb_bits - 1);
-    shift_down(out, out, n - 1, 1);
-    out[n - 1] = shifted_limb(out[n - 1], over, 1);
-    ++exp;
-  } else if (above == 0 && exp > 1) {
-    const Normalized moved = normalize_difference(s, n, out, exp, guard);
-    guard = moved.guard;
-    exp -= moved.k;
+  // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
+  // leaves it as it is, there is nothing more to do than to add and to round. Whether it does is as
+  // good as random to a branch predictor, but mostly seen in the upper limbs, before the others are
+  // added. Subnormals are in place whatever happens.
+  const auto moves = [s, field, minus](Limb upper_sum) {
+    return limb_mask(exponent_field(s, upper_sum) != field) &
+           limb_mask(field > static_cast<std::int64_t>(minus & 1));
+  };
+  const unsigned unused = s.unused_bits();
+  const Limb above = s.has_limb_above() ? minus : shifted.top;
+  const Limb below = s.has_limb_above() ? shifted.top : part[n - 2];
+  Limb upper_sum = upper + (above << unused | below >> 1 >> (limb_bits - 1 - unused));
+  Limb moved = moves(upper_sum);
+  const Limb undecided = limb_mask(~upper_sum << 1 << s.exp_width == 0);  // but for a carry
+
+  const Limb elsewhere = swflt::detail::opaque(moved | undecided);
+  Limb* sum = std::bit_cast<Limb*>((std::bit_cast<Limb>(part) & elsewhere) |
+                                   (std::bit_cast<Limb>(result.limbs) & ~elsewhere));
+  mpn_add_n(sum, operands.bits[0], part, result.size);
+  increment(sum, result.size, minus & Limb{guard == 0});
+  if (flip != 0) {
+    const unsigned place = limb_bits - 1 - unused;
+    sum[result.size - 1] = (sum[result.size - 1] & ~(Limb{1} << place)) | sign << place;
   }
-  round_and_pack_limbs(s, n, mode, sign, exp, guard, out);
+  if (undecided != 0) [[unlikely]] {
+    upper_sum = upper_limb(s, n, sum);
+    moved = moves(upper_sum);
+    std::copy_n(part, result.size, result.limbs);
+  }
+  if (moved != 0) {
+    part[-1] = guard;
+    const auto step = static_cast<Limb>(exponent_field(s, upper_sum) - field);
+    round_moved_sum(s, n, mode, sign, minus, ~(step | minus) & 1, exp, part, result.limbs);
+  } else {
+    round_pattern(mode, sign, guard, result.limbs, result.size);
+  }
   return result.finish();
 }
 
 [[gnu::always_inline]] inline bool multiply_limbs(LimbShape s, long n, Direction mode,
                                                   QNumber& left, const QNumber& right) {
+  assume_many(n);
   LimbRoom room(7 * (n + 1));
   const LimbOperands patterns(s, n, left, right, room.limbs());
   if (!patterns.finite(s)) {
@@ -221,6 +282,7 @@ struct Normalized {
 
 [[gnu::always_inline]] inline bool divide_limbs(LimbShape s, long n, Direction mode, QNumber& left,
                                                 const QNumber& right) {
+  assume_many(n);
   LimbRoom room(9 * (n + 1));
   const LimbOperands patterns(s, n, left, right, room.limbs());
   if (!patterns.finite(s)) {

@@ -294,11 +294,6 @@ void QNumber::release() noexcept {
   }
 }
 
-// Of one number to another, or to itself.
-void QNumber::copy_limbs(mp_limb_t* to, const mp_limb_t* from, int n) {
-  std::memmove(to, from, static_cast<std::size_t>(n) * sizeof *to);
-}
-
 void* QNumber::allocate(std::size_t size) { return ::operator new(size); }
 
 void QNumber::operator delete(void* place, std::size_t size) noexcept {

@@ -355,13 +355,15 @@ class ZELK_EXPORT QNumber {
 
   /// The limbs of this non-negative integer if it is big and has n of them at least; else null.
   [[gnu::always_inline]] const mp_limb_t* limbs_from(int n) const {
-    return !is_small() && mpq_numref(gmp)->_mp_size >= n ? big_limbs() : nullptr;
+    return !is_small() && mpq_numref(gmp)->_mp_size >= n ? not_null(mpq_numref(gmp)->_mp_d)
+                                                         : nullptr;
   }
 
   /// The storage of this integer, of n limbs at least, to be overwritten; null when it has none.
   /// `keep_limbs` ends that: this number becomes the integer of the n limbs now there.
   [[gnu::always_inline]] mp_limb_t* own_limbs(long n) {
-    return !is_small() && mpq_numref(gmp)->_mp_alloc >= n ? mpq_numref(gmp)->_mp_d : nullptr;
+    return !is_small() && mpq_numref(gmp)->_mp_alloc >= n ? not_null(mpq_numref(gmp)->_mp_d)
+                                                          : nullptr;
   }
   /// Ends what `own_limbs` began: this number is the integer of the n limbs there.
   [[gnu::always_inline]] void keep_limbs(long n) {
@@ -472,7 +474,34 @@ class ZELK_EXPORT QNumber {
     other.num = 0;
   }
   void release() noexcept;
-  static void copy_limbs(mp_limb_t* to, const mp_limb_t* from, int n);
+  // Tells the compiler what it cannot know of GMP's integers.
+  static mp_limb_t* not_null(mp_limb_t* limbs) {
+    if (limbs == nullptr) {
+      __builtin_unreachable();
+    }
+    return limbs;
+  }
+  // Copies the limbs of one number to another, or to itself. Those of a few dozen go in pieces that
+  // lie where the pieces of the next reader do: the processor has them at hand then.
+  static void copy_limbs(mp_limb_t* to, const mp_limb_t* from, int n) {
+    using Piece [[gnu::vector_size(2 * sizeof *to)]] = mp_limb_t;
+    int i = 0;
+    if (n > 64) {
+      std::memmove(to, from, static_cast<std::size_t>(n) * sizeof *to);
+      return;
+    }
+    for (; i + 4 <= n; i += 4) {
+      Piece first;
+      Piece second;
+      std::memcpy(&first, from + i, sizeof first);
+      std::memcpy(&second, from + i + 2, sizeof second);
+      std::memcpy(to + i, &first, sizeof first);
+      std::memcpy(to + i + 2, &second, sizeof second);
+    }
+    for (; i < n; ++i) {
+      to[i] = from[i];
+    }
+  }
   static void* allocate(std::size_t size);
   static void* take_spare_place() noexcept {
     --spare_place_count;

@@ -80,7 +80,7 @@ void growth(unsigned long mant_width) {
        ++i) {
     x.push_back(make_value(f, mpz_class(random_bits.get_z_range(7)).get_si()));
     y.push_back(make_value(f, mpz_class(random_bits.get_z_range(7)).get_si()));
-    y.back().set_sign(i % 2 == 0);
+    y.back().set_sign(random_bits.get_z_bits(1) != 0);
   }
   Operands<Zelk> ours(x, y);
   Operands<Mpfr> theirs(x, y);

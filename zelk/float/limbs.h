@@ -155,21 +155,33 @@ struct Normalized {
   return {guard, k};
 }
 
-/// out := a sum that has left the exponent `exp` of the larger pattern, rounded. Its fraction is in
-/// place, its guard is the limb below, the limb above may be overwritten. Of a sum of equal signs
-/// the fraction is all but the two highest bits, the lower of which is `bit`.
-[[gnu::noinline]] inline void round_moved_sum(LimbShape s, long n, Direction mode, Limb sign,
-                                              Limb minus, Limb bit, std::int64_t exp, Limb* sum,
-                                              Limb* out) {
+/// Finishes a sum whose exponent is not that of the larger pattern, or perhaps not: out := the sum,
+/// rounded. `upper` is of the larger pattern, and `minus` all ones in a difference. The guard is
+/// the limb below.
+[[gnu::noinline]] inline void round_moved_sum(LimbShape s, long n, Direction mode, Limb upper,
+                                              Limb minus, Limb* sum, Limb* out) {
+  const long size = s.pattern_size(n);
+  const Limb sign = upper >> (limb_bits - 1);
+  const std::int64_t field = exponent_field(s, upper);
+  increment(sum, size, minus & Limb{sum[-1] == 0});
+  const std::int64_t step = exponent_field(s, upper_limb(s, n, sum)) - field;
+  if (step == 0 || field <= static_cast<std::int64_t>(minus & 1)) [[unlikely]] {
+    std::copy_n(sum, size, out);
+    round_pattern(mode, sign, sum[-1], out, size);
+    return;
+  }
+  // The fraction is in place; of a sum of equal signs it is all but the two highest bits, the lower
+  // of which tells from how far the exponent has moved.
   const unsigned top_bit = s.top_bit();
-  sum[n - 1] = (sum[n - 1] & (s.hidden_bit() - 1)) | bit << top_bit;
+  sum[n - 1] &= s.hidden_bit() - 1;
+  sum[n - 1] |= (~(static_cast<Limb>(step) | minus) & 1) << top_bit;
   sum[n] = 0;
   const Limb leading = sum[n - 1] << (limb_bits - 1 - top_bit) | sum[n - 2] >> 1 >> top_bit;
   const std::int64_t zeros = std::countl_zero(leading);
-  if ((minus & (limb_mask(leading == 0) | limb_mask(zeros >= exp))) != 0) [[unlikely]] {
-    const Normalized moved = normalize_difference(s, n, sum, exp, sum[-1]);
+  if ((minus & (limb_mask(leading == 0) | limb_mask(zeros >= field))) != 0) [[unlikely]] {
+    const Normalized moved = normalize_difference(s, n, sum, field, sum[-1]);
     std::copy_n(sum, n, out);
-    round_and_pack_limbs(s, n, mode, sign, exp - moved.k, moved.guard, out);
+    round_and_pack_limbs(s, n, mode, sign, field - moved.k, moved.guard, out);
     return;
   }
   // A difference goes up by its zeros; a sum goes down by one, which is up by 63 from a limb below.
@@ -179,8 +191,8 @@ struct Normalized {
   const Limb guard = from[-1] << k | ((sum[-1] >> 1 | (sum[-1] & 1)) & ~minus);
   shift_up(out, from, n, k);
   out[n - 1] |= s.hidden_bit() & ~minus;
-  exp += static_cast<std::int64_t>((1 & ~minus) - places);
-  round_and_pack_limbs(s, n, mode, sign, exp, guard, out);
+  const auto change = static_cast<std::int64_t>((1 & ~minus) - places);
+  round_and_pack_limbs(s, n, mode, sign, field + change, guard, out);
 }
 
 // left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
@@ -215,40 +227,31 @@ struct Normalized {
   const Limb guard = (shifted.guard ^ minus) - minus;
 
   // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
-  // leaves it as it is, there is nothing more to do than to add and to round. Whether it does is as
-  // good as random to a branch predictor, but mostly seen in the upper limbs, before the others are
-  // added. Subnormals are in place whatever happens.
-  const auto moves = [s, field, minus](Limb upper_sum) {
-    return limb_mask(exponent_field(s, upper_sum) != field) &
-           limb_mask(field > static_cast<std::int64_t>(minus & 1));
-  };
+  // leaves it as it is, there is nothing more to do than to add and to round; subnormals are in
+  // place even if they become normal. Whether it does is as good as random to a branch predictor,
+  // but seen in the upper limbs before the others are added, unless a carry decides.
   const unsigned unused = s.unused_bits();
   const Limb above = s.has_limb_above() ? minus : shifted.top;
   const Limb below = s.has_limb_above() ? shifted.top : part[n - 2];
-  Limb upper_sum = upper + (above << unused | below >> 1 >> (limb_bits - 1 - unused));
-  Limb moved = moves(upper_sum);
-  const Limb undecided = limb_mask(~upper_sum << 1 << s.exp_width == 0);  // but for a carry
-
+  const Limb upper_sum = upper + (above << unused | below >> 1 >> (limb_bits - 1 - unused));
+  const Limb moved = limb_mask(exponent_field(s, upper_sum) != field) &
+                     limb_mask(field > static_cast<std::int64_t>(minus & 1));
+  const Limb undecided = limb_mask(~upper_sum << 1 << s.exp_width == 0);
   const Limb elsewhere = swflt::detail::opaque(moved | undecided);
   Limb* sum = std::bit_cast<Limb*>((std::bit_cast<Limb>(part) & elsewhere) |
                                    (std::bit_cast<Limb>(result.limbs) & ~elsewhere));
   mpn_add_n(sum, operands.bits[0], part, result.size);
-  increment(sum, result.size, minus & Limb{guard == 0});
   if (flip != 0) {
     const unsigned place = limb_bits - 1 - unused;
     sum[result.size - 1] = (sum[result.size - 1] & ~(Limb{1} << place)) | sign << place;
   }
-  if (undecided != 0) [[unlikely]] {
-    upper_sum = upper_limb(s, n, sum);
-    moved = moves(upper_sum);
-    std::copy_n(part, result.size, result.limbs);
-  }
-  if (moved != 0) {
+  if (elsewhere != 0) {
     part[-1] = guard;
-    const auto step = static_cast<Limb>(exponent_field(s, upper_sum) - field);
-    round_moved_sum(s, n, mode, sign, minus, ~(step | minus) & 1, exp, part, result.limbs);
+    round_moved_sum(s, n, mode, upper, minus, part, result.limbs);
   } else {
-    round_pattern(mode, sign, guard, result.limbs, result.size);
+    // A complement lacks one if nothing is below, and then there is nothing to round.
+    const Limb complement = minus & Limb{guard == 0};
+    increment(sum, result.size, complement | Limb{rounds_up(mode, sign, sum[0] % 2 != 0, guard)});
   }
   return result.finish();
 }

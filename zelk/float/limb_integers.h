@@ -81,25 +81,15 @@ inline void store_pair(Limb* p, LimbPair pair) { std::memcpy(p, &pair, sizeof pa
     return (low >> k | high << 1 << (limb_bits - 1 - k)) ^ flip;
   };
   long i = 0;
-  if (n >= 2) {
-    LimbPair low = load_pair(in);
-    for (; i + 5 <= n; i += 4) {
-      const LimbPair middle = load_pair(in + i + 2);
-      const LimbPair high = load_pair(in + i + 4);
-      store_pair(out + i, shifted(low, middle));
-      store_pair(out + i + 2, shifted(middle, high));
-      low = high;
-    }
-    if (i + 3 <= n) {
-      const LimbPair next = load_pair(in + i + 2);
-      store_pair(out + i, shifted(low, next));
-      low = next;
-      i += 2;
-    }
-    if (i + 2 <= n) {
-      store_pair(out + i, shifted(low, LimbPair{in[i + 2], 0}));
-      i += 2;
-    }
+  for (LimbPair low = n < 5 ? LimbPair{} : load_pair(in); i + 5 <= n; i += 4) {
+    const LimbPair middle = load_pair(in + i + 2);
+    const LimbPair high = load_pair(in + i + 4);
+    store_pair(out + i, shifted(low, middle));
+    store_pair(out + i + 2, shifted(middle, high));
+    low = high;
+  }
+  for (; i + 2 <= n; i += 2) {
+    store_pair(out + i, shifted(load_pair(in + i), LimbPair{in[i + 2], 0}));
   }
   if (i < n) {
     out[i] = shifted_limb(in[i], in[i + 1], k) ^ flip;

@@ -227,15 +227,14 @@ struct Normalized {
   const Limb guard = (shifted.guard ^ minus) - minus;
 
   // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
-  // leaves it as it is, there is nothing more to do than to add and to round; subnormals are in
-  // place even if they become normal. Whether it does is as good as random to a branch predictor,
-  // but seen in the upper limbs before the others are added, unless a carry decides.
+  // leaves it as it is, there is nothing more to do than to add and to round. Whether it does is as
+  // good as random to a branch predictor, but seen in the upper limbs before the others are added,
+  // unless a carry decides.
   const unsigned unused = s.unused_bits();
   const Limb above = s.has_limb_above() ? minus : shifted.top;
   const Limb below = s.has_limb_above() ? shifted.top : part[n - 2];
   const Limb upper_sum = upper + (above << unused | below >> 1 >> (limb_bits - 1 - unused));
-  const Limb moved = limb_mask(exponent_field(s, upper_sum) != field) &
-                     limb_mask(field > static_cast<std::int64_t>(minus & 1));
+  const Limb moved = limb_mask(exponent_field(s, upper_sum) != field);
   const Limb undecided = limb_mask(~upper_sum << 1 << s.exp_width == 0);
   const Limb elsewhere = swflt::detail::opaque(moved | undecided);
   Limb* sum = std::bit_cast<Limb*>((std::bit_cast<Limb>(part) & elsewhere) |

@@ -44,9 +44,13 @@ TEST(Values, CopiesAreDeepAndMovesLeaveThePlaceholder) {
   odd.set_mode(modes[1]);
   odd.set_format({0, 200});
   EXPECT_TRUE(odd.get_bits() < 0 && (taken = odd).get_bits() == odd.get_bits());
-  const IEEEFloat all[] = {IEEEFloat(half, repr3, modes[1]), from(0x3C01, half, 2),
-                           from(0xC0490FDB, single, 3),      from(0x8000000000000001UL, twice),
-                           IEEEFloat::max_value(quad),       IEEEFloat::max_value({19, 3000})};
+  const IEEEFloat all[] = {IEEEFloat(half, repr3, modes[1]),
+                           from(0x3C01, half, 2),
+                           from(0xC0490FDB, single, 3),
+                           from(0x8000000000000001UL, twice),
+                           IEEEFloat::max_value(quad),
+                           IEEEFloat::max_value({19, 5000}),
+                           IEEEFloat::from_ratio(QNumber(1) / 3, {19, 5000}, modes[1])};
   for (const IEEEFloat& source : all) {
     for (const IEEEFloat& target : all) {
       IEEEFloat x = target, y = source;

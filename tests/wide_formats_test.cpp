@@ -29,6 +29,22 @@ TEST(WideFormats, DivisorsAtTheBordersOfTheirReciprocal) {
             IEEEFloat::from_ratio(x.to_number() / y.to_number(), f, modes[1]).get_bits());
 }
 
+// Cancellations of about a limb at exponents of about a limb's bits.
+TEST(WideFormats, DifferencesNearTheEndOfExponents) {
+  for (const Format f : {Format{9, 70}, {9, 127}, {9, 200}, {9, 320}, {9, 401}}) {
+    for (unsigned long field = 58; field < 70; ++field) {
+      for (unsigned long place = 58; place < 70; ++place) {
+        const mpz_class one = (mpz_class(field) << f.mant_width) + (mpz_class(1) << 40) + 5;
+        const mpz_class other = one + (mpz_class(1) << (f.mant_width - place)) - 3;
+        IEEEFloat x = IEEEFloat::from_bits(QNumber(other, 1), f);
+        const IEEEFloat y = IEEEFloat::from_bits(QNumber(one, 1), f);
+        const QNumber difference = x.to_number() - y.to_number();
+        EXPECT_EQ((x -= y).get_bits(), IEEEFloat::from_ratio(difference, f, modes[0]).get_bits());
+      }
+    }
+  }
+}
+
 // A product whose lowest computed digit and all that is sticky below it are ones, and none above.
 TEST(WideFormats, DigitsFarBelowAreSticky) {
   const auto value = [](const QNumber& q) { return IEEEFloat::from_ratio(q, {15, 112}, modes[2]); };

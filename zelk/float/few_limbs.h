@@ -1,7 +1,7 @@
 // Rounded arithmetic on patterns of a few limbs: their number is a constant, loops unroll, and what
 // is computed stays in registers until the result is stored.
 //
-// Called by limbs.h, which has the same operations for any number of limbs.
+// Called by limbs.h, which has the operations on five limbs and more.
 #ifndef ZELK_FLOAT_FEW_LIMBS_H_
 #define ZELK_FLOAT_FEW_LIMBS_H_
 

@@ -240,7 +240,8 @@ inline void pack_zero_limbs(LimbShape s, Limb sign, Limb* out) {
 }
 
 /// Where a result is built: in the target's own limbs, if it has enough, else in n + 1 limbs of
-/// room. An operand may share them: they are written from the lowest up.
+/// room. An operand may share them: they are written from the lowest up, or when it is not needed
+/// any more.
 struct LimbResult {
   QNumber& target;
   Limb* own;

@@ -84,21 +84,13 @@ inline void normalize_and_pack_limbs(LimbShape s, long n, Direction mode, Limb s
 
 // ---- The operations ----
 
-/// What an exponent distance leaves of a significand.
-struct Shifted {
-  const Limb* low;
-  Limb top;
-  Limb guard;
-};
-
-/// y / 2^d, d >= 64, in n + 1 limbs of room; the limbs above the guard with the bits of `flip`
-/// changed.
-[[gnu::noinline]] inline Shifted shift_far(const LimbNumber& y, long n, std::uint64_t d, Limb flip,
-                                           Limb* room) {
+/// room := y / 2^d, d >= 64, n limbs with the bits of `flip` changed, in n + 1 of room; the guard.
+[[gnu::noinline]] inline Limb shift_far(const LimbNumber& y, long n, std::uint64_t d, Limb flip,
+                                        Limb* room) {
   const long low = n - 1;
   if (d >= limb_bits * static_cast<std::uint64_t>(n + 1)) {
     std::fill_n(room, n, flip);
-    return {room, flip, Limb{y.top != 0 || mpn_zero_p(y.low, low) == 0}};
+    return Limb{y.top != 0 || mpn_zero_p(y.low, low) == 0};
   }
   const auto limbs = static_cast<long>(d / limb_bits);
   const auto bits = static_cast<unsigned>(d % limb_bits);
@@ -114,11 +106,11 @@ struct Shifted {
     room[have - 1] = (y.top >> bits) ^ flip;
   }
   std::fill(room + have, room + n, flip);
-  return {room, room[n - 1], guard};
+  return guard;
 }
 
-/// y / 2^d, in the same way.
-inline Shifted shift_down(const LimbNumber& y, long n, std::uint64_t d, Limb flip, Limb* room) {
+/// The same for every d.
+inline Limb shift_down(const LimbNumber& y, long n, std::uint64_t d, Limb flip, Limb* room) {
   if (d >= limb_bits) {
     return shift_far(y, n, d, flip, room);
   }
@@ -126,7 +118,8 @@ inline Shifted shift_down(const LimbNumber& y, long n, std::uint64_t d, Limb fli
   const long low = n - 1;
   shift_down(room, y.low, low - 1, bits, flip);
   room[low - 1] = shifted_limb(y.low[low - 1], y.top, bits) ^ flip;
-  return {room, (y.top >> bits) ^ flip, shifted_limb(0, y.low[0], bits)};
+  room[low] = (y.top >> bits) ^ flip;
+  return shifted_limb(0, y.low[0], bits);
 }
 
 /// Moves the leading bit of a difference up to m, or as far as the exponent goes, by k places; the
@@ -155,9 +148,9 @@ struct Normalized {
   return {guard, k};
 }
 
-/// Finishes a sum whose exponent is not that of the larger pattern, or perhaps not: out := the sum,
-/// rounded. `upper` is of the larger pattern, and `minus` all ones in a difference. The guard is
-/// the limb below.
+/// out := a sum whose exponent may have moved from the larger pattern's, rounded. `upper` is of
+/// that pattern, `minus` all ones in a difference. The sum is overwritten, n + 1 limbs of it, and
+/// has its guard in the limb below. Subnormals are in place even if they become normal.
 [[gnu::noinline]] inline void round_moved_sum(LimbShape s, long n, Direction mode, Limb upper,
                                               Limb minus, Limb* sum, Limb* out) {
   const long size = s.pattern_size(n);
@@ -170,8 +163,8 @@ struct Normalized {
     round_pattern(mode, sign, sum[-1], out, size);
     return;
   }
-  // The fraction is in place; of a sum of equal signs it is all but the two highest bits, the lower
-  // of which tells from how far the exponent has moved.
+  // Below the exponent is the significand of a difference, all of it. That of a sum has two bits
+  // more: 10 where the exponent has moved by 1, 11 where it has by 2.
   const unsigned top_bit = s.top_bit();
   sum[n - 1] &= s.hidden_bit() - 1;
   sum[n - 1] |= (~(static_cast<Limb>(step) | minus) & 1) << top_bit;
@@ -221,18 +214,18 @@ struct Normalized {
   const std::int64_t field = exponent_field(s, upper);
   const std::int64_t exp = field + std::int64_t{field == 0};
   Limb* part = spare + n + 2;
-  const Shifted shifted = shift_down(y, n, static_cast<std::uint64_t>(exp - y.exp), minus, part);
-  part[n - 1] = shifted.top;
+  const Limb lost = shift_down(y, n, static_cast<std::uint64_t>(exp - y.exp), minus, part);
   part[n] = minus;
-  const Limb guard = (shifted.guard ^ minus) - minus;
+  const Limb guard = (lost ^ minus) - minus;
 
   // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
   // leaves it as it is, there is nothing more to do than to add and to round. Whether it does is as
   // good as random to a branch predictor, but seen in the upper limbs before the others are added,
   // unless a carry decides.
   const unsigned unused = s.unused_bits();
-  const Limb above = s.has_limb_above() ? minus : shifted.top;
-  const Limb below = s.has_limb_above() ? shifted.top : part[n - 2];
+  const Limb top = part[n - 1];
+  const Limb above = s.has_limb_above() ? minus : top;
+  const Limb below = s.has_limb_above() ? top : part[n - 2];
   const Limb upper_sum = upper + (above << unused | below >> 1 >> (limb_bits - 1 - unused));
   const Limb moved = limb_mask(exponent_field(s, upper_sum) != field);
   const Limb undecided = limb_mask(~upper_sum << 1 << s.exp_width == 0);

@@ -485,11 +485,11 @@ class ZELK_EXPORT QNumber {
   // lie where the pieces of the next reader do: the processor has them at hand then.
   static void copy_limbs(mp_limb_t* to, const mp_limb_t* from, int n) {
     using Piece [[gnu::vector_size(2 * sizeof *to)]] = mp_limb_t;
-    int i = 0;
     if (n > 64) {
       std::memmove(to, from, static_cast<std::size_t>(n) * sizeof *to);
       return;
     }
+    int i = 0;
     for (; i + 4 <= n; i += 4) {
       Piece first;
       Piece second;

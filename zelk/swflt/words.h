@@ -329,10 +329,11 @@ template <Shape S>
   return {x ^ change, y ^ change, sign_of(s, a ^ ((a ^ b) & less))};
 }
 #ifdef __x86_64__
-// Double words are taken to be filled by the patterns.
+// The sign of a double word is its highest bit.
 template <Shape S>
 requires(sizeof(Word<S>) > 8)
     [[gnu::always_inline]] inline Ordered<uint128> order(S s, uint128 a, uint128 b) {
+  static_assert(S::exp_width + S::mant_width == 127);
   const auto a_low = static_cast<std::uint64_t>(a);
   const auto b_low = static_cast<std::uint64_t>(b);
   const auto a_high = static_cast<std::uint64_t>(a >> 64);

@@ -137,24 +137,21 @@ template <std::size_t n>
 [[gnu::always_inline]] inline void round_and_pack(LimbShape shape, Direction mode, Limb sign,
                                                   std::int64_t exp, Window<n>& s, Limb* out) {
   Limb leading = leading_limb(shape, s);
-  std::int64_t k = std::countl_zero(leading | 1);
-  if (leading == 0 || exp < limb_bits) [[unlikely]] {
-    for (; leading == 0 && exp > limb_bits; exp -= limb_bits) {
-      for (std::size_t i = n; i > 0; --i) {
-        s.w[i] = s.w[i - 1];
-      }
-      s.w[0] = 0;
-      leading = leading_limb(shape, s);
+  for (; leading == 0 && exp > limb_bits; exp -= limb_bits) {
+    for (std::size_t i = n; i > 0; --i) {
+      s.w[i] = s.w[i - 1];
     }
-    if (exp < 1) {
-      const auto places = static_cast<std::uint64_t>(1 - exp);
-      drop_limbs(s, places / limb_bits);
-      shift_right(s, places % limb_bits);
-      exp = 1;
-    }
-    // A subnormal stays where exponent 1 has it.
-    k = std::min<std::int64_t>(std::countl_zero(leading), exp - 1);
+    s.w[0] = 0;
+    leading = leading_limb(shape, s);
   }
+  if (exp < 1) [[unlikely]] {
+    const auto places = static_cast<std::uint64_t>(1 - exp);
+    drop_limbs(s, places / limb_bits);
+    shift_right(s, places % limb_bits);
+    exp = 1;
+  }
+  // A subnormal stays where exponent 1 has it.
+  const std::int64_t k = std::min<std::int64_t>(std::countl_zero(leading), exp - 1);
   shift_left(s, static_cast<unsigned>(k));
   exp -= k;
 

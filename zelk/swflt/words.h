@@ -169,7 +169,7 @@ constexpr Normalized<uint128> normalize(uint128 sig) {
   const auto low = static_cast<std::uint64_t>(sig);
   const auto high = static_cast<std::uint64_t>(sig >> 64);
   const auto top = static_cast<unsigned>(highest_bit(high));
-  const unsigned n = 62 - top;
+  const unsigned n = 62 - top;  // as shift_left, which would need 63 - n
   return {uint128{high << n | low >> 1 >> (top + 1)} << 64 | low << n, 64 + std::int64_t{top}};
 }
 
@@ -329,7 +329,7 @@ template <Shape S>
   return {x ^ change, y ^ change, sign_of(s, a ^ ((a ^ b) & less))};
 }
 #ifdef __x86_64__
-// The sign of a double word is its highest bit.
+// The sign of a double word is its highest bit: a high word doubled is without it.
 template <Shape S>
 requires(sizeof(Word<S>) > 8)
     [[gnu::always_inline]] inline Ordered<uint128> order(S s, uint128 a, uint128 b) {

@@ -1,7 +1,9 @@
 // What zelk costs, beside what others cost for the same operands and, where the meaning is the
 // same, the same results: those are compared before anything is timed.
 //
-//   bench [NAME]      the rows whose operation/format/who matches the regular expression NAME
+//   bench [--fixed] [NAME]
+//     the rows whose operation/format/who matches the regular expression NAME; --fixed: with the
+//     operands in one fixed order
 #include <algorithm>
 #include <boost/rational.hpp>
 #include <cstdint>
@@ -432,7 +434,9 @@ void register_all() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  row_filter() = argc > 1 ? argv[1] : ".";
+  Walk::fixed = argc > 1 && std::string(argv[1]) == "--fixed";
+  const int filter = Walk::fixed ? 2 : 1;
+  row_filter() = argc > filter ? argv[filter] : ".";
   std::string arguments[] = {argv[0],
                              "--benchmark_filter=.",
                              "--benchmark_min_time=0.004",

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "bench/peers.h"
@@ -104,7 +105,8 @@ void addition_at(long distance) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  Walk::fixed = argc > 1 && std::string(argv[1]) == "--fixed";
   std::printf("# operation, m, zelk ns, MPFR ns, MPFR's time over ours (e = 30)\n");
   for (const unsigned long m : {112UL, 236UL, 1000UL, 10000UL, 100000UL, 1000000UL}) growth(m);
   std::printf("# addition in (62, 236): distance of the exponents, zelk ns\n");

@@ -2,7 +2,8 @@
 //
 // Processors learn by heart where the branches of a thousand operations in one order go, and that
 // is not what a program pays whose values are its own. So every pass goes through the operands in
-// an order of its own, the left ones in one and the right ones in another.
+// an order of its own, the left ones in one and the right ones in another; in one fixed order only
+// if that is asked for.
 #ifndef ZELK_BENCH_WALK_H_
 #define ZELK_BENCH_WALK_H_
 
@@ -17,10 +18,19 @@ class Walk {
  public:
   explicit Walk(std::size_t count) : pairs(count / 2) {}
 
+  /// Whether every pass takes the operands in the one order in which they are.
+  static inline bool fixed = false;
+
   /// Calls body(i), or body(i, j) on two operands, with every index once. Neighbours, of which one
   /// may undo what the other does, stay together.
   template <typename Body>
   void pass(const Body& body) {
+    if (fixed) {
+      for (std::size_t i = 0; i < 2 * pairs; ++i) {
+        call(body, i, i);
+      }
+      return;
+    }
     // A linear congruential generator (D. E. Knuth, The Art of Computer Programming, 3.3.4).
     state = state * 6364136223846793005U + 1442695040888963407U;
     const std::size_t left_step = state >> 32 | 1;  // odd: every pair has its turn

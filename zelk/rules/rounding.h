@@ -1,0 +1,39 @@
+// The rounding rule of IEEE 754, clause 4.3: whether a magnitude is incremented, and what overflow
+// gives.
+//
+// Each road has the rest of a number in a shape of its own and asks here, or spells the rule as its
+// registers have it; a test holds the spellings against this one over all inputs.
+#ifndef ZELK_RULES_ROUNDING_H_
+#define ZELK_RULES_ROUNDING_H_
+
+namespace zelk::rules {
+
+/// The widths of a format: e bits of biased exponent, m bits of trailing significand.
+struct Widths {
+  unsigned long exp_width;
+  unsigned long mant_width;
+
+  constexpr bool operator==(const Widths&) const = default;
+};
+
+/// A rounding direction, by the number that values store.
+enum Direction : unsigned { nearest, toward_zero, upward, downward };
+
+/// Whether a stored number is a direction. Others round nothing: what has to be rounded reports
+/// them.
+constexpr bool is_direction(unsigned mode) { return mode <= downward; }
+
+/// Whether rounding can move a magnitude up, and so whether overflow gives an infinity.
+constexpr bool rounds_outward(Direction d, bool negative) {
+  return d == nearest || d == (negative ? downward : upward);
+}
+
+/// Whether rounding increments a magnitude whose kept part is odd or even: `half` is the highest
+/// digit below it, `rest` tells whether any lower one is not 0.
+constexpr bool increments(Direction d, bool negative, bool odd, bool half, bool rest) {
+  return d == nearest ? half && (rest || odd) : (half || rest) && rounds_outward(d, negative);
+}
+
+}  // namespace zelk::rules
+
+#endif  // ZELK_RULES_ROUNDING_H_

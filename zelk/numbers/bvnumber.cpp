@@ -1,8 +1,34 @@
 #include "zelk/numbers/bvnumber.h"
 
+#include <algorithm>
+
 #include "zelk/base/exception.h"
 
 namespace zelk {
+
+void BVNumber::from_words(std::span<const std::uint64_t> words, QNumber* out) {
+  while (!words.empty() && words.back() == 0) {
+    words = words.first(words.size() - 1);
+  }
+  if (words.empty()) {
+    *out = 0;
+    return;
+  }
+  QNumber::require_bits(64 * words.size() -
+                        static_cast<unsigned long>(std::countl_zero(words.back())));
+  out->assign_limbs(words.data(), static_cast<long>(words.size()));
+}
+
+void BVNumber::to_words(const QNumber& a, std::span<std::uint64_t> words) {
+  if (a.is_small()) {
+    const std::uint64_t word = magnitude(a);
+    std::fill(std::copy_n(&word, std::min<std::size_t>(words.size(), 1), words.begin()),
+              words.end(), 0);
+    return;
+  }
+  const std::size_t size = std::min(words.size(), mpz_size(mpq_numref(a.gmp)));
+  std::fill(std::copy_n(mpz_limbs_read(mpq_numref(a.gmp)), size, words.begin()), words.end(), 0);
+}
 
 void BVNumber::pow2_big(unsigned long k, QNumber* out) {
   QNumber::require_bits(k < npos ? k + 1 : npos);

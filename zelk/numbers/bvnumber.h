@@ -6,7 +6,9 @@
 #define ZELK_NUMBERS_BVNUMBER_H_
 
 #include <bit>
+#include <cstdint>
 #include <limits>
+#include <span>
 
 #include "zelk/numbers/qnumber.h"
 
@@ -120,6 +122,24 @@ class ZELK_EXPORT BVNumber {
   static unsigned long lowest_zero(const QNumber& a, unsigned long from) {
     return a.is_small() ? lowest_one_of(~a.num, from) : mpz_scan0(mpq_numref(a.gmp), from);
   }
+
+  /// *out := the non-negative integer of these words, the lowest first. Below 2^63 it is assigned
+  /// like a small number, so that a small *out stays small; from there on the result is big. A big
+  /// *out keeps its storage where that suffices.
+  static void from_words(std::span<const std::uint64_t> words, QNumber* out);
+
+  /// The word of bits 64 i to 64 i + 63 of |a|: of a negative number, unlike elsewhere here, the
+  /// magnitude's. 0 above it.
+  static std::uint64_t word(const QNumber& a, unsigned long i) {
+    if (a.is_small()) {
+      return i == 0 ? magnitude(a) : 0;
+    }
+    return mpz_getlimbn(mpq_numref(a.gmp), static_cast<mp_size_t>(i));  // 0 where there is none
+  }
+
+  /// words := the low words of |a|, zeros above it; a negative number's magnitude is meant here
+  /// too.
+  static void to_words(const QNumber& a, std::span<std::uint64_t> words);
 
   /// The low 64 bits of a.
   static unsigned long low_word(const QNumber& a) {

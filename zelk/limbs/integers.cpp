@@ -38,7 +38,8 @@ void shift_left(Limb* out, long n, const Limb* w, long size, std::uint64_t k) {
   std::fill_n(out + have, n - have, 0);
 }
 
-bool divide(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, long y_size, Limb* room) {
+bool divide_integers(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, long y_size,
+                     Limb* room) {
   const auto x_zeros = static_cast<unsigned>(std::countl_zero(x[x_size - 1]));
   const auto y_zeros = static_cast<unsigned>(std::countl_zero(y[y_size - 1]));
   const long size = q + y_size;

@@ -19,7 +19,7 @@ constexpr long size(rules::Widths f) {
 }
 
 /// Whether exponents fit a word, and all that an operation builds is well within `max_bits`.
-constexpr bool serves(rules::Widths f) {
+inline bool serves(rules::Widths f) {
   return f.exp_width - 2 <= 60 && f.mant_width - 1 < max_bits / 4 - 64;
 }
 

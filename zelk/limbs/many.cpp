@@ -230,7 +230,7 @@ void multiply(Shape s, long n, Direction d, Limb* x, const Limb* y) {
     apply_table(Operation::product, s, d, x, y);
     return;
   }
-  multiply(product, left, x == y ? left : right, n);
+  multiply_integers(product, left, x == y ? left : right, n);
   const std::int64_t exp =
       numbers[0].exp - s.bias() + numbers[1].exp - static_cast<long>(s.mant_width);
   normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, product, 2 * n, false, x);
@@ -255,7 +255,7 @@ void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   const std::int64_t exp = numbers[0].exp - numbers[1].exp + s.bias() +
                            static_cast<long>(s.mant_width) + 1 - (q - x_size + y_size) * limb_bits -
                            std::countl_zero(left[x_size - 1]) + std::countl_zero(right[y_size - 1]);
-  const bool sticky = divide(quotient, q, left, x_size, right, y_size, quotient + q + 1);
+  const bool sticky = divide_integers(quotient, q, left, x_size, right, y_size, quotient + q + 1);
   normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, quotient, q + 1, sticky, x);
 }
 

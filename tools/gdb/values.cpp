@@ -45,14 +45,14 @@ struct Junk {
 std::vector<Junk> make_junk() {
   std::vector<Junk> all(64);
   unsigned random = 1;
-  for (std::size_t i = 0; i < all.size(); ++i) {
+  for (unsigned i = 0; i < all.size(); ++i) {
     for (unsigned char& byte : all[i].bytes) {
       random = random * 1103515245 + 12345;
       byte = i == 0 ? 0xFF : static_cast<unsigned char>(random >> 16);
     }
-    const IEEEFloat::format f{i % 9, i % 13};  // of most, the pattern is where the nonsense is
+    const unsigned widths[] = {i % 9, 40 * i};  // of most, the pattern is where the nonsense is
     if (i % 4 != 0) {
-      std::memcpy(all[i].bytes, &f, sizeof f);
+      std::memcpy(all[i].bytes, widths, sizeof widths);
     }
   }
   return all;

@@ -103,26 +103,25 @@ class NumberPrinter(Printer):
 class FloatPrinter(Printer):
     """IEEEFloat: [5:10]-1.5{1_01111_1000000000}."""
 
-    def pattern(self):
-        payload = self.val["payload"]
-        representation = int(self.val["control"]) >> 30
-        if representation < 2:
-            return int(payload["bits64" if representation == 1 else "bits32"])
-        bits, den = parts(payload["big"].dereference())
-        if bits < 0 or den != 1:
-            raise ValueError(f"pattern {bits}/{den}")
-        return bits
+    def pattern(self, width):
+        pattern = self.val["pattern"]
+        wide = int(self.val["head"]["kind"]["bits"]) >> 31
+        count = (width + 63) // 64
+        if wide != (count > 2):
+            raise ValueError(f"pattern of {width} bits, {'on the heap' if wide else 'in the value'}")
+        words = pattern["limbs"] if wide else pattern["words"]
+        return sum(int(words[i]) << (64 * i) for i in range(count))
 
     def text(self):
-        exp_width = int(self.val["fmt"]["exp_width"])
-        mant_width = int(self.val["fmt"]["mant_width"])
+        exp_width = int(self.val["head"]["exp_width"])
+        mant_width = int(self.val["head"]["mant_width"])
         head = f"[{exp_width}:{mant_width}]"
         if exp_width == 0:
             return head + "+0{0}"
         width = 1 + exp_width + mant_width
         if width > MAX_BITS:
             return f"{head}<pattern of {width} bits>"
-        pattern = self.pattern()
+        pattern = self.pattern(width)
         bits = format(pattern & ((1 << width) - 1), f"0{width}b")
         fields = f"{bits[0]}_{bits[1:1 + exp_width]}_{bits[1 + exp_width:]}"
         return f"{head}{value(exp_width, mant_width, pattern)}{{{fields}}}"

@@ -63,7 +63,7 @@ class ZELK_EXPORT FormatLimits {
   static constexpr unsigned long decimal_digits(unsigned long n) {
     constexpr unsigned long high = 0x4D104D427DE7FBCC;
     constexpr unsigned long low = 0x47C4ACD605BE48BC;
-    using wide = swflt::detail::uint128;
+    using wide = words::uint128;
     // cppcheck-suppress shiftTooManyBits  // it takes the words for 64 bits wide
     return static_cast<unsigned long>((wide{n} * high + (wide{n} * low >> 64)) >> 64);
   }

@@ -2,31 +2,41 @@
 //
 // A value carries its format, a rounding mode and its bit pattern. Every operation but
 // `from_number` of a fraction computes the exact result and rounds it once, in the mode of its left
-// operand. Binary32 and binary64 patterns are packed words that the software float routines compute
-// on; every other pattern is an integer of its own. Generic operations and `swflt` share scratch
-// storage of the process without locks: one thread at a time, and no call from a signal handler.
+// operand. A pattern of up to 128 bits is in the value, a longer one in limbs that the value owns.
+// Distinct values may be used from distinct threads at the same time, and one value may be read by
+// many; no call from a signal handler.
 #ifndef ZELK_FLOAT_IEEE_FLOAT_H_
 #define ZELK_FLOAT_IEEE_FLOAT_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "zelk/base/exception.h"
+#include "zelk/float/kind.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/qnumber.h"
 #include "zelk/swflt/swflt.h"
+#include "zelk/words/shape.h"
 
 namespace zelk {
+
+namespace detail {
+struct PatternAccess;
+}  // namespace detail
 
 /// A floating-point value.
 ///
 /// Operations on a format whose patterns (1 + e + m bits) reach `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
-/// Arithmetic is defined for e >= 2 and m >= 1. It allocates nothing for patterns of up to 63 bits,
-/// nor for wider ones once the value has held one as wide and scratch has grown. Otherwise an
+/// Arithmetic is defined for e >= 2 and m >= 1. Values of up to 128 bits with e <= 62 and a mode
+/// that is one of the four allocate nothing in construction, copies, arithmetic, comparison, steps
+/// and conversions among them; wider ones own their limbs, which assignment between values of one
+/// size and arithmetic use again. Otherwise an
 /// operation has on the heap, beside 16 KB, at most 10 (e + m) bits, of both formats if there are
 /// two; `from_ratio` and `from_scaled` of numbers of s bits 10 (e + m + s); `from_text` of n
 /// characters 10 (e + m + 4n + |k|), k being the exponent of the last place; `to_integer` of w bits
@@ -34,11 +44,11 @@ namespace zelk {
 /// failure included, the value keeps what it was.
 class ZELK_EXPORT IEEEFloat {
  public:
-  /// How the bit pattern is held. A stored 3 acts as `REPR_GENERIC` everywhere.
+  /// How the bit pattern is head. A stored 3 acts as `REPR_GENERIC` everywhere.
   enum Repr : unsigned {
     REPR_FLOAT32 = 0,  ///< a 32-bit word, for (8, 23)
     REPR_FLOAT64 = 1,  ///< a 64-bit word, for (11, 52)
-    REPR_GENERIC = 2,  ///< a `QNumber` on the heap, for any format
+    REPR_GENERIC = 2,  ///< an integer in words, for any format
   };
 
   /// The rounding directions of IEEE 754. Any other number may be stored. When a significand has to
@@ -77,7 +87,7 @@ class ZELK_EXPORT IEEEFloat {
   class ZELK_EXPORT error : public Exception {
    public:
     /// With the text m.
-    explicit error(const std::string& m);
+    error(const std::string& m);  // NOLINT(google-explicit-constructor): a text is an error
     /// A copy carries the text.
     error(const error&) = default;
     /// The same for a text that is replaced.
@@ -86,7 +96,7 @@ class ZELK_EXPORT IEEEFloat {
   };
 
   /// A placeholder to be assigned: format {0, 0}, nearest-even, a packed 0.
-  IEEEFloat() noexcept : IEEEFloat(format{}, ROUND_NEAREST_EVEN, REPR_FLOAT32, payload_type{0}) {}
+  IEEEFloat() noexcept = default;
 
   /// +0 in the given representation, which is not held against the format; of rm the low 30
   /// bits are kept, of r the low 2.
@@ -95,28 +105,24 @@ class ZELK_EXPORT IEEEFloat {
   /// +0 in the best representation for f.
   IEEEFloat(format f, rounding_mode rm) : IEEEFloat(f, get_best_repr(f), rm) {}
 
-  /// A copy owns a pattern of its own, in the same form. Copying packed values allocates nothing.
+  /// A copy owns a pattern of its own.
   IEEEFloat(const IEEEFloat& other)
-      : fmt(other.fmt), control(other.control), kind(other.kind), payload(other.payload) {
-    if (is_generic()) {
-      payload.big = new QNumber(*other.payload.big);
+      : head(other.head), pattern(other.pattern.words[0], other.pattern.words[1]) {
+    if (head.kind.is_wide()) [[unlikely]] {
+      copy_limbs();
     }
   }
 
   /// The moved-from value is the default placeholder.
-  IEEEFloat(IEEEFloat&& other) noexcept : IEEEFloat() { swap(other); }
+  IEEEFloat(IEEEFloat&& other) noexcept { swap(other); }
 
   /// Format, mode and representation become the source's. The target is unchanged when an
   /// allocation fails.
   IEEEFloat& operator=(const IEEEFloat& other) {
-    if (((control | other.control) >> 31) == 0) {  // both packed
-      copy_words(other);
-    } else if (is_generic() && other.is_generic() && payload.big->is_small() &&
-               other.payload.big->is_small()) {
-      copy_kind(other);
-      payload.big->assign_small(other.payload.big->to_small());
+    if (detail::Kind::any_wide(head.kind, other.head.kind)) [[unlikely]] {
+      assign_wide(other);
     } else {
-      assign_generic(other);
+      take_fields(other);
     }
     return *this;
   }
@@ -130,8 +136,8 @@ class ZELK_EXPORT IEEEFloat {
   }
 
   ~IEEEFloat() {
-    if (is_generic()) {
-      delete payload.big;
+    if (head.kind.is_wide()) [[unlikely]] {
+      delete[] pattern.limbs;
     }
   }
 
@@ -175,14 +181,16 @@ class ZELK_EXPORT IEEEFloat {
   static IEEEFloat from_text(std::string_view text, format f, rounding_mode rm);
 
   /// The widths of exponent and significand.
-  format get_format() const { return fmt; }
+  format get_format() const {
+    return head.kind.is_huge() ? huge_format() : format{head.exp_width, head.mant_width};
+  }
   /// The mode that operations with this value on the left round in.
   rounding_mode get_mode() const { return static_cast<rounding_mode>(mode()); }
-  /// How the pattern is held.
+  /// How the pattern is head.
   Repr get_repr() const { return static_cast<Repr>(repr()); }
 
   /// Of rm the low 30 bits are kept.
-  void set_mode(rounding_mode rm) { control = (control & ~mode_mask) | (rm & mode_mask); }
+  void set_mode(rounding_mode rm) { head.control = (head.control & ~mode_mask) | (rm & mode_mask); }
 
   /// The pattern as an integer from 0 to 2^(1+e+m) - 1.
   QNumber get_bits() const;
@@ -246,19 +254,23 @@ class ZELK_EXPORT IEEEFloat {
   ///   or more, or the shift to a subnormal result does.
   IEEEFloat& operator+=(const IEEEFloat& other) {
     const auto sum = [](auto a, auto b) { return swflt::detail::add_nearest(a, b); };
-    return apply_packed(other, sum) ? *this : add(other);
+    if (!apply_packed(other, sum)) add(other);
+    return *this;
   }
   IEEEFloat& operator-=(const IEEEFloat& other) {
     const auto difference = [](auto a, auto b) { return swflt::detail::sub_nearest(a, b); };
-    return apply_packed(other, difference) ? *this : subtract(other);
+    if (!apply_packed(other, difference)) subtract(other);
+    return *this;
   }
   IEEEFloat& operator*=(const IEEEFloat& other) {
     const auto product = [](auto a, auto b) { return swflt::detail::mul_nearest(a, b); };
-    return apply_packed(other, product) ? *this : multiply(other);
+    if (!apply_packed(other, product)) multiply(other);
+    return *this;
   }
   IEEEFloat& operator/=(const IEEEFloat& other) {
     const auto quotient = [](auto a, auto b) { return swflt::detail::div_nearest(a, b); };
-    return apply_packed(other, quotient) ? *this : divide(other);
+    if (!apply_packed(other, quotient)) divide(other);
+    return *this;
   }
   /// \}
 
@@ -292,272 +304,168 @@ class ZELK_EXPORT IEEEFloat {
   friend bool operator<(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+  friend detail::PatternAccess;
+  struct Operations;
 
-  union payload_type {
-    std::uint32_t bits32;
-    std::uint64_t bits64;
-    QNumber* big;
+  // The words of a pattern, the lowest first: two here, or as many as the format needs on the heap.
+  union Pattern {
+    std::uint64_t words[2];
+    std::uint64_t* limbs;  // owned by the value, where its kind is wide
+
+    constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
+  };
+  // What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
+  // second word of the pattern, which such formats have no use for.
+  struct Head {
+    std::uint32_t exp_width = 0;
+    std::uint32_t mant_width = 0;
+    std::uint32_t control = REPR_FLOAT32 << 30;  // the mode in bits 0 to 29, the representation
+    detail::Kind kind;                           // follows from format and representation
+
+    // Whether this is a packed value that rounds to nearest-even.
+    bool is_nearest(Repr r, detail::Kind k) const { return kind == k && control == r << 30; }
   };
   static constexpr std::uint32_t mode_mask = (1U << 30) - 1;
 
-  IEEEFloat(format f, unsigned rm, unsigned r, payload_type p) noexcept
-      : fmt(f), control(r << 30 | (rm & mode_mask)), kind(kind_of(f, r)), payload(p) {}
-  // The value with this pattern, in the best representation.
-  IEEEFloat(format f, rounding_mode rm, const QNumber& pattern);
-  static IEEEFloat from_limbs(const mp_limb_t* limbs, long n, format f, rounding_mode rm);
-  static IEEEFloat from_integer(QNumber n, format f, rounding_mode rm);
-
-  unsigned mode() const { return control & mode_mask; }
-  unsigned repr() const { return control >> 30; }
-  // Each width for itself: compilers that copy both at once send the argument through memory and
-  // wait for it.
-  void set_kind(const format& f, unsigned r, std::uint32_t k) {
-    fmt.exp_width = f.exp_width;
-    fmt.mant_width = f.mant_width;
-    control = r << 30 | mode();
-    kind = k;
-  }
-  void set_kind(const format& f, unsigned r) { set_kind(f, r, kind_of(f, r)); }
+  unsigned mode() const { return head.control & mode_mask; }
+  unsigned repr() const { return head.control >> 30; }
   bool is_generic() const { return repr() >= REPR_GENERIC; }
-  const QNumber& pattern(QNumber& scratch) const;
-  std::uint64_t low_word() const;
-  // Values take short roads on words and limbs in front of the algorithms on numbers, which serve
-  // every format, mode and size and stay the reference. A build without the short roads gives the
-  // same results, but for what only they find room for under a very low `max_bits`.
-#ifdef ZELK_REFERENCE_ONLY
-  static constexpr bool short_roads = false;
-#else
-  static constexpr bool short_roads = true;
-#endif
-  // What operations choose their road by. Values of the same kind, unless that is `kind_other`,
-  // have one format and act as of one representation.
-  enum Kind : std::uint32_t {
-    kind_other = 0,
-    kind_packed32,             // (8, 23) in a word
-    kind_packed64,             // (11, 52) in a word
-    kind_quad,                 // (15, 112) in a number
-    kind_in_number,            // from here on m << 8 | e: at most 63 bits, in a number
-    kind_in_word = 1U << 30,   // from here on m << 8 | e: 64 bits, in a number
-    kind_in_limbs = 1U << 31,  // from here on m << 8 | e: more than words serve, e <= 62
-  };
-  static constexpr std::uint32_t kind_of(const format& f, unsigned r) {
-    if (r < REPR_GENERIC) {
-      return r != get_best_repr(f) ? kind_other : r == REPR_FLOAT32 ? kind_packed32 : kind_packed64;
-    }
-    if (short_roads && swflt::detail::serves(f.exp_width, f.mant_width)) {
-      return static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width) |
-             (f.exp_width + f.mant_width == 63 ? kind_in_word : 0U);
-    }
-    if (f == format{15, 112}) {
-      return short_roads ? kind_quad : kind_other;
-    }
-    return has_limb_road(f) && f.mant_width < 1U << 23
-               ? kind_in_limbs | static_cast<std::uint32_t>(f.mant_width << 8 | f.exp_width)
-               : kind_other;
+  const std::uint64_t* words() const { return head.kind.is_wide() ? pattern.limbs : pattern.words; }
+  std::uint64_t* words() { return head.kind.is_wide() ? pattern.limbs : pattern.words; }
+  std::span<const std::uint64_t> all_words() const { return {words(), word_count()}; }
+  std::size_t word_count() const;
+  words::RuntimeShape shape() const {
+    return {std::int64_t{head.exp_width}, std::int64_t{head.mant_width}};
   }
-  static constexpr bool in_number(std::uint32_t k) {
-    return k >= kind_in_number && k < kind_in_word;
-  }
-  // The bits of the mode in which the short roads serve it: the others are 0.
-  static constexpr std::uint32_t direction_mask = 3;
-  // Whether the pattern of a generic value has at most 64 bits; then `word` is the pattern.
-  bool in_word() const {
-    return short_roads && fmt.exp_width - 1 <= 62 && fmt.mant_width <= 63 - fmt.exp_width;
-  }
-  // Whether arithmetic on patterns of f in direction rm is done on words.
-  static bool has_word_road(const format& f, unsigned rm);
-  // Whether it is done on the limbs of GMP integers: exponents fit a word, and all that an
-  // operation builds is well within `max_bits`.
-  static constexpr bool has_limb_road(const format& f) {
-    return short_roads && f.exp_width - 2 <= 60 && f.mant_width - 1 < max_bits / 4 - 64;
-  }
-  static bool has_limb_road(const format& f, unsigned rm) {
-    return rm <= ROUND_TOWARD_NEGATIVE && has_limb_road(f);
-  }
-  std::uint64_t word() const { return payload.big->to_word(); }
-  // The same where numbers are mostly of the small form.
-  std::uint64_t small_word() const { return BVNumber::low_word(*payload.big); }
-  static swflt::detail::RuntimeShape shape(const format& f) {
-    return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};
-  }
-  swflt::detail::RuntimeShape shape() const { return shape(fmt); }
 
-  bool is_word() const;
+  void set_kind(const format& f, unsigned r, detail::Kind k) {
+    head = {static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
+            r << 30 | mode(), k};
+    if (k.is_huge()) [[unlikely]] {
+      set_huge_format(f);
+    }
+  }
+  format huge_format() const;
+  void set_huge_format(const format& f);
+  // The pattern word by word: a result is written so, and a processor waits where two such words
+  // are read at once.
+  void take_fields(const IEEEFloat& other) {
+    head = other.head;
+    pattern.words[0] = other.pattern.words[0];
+    pattern.words[1] = other.pattern.words[1];
+  }
+  void swap(IEEEFloat& other) noexcept {
+    std::swap(head, other.head);
+    std::swap(pattern, other.pattern);
+  }
+  void copy_limbs();
+  void assign_wide(const IEEEFloat& other);
+  format pattern_format() const;
+  IEEEFloat generic_copy() const;
+  void step_magnitude(bool grow);
+  void convert_otherwise(const format& f, unsigned r, detail::Kind to);
+
+  // Packed values that round to nearest-even, the operation being inlined up to its routine.
+  template <class Nearest>
+  [[gnu::always_inline]] bool apply_packed(const IEEEFloat& other, Nearest nearest);
+  void add(const IEEEFloat& other);
+  void subtract(const IEEEFloat& other);
+  void multiply(const IEEEFloat& other);
+  void divide(const IEEEFloat& other);
+
+  bool generic_get_sign() const;
   bool generic_is_inf() const;
   bool generic_is_nan() const;
   bool generic_is_zero() const;
   bool generic_is_subnormal() const;
-  bool generic_get_sign() const;
-  void generic_set_sign(bool s);
-  static int generic_order(const IEEEFloat& a, const IEEEFloat& b);
-  static bool quad_less(const IEEEFloat& a, const IEEEFloat& b);
-  static bool generic_less(const IEEEFloat& a, const IEEEFloat& b);
-  static bool less_in_numbers(const IEEEFloat& a, const IEEEFloat& b);
-  static bool generic_less_equal(const IEEEFloat& a, const IEEEFloat& b);
-  static bool generic_equal(const IEEEFloat& a, const IEEEFloat& b);
-
-  void require_same_kind(const IEEEFloat& other) const {
-    if (!same_kind(other)) {
-      require_both_generic(other);
-    }
-  }
+  static bool less_otherwise(const IEEEFloat& a, const IEEEFloat& b);
+  static int order_otherwise(const IEEEFloat& a, const IEEEFloat& b);
   bool same_kind(const IEEEFloat& other) const {
-    if (kind == other.kind && kind != kind_other) {
-      return true;
-    }
-    return ((fmt.exp_width ^ other.fmt.exp_width) | (fmt.mant_width ^ other.fmt.mant_width)) == 0 &&
-           repr() == other.repr();
+    return head.kind == other.head.kind && head.kind.names_format();
   }
-  void require_both_generic(const IEEEFloat& other) const;
+  void require_same_kind(const IEEEFloat& other) const;
   // The answer of a packed comparison, whose flags are never reported.
   static bool compared(bool answer) {
     swflt::float_exception_flags = 0;
     return answer;
   }
-  void assign_generic(const IEEEFloat& other);
-  void assign_otherwise(const IEEEFloat& other);
-  void set_pattern(const QNumber& pattern);
-  void set_word(const format& f, std::uint64_t word);
-  void set_limbs(const format& f, const mp_limb_t* limbs, long n);
-  bool convert_packed(const format& f);
-  bool convert_word(const format& f);
-  bool convert_in_limbs(const format& f);
-  template <class From, class To>
-  bool convert_between(From from, To to);
-  void convert_in_number(format f);
-  void convert_wide(format f);
-  void convert_otherwise(format f);
-  void convert_number(const format& f);
-  // Packed values that round to nearest-even, the operation being inlined up to its routine.
-  template <class Nearest>
-  [[gnu::always_inline]] bool apply_packed(const IEEEFloat& other, Nearest nearest) {
-    if (kind == kind_packed64 && other.kind == kind_packed64 && control == REPR_FLOAT64 << 30) {
-      payload.bits64 = nearest(payload.bits64, other.payload.bits64);
-      return true;
-    }
-    if (kind == kind_packed32 && other.kind == kind_packed32 && control == REPR_FLOAT32 << 30) {
-      payload.bits32 = nearest(payload.bits32, other.payload.bits32);
-      return true;
-    }
-    return false;
-  }
-  IEEEFloat& add(const IEEEFloat& other);
-  IEEEFloat& subtract(const IEEEFloat& other);
-  IEEEFloat& multiply(const IEEEFloat& other);
-  IEEEFloat& divide(const IEEEFloat& other);
-  template <class Op>
-  IEEEFloat& apply(const IEEEFloat& other);
-  template <class Op>
-  IEEEFloat& apply64(const IEEEFloat& other, swflt::detail::Direction direction);
-  template <class Op>
-  IEEEFloat& apply32(const IEEEFloat& other, swflt::detail::Direction direction);
-  template <class Op, class Shape>
-  IEEEFloat& apply_in_number(const IEEEFloat& other, swflt::detail::Direction direction);
-  template <class Op>
-  IEEEFloat& apply_in_word(const IEEEFloat& other, swflt::detail::Direction direction);
-  template <class Op>
-  IEEEFloat& apply_quad(const IEEEFloat& other, swflt::detail::Direction direction);
-  template <class Op>
-  IEEEFloat& apply_limbs(const IEEEFloat& other, swflt::detail::Direction direction);
-  template <class Op, class Shape, class Size>
-  IEEEFloat& apply_in_limbs(const IEEEFloat& other, swflt::detail::Direction direction, Shape s,
-                            Size n);
-  template <class Op>
-  IEEEFloat& apply_in_numbers(const IEEEFloat& other);
-  template <class Op>
-  IEEEFloat& apply_otherwise(const IEEEFloat& other);
-  void step_magnitude(bool grow);
-  bool has_largest_magnitude() const;
 
-  void copy_kind(const IEEEFloat& other) {
-    fmt = other.fmt;
-    control = other.control;
-    kind = other.kind;
-  }
-
-  void copy_words(const IEEEFloat& other) {
-    copy_kind(other);
-    payload = other.payload;
-  }
-
-  void swap(IEEEFloat& other) noexcept {
-    std::swap(fmt, other.fmt);
-    std::swap(control, other.control);
-    std::swap(kind, other.kind);
-    std::swap(payload, other.payload);
-  }
-
-  format fmt;
-  std::uint32_t control;  // the mode in bits 0 to 29, the representation in bits 30 and 31
-  std::uint32_t kind;     // kind_of(fmt, repr())
-  payload_type payload;   // selected by the representation; from 2 on this value owns *big
+  Head head;
+  Pattern pattern;
 };
+
+template <class Nearest>
+[[gnu::always_inline]] inline bool IEEEFloat::apply_packed(const IEEEFloat& other,
+                                                           Nearest nearest) {
+  if (head.is_nearest(REPR_FLOAT64, detail::Kind::packed64()) &&
+      other.head.kind == detail::Kind::packed64()) {
+    pattern.words[0] = nearest(pattern.words[0], other.pattern.words[0]);
+    return true;
+  }
+  if (head.is_nearest(REPR_FLOAT32, detail::Kind::packed32()) &&
+      other.head.kind == detail::Kind::packed32()) {
+    pattern.words[0] = nearest(static_cast<std::uint32_t>(pattern.words[0]),
+                               static_cast<std::uint32_t>(other.pattern.words[0]));
+    return true;
+  }
+  return false;
+}
 
 inline bool IEEEFloat::get_sign() const {
   switch (repr()) {
     case REPR_FLOAT64:
-      return swflt::float64_sign(payload.bits64);
+      return swflt::float64_sign(pattern.words[0]);
     case REPR_FLOAT32:
-      return swflt::float32_sign(payload.bits32);
+      return swflt::float32_sign(static_cast<std::uint32_t>(pattern.words[0]));
     default:
-      return in_word() ? (word() & swflt::detail::sign_bit(shape())) != 0 : generic_get_sign();
-  }
-}
-
-inline void IEEEFloat::set_sign(bool s) {
-  switch (repr()) {
-    case REPR_FLOAT64:
-      payload.bits64 = swflt::float64_set_sign(payload.bits64, static_cast<char>(s));
-      break;
-    case REPR_FLOAT32:
-      payload.bits32 = swflt::float32_set_sign(payload.bits32, static_cast<char>(s));
-      break;
-    default:
-      generic_set_sign(s);
+      return head.kind.is_one_word() ? words::sign_of(shape(), pattern.words[0]) != 0
+                                     : generic_get_sign();
   }
 }
 
 inline bool IEEEFloat::is_inf() const {
   switch (repr()) {
     case REPR_FLOAT64:
-      return swflt::float64_is_inf(payload.bits64);
+      return swflt::float64_is_inf(pattern.words[0]);
     case REPR_FLOAT32:
-      return swflt::float32_is_inf(payload.bits32);
+      return swflt::float32_is_inf(static_cast<std::uint32_t>(pattern.words[0]));
     default:
-      return in_word() ? swflt::detail::is_inf(shape(), word()) : generic_is_inf();
+      return head.kind.is_one_word() ? words::is_inf(shape(), pattern.words[0]) : generic_is_inf();
   }
 }
 
 inline bool IEEEFloat::is_nan() const {
   switch (repr()) {
     case REPR_FLOAT64:
-      return swflt::float64_is_nan(payload.bits64);
+      return swflt::float64_is_nan(pattern.words[0]);
     case REPR_FLOAT32:
-      return swflt::float32_is_nan(payload.bits32);
+      return swflt::float32_is_nan(static_cast<std::uint32_t>(pattern.words[0]));
     default:
-      return in_word() ? swflt::detail::is_nan(shape(), word()) : generic_is_nan();
+      return head.kind.is_one_word() ? words::is_nan(shape(), pattern.words[0]) : generic_is_nan();
   }
 }
 
 inline bool IEEEFloat::is_zero() const {
   switch (repr()) {
     case REPR_FLOAT64:
-      return swflt::float64_is_zero(payload.bits64);
+      return swflt::float64_is_zero(pattern.words[0]);
     case REPR_FLOAT32:
-      return swflt::float32_is_zero(payload.bits32);
+      return swflt::float32_is_zero(static_cast<std::uint32_t>(pattern.words[0]));
     default:
-      return in_word() ? swflt::detail::is_zero(shape(), word()) : generic_is_zero();
+      return head.kind.is_one_word() ? words::is_zero(shape(), pattern.words[0])
+                                     : generic_is_zero();
   }
 }
 
 inline bool IEEEFloat::is_subnormal() const {
   switch (repr()) {
     case REPR_FLOAT64:
-      return swflt::float64_is_subnormal(payload.bits64);
+      return swflt::float64_is_subnormal(pattern.words[0]);
     case REPR_FLOAT32:
-      return swflt::float32_is_subnormal(payload.bits32);
+      return swflt::float32_is_subnormal(static_cast<std::uint32_t>(pattern.words[0]));
     default:
-      return in_word() ? swflt::detail::is_subnormal(shape(), word()) : generic_is_subnormal();
+      return head.kind.is_one_word() ? words::is_subnormal(shape(), pattern.words[0])
+                                     : generic_is_subnormal();
   }
 }
 
@@ -566,46 +474,59 @@ inline bool IEEEFloat::is_subnormal() const {
 /// \throws IEEEFloat::error "operands of different formats", "operands of different
 ///   representations".
 inline bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
-  a.require_same_kind(b);
-  switch (a.repr()) {
-    case IEEEFloat::REPR_FLOAT64:
-      return IEEEFloat::compared(swflt::float64_lt(a.payload.bits64, b.payload.bits64));
-    case IEEEFloat::REPR_FLOAT32:
-      return IEEEFloat::compared(swflt::float32_lt(a.payload.bits32, b.payload.bits32));
-    default:
-      return a.kind == IEEEFloat::kind_quad ? IEEEFloat::quad_less(a, b)
-             : a.kind < IEEEFloat::kind_quad || a.kind >= IEEEFloat::kind_in_word
-                 ? IEEEFloat::generic_less(a, b)
-                 : swflt::detail::less(a.shape(), a.small_word(), b.small_word());
+  const std::uint64_t x = a.pattern.words[0];
+  const std::uint64_t y = b.pattern.words[0];
+  if (a.head.kind == b.head.kind) [[likely]] {
+    if (a.head.kind == detail::Kind::packed64()) {
+      return IEEEFloat::compared(swflt::float64_lt(x, y));
+    }
+    if (a.head.kind == detail::Kind::packed32()) {
+      return IEEEFloat::compared(
+          swflt::float32_lt(static_cast<std::uint32_t>(x), static_cast<std::uint32_t>(y)));
+    }
+    if (a.head.kind.is_one_word()) {
+      return words::less(a.shape(), x, y);
+    }
   }
+  return IEEEFloat::less_otherwise(a, b);
 }
 
 /// The same order: -0 <= +0, and false with a NaN.
 inline bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
-  a.require_same_kind(b);
-  switch (a.repr()) {
-    case IEEEFloat::REPR_FLOAT64:
-      return IEEEFloat::compared(swflt::float64_le(a.payload.bits64, b.payload.bits64));
-    case IEEEFloat::REPR_FLOAT32:
-      return IEEEFloat::compared(swflt::float32_le(a.payload.bits32, b.payload.bits32));
-    default:
-      return a.in_word() ? !a.is_nan() && !b.is_nan() && !(b < a)
-                         : IEEEFloat::generic_less_equal(a, b);
+  const std::uint64_t x = a.pattern.words[0];
+  const std::uint64_t y = b.pattern.words[0];
+  if (a.head.kind == b.head.kind) [[likely]] {
+    if (a.head.kind == detail::Kind::packed64()) {
+      return IEEEFloat::compared(swflt::float64_le(x, y));
+    }
+    if (a.head.kind == detail::Kind::packed32()) {
+      return IEEEFloat::compared(
+          swflt::float32_le(static_cast<std::uint32_t>(x), static_cast<std::uint32_t>(y)));
+    }
+    if (a.head.kind.is_one_word()) {
+      return words::less_equal(a.shape(), x, y);
+    }
   }
+  return IEEEFloat::order_otherwise(a, b) <= 0;
 }
 
 /// IEEE 754 equality: -0 == +0, and a NaN equals nothing, itself included.
 inline bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
-  a.require_same_kind(b);
-  switch (a.repr()) {
-    case IEEEFloat::REPR_FLOAT64:
-      return IEEEFloat::compared(swflt::float64_eq_signaling(a.payload.bits64, b.payload.bits64));
-    case IEEEFloat::REPR_FLOAT32:
-      return IEEEFloat::compared(swflt::float32_eq_signaling(a.payload.bits32, b.payload.bits32));
-    default:
-      return a.in_word() ? swflt::detail::equal(a.shape(), a.word(), b.word())
-                         : IEEEFloat::generic_equal(a, b);
+  const std::uint64_t x = a.pattern.words[0];
+  const std::uint64_t y = b.pattern.words[0];
+  if (a.head.kind == b.head.kind) [[likely]] {
+    if (a.head.kind == detail::Kind::packed64()) {
+      return IEEEFloat::compared(swflt::float64_eq_signaling(x, y));
+    }
+    if (a.head.kind == detail::Kind::packed32()) {
+      return IEEEFloat::compared(swflt::float32_eq_signaling(static_cast<std::uint32_t>(x),
+                                                             static_cast<std::uint32_t>(y)));
+    }
+    if (a.head.kind.is_one_word()) {
+      return words::equal(a.shape(), x, y);
+    }
   }
+  return IEEEFloat::order_otherwise(a, b) == 0;
 }
 
 /// b < a.

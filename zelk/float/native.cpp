@@ -10,10 +10,12 @@ std::size_t PatternHash::operator()(const IEEEFloat& x) const {
   };
   mix(x.get_format().exp_width);
   mix(x.get_format().mant_width);
-  const QNumber bits = x.get_bits();
-  mix(BVNumber::low_word(bits));  // so that the form of the number plays no part
-  for (long i = 1; !bits.is_small() && i < bits.big_size(); ++i) {
-    mix(bits.big_limbs()[i]);
+  auto words = detail::PatternAccess::words(x);
+  while (words.size() > 1 && words.back() == 0) {  // however many the value has room for
+    words = words.first(words.size() - 1);
+  }
+  for (const std::uint64_t word : words) {
+    mix(word);
   }
   return hash;
 }

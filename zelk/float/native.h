@@ -2,6 +2,7 @@
 #ifndef ZELK_FLOAT_NATIVE_H_
 #define ZELK_FLOAT_NATIVE_H_
 
+#include <algorithm>
 #include <bit>
 #include <concepts>
 #include <cstddef>
@@ -9,7 +10,7 @@
 #include <functional>
 
 #include "zelk/float/formats.h"
-#include "zelk/swflt/swflt.h"
+#include "zelk/float/pattern_access.h"
 
 namespace zelk {
 
@@ -47,7 +48,7 @@ template <native_float T>
 using native_word = std::conditional_t<
     sizeof(T) == 2, std::uint16_t,
     std::conditional_t<sizeof(T) == 4, std::uint32_t,
-                       std::conditional_t<sizeof(T) == 8, std::uint64_t, swflt::detail::uint128>>>;
+                       std::conditional_t<sizeof(T) == 8, std::uint64_t, words::uint128>>>;
 
 /// The same value, rounding to nearest-even; every NaN becomes the canonical one.
 template <native_float T>
@@ -64,10 +65,8 @@ IEEEFloat from_native(T x) {
     value.self_nan();
     return value;
   }
-  QNumber pattern;
-  pattern.assign(static_cast<unsigned long>(word),
-                 static_cast<unsigned long>(swflt::detail::uint128{word} >> 64));
-  return IEEEFloat::from_bits(pattern, native_format<T>);
+  return detail::PatternAccess::make(f, static_cast<std::uint64_t>(word),
+                                     static_cast<std::uint64_t>(words::uint128{word} >> 64));
 }
 
 /// The value of a type's format as that type, pattern for pattern.
@@ -77,11 +76,8 @@ T to_native(const IEEEFloat& x) {
   if (x.get_format() != native_format<T>) {
     throw IEEEFloat::error("format is not the type's");
   }
-  const QNumber pattern = x.get_bits();
-  QNumber high;
-  BVNumber::bit_right_shift(pattern, 64, &high);
-  const swflt::detail::uint128 word =
-      swflt::detail::uint128{BVNumber::low_word(high)} << 64 | BVNumber::low_word(pattern);
+  const auto pattern = detail::PatternAccess::words(x);
+  const words::uint128 word = words::uint128{pattern[1]} << 64 | pattern[0];
   return std::bit_cast<T>(static_cast<native_word<T>>(word));
 }
 
@@ -100,7 +96,9 @@ inline mpz_class to_mpz(const QNumber& q) {
 struct SamePattern {
   /// Whether a and b have the same format and pattern.
   bool operator()(const IEEEFloat& a, const IEEEFloat& b) const {
-    return a.get_format() == b.get_format() && a.get_bits() == b.get_bits();
+    const auto x = detail::PatternAccess::words(a);
+    const auto y = detail::PatternAccess::words(b);
+    return a.get_format() == b.get_format() && std::equal(x.begin(), x.end(), y.begin(), y.end());
   }
 };
 

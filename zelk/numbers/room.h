@@ -17,11 +17,16 @@ inline void require_bits(unsigned long bits) {
   }
 }
 
+/// Whether patterns of these widths are below the limit: 1 + e + m is.
+inline bool has_patterns(unsigned long exp_width, unsigned long mant_width) {
+  return exp_width < max_bits - 1 && mant_width < max_bits - 1 - exp_width;
+}
+
 /// The index e + m of the sign bit. Every operation that needs the width of a pattern starts here,
 /// so that past this call 1 + e + m is below `max_bits`: sums of widths cannot wrap, and the sum of
 /// a pattern and one is within the limit.
 inline unsigned long sign_place(unsigned long exp_width, unsigned long mant_width) {
-  if (exp_width >= max_bits - 1 || mant_width >= max_bits - 1 - exp_width) {
+  if (!has_patterns(exp_width, mant_width)) {
     throw_precision_limit();
   }
   return exp_width + mant_width;

@@ -1,95 +1,102 @@
 #include "zelk/swflt/swflt.h"
 
-#include "zelk/swflt/words.h"
+#include "zelk/rules/flags.h"
+#include "zelk/words/arithmetic.h"
+#include "zelk/words/convert.h"
 
 namespace zelk::swflt {
 
-unsigned char float_exception_flags = 0;
+constinit thread_local unsigned char float_exception_flags = 0;
+
+static_assert(flag_invalid == rules::invalid && flag_divide_by_zero == rules::divide_by_zero &&
+              flag_overflow == rules::overflow && flag_underflow == rules::underflow &&
+              flag_inexact == rules::inexact);
 
 namespace detail {
 
 std::uint32_t add_nearest(std::uint32_t a, std::uint32_t b) noexcept {
   float_exception_flags = 0;
-  return static_cast<std::uint32_t>(add(binary32, a, b, nearest));
+  return static_cast<std::uint32_t>(words::add(words::binary32, a, b, rules::nearest));
 }
 std::uint64_t add_nearest(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
-  return add(binary64, a, b, nearest);
+  return words::add(words::binary64, a, b, rules::nearest);
 }
 
 std::uint32_t sub_nearest(std::uint32_t a, std::uint32_t b) noexcept {
   float_exception_flags = 0;
-  return static_cast<std::uint32_t>(sub(binary32, a, b, nearest));
+  return static_cast<std::uint32_t>(words::sub(words::binary32, a, b, rules::nearest));
 }
 std::uint64_t sub_nearest(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
-  return sub(binary64, a, b, nearest);
+  return words::sub(words::binary64, a, b, rules::nearest);
 }
 
 std::uint32_t mul_nearest(std::uint32_t a, std::uint32_t b) noexcept {
   float_exception_flags = 0;
-  return static_cast<std::uint32_t>(mul(binary32, a, b, nearest));
+  return static_cast<std::uint32_t>(words::mul(words::binary32, a, b, rules::nearest));
 }
 std::uint64_t mul_nearest(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
-  return mul(binary64, a, b, nearest);
+  return words::mul(words::binary64, a, b, rules::nearest);
 }
 
 std::uint32_t div_nearest(std::uint32_t a, std::uint32_t b) noexcept {
   float_exception_flags = 0;
-  return static_cast<std::uint32_t>(div(binary32, a, b, nearest));
+  return static_cast<std::uint32_t>(words::div(words::binary32, a, b, rules::nearest));
 }
 std::uint64_t div_nearest(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
-  return div(binary64, a, b, nearest);
+  return words::div(words::binary64, a, b, rules::nearest);
 }
 
 }  // namespace detail
 
 namespace {
 
-constexpr detail::Flagged<detail::FixedShape<8, 23>> single;
-constexpr detail::Flagged<detail::FixedShape<11, 52>> twice;
+// The shapes whose operations raise the flags of this thread.
+words::Flagged<words::FixedShape<8, 23>> single() { return {{}, &float_exception_flags}; }
+words::Flagged<words::FixedShape<11, 52>> twice() { return {{}, &float_exception_flags}; }
 
-detail::Direction direction(int mode) {
-  return static_cast<detail::Direction>(mode >= 1 && mode <= 3 ? 4 - mode : 0);
+rules::Direction direction(int mode) {
+  return static_cast<rules::Direction>(mode >= 1 && mode <= 3 ? 4 - mode : 0);
 }
 
 }  // namespace
 
 std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept {
-  return static_cast<std::uint32_t>(detail::add(single, a, b, direction(mode)));
+  return static_cast<std::uint32_t>(words::add(single(), a, b, direction(mode)));
 }
 std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept {
-  return detail::add(twice, a, b, direction(mode));
+  return words::add(twice(), a, b, direction(mode));
 }
 
 std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, int mode) noexcept {
-  return static_cast<std::uint32_t>(detail::sub(single, a, b, direction(mode)));
+  return static_cast<std::uint32_t>(words::sub(single(), a, b, direction(mode)));
 }
 std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept {
-  return detail::sub(twice, a, b, direction(mode));
+  return words::sub(twice(), a, b, direction(mode));
 }
 
 std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int mode) noexcept {
-  return static_cast<std::uint32_t>(detail::mul(single, a, b, direction(mode)));
+  return static_cast<std::uint32_t>(words::mul(single(), a, b, direction(mode)));
 }
 std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept {
-  return detail::mul(twice, a, b, direction(mode));
+  return words::mul(twice(), a, b, direction(mode));
 }
 
 std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int mode) noexcept {
-  return static_cast<std::uint32_t>(detail::div(single, a, b, direction(mode)));
+  return static_cast<std::uint32_t>(words::div(single(), a, b, direction(mode)));
 }
 std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept {
-  return detail::div(twice, a, b, direction(mode));
+  return words::div(twice(), a, b, direction(mode));
 }
 
 std::uint32_t float64_to_float32(std::uint64_t a, int mode) noexcept {
-  return static_cast<std::uint32_t>(detail::convert(twice, single, a, direction(mode)));
+  return static_cast<std::uint32_t>(words::convert(twice(), single(), a, direction(mode)));
 }
 std::uint64_t float32_to_float64(std::uint32_t a) noexcept {
-  return detail::convert(single, twice, a, detail::nearest);
+  return words::convert(single(), twice(), a, rules::nearest);
 }
 
 }  // namespace zelk::swflt

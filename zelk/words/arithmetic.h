@@ -390,7 +390,7 @@ template <class W>
 // below.
 template <Shape S>
 constexpr Word<S> product(S s, Word<S> x, Word<S> y) {
-  if (is_short(s)) return x * y << (lead<Word<S>> - 1 - 2 * s.mant_width);
+  if (is_short(s)) return x * y << ((lead<Word<S>> - 1 - 2 * s.mant_width) & 63);
   const std::int64_t n = lead<Word<S>> - s.mant_width;
   return high_product(shift_left(x, n), shift_left(y, n));
 }

@@ -64,8 +64,25 @@ struct RaisedShape {
   using Word = uint128;
 
   /// How far the pattern was moved.
-  std::int64_t below() const { return mant_width - kept_width; }
+  constexpr std::int64_t below() const { return mant_width - kept_width; }
 };
+
+/// Widths known at run time, together at most 127, as patterns have them in two words.
+struct DoubleShape {
+  std::int64_t exp_width;
+  std::int64_t mant_width;
+  using Word = uint128;
+};
+
+/// Whether the arithmetic serves a format in one word: exponents, and sums of two, fit 63 bits, and
+/// a significand leaves five bits of the word to a carry and the digits that rounding looks at.
+constexpr bool serves_in_one_word(std::uint64_t exp_width, std::uint64_t mant_width) {
+  return mant_width - 1 <= 57 && exp_width - 2 <= 61 - mant_width;
+}
+/// The same in two words.
+constexpr bool serves_in_two_words(std::uint64_t exp_width, std::uint64_t mant_width) {
+  return exp_width - 2 <= 60 && mant_width - 1 <= 121 && exp_width + mant_width <= 127;
+}
 
 /// The powers of two: where the width is known at run time a load is cheaper than a shift.
 struct PowersOfTwo {
@@ -153,6 +170,11 @@ constexpr Word<S> sign_mask(S s, Word<S> a) {
   return static_cast<Word<S>>(Signed<Word<S>>{static_cast<std::int64_t>(0 - sign) >> 63});
 }
 
+/// The sign bit may be in either word.
+constexpr uint128 sign_mask(DoubleShape s, uint128 a) {
+  return 0 - uint128{(a & sign_bit(s)) != 0};
+}
+
 /// Orders all patterns but NaNs as their values; the two zeros share a key.
 template <Shape S>
 constexpr Signed<Word<S>> order_key(S s, Word<S> a) {
@@ -176,6 +198,13 @@ constexpr bool less_equal(S s, Word<S> a, Word<S> b) {
 template <Shape S>
 constexpr bool equal(S s, Word<S> a, Word<S> b) {
   return !is_nan(s, a) && !is_nan(s, b) && order_key(s, a) == order_key(s, b);
+}
+
+/// -1, 0 or 1 as a < b, a == b or a > b; 2 when either is a NaN.
+template <Shape S>
+constexpr int order_of(S s, Word<S> a, Word<S> b) {
+  if (is_nan(s, a) || is_nan(s, b)) return 2;
+  return order_key(s, a) < order_key(s, b) ? -1 : static_cast<int>(order_key(s, a) != order_key(s, b));
 }
 
 }  // namespace zelk::words

@@ -1,11 +1,75 @@
+// Values to and from text.
 #include <algorithm>
+#include <ostream>
 #include <string_view>
 
 #include "zelk/float/ieee_float.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/number_text.h"
+#include "zelk/numbers/room.h"
 
 namespace zelk {
+
+// ---- Out ----
+
+std::string IEEEFloat::to_float_str() const {
+  if (get_format().exp_width == 0) {
+    return "0";
+  }
+  if (is_nan()) {
+    throw error("can't convert NaN to float str");
+  }
+  if (is_zero()) {
+    return get_sign() ? "-0" : "0";
+  }
+  if (is_inf()) {
+    throw error("can't convert Infinity to float str");
+  }
+  const QNumber q = to_number();
+  mpf_class value(0, mpf_get_default_prec());
+  value = abs(q.to_mpq());
+  mp_exp_t point = 0;  // value = 0.digits * 10^point
+  std::string digits = value.get_str(point);
+  std::string text = q.sign() < 0 ? "-" : "";
+  if (point <= 0) {
+    return text.append("0.").append(static_cast<std::size_t>(-point), '0').append(digits);
+  }
+  const auto places = static_cast<std::size_t>(point);
+  if (digits.size() <= places) {
+    return text.append(digits).append(places - digits.size(), '0');
+  }
+  return text.append(digits, 0, places).append(".").append(digits, places);
+}
+
+std::string IEEEFloat::to_str() const {
+  std::string text = '[' + std::to_string(get_format().exp_width) + ':' +
+                     std::to_string(get_format().mant_width) + ']';
+  if (get_format().exp_width == 0) {
+    return text + "+0{0}";
+  }
+  if (is_nan()) {
+    text += "NaN";
+  } else if (is_inf()) {
+    text += get_sign() ? "-Inf" : "+Inf";
+  } else {
+    text += to_float_str();
+  }
+  text += '{';
+  const unsigned long sign_index =
+      detail::sign_place(get_format().exp_width, get_format().mant_width);
+  const QNumber bits = get_bits();
+  for (unsigned long i = sign_index + 1; i-- > 0;) {
+    text += BVNumber::test_bit(bits, i) ? '1' : '0';
+    if (i == sign_index || i == get_format().mant_width) {
+      text += '_';
+    }
+  }
+  return text + '}';
+}
+
+std::ostream& operator<<(std::ostream& os, const IEEEFloat& x) { return os << x.to_str(); }
+
+// ---- In ----
 
 namespace {
 

@@ -1,14 +1,17 @@
-// Rounded arithmetic on patterns of a few limbs: their number is a constant, loops unroll, and what
-// is computed stays in registers until the result is stored.
+// Rounded arithmetic on patterns whose significands have a few limbs: their number is a constant,
+// loops unroll, and what is computed stays in registers until the result is stored.
 //
-// Called by limbs.h, which has the operations on five limbs and more.
-#ifndef ZELK_FLOAT_FEW_LIMBS_H_
-#define ZELK_FLOAT_FEW_LIMBS_H_
+// The operations on five limbs and more are in many.h.
+#ifndef ZELK_LIMBS_FEW_H_
+#define ZELK_LIMBS_FEW_H_
 
-#include "zelk/float/limb_patterns.h"
+#include <cstddef>
+#include <utility>
 
-namespace zelk {
-namespace {
+#include "zelk/limbs/few_integers.h"
+#include "zelk/limbs/patterns.h"
+
+namespace zelk::limbs {
 
 /// A significand of n limbs above one more, the guard: the value w * 2^(exp - bias - m - 64). The
 /// lowest bit is sticky: it also stands for every nonzero digit beneath it.
@@ -21,7 +24,7 @@ struct Window {
 
 /// The significand of x / 2^k, 0 < k < 64, with nothing lost.
 template <std::size_t n>
-[[gnu::always_inline]] inline void load_shifted(Window<n>& s, const LimbNumber& x, unsigned k) {
+[[gnu::always_inline]] inline void load_shifted(Window<n>& s, const Number& x, unsigned k) {
   const Limb power = Limb{1} << (limb_bits - k);
   Limb left = 0;
   for (std::size_t i = 0; i < n; ++i) {
@@ -34,7 +37,7 @@ template <std::size_t n>
 
 /// The same for k = 1, where shifts are faster.
 template <std::size_t n>
-[[gnu::always_inline]] inline void load_halved(Window<n>& s, const LimbNumber& x) {
+[[gnu::always_inline]] inline void load_halved(Window<n>& s, const Number& x) {
   Limb left = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const Limb limb = i < n - 1 ? x.low[i] : x.top;
@@ -82,7 +85,7 @@ template <std::size_t n>
 
 /// The significand of x / 2^k, k > 0, sticky.
 template <std::size_t n>
-[[gnu::always_inline]] inline void load_below(Window<n>& s, const LimbNumber& x, std::uint64_t k) {
+[[gnu::always_inline]] inline void load_below(Window<n>& s, const Number& x, std::uint64_t k) {
   if (k < limb_bits) [[likely]] {
     load_shifted(s, x, static_cast<unsigned>(k));
   } else if (k >= (n + 1) * limb_bits) {
@@ -97,7 +100,7 @@ template <std::size_t n>
 
 /// The 64 bits of a significand from where its hidden bit belongs down.
 template <std::size_t n>
-[[gnu::always_inline]] inline Limb leading_limb(LimbShape shape, const Window<n>& s) {
+[[gnu::always_inline]] inline Limb leading_limb(Shape shape, const Window<n>& s) {
   const unsigned top_bit = shape.top_bit();
   return s.w[n] << (limb_bits - 1 - top_bit) | s.w[n - 1] >> 1 >> top_bit;
 }
@@ -105,7 +108,7 @@ template <std::size_t n>
 /// The significand of a number other than 0, its leading bit, which is bit `leading` of its highest
 /// limb, where the hidden bit belongs.
 template <std::size_t n>
-[[gnu::always_inline]] inline void load(Window<n>& s, LimbShape shape, const LimbInteger& x,
+[[gnu::always_inline]] inline void load(Window<n>& s, Shape shape, const Integer& x,
                                         unsigned leading) {
   // The limbs that the window sees, and one above.
   Limb upper[n + 3];
@@ -127,14 +130,14 @@ template <std::size_t n>
   s.w[0] |= Limb{lost};
 }
 template <std::size_t n>
-[[gnu::always_inline]] inline void load(Window<n>& s, LimbShape shape, const LimbInteger& x) {
+[[gnu::always_inline]] inline void load(Window<n>& s, Shape shape, const Integer& x) {
   load(s, shape, x, static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top)));
 }
 
-/// out := the pattern nearest in direction `mode` to a number whose significand has its leading bit
+/// out := the pattern nearest in direction d to a number whose significand has its leading bit
 /// where the hidden bit belongs, or below.
 template <std::size_t n>
-[[gnu::always_inline]] inline void round_and_pack(LimbShape shape, Direction mode, Limb sign,
+[[gnu::always_inline]] inline void round_and_pack(Shape shape, Direction d, Limb sign,
                                                   std::int64_t exp, Window<n>& s, Limb* out) {
   Limb leading = leading_limb(shape, s);
   for (; leading == 0 && exp > limb_bits; exp -= limb_bits) {
@@ -156,10 +159,10 @@ template <std::size_t n>
   exp -= k;
 
   if (exp >= shape.exp_max()) [[unlikely]] {
-    pack_overflow_limbs(shape, mode, sign, out);
+    pack_overflow(shape, d, sign, out);
     return;
   }
-  Carry carry = rounds_up(mode, sign, s.w[1] % 2 != 0, s.w[0]);
+  Carry carry = rounds_up(d, sign, s.w[1] % 2 != 0, s.w[0]);
   for (std::size_t i = 0; i < n - 1; ++i) {
     out[i] = add_limb(s.w[i + 1], 0, carry);
   }
@@ -169,31 +172,9 @@ template <std::size_t n>
   pack_top(shape, n, sign, exp - 1, top, carry, out);
 }
 
-/// The same for a target.
 template <std::size_t n>
-[[gnu::always_inline]] inline bool round_and_store(LimbShape shape, Direction mode, Limb sign,
-                                                   std::int64_t exp, Window<n>& s,
-                                                   QNumber& target) {
-  Limb room[n + 1];
-  LimbResult result(shape, n, target, room);
-  round_and_pack(shape, mode, sign, exp, s, result.limbs);
-  return result.finish();
-}
-
-/// out := the pattern nearest to an integer times a power of two, `exp` being the exponent of its
-/// leading bit.
-template <std::size_t n>
-[[gnu::noinline]] void pack_integer(LimbShape s, Fixed<n> /*size*/, Direction mode, Limb sign,
-                                    std::int64_t exp, const LimbInteger& x, Limb* out,
-                                    Limb* /*room*/) {
-  Window<n> window;
-  load(window, s, x);
-  round_and_pack(s, mode, sign, exp, window, out);
-}
-
-template <std::size_t n>
-[[gnu::cold, gnu::noinline]] LimbNumber normalized(LimbShape s, const LimbNumber& x, Limb* room) {
-  const LimbInteger integer = significand_of(x, n);
+[[gnu::cold, gnu::noinline]] Number normalized(Shape s, const Number& x, Limb* room) {
+  const Integer integer = significand_of(x, n);
   Window<n> window;
   load(window, s, integer);
   std::copy_n(window.w + 1, n, room);
@@ -203,33 +184,33 @@ template <std::size_t n>
 /// A subnormal becomes what it would be if exponents had no end: with its hidden bit in place, in n
 /// limbs of room.
 template <std::size_t n>
-[[gnu::always_inline]] inline void normalize(LimbShape s, LimbNumber& x, Limb* room) {
+[[gnu::always_inline]] inline void normalize(Shape s, Number& x, Limb* room) {
   if ((x.top & s.hidden_bit()) == 0) {
     x = normalized<n>(s, x, room);
   }
 }
 
-// left := left op right, rounded once. False, and nothing changed, where an operand is an infinity
-// or a NaN, or the divisor is 0.
+// x := x op y, rounded once.
 
-template <class Shape, std::size_t n>
-[[gnu::always_inline]] inline bool add_sub_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
-                                                 QNumber& left, const QNumber& right, Limb flip) {
-  const LimbShape s = shape;
-  Limb room[2 * (n + 1)];
-  LimbOperands operands(s, n, left, right, room);
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+                                           const Limb* right, Limb flip) {
+  const Shape s = shape;
+  Operands operands(s, n, left, right);
   if (!operands.finite(s)) [[unlikely]] {
-    return false;
+    apply_table(flip != 0 ? Operation::difference : Operation::sum, s, d, left, right);
+    return;
   }
   operands.upper[1] ^= flip << (limb_bits - 1);
   // Whether the signs differ is as good as random to a branch predictor, too: a mask chooses.
   const Order order = compare_magnitudes(s, n, operands);
   operands.swap_if(order.less);
-  const LimbNumber x = operands.unpack(s, n, 0);
-  const LimbNumber y = operands.unpack(s, n, 1);
+  const Number x = operands.unpack(s, n, 0);
+  const Number y = operands.unpack(s, n, 1);
   const bool minus = x.sign != y.sign;
   if ((order.equal & limb_mask(minus)) != 0) [[unlikely]] {
-    return store_zero(s, n, Limb{mode == Direction::downward}, left, room);
+    pack_zero(s, Limb{rules::zero_sum_is_negative(d)}, left);
+    return;
   }
   // A place above the hidden bit, for the carry.
   Window<n> sum;
@@ -237,18 +218,18 @@ template <class Shape, std::size_t n>
   load_halved(sum, x);
   load_below(part, y, static_cast<std::uint64_t>(x.exp - y.exp) + 1);
   for (Limb& limb : part.w) {
-    limb ^= 0 - Limb{minus};
+    limb ^= limb_mask(minus);
   }
   Carry carry = minus;
   for (std::size_t i = 0; i <= n; ++i) {
     sum.w[i] = add_limb(sum.w[i], part.w[i], carry);
   }
-  return round_and_store(s, mode, x.sign, x.exp + 1, sum, left);
+  round_and_pack(s, d, x.sign, x.exp + 1, sum, left);
 }
 
 /// Limbs of a significand whose leading bit is the highest.
 template <std::size_t n>
-[[gnu::always_inline]] inline void align_up(LimbShape s, const LimbNumber& x, Limb (&out)[n]) {
+[[gnu::always_inline]] inline void align_up(Shape s, const Number& x, Limb (&out)[n]) {
   const Limb power = Limb{1} << (limb_bits - 1 - s.top_bit());
   Limb left = 0;
   for (std::size_t i = 0; i < n; ++i) {
@@ -258,29 +239,44 @@ template <std::size_t n>
   }
 }
 
-template <class Shape, std::size_t n>
-[[gnu::always_inline]] inline bool multiply_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
-                                                  QNumber& left, const QNumber& right) {
-  const LimbShape s = shape;
-  Limb room[2 * (n + 1)];
-  const LimbOperands operands(s, n, left, right, room);
-  if (!operands.finite(s)) [[unlikely]] {
-    return false;
-  }
-  LimbNumber x = operands.unpack(s, n, 0);
-  LimbNumber y = operands.unpack(s, n, 1);
-  const Limb sign = x.sign ^ y.sign;
-  if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
-    if (is_zero(x, n) || is_zero(y, n)) {
-      return store_zero(s, n, sign, left, room);
+/// The operands of a product or a quotient, normalized.
+template <std::size_t n>
+struct Factors {
+  Number x;
+  Number y;
+  Limb room[2][n];
+
+  /// False if the tables know the result.
+  [[gnu::always_inline]] bool load(Shape s, const Operands& operands) {
+    if (!operands.finite(s)) [[unlikely]] {
+      return false;
     }
-    normalize<n>(s, x, room);
-    normalize<n>(s, y, room + n + 1);
+    x = operands.unpack(s, n, 0);
+    y = operands.unpack(s, n, 1);
+    if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
+      if (is_zero(x, n) || is_zero(y, n)) {
+        return false;
+      }
+      normalize<n>(s, x, room[0]);
+      normalize<n>(s, y, room[1]);
+    }
+    return true;
+  }
+};
+
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+                                            const Limb* right) {
+  const Shape s = shape;
+  Factors<n> f;
+  if (!f.load(s, Operands(s, n, left, right))) [[unlikely]] {
+    apply_table(Operation::product, s, d, left, right);
+    return;
   }
   Limb factors[2][n];
-  std::copy_n(x.low, n - 1, factors[0]);
-  factors[0][n - 1] = x.top;
-  align_up(s, y, factors[1]);
+  std::copy_n(f.x.low, n - 1, factors[0]);
+  factors[0][n - 1] = f.x.top;
+  align_up(s, f.y, factors[1]);
   Limb product[2 * n];
   multiply_few<n>(product, factors[0], factors[1]);
   Limb lost = 0;
@@ -290,36 +286,23 @@ template <class Shape, std::size_t n>
   Window<n> window;
   std::copy_n(product + n - 1, n + 1, window.w);
   window.w[0] |= Limb{lost != 0};
-  const std::int64_t exp = x.exp - s.bias() + y.exp + 1;
-  return round_and_store(s, mode, sign, exp, window, left);
+  const std::int64_t exp = f.x.exp - s.bias() + f.y.exp + 1;
+  round_and_pack(s, d, f.x.sign ^ f.y.sign, exp, window, left);
 }
 
-template <class Shape, std::size_t n>
-[[gnu::always_inline]] inline bool divide_limbs(Shape shape, Fixed<n> /*size*/, Direction mode,
-                                                QNumber& left, const QNumber& right) {
-  const LimbShape s = shape;
-  Limb room[2 * (n + 1)];
-  const LimbOperands operands(s, n, left, right, room);
-  if (!operands.finite(s)) [[unlikely]] {
-    return false;
-  }
-  LimbNumber x = operands.unpack(s, n, 0);
-  LimbNumber y = operands.unpack(s, n, 1);
-  const Limb sign = x.sign ^ y.sign;
-  if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
-    if (is_zero(y, n)) {
-      return false;
-    }
-    if (is_zero(x, n)) {
-      return store_zero(s, n, sign, left, room);
-    }
-    normalize<n>(s, x, room);
-    normalize<n>(s, y, room + n + 1);
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+                                          const Limb* right) {
+  const Shape s = shape;
+  Factors<n> f;
+  if (!f.load(s, Operands(s, n, left, right))) [[unlikely]] {
+    apply_table(Operation::quotient, s, d, left, right);
+    return;
   }
   Limb rest[n];
   Limb divisor[n];
-  align_up(s, x, rest);
-  align_up(s, y, divisor);
+  align_up(s, f.x, rest);
+  align_up(s, f.y, divisor);
   // Halved, the dividend is below the divisor; what leaves its limbs comes back with the first
   // digit.
   Limb low = shifted_limb(0, rest[0], 1);
@@ -340,11 +323,10 @@ template <class Shape, std::size_t n>
   }
   shift_right(quotient, limb_bits - 1 - s.top_bit());
   quotient.w[0] |= Limb{left_over != 0};
-  const std::int64_t exp = x.exp - y.exp + s.bias();
-  return round_and_store(s, mode, sign, exp, quotient, left);
+  const std::int64_t exp = f.x.exp - f.y.exp + s.bias();
+  round_and_pack(s, d, f.x.sign ^ f.y.sign, exp, quotient, left);
 }
 
-}  // namespace
-}  // namespace zelk
+}  // namespace zelk::limbs
 
-#endif  // ZELK_FLOAT_FEW_LIMBS_H_
+#endif  // ZELK_LIMBS_FEW_H_

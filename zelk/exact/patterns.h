@@ -1,0 +1,35 @@
+// Patterns in words, to and from the numbers that the reference road computes in.
+#ifndef ZELK_EXACT_PATTERNS_H_
+#define ZELK_EXACT_PATTERNS_H_
+
+#include <span>
+
+#include "zelk/exact/codec.h"
+#include "zelk/exact/exact.h"
+
+namespace zelk::exact {
+
+/// out := the pattern.
+inline void load(const Word* x, Widths f, QNumber& out) {
+  BVNumber::from_words({x, sign_place(f) / 64 + 1}, &out);
+}
+
+/// Writes the pattern of 1 + e + m bits. Of formats without an exponent it may be negative: the
+/// bits count.
+inline void store(QNumber& pattern, Word* x, Widths f) {
+  if (pattern.sign() < 0) {
+    BVNumber::trim(pattern, sign_place(f) + 1);
+  }
+  BVNumber::to_words(pattern, {x, sign_place(f) / 64 + 1});
+}
+
+/// An operand: its sign and class; E and T go to exp and mant.
+inline rules::Operand read_operand(Widths f, const QNumber& bits, QNumber& exp, QNumber& mant) {
+  rules::Operand a = operand_of(f, bits);
+  unpack_components(f, bits, a.negative, exp, mant);
+  return a;
+}
+
+}  // namespace zelk::exact
+
+#endif  // ZELK_EXACT_PATTERNS_H_

@@ -1,0 +1,262 @@
+// Values converted between formats, from exact numbers, and to them.
+
+#include "zelk/words/convert.h"
+
+#include "zelk/base/float_errors.h"
+#include "zelk/exact/exact.h"
+#include "zelk/float/ieee_float.h"
+#include "zelk/float/roads.h"
+#include "zelk/limbs/limbs.h"
+#include "zelk/words/numbers.h"
+
+namespace zelk {
+
+using detail::Kind;
+using detail::Road;
+using rules::Direction;
+using rules::Widths;
+
+namespace {
+
+Widths widths(const IEEEFloat::format& f) { return {f.exp_width, f.mant_width}; }
+
+bool on_words(Road road) { return road != Road::numbers && road != Road::limbs; }
+bool in_one_word(Road road) {
+  return on_words(road) && road != Road::quad && road != Road::double_word;
+}
+
+// The road that conversions to and from a kind take.
+Road conversion_road(Kind k) { return detail::has_short_roads ? k.road() : Road::numbers; }
+
+// Calls serve(shape, pattern) with a pattern in words.
+template <class Serve>
+[[gnu::always_inline]] inline void with_pattern(Road road, Widths f, const std::uint64_t* x,
+                                                Serve serve) {
+  if (in_one_word(road)) {
+    serve(detail::one_word<words::RuntimeShape>(f), x[0]);
+  } else if (road == Road::quad) {
+    serve(words::binary128, words::double_word(x[1], x[0]));
+  } else {
+    const words::RaisedShape s = detail::raised(f);
+    serve(s, detail::raise(s, x));
+  }
+}
+
+// Calls make(shape) for a road on words, and stores the pattern that it gives.
+template <class Make>
+[[gnu::always_inline]] inline void with_shape(Road road, Widths f, std::uint64_t* out, Make make) {
+  if (in_one_word(road)) {
+    out[0] = make(detail::one_word<words::RuntimeShape>(f));
+    out[1] = 0;
+  } else if (road == Road::quad) {
+    const words::uint128 pattern = make(words::binary128);
+    out[0] = words::low_word(pattern);
+    out[1] = words::high_word(pattern);
+  } else {
+    const words::RaisedShape s = detail::raised(f);
+    detail::lower(s, make(s), out);
+  }
+}
+
+// Between any two roads on words.
+[[gnu::noinline]] void convert_words(Road from, Widths f, const std::uint64_t* x, Road to, Widths g,
+                                     std::uint64_t* out, Direction mode) {
+  with_pattern(from, f, x, [&](auto s, auto pattern) {
+    with_shape(to, g, out, [&](auto t) { return words::convert(s, t, pattern, mode); });
+  });
+}
+
+}  // namespace
+
+// ---- Formats ----
+
+void IEEEFloat::set_format(format f) {
+  if (f == get_format()) {
+    return;
+  }
+  const Repr r = get_best_repr(f);
+  const Kind to = Kind::of(f.exp_width, f.mant_width, r);
+  if (!is_generic() && !head.kind.names_format()) {
+    IEEEFloat x = generic_copy();
+    x.set_format(f);
+    swap(x);
+    return;
+  }
+  const Road source = head.kind.road();
+  const Road target = to.road();
+  const auto store = [&](std::uint64_t low, std::uint64_t high) {
+    pattern.words[0] = low;
+    pattern.words[1] = high;
+    set_kind(f, r, to);
+  };
+  // Between the packed formats any mode serves, and no flag is left.
+  if (source == Road::packed32 && target == Road::packed64) {
+    store(words::convert(words::binary32, words::binary64, pattern.words[0], rules::nearest), 0);
+    swflt::float_exception_flags = 0;
+    return;
+  }
+  if (source == Road::packed64 && target == Road::packed32) {
+    const Direction direction = detail::direction_of(mode());
+    store(words::convert(words::binary64, words::binary32, pattern.words[0], direction), 0);
+    swflt::float_exception_flags = 0;
+    return;
+  }
+  const auto direction = static_cast<Direction>(mode());
+  if (detail::has_short_roads && in_one_word(source) && in_one_word(target) &&
+      rules::is_direction(mode())) {
+    store(words::convert(shape(), detail::one_word<words::RuntimeShape>(widths(f)),
+                         pattern.words[0], direction),
+          0);
+    return;
+  }
+  convert_otherwise(f, r, to);
+}
+
+[[gnu::noinline]] void IEEEFloat::convert_otherwise(const format& f, unsigned r, Kind to) {
+  const Road source = conversion_road(head.kind);
+  const Road target = conversion_road(to);
+  const auto direction = static_cast<Direction>(mode());
+  const auto convert = [&](std::uint64_t* out) {
+    const bool short_road =
+        rules::is_direction(mode()) && source != Road::numbers && target != Road::numbers;
+    if (short_road && on_words(source) && on_words(target)) {
+      convert_words(source, widths(get_format()), words(), target, widths(f), out, direction);
+    } else if (short_road) {
+      limbs::convert(words(), widths(get_format()), out, widths(f), direction);
+    } else {
+      exact::convert(words(), widths(get_format()), out, widths(f), mode());
+    }
+  };
+  if (!to.is_wide()) {
+    Pattern result;
+    convert(result.words);
+    if (head.kind.is_wide()) {
+      delete[] pattern.limbs;
+    }
+    pattern = result;
+    set_kind(f, r, to);
+    return;
+  }
+  if (head.kind.is_wide() && word_count() == (f.exp_width + f.mant_width) / 64 + 1) {
+    convert(pattern.limbs);
+    set_kind(f, r, to);
+    return;
+  }
+  IEEEFloat result(f, static_cast<rounding_mode>(mode()));
+  convert(result.pattern.limbs);
+  swap(result);
+}
+
+// ---- From exact numbers ----
+
+IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
+  IEEEFloat x(f, rm);
+  const Road road = conversion_road(x.head.kind);
+  const Widths w = widths(f);
+  const auto direction = static_cast<Direction>(rm);
+  const QNumber num = q.get_num();
+  const QNumber den = q.get_den();
+  if (on_words(road) && rules::is_direction(rm) && num.fits_long() && den.fits_long()) {
+    const long n = num.to_long();
+    const long d = den.to_long();
+    with_shape(road, w, x.pattern.words, [&](auto s) {
+      const auto rounded = words::from_integer(s, n, direction);
+      return d == 1 ? rounded
+                    : words::div(s, rounded, words::from_integer(s, d, direction), direction);
+    });
+    if (d != 1 && !x.is_generic()) {
+      swflt::float_exception_flags = 0;  // as by the division of packed values
+    }
+    return x;
+  }
+  const auto round = [&](const QNumber& n, IEEEFloat& out) {
+    if (rules::is_direction(rm) && road != Road::numbers) {
+      limbs::from_integer(n, out.words(), w, direction);
+    } else {
+      exact::from_scaled(n, 0, out.words(), w, rm);
+    }
+  };
+  round(num, x);
+  if (!q.is_integer()) {
+    IEEEFloat divisor(f, rm);
+    round(den, divisor);
+    x /= divisor;
+  }
+  return x;
+}
+
+IEEEFloat IEEEFloat::from_scaled(const QNumber& q, const QNumber& k, format f, rounding_mode rm) {
+  if (!k.is_integer()) {
+    Exception e("exponent is not an integer: ");
+    e.msg_stream << k;
+    throw error(e.get_msg());
+  }
+  IEEEFloat x(f, rm);
+  constexpr long far = 1L << 60;
+  if (on_words(conversion_road(x.head.kind)) && rules::is_direction(rm) && q.is_small() &&
+      k.fits_long() && k.to_long() > -far && k.to_long() < far) {
+    const long n = q.get_num().to_long();
+    if (n != 0) {
+      with_shape(x.head.kind.road(), widths(f), x.pattern.words, [&](auto s) {
+        return words::from_ratio(s, n < 0, static_cast<std::uint64_t>(detail::magnitude(n)),
+                                 static_cast<std::uint64_t>(q.get_den().to_long()), k.to_long(),
+                                 static_cast<Direction>(rm));
+      });
+    }
+    return x;
+  }
+  exact::from_scaled(q, k, x.words(), widths(f), rm);
+  return x;
+}
+
+// ---- To exact numbers ----
+
+QNumber IEEEFloat::to_number() const {
+  if (!is_generic() && !head.kind.names_format()) {
+    return generic_copy().to_number();
+  }
+  if (is_nan()) {
+    throw error("can't convert NaN to a Number");
+  }
+  if (is_inf()) {
+    throw error("can't convert infinity to a Number");
+  }
+  const Road road = conversion_road(head.kind);
+  return in_one_word(road)       ? words::to_number(shape(), pattern.words[0])
+         : road != Road::numbers ? limbs::to_number(words(), widths(get_format()))
+                                 : exact::to_number(words(), widths(get_format()));
+}
+
+QNumber IEEEFloat::to_integer(unsigned long w) const {
+  if (!is_generic() && !head.kind.names_format()) {
+    return generic_copy().to_integer(w);
+  }
+  const Road road = conversion_road(head.kind);
+  // Any other mode rounds toward zero.
+  const Direction direction =
+      rules::is_direction(mode()) ? static_cast<Direction>(mode()) : rules::toward_zero;
+  long n = 0;
+  QNumber result;
+  if (in_one_word(road) && words::to_integer(shape(), direction, pattern.words[0], w, n)) {
+    result = n;
+  } else if (road != Road::numbers) {
+    result = limbs::to_integer(words(), widths(get_format()), direction, w);
+  } else if (w > 0) {
+    result = exact::to_integer(words(), widths(get_format()), direction, w);
+  } else if (!is_zero() && !is_nan() && !is_inf()) {
+    const mpq_class q = exact::to_number(words(), widths(get_format()), true).to_mpq();
+    result = QNumber(mpz_class(q.get_num() / q.get_den()), 1);  // truncating, as GMP's / does
+  }
+  // Without a width the result is small exactly when it fits a signed 32-bit integer.
+  const bool small = result.is_small() && static_cast<int>(result.to_long()) == result.to_long();
+  return w > 0 || small ? result : QNumber(result.to_mpq());
+}
+
+// A packed word that is a pattern of another format than its own, as a generic value.
+IEEEFloat IEEEFloat::generic_copy() const {
+  IEEEFloat x = *this;
+  x.self_specialize_repr(REPR_GENERIC);
+  return x;
+}
+
+}  // namespace zelk

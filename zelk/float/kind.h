@@ -1,0 +1,82 @@
+// Which road a value takes, and where its pattern is.
+//
+// Included by ieee_float.h, whose inline functions ask; not for users.
+#ifndef ZELK_FLOAT_KIND_H_
+#define ZELK_FLOAT_KIND_H_
+
+#include <cstdint>
+
+#include "zelk/base/export.h"
+
+namespace zelk::detail {
+
+/// The roads. On words there is one for each shape that a pattern can have there: for a way of
+/// computing, with constants or not, in one word or two.
+enum class Road : unsigned {
+  numbers,      ///< exact integers: the reference, for every format, mode and size
+  packed32,     ///< binary32 in a packed word
+  packed64,     ///< binary64 in a packed word
+  limbs,        ///< three limbs and more
+  short_word,   ///< one word, and significands of which two fit it
+  word,         ///< one word
+  quad,         ///< binary128 in two words
+  double_word,  ///< two words
+};
+inline constexpr unsigned road_count = 8;
+
+/// Whether anything but packed arithmetic leaves the road of numbers. A build without the short
+/// roads gives the same results, but for what only they find room for under a very low `max_bits`.
+#ifdef ZELK_REFERENCE_ONLY
+inline constexpr bool has_short_roads = false;
+#else
+inline constexpr bool has_short_roads = true;
+#endif
+
+/// The road of a value and the place of its pattern, with the widths of its format where there is
+/// room for them. It follows from format and representation.
+class Kind {
+ public:
+  /// Of the value that stands for none, of format (0, 0).
+  constexpr Kind() noexcept : bits(with(Road::packed32)) {}
+
+  /// Of values of format (e, m) in the representation `repr`: 0 and 1 are packed.
+  ZELK_EXPORT static Kind of(unsigned long exp_width, unsigned long mant_width, unsigned repr);
+
+  static constexpr Kind packed32() { return Kind(with(Road::packed32) | code(8, 23)); }
+  static constexpr Kind packed64() { return Kind(with(Road::packed64) | code(11, 52)); }
+
+  Road road() const { return static_cast<Road>(bits >> road_place & 7U); }
+  /// Whether the pattern is in limbs on the heap; else it is in the two words of the value.
+  bool is_wide() const { return bits >> 31 != 0; }
+  /// Whether a width of the format needs more than 32 bits.
+  bool is_huge() const { return (bits >> huge_place & 1) != 0; }
+  /// Whether the pattern is in one word, and words serve its format.
+  bool is_one_word() const { return bits >> (road_place + 1) == one_word_roads; }
+  /// Whether either pattern is on the heap.
+  static bool any_wide(Kind a, Kind b) { return (a.bits | b.bits) >> 31 != 0; }
+  /// Whether values of this kind have one format; else only the widths tell.
+  bool names_format() const { return (bits & code_mask) != 0; }
+
+  bool operator==(const Kind&) const = default;
+
+ private:
+  static constexpr int road_place = 27;
+  static constexpr int huge_place = 30;
+  static constexpr std::uint32_t one_word_roads = 2;  // what their numbers begin with
+  static constexpr std::uint32_t code_mask = (1U << road_place) - 1;
+
+  explicit constexpr Kind(std::uint32_t b) noexcept : bits(b) {}
+  static constexpr std::uint32_t with(Road r) {
+    return static_cast<std::uint32_t>(r) << road_place;
+  }
+  // 0 for widths that have no room.
+  static constexpr std::uint32_t code(unsigned long e, unsigned long m) {
+    return e < 64 && m < 1UL << 21 ? static_cast<std::uint32_t>(m << 6 | e) : 0;
+  }
+
+  std::uint32_t bits;  // the code of the widths, from bit 27 the road, bit 30: huge, bit 31: wide
+};
+
+}  // namespace zelk::detail
+
+#endif  // ZELK_FLOAT_KIND_H_

@@ -1,0 +1,30 @@
+// The words of a value's pattern, for the parts of the library that read and make values.
+//
+// Included by native.h and mpfr.h, whose templates and inline functions need it; not for users.
+#ifndef ZELK_FLOAT_PATTERN_ACCESS_H_
+#define ZELK_FLOAT_PATTERN_ACCESS_H_
+
+#include <cstdint>
+#include <span>
+
+#include "zelk/float/ieee_float.h"
+
+namespace zelk::detail {
+
+struct PatternAccess {
+  /// All words of the pattern, the lowest first.
+  static std::span<const std::uint64_t> words(const IEEEFloat& x) {
+    return {x.words(), x.word_count()};
+  }
+  /// The value of a format of at most 128 bits with this pattern, rounding to nearest-even.
+  static IEEEFloat make(IEEEFloat::format f, std::uint64_t low, std::uint64_t high) {
+    IEEEFloat x(f, IEEEFloat::ROUND_NEAREST_EVEN);
+    x.pattern.words[0] = low;
+    x.pattern.words[1] = high;
+    return x;
+  }
+};
+
+}  // namespace zelk::detail
+
+#endif  // ZELK_FLOAT_PATTERN_ACCESS_H_

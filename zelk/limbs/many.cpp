@@ -1,0 +1,262 @@
+#include "zelk/limbs/many.h"
+
+#include <utility>
+
+#include "zelk/limbs/patterns.h"
+#include "zelk/limbs/room.h"
+
+namespace zelk::limbs {
+
+namespace {
+
+/// What `with_size` has made sure of.
+inline void assume_many(long n) {
+  if (n < 5) {
+    __builtin_unreachable();
+  }
+}
+
+/// Rounds the magnitude of a pattern of `size` limbs that has `guard` below. What carries into the
+/// exponent of infinities is rounded outward and leaves a significand of 0.
+inline void round_pattern(Direction d, Limb sign, Limb guard, Limb* out, long size) {
+  increment(out, size, Limb{rounds_up(d, sign, out[0] % 2 != 0, guard)});
+}
+
+/// out, a significand of n limbs with its hidden bit in place or, for exp = 1, below, becomes the
+/// pattern nearest in direction d to it with the guard.
+inline void round_and_pack(Shape s, long n, Direction d, Limb sign, std::int64_t exp, Limb guard,
+                           Limb* out) {
+  if (exp >= s.exp_max()) [[unlikely]] {
+    pack_overflow(s, d, sign, out);
+    return;
+  }
+  pack_top(s, n, sign, exp - 1, out[n - 1], 0, out);
+  round_pattern(d, sign, guard, out, s.pattern_size(n));
+}
+
+// ---- The operations ----
+
+/// room := y / 2^d, d >= 64, n limbs with the bits of `flip` changed, in n + 1 of room; the guard.
+[[gnu::noinline]] inline Limb shift_far(const Number& y, long n, std::uint64_t d, Limb flip,
+                                        Limb* room) {
+  const long low = n - 1;
+  if (d >= limb_bits * static_cast<std::uint64_t>(n + 1)) {
+    std::fill_n(room, n, flip);
+    return Limb{y.top != 0 || mpn_zero_p(y.low, low) == 0};
+  }
+  const auto limbs = static_cast<long>(d / limb_bits);
+  const auto bits = static_cast<unsigned>(d % limb_bits);
+  // The limb that becomes the guard, and those above.
+  const long have = n - limbs;
+  std::copy_n(y.low + limbs - 1, have, room);
+  room[have] = y.top;
+  const Limb lost =
+      Limb{shifted_limb(0, room[0], bits) != 0 || (limbs > 1 && mpn_zero_p(y.low, limbs - 1) == 0)};
+  const Limb guard = shifted_limb(room[0], have > 0 ? room[1] : 0, bits) | lost;
+  if (have > 0) {
+    shift_down(room, room + 1, have - 1, bits, flip);
+    room[have - 1] = (y.top >> bits) ^ flip;
+  }
+  std::fill(room + have, room + n, flip);
+  return guard;
+}
+
+/// The same for every d.
+inline Limb shift_operand(const Number& y, long n, std::uint64_t d, Limb flip, Limb* room) {
+  if (d >= limb_bits) {
+    return shift_far(y, n, d, flip, room);
+  }
+  const auto bits = static_cast<unsigned>(d);
+  const long low = n - 1;
+  shift_down(room, y.low, low - 1, bits, flip);
+  room[low - 1] = shifted_limb(y.low[low - 1], y.top, bits) ^ flip;
+  room[low] = (y.top >> bits) ^ flip;
+  return shifted_limb(0, y.low[0], bits);
+}
+
+/// Moves the leading bit of a difference up to m, or as far as the exponent goes, by k places; the
+/// guard that is left, and k.
+struct Normalized {
+  Limb guard;
+  std::int64_t k;
+};
+[[gnu::noinline]] inline Normalized normalize_difference(Shape s, long n, Limb* out,
+                                                         std::int64_t exp, Limb guard) {
+  const long used = trimmed(out, n);
+  const long leading = used == 0 ? -1 : bit_size(out, used) - 1;  // all of 2^m - (2^m - 1/2)
+  const std::int64_t k = std::min(static_cast<long>(s.mant_width) - leading, exp - 1);
+  const auto limbs = static_cast<long>(k / limb_bits);
+  const auto bits = static_cast<unsigned>(k % limb_bits);
+  if (limbs > 0) {
+    std::copy_backward(out, out + n - limbs, out + n);
+    std::fill_n(out, limbs - 1, 0);
+    out[limbs - 1] = std::exchange(guard, 0);
+  }
+  if (bits != 0) {
+    shift_up(out + 1, out + 1, n - 1, bits);
+    out[0] = shifted_limb(guard, out[0], limb_bits - bits);
+    guard <<= bits;
+  }
+  return {guard, k};
+}
+
+/// out := a sum whose exponent may have moved from the larger pattern's, rounded. `upper` is of
+/// that pattern, `minus` all ones in a difference. The sum is overwritten, n + 1 limbs of it, and
+/// has its guard in the limb below. Subnormals are in place even if they become normal.
+[[gnu::noinline]] inline void round_moved_sum(Shape s, long n, Direction d, Limb upper, Limb minus,
+                                              Limb* sum, Limb* out) {
+  const long size = s.pattern_size(n);
+  const Limb sign = upper >> (limb_bits - 1);
+  const std::int64_t field = exponent_field(s, upper);
+  increment(sum, size, minus & Limb{sum[-1] == 0});
+  const std::int64_t step = exponent_field(s, upper_limb(s, n, sum)) - field;
+  if (step == 0 || field <= static_cast<std::int64_t>(minus & 1)) [[unlikely]] {
+    std::copy_n(sum, size, out);
+    round_pattern(d, sign, sum[-1], out, size);
+    return;
+  }
+  // Below the exponent is the significand of a difference, all of it. That of a sum has two bits
+  // more: 10 where the exponent has moved by 1, 11 where it has by 2.
+  const unsigned top_bit = s.top_bit();
+  sum[n - 1] &= s.hidden_bit() - 1;
+  sum[n - 1] |= (~(static_cast<Limb>(step) | minus) & 1) << top_bit;
+  sum[n] = 0;
+  const Limb leading = sum[n - 1] << (limb_bits - 1 - top_bit) | sum[n - 2] >> 1 >> top_bit;
+  const std::int64_t zeros = std::countl_zero(leading);
+  if ((minus & (limb_mask(leading == 0) | limb_mask(zeros >= field))) != 0) [[unlikely]] {
+    const Normalized moved = normalize_difference(s, n, sum, field, sum[-1]);
+    std::copy_n(sum, n, out);
+    round_and_pack(s, n, d, sign, field - moved.k, moved.guard, out);
+    return;
+  }
+  // A difference goes up by its zeros; a sum goes down by one, which is up by 63 from a limb below.
+  const Limb places = static_cast<Limb>(zeros) & minus;
+  const auto k = static_cast<unsigned>(places | (63 & ~minus));
+  const Limb* from = sum + 1 + static_cast<long>(minus);
+  const Limb guard = from[-1] << k | ((sum[-1] >> 1 | (sum[-1] & 1)) & ~minus);
+  shift_up(out, from, n, k);
+  out[n - 1] |= s.hidden_bit() & ~minus;
+  const auto change = static_cast<std::int64_t>((1 & ~minus) - places);
+  round_and_pack(s, n, d, sign, field + change, guard, out);
+}
+
+}  // namespace
+
+void normalize_and_pack(Shape s, long n, Direction d, Limb sign, std::int64_t exp, const Limb* w,
+                        long size, bool sticky, Limb* out) {
+  const long used = trimmed(w, size);
+  std::int64_t shift = bit_size(w, used) - 1 - static_cast<long>(s.mant_width);
+  exp += shift;
+  if (exp < 1) {
+    shift += 1 - exp;
+    exp = 1;
+  }
+  Limb guard = 0;
+  if (shift >= 0) {
+    guard = shift_right(out, n, w, size, static_cast<std::uint64_t>(shift));
+  } else {
+    shift_left(out, n, w, used, static_cast<std::uint64_t>(-shift));
+  }
+  round_and_pack(s, n, d, sign, exp, guard | Limb{sticky}, out);
+}
+
+void add_sub(Shape s, long n, Direction d, Limb* x, const Limb* y, Limb flip) {
+  assume_many(n);
+  Operands operands(s, n, x, y);
+  if (!operands.finite(s)) [[unlikely]] {
+    apply_table(flip != 0 ? Operation::difference : Operation::sum, s, d, x, y);
+    return;
+  }
+  Room room(n + 2);
+  operands.upper[1] ^= flip << (limb_bits - 1);
+  const Order order = compare_magnitudes(s, n, operands);
+  operands.swap_if(order.less);
+  const Limb upper = operands.upper[0];
+  const Limb sign = upper >> (limb_bits - 1);
+  const Number smaller = operands.unpack(s, n, 1);
+  const Limb minus = limb_mask(sign != smaller.sign);
+  if ((order.equal & minus) != 0) [[unlikely]] {
+    pack_zero(s, Limb{rules::zero_sum_is_negative(d)}, x);
+    return;
+  }
+  const long size = s.pattern_size(n);
+  const std::int64_t field = exponent_field(s, upper);
+  const std::int64_t exp = field + std::int64_t{field == 0};
+  Limb* part = room.limbs() + 1;
+  const Limb lost =
+      shift_operand(smaller, n, static_cast<std::uint64_t>(exp - smaller.exp), minus, part);
+  part[n] = minus;
+  const Limb guard = (lost ^ minus) - minus;
+
+  // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
+  // leaves it as it is, there is nothing more to do than to add and to round. Whether it does is as
+  // good as random to a branch predictor, but seen in the upper limbs before the others are added,
+  // unless a carry decides.
+  const unsigned unused = s.unused_bits();
+  const Limb top = part[n - 1];
+  const Limb above = s.has_limb_above() ? minus : top;
+  const Limb below = s.has_limb_above() ? top : part[n - 2];
+  const Limb upper_sum = upper + (above << unused | below >> 1 >> (limb_bits - 1 - unused));
+  const Limb moved = limb_mask(exponent_field(s, upper_sum) != field);
+  const Limb undecided = limb_mask(~upper_sum << 1 << s.exp_width == 0);
+  const Limb elsewhere = words::opaque(moved | undecided);
+  Limb* sum = std::bit_cast<Limb*>((std::bit_cast<Limb>(part) & elsewhere) |
+                                   (std::bit_cast<Limb>(x) & ~elsewhere));
+  mpn_add_n(sum, operands.bits[0], part, size);
+  if (flip != 0) {
+    const unsigned place = limb_bits - 1 - unused;
+    sum[size - 1] = (sum[size - 1] & ~(Limb{1} << place)) | sign << place;
+  }
+  if (elsewhere != 0) {
+    part[-1] = guard;
+    round_moved_sum(s, n, d, upper, minus, part, x);
+  } else {
+    // A complement lacks one if nothing is below, and then there is nothing to round.
+    const Limb complement = minus & Limb{guard == 0};
+    increment(sum, size, complement | Limb{rounds_up(d, sign, sum[0] % 2 != 0, guard)});
+  }
+}
+
+void multiply(Shape s, long n, Direction d, Limb* x, const Limb* y) {
+  assume_many(n);
+  Room room(4 * n);
+  const Operands operands(s, n, x, y);
+  Limb* left = room.limbs();
+  Limb* right = left + n;
+  Limb* product = right + n;
+  const Number numbers[] = {operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
+  if (!operands.finite(s) || copy_significand(numbers[0], n, left) == 0 ||
+      copy_significand(numbers[1], n, right) == 0) [[unlikely]] {
+    apply_table(Operation::product, s, d, x, y);
+    return;
+  }
+  multiply_integers(product, left, x == y ? left : right, n);
+  const std::int64_t exp =
+      numbers[0].exp - s.bias() + numbers[1].exp - static_cast<long>(s.mant_width);
+  normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, product, 2 * n, false, x);
+}
+
+void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
+  assume_many(n);
+  // A quotient of 64 q - 1 bits at least, where m + 2 are needed; the remainder is the sticky bit.
+  const long q = static_cast<long>((s.mant_width + 2) / limb_bits) + 1;
+  Room room(4 * n + 2 * q + 1);
+  const Operands operands(s, n, x, y);
+  Limb* left = room.limbs();
+  Limb* right = left + n;
+  Limb* quotient = right + n;
+  const Number numbers[] = {operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
+  const long x_size = copy_significand(numbers[0], n, left);
+  const long y_size = copy_significand(numbers[1], n, right);
+  if (!operands.finite(s) || x_size == 0 || y_size == 0) [[unlikely]] {
+    apply_table(Operation::quotient, s, d, x, y);
+    return;
+  }
+  const std::int64_t exp = numbers[0].exp - numbers[1].exp + s.bias() +
+                           static_cast<long>(s.mant_width) + 1 - (q - x_size + y_size) * limb_bits -
+                           std::countl_zero(left[x_size - 1]) + std::countl_zero(right[y_size - 1]);
+  const bool sticky = divide_integers(quotient, q, left, x_size, right, y_size, quotient + q + 1);
+  normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, quotient, q + 1, sticky, x);
+}
+
+}  // namespace zelk::limbs

@@ -1,0 +1,81 @@
+// Patterns in words converted between formats and from integers and ratios, rounded once.
+#ifndef ZELK_WORDS_CONVERT_H_
+#define ZELK_WORDS_CONVERT_H_
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+
+#include "zelk/words/arithmetic.h"
+
+namespace zelk::words {
+
+// The conversion of a pattern that is not normal; every NaN becomes the canonical one.
+template <Shape From, Shape To>
+[[gnu::cold, gnu::noinline]] Word<To> convert_special(From from, To to, Word<From> a, Word<To> sign,
+                                                      Direction mode) {
+  if (is_zero(from, a)) return sign;
+  if (is_inf(from, a)) return sign | infinity(to);
+  if (is_nan(from, a)) {
+    raise(to, is_signaling(from, a), rules::invalid);
+    return canonical_nan(to);
+  }
+  const auto x = unpack(from, a);
+  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), resized<Word<To>>(x.sig)}, mode);
+}
+
+// Whether one shape has all values of another, and its patterns room for the significand.
+template <Shape From, Shape To>
+constexpr bool widens(From from, To to) {
+  return from.exp_width <= to.exp_width && kept_width(from) <= kept_width(to) &&
+         from.mant_width <= to.mant_width && sizeof(Word<From>) <= sizeof(Word<To>);
+}
+
+// The pattern `a` of one shape rounded to another.
+template <Shape From, Shape To>
+[[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
+  const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
+  const auto normal = unpack_normal(from, a);
+  if (!is_normal_exponent(from, normal.exp)) [[unlikely]]
+    return convert_special(from, to, a, sign, mode);
+  const std::int64_t bias_change = bias(to) - bias(from);
+  if (widens(from, to)) {
+    // Nothing to round: more zeros behind the significand, and another bias.
+    const std::int64_t zeros = std::max<std::int64_t>(to.mant_width - from.mant_width, 0);
+    return sign | plus_scaled(static_cast<Word<To>>(magnitude(from, a)) << zeros, bias_change, to.mant_width);
+  }
+  const auto sig = shift_left(normal.sig, lead<Word<From>> - from.mant_width);
+  return round_and_pack(to, {sign, normal.exp + bias_change, resized<Word<To>>(sig)}, mode);
+}
+
+// The integer n, above -2^63, rounded.
+template <Shape S>
+constexpr Word<S> from_integer(S s, std::int64_t n, Direction mode) {
+  if (n == 0) return 0;
+  const auto x = normalize(static_cast<std::uint64_t>(n < 0 ? -n : n));
+  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + x.top - 1, resized<Word<S>>(x.sig)},
+                        mode);
+}
+
+// +-n / d * 2^k, n and d not 0 and below 2^63, |k| below 2^61, rounded. Two digits of the quotient,
+// halved so that it is below one, are 127 bits at least; the remainder is sticky.
+template <Shape S>
+Word<S> from_ratio(S s, bool negative, std::uint64_t n, std::uint64_t d, std::int64_t k,
+                   Direction mode) {
+  const int n_zeros = std::countl_zero(n);
+  const int d_zeros = std::countl_zero(d);
+  const std::uint64_t divisor = d << d_zeros;
+  const Quotient high = divide_word(uint128{n << n_zeros} << 63, divisor);
+  const Quotient low = divide_word(double_word(high.rest, 0), divisor);
+  const uint128 quotient = double_word(high.q, low.q) | uint128{low.rest != 0};
+  const int carry = static_cast<int>(high.q >> 63);
+  const uint128 sig = shift_right(quotient, carry) | (quotient & 1);
+  return round_and_pack(s,
+                        {negative ? sign_bit(s) : 0, k + d_zeros - n_zeros + carry + bias(s) - 2,
+                         resized<Word<S>>(sig)},
+                        mode);
+}
+
+}  // namespace zelk::words
+
+#endif  // ZELK_WORDS_CONVERT_H_

@@ -128,7 +128,7 @@ void IEEEFloat::set_format(format f) {
     }
   };
   if (!to.is_wide()) {
-    Pattern result;
+    detail::Pattern result;
     convert(result.words);
     if (head.kind.is_wide()) {
       delete[] pattern.limbs;

@@ -374,12 +374,14 @@ void IEEEFloat::packed_next(bool up) {
 struct IEEEFloat::Operations {
   [[gnu::always_inline]] static void apply(const detail::Function* functions, IEEEFloat& x,
                                            const IEEEFloat& y) {
-    if (!x.same_kind(y) || !rules::is_direction(x.mode())) [[unlikely]] {
+    const Head head = x.head;
+    if (head.kind != y.head.kind || !head.kind.names_format() ||
+        !rules::is_direction(head.control & mode_mask)) [[unlikely]] {
       otherwise(functions, x, y);
       return;
     }
-    functions[static_cast<unsigned>(x.head.kind.road())](x.words(), y.words(),
-                                                         widths(x.get_format()), x.mode());
+    functions[static_cast<unsigned>(head.kind.road())](
+        x.pattern, y.pattern, {head.exp_width, head.mant_width}, head.control & mode_mask);
   }
 
   // Formats that only the widths tell apart, and unknown modes, which numbers report.
@@ -388,7 +390,7 @@ struct IEEEFloat::Operations {
     x.require_same_kind(y);
     const bool on_road = !x.is_generic() || rules::is_direction(x.mode());
     const Road road = on_road ? x.head.kind.road() : Road::numbers;
-    functions[static_cast<unsigned>(road)](x.words(), y.words(), widths(x.get_format()), x.mode());
+    functions[static_cast<unsigned>(road)](x.pattern, y.pattern, widths(x.get_format()), x.mode());
   }
 };
 

@@ -307,13 +307,6 @@ class ZELK_EXPORT IEEEFloat {
   friend detail::PatternAccess;
   struct Operations;
 
-  // The words of a pattern, the lowest first: two here, or as many as the format needs on the heap.
-  union Pattern {
-    std::uint64_t words[2];
-    std::uint64_t* limbs;  // owned by the value, where its kind is wide
-
-    constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
-  };
   // What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
   // second word of the pattern, which such formats have no use for.
   struct Head {
@@ -391,7 +384,7 @@ class ZELK_EXPORT IEEEFloat {
   }
 
   Head head;
-  Pattern pattern;
+  detail::Pattern pattern;
 };
 
 template <class Nearest>

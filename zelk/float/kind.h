@@ -77,6 +77,14 @@ class Kind {
   std::uint32_t bits;  // the code of the widths, from bit 27 the road, bit 30: huge, bit 31: wide
 };
 
+/// The words of a pattern, the lowest first: two here, or as many as the format needs on the heap.
+union Pattern {
+  std::uint64_t words[2];
+  std::uint64_t* limbs;  // owned by the value, where its kind is wide
+
+  constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
+};
+
 }  // namespace zelk::detail
 
 #endif  // ZELK_FLOAT_KIND_H_

@@ -22,7 +22,15 @@ using rules::Widths;
 
 /// x := x op y, patterns of one kind. The mode is as stored: roads but for packed words and numbers
 /// see one of the four only.
-using Function = void (*)(Word* x, const Word* y, Widths f, unsigned mode);
+using Function = void (*)(Pattern& x, const Pattern& y, Widths f, unsigned mode);
+
+/// The words of a pattern whose place only the widths tell.
+inline Word* words_of(Pattern& x, Widths f) {
+  return f.exp_width + f.mant_width < 128 ? x.words : x.limbs;
+}
+inline const Word* words_of(const Pattern& x, Widths f) {
+  return f.exp_width + f.mant_width < 128 ? x.words : x.limbs;
+}
 
 /// The direction of a mode; nearest-even for one that is none of the four.
 constexpr Direction direction_of(unsigned mode) {
@@ -56,48 +64,50 @@ constexpr void lower(words::RaisedShape s, words::uint128 a, Word* out) {
 }
 
 template <class Op>
-struct OnWords {
+struct OnRoad {
   // Packed results come without flags: the library never reports them.
-  static void packed32(Word* x, const Word* y, Widths /*f*/, unsigned mode) {
-    x[0] = Op::on_words(words::binary32, x[0], y[0], direction_of(mode));
+  static void packed32(Pattern& x, const Pattern& y, Widths /*f*/, unsigned mode) {
+    x.words[0] = Op::on_words(words::binary32, x.words[0], y.words[0], direction_of(mode));
     swflt::float_exception_flags = 0;
   }
-  static void packed64(Word* x, const Word* y, Widths /*f*/, unsigned mode) {
-    x[0] = Op::on_words(words::binary64, x[0], y[0], direction_of(mode));
+  static void packed64(Pattern& x, const Pattern& y, Widths /*f*/, unsigned mode) {
+    x.words[0] = Op::on_words(words::binary64, x.words[0], y.words[0], direction_of(mode));
     swflt::float_exception_flags = 0;
   }
   template <class S>
-  static void one(Word* x, const Word* y, Widths f, unsigned mode) {
-    x[0] = Op::on_words(one_word<S>(f), x[0], y[0], static_cast<Direction>(mode));
+  static void word(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
+    x.words[0] = Op::on_words(one_word<S>(f), x.words[0], y.words[0], static_cast<Direction>(mode));
   }
-  static void quad(Word* x, const Word* y, Widths /*f*/, unsigned mode) {
+  static void quad(Pattern& x, const Pattern& y, Widths /*f*/, unsigned mode) {
     const words::uint128 r =
-        Op::on_words(words::binary128, words::double_word(x[1], x[0]),
-                     words::double_word(y[1], y[0]), static_cast<Direction>(mode));
-    x[0] = words::low_word(r);
-    x[1] = words::high_word(r);
+        Op::on_words(words::binary128, words::double_word(x.words[1], x.words[0]),
+                     words::double_word(y.words[1], y.words[0]), static_cast<Direction>(mode));
+    x.words[0] = words::low_word(r);
+    x.words[1] = words::high_word(r);
   }
-  static void two(Word* x, const Word* y, Widths f, unsigned mode) {
+  static void double_word(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
     const words::RaisedShape s = raised(f);
-    lower(s, Op::on_words(s, raise(s, x), raise(s, y), static_cast<Direction>(mode)), x);
+    lower(s, Op::on_words(s, raise(s, x.words), raise(s, y.words), static_cast<Direction>(mode)),
+          x.words);
+  }
+  static void limbs(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
+    Op::on_limbs(words_of(x, f), words_of(y, f), f, static_cast<Direction>(mode));
+  }
+  static void numbers(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
+    Op::on_numbers(words_of(x, f), words_of(y, f), f, mode);
   }
 };
 
-template <class Op>
-void on_limbs(Word* x, const Word* y, Widths f, unsigned mode) {
-  Op::on_limbs(x, y, f, static_cast<Direction>(mode));
-}
-
 /// By the number of the road.
 template <class Op>
-inline constexpr Function functions[road_count] = {Op::on_numbers,
-                                                   OnWords<Op>::packed32,
-                                                   OnWords<Op>::packed64,
-                                                   on_limbs<Op>,
-                                                   OnWords<Op>::template one<words::ShortShape>,
-                                                   OnWords<Op>::template one<words::RuntimeShape>,
-                                                   OnWords<Op>::quad,
-                                                   OnWords<Op>::two};
+inline constexpr Function functions[road_count] = {OnRoad<Op>::numbers,
+                                                   OnRoad<Op>::packed32,
+                                                   OnRoad<Op>::packed64,
+                                                   OnRoad<Op>::limbs,
+                                                   OnRoad<Op>::template word<words::ShortShape>,
+                                                   OnRoad<Op>::template word<words::RuntimeShape>,
+                                                   OnRoad<Op>::quad,
+                                                   OnRoad<Op>::double_word};
 
 struct Addition {
   static constexpr auto on_words =

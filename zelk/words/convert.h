@@ -42,7 +42,8 @@ template <Shape From, Shape To>
   if (widens(from, to)) {
     // Nothing to round: more zeros behind the significand, and another bias.
     const std::int64_t zeros = std::max<std::int64_t>(to.mant_width - from.mant_width, 0);
-    return sign | plus_scaled(static_cast<Word<To>>(magnitude(from, a)) << zeros, bias_change, to.mant_width);
+    return sign | plus_scaled(static_cast<Word<To>>(magnitude(from, a)) << zeros, bias_change,
+                              to.mant_width);
   }
   const auto sig = shift_left(normal.sig, lead<Word<From>> - from.mant_width);
   return round_and_pack(to, {sign, normal.exp + bias_change, resized<Word<To>>(sig)}, mode);

@@ -204,7 +204,8 @@ constexpr bool equal(S s, Word<S> a, Word<S> b) {
 template <Shape S>
 constexpr int order_of(S s, Word<S> a, Word<S> b) {
   if (is_nan(s, a) || is_nan(s, b)) return 2;
-  return order_key(s, a) < order_key(s, b) ? -1 : static_cast<int>(order_key(s, a) != order_key(s, b));
+  return order_key(s, a) < order_key(s, b) ? -1
+                                           : static_cast<int>(order_key(s, a) != order_key(s, b));
 }
 
 }  // namespace zelk::words

@@ -1,0 +1,250 @@
+// Patterns in words taken apart, what special operands give, and rounding: the first and the last
+// steps of every operation.
+#ifndef ZELK_WORDS_ROUNDING_H_
+#define ZELK_WORDS_ROUNDING_H_
+
+#include <algorithm>
+#include <cstdint>
+#include <type_traits>
+
+#include "zelk/rules/flags.h"
+#include "zelk/rules/rounding.h"
+#include "zelk/rules/special.h"
+#include "zelk/words/integers.h"
+#include "zelk/words/shape.h"
+
+namespace zelk::words {
+
+using rules::Direction;
+
+// A shape whose operations raise flags in a byte of the caller's. The others know no flags.
+template <Shape S>
+struct Flagged : S {
+  unsigned char* flags;
+};
+
+template <class S>
+inline constexpr bool has_flags = false;
+template <class S>
+inline constexpr bool has_flags<Flagged<S>> = true;
+
+// Writes only what changes: a store that the next operation has to load costs more than the test.
+template <Shape S>
+void raise([[maybe_unused]] S s, bool condition, int flags) {
+  if constexpr (has_flags<S>) {
+    if (condition && (flags & ~*s.flags) != 0) {
+      *s.flags = static_cast<unsigned char>(*s.flags | flags);
+    }
+  }
+}
+
+// Whether a NaN operand's pattern is the result. The other shapes give the canonical NaN.
+template <class S>
+inline constexpr bool passes_nan_on = false;
+template <>
+inline constexpr bool passes_nan_on<RuntimeShape> = true;
+template <>
+inline constexpr bool passes_nan_on<ShortShape> = true;
+template <>
+inline constexpr bool passes_nan_on<RaisedShape> = true;
+template <>
+inline constexpr bool passes_nan_on<FixedShape<15, 112>> = true;
+
+// The value +-sig * 2^(exp + 1 - bias - lead), where sig has its leading bit at `lead`; a nonzero
+// `sign` is the pattern's sign bit. `exp` is the exponent field less the one that the leading bit
+// adds to it in a pattern.
+template <class W>
+struct Unpacked {
+  W sign;
+  std::int64_t exp;
+  W sig;
+};
+
+template <Shape S>
+constexpr std::int64_t exp_max(S s) {
+  return static_cast<std::int64_t>(pow2<std::uint64_t>(s.exp_width)) - 1;
+}
+template <Shape S>
+constexpr std::int64_t bias(S s) {
+  return exp_max(s) >> 1;
+}
+
+template <Shape S>
+constexpr bool is_signaling(S s, Word<S> a) {
+  return is_nan(s, a) && (a & hidden_bit(s) >> 1) == 0;
+}
+
+// ---- Special operands ----
+
+template <Shape S>
+constexpr rules::Operand operand_of(S s, Word<S> a) {
+  const rules::Class what = is_nan(s, a)    ? rules::Class::nan
+                            : is_inf(s, a)  ? rules::Class::infinite
+                            : is_zero(s, a) ? rules::Class::zero
+                                            : rules::Class::finite;
+  return {what, sign_of(s, a) != 0};
+}
+
+// What the table has for the operands a and b.
+template <Shape S>
+Word<S> special(S s, rules::Result r, Word<S> a, Word<S> b) {
+  const Word<S> sign = r.negative ? sign_bit(s) : 0;
+  switch (r.outcome) {
+    case rules::Outcome::left:
+    case rules::Outcome::right:
+      if constexpr (passes_nan_on<S>) return r.outcome == rules::Outcome::left ? a : b;
+      raise(s, is_signaling(s, a) || is_signaling(s, b), rules::invalid);
+      return canonical_nan(s);
+    case rules::Outcome::zero:
+      return sign;
+    case rules::Outcome::pole:
+      raise(s, true, rules::divide_by_zero);
+      [[fallthrough]];
+    case rules::Outcome::infinity:
+      return sign | infinity(s);
+    default:
+      raise(s, true, rules::invalid);
+      return canonical_nan(s);
+  }
+}
+
+// ---- Taking apart ----
+
+template <Shape S>
+constexpr bool is_short(S s) {
+  return std::is_same_v<S, ShortShape> || (sizeof(Word<S>) == 8 && s.mant_width <= short_width);
+}
+
+template <Shape S>
+constexpr std::int64_t exponent_field(S s, Word<S> a) {
+  return static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
+}
+
+// The exponent field of a magnitude less the one that its hidden bit adds to it; 0 for subnormals.
+template <Shape S>
+constexpr std::int64_t exponent_below(S s, Word<S> magnitude) {
+  const auto field = static_cast<std::uint64_t>(magnitude >> s.mant_width);
+  return static_cast<std::int64_t>(field - 1 + (field < 1));
+}
+
+// The significand of a magnitude with this exponent below, its hidden bit at mant_width.
+template <Shape S>
+constexpr Word<S> integer_significand(S s, Word<S> magnitude, std::int64_t exp) {
+  return plus_scaled(magnitude, -exp, s.mant_width);
+}
+
+// The same n places further up.
+template <Shape S>
+constexpr Word<S> significand(S s, Word<S> magnitude, std::int64_t exp, std::int64_t n) {
+  return plus_scaled(shift_left(magnitude, n), -exp, s.mant_width + n);
+}
+
+// Takes a finite nonzero pattern apart.
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack(S s, Word<S> a) {
+  const std::int64_t exp = exponent_below(s, magnitude(s, a));
+  const std::int64_t n = lead<Word<S>> - s.mant_width;
+  const auto x = normalize(significand(s, magnitude(s, a), exp, n));
+  return {sign_of(s, a), exp + x.top - lead<Word<S>>, x.sig};
+}
+
+// A factor, dividend or divisor: the same with the leading bit at mant_width.
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_operand(S s, Word<S> a) {
+  const auto x = unpack(s, a);
+  return {x.sign, x.exp, x.sig >> (lead<Word<S>> - s.mant_width)};
+}
+
+// The same for a normal one.
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal(S s, Word<S> a) {
+  const std::int64_t exp = exponent_field(s, a) - 1;
+  return {sign_of(s, a), exp, (a & (hidden_bit(s) - 1)) | hidden_bit(s)};
+}
+
+// Whether a pattern from which unpack_normal took this exponent is normal.
+template <Shape S>
+constexpr bool is_normal_exponent(S s, std::int64_t exp) {
+  return static_cast<std::uint64_t>(exp) < static_cast<std::uint64_t>(exp_max(s)) - 1;
+}
+
+// ---- Rounding and packing ----
+
+// The bits of a significand that its format keeps.
+template <Shape S>
+constexpr std::int64_t kept_width(S s) {
+  if constexpr (std::is_same_v<S, RaisedShape>) return s.kept_width;
+  return s.mant_width;
+}
+
+// Half a unit in the last place of a significand.
+template <Shape S>
+constexpr Word<S> half_ulp(S s) {
+  return pow2<Word<S>>(lead<Word<S>> - 1 - kept_width(s));
+}
+
+// Whether a significand has digits below the format's last place.
+template <Shape S>
+constexpr bool is_inexact(S s, Word<S> sig) {
+  return (sig & (2 * half_ulp(s) - 1)) != 0;
+}
+
+// A significand rounded to the format, its leading bit at mant_width or, by a carry, above. The
+// rule as one addition, whose carry into the last place is the increment.
+template <Shape S>
+[[gnu::always_inline]] constexpr Word<S> rounded(S s, Word<S> sig, Word<S> sign, Direction mode) {
+  const std::int64_t n = lead<Word<S>> - s.mant_width;
+  if constexpr (std::is_same_v<S, RaisedShape>) {
+    const Word<S> unit = 2 * half_ulp(s);
+    const Word<S> below = mode == rules::nearest ? half_ulp(s) - 1 + ((sig & unit) != 0)
+                          : rules::rounds_outward(mode, sign != 0) ? unit - 1
+                                                                   : 0;
+    return shift_right((sig + below) & (0 - unit), n);
+  }
+  if (mode == rules::nearest) [[likely]]
+    return shift_right(sig + (half_ulp(s) - 1) + (shift_right(sig, n) & 1), n);
+  return shift_right(sig + (rules::rounds_outward(mode, sign != 0) ? 2 * half_ulp(s) - 1 : 0), n);
+}
+
+// Rounds and packs, for an exponent of 0 or more. The significand brings its leading bit along,
+// which adds one to the exponent field, and so does a carry out of it; a subnormal's has no such
+// bit and leaves the field 0.
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> round_and_pack_inside(S s, Unpacked<Word<S>> x,
+                                                            Direction mode) {
+  raise(s, is_inexact(s, x.sig), rules::inexact);
+  return x.sign | plus_scaled(rounded(s, x.sig, x.sign, mode), x.exp, s.mant_width);
+}
+
+// Rounds and packs a normalized number near or beyond an end of the exponent range. The exponent
+// that rounding would give it there, without an end, decides on overflow and on tininess; a mode
+// that points toward zero overflows to the largest finite value.
+template <Shape S>
+[[gnu::cold, gnu::noinline]] Word<S> round_and_pack_at_border(S s, Word<S> sign, std::int64_t exp,
+                                                              Word<S> sig, Direction mode) {
+  const Word<S> field = rounded(s, sig, sign, mode) >> s.mant_width;  // 1, or 2 by a carry
+  const std::int64_t rounded_exp = exp + static_cast<std::int64_t>(field);
+  if (rounded_exp >= exp_max(s)) {
+    raise(s, true, rules::overflow | rules::inexact);
+    return sign | (infinity(s) - (rules::rounds_outward(mode, sign != 0) ? 0 : ulp(s)));
+  }
+  if (exp < 0) {
+    sig = shift_right_jam(sig, -exp);
+    exp = 0;
+    raise(s, rounded_exp <= 0 && is_inexact(s, sig), rules::underflow);
+  }
+  return round_and_pack_inside(s, {sign, exp, sig}, mode);
+}
+
+// Rounds to the format, and raises overflow, underflow and inexact.
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> round_and_pack(S s, Unpacked<Word<S>> x, Direction mode) {
+  const bool inside =
+      static_cast<std::uint64_t>(x.exp) < static_cast<std::uint64_t>(exp_max(s) - 2);
+  return inside ? round_and_pack_inside(s, x, mode)
+                : round_and_pack_at_border(s, x.sign, x.exp, x.sig, mode);
+}
+
+}  // namespace zelk::words
+
+#endif  // ZELK_WORDS_ROUNDING_H_

@@ -44,34 +44,6 @@ template <Shape S>
   const Word<S> change = (x ^ y) & less;
   return {x ^ change, y ^ change, sign_of(s, a ^ ((a ^ b) & less))};
 }
-#ifdef __x86_64__
-// The sign of a double word is its highest bit: a high word doubled is without it.
-template <Shape S>
-requires(sizeof(Word<S>) > 8)
-    [[gnu::always_inline]] inline Ordered<uint128> order(S s, uint128 a, uint128 b) {
-  const std::uint64_t a_low = low_word(a);
-  const std::uint64_t b_low = low_word(b);
-  const std::uint64_t a_high = high_word(a);
-  const std::uint64_t b_high = high_word(b);
-  std::uint64_t large_low = a_low;
-  std::uint64_t large_high = a_high;
-  std::uint64_t small_low = b_low;
-  std::uint64_t small_high = b_high;
-  std::uint64_t difference = a_high << 1;
-  asm("cmpq %[b_low], %[a_low]\n\tsbbq %[b_twice], %[difference]\n\t"
-      "cmovbq %[b_low], %[large_low]\n\tcmovbq %[b_high], %[large_high]\n\t"
-      "cmovbq %[a_low], %[small_low]\n\tcmovbq %[a_high], %[small_high]"
-      : [large_low] "+&r"(large_low), [large_high] "+&r"(large_high), [small_low] "+&r"(small_low),
-        [small_high] "+&r"(small_high), [difference] "+&r"(difference)
-      : [a_low] "r"(a_low), [b_low] "r"(b_low), [a_high] "r"(a_high), [b_high] "r"(b_high),
-        [b_twice] "r"(b_high << 1)
-      : "cc");
-  const uint128 large = double_word(large_high, large_low);
-  const uint128 small = double_word(small_high, small_low);
-  return {magnitude(s, large), magnitude(s, small), sign_of(s, large)};
-}
-#endif
-
 // How far the significands of a sum are above the places of integers. In short formats the shift
 // that brings all of one below a quarter of an ulp of the other, where it only matters that it is
 // not 0, loses no digit then. Others have the hidden bits one below `lead`, where a carry has room.
@@ -130,26 +102,30 @@ template <Shape S>
   return round_and_pack(s, {sign, sum_exp, x.sig | aligned.sticky}, mode);
 }
 
-// The same for two words that are tiny, or of which hardly anything is left.
-template <Shape S>
-[[gnu::cold, gnu::noinline]] Word<S> cancel(S s, Word<S> large, Word<S> small, Word<S> sign,
-                                            Word<S> minus, Direction mode) {
-  return add_magnitudes(s, large, small, sign, minus, mode);
+template <bool subtract, Shape S>
+[[gnu::always_inline]] inline Word<S> add_any(S s, Word<S> a, Word<S> b, Direction mode) {
+  const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
+  const auto [large, small, sign] = order(s, a, addend);
+  if (large >= infinity(s)) [[unlikely]]
+    return add_special(s, a, b, addend);
+  return add_magnitudes(s, large, small, sign, sign_mask(s, a ^ addend), mode);
+}
+
+// What the short way of two words declines.
+template <bool subtract, Shape S>
+[[gnu::cold, gnu::noinline]] Word<S> add_declined(S s, Word<S> a, Word<S> b, Direction mode) {
+  return add_any<subtract>(s, a, b, mode);
 }
 
 template <bool subtract, Shape S>
 [[gnu::always_inline]] inline Word<S> add_sub(S s, Word<S> a, Word<S> b, Direction mode) {
-  const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
-  const auto [large, small, sign] = order(s, a, addend);
-  const Word<S> minus = sign_mask(s, a ^ addend);
-  if (large >= infinity(s)) [[unlikely]]
-    return add_special(s, a, b, addend);
   if constexpr (sizeof(Word<S>) > 8) {
-    if (Word<S> sum; add_magnitudes(s, large, small, sign, low_word(minus), mode, sum)) [[likely]]
-      return sum;
-    return cancel(s, large, small, sign, minus, mode);
+    Word<S> sum;
+    return add_patterns(s, a, subtract ? b ^ sign_bit(s) : b, mode, sum)
+               ? sum
+               : add_declined<subtract>(s, a, b, mode);
   } else {
-    return add_magnitudes(s, large, small, sign, minus, mode);
+    return add_any<subtract>(s, a, b, mode);
   }
 }
 
@@ -244,7 +220,11 @@ template <Shape S>
   const auto y = unpack_normal(s, b);
   if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]
     return div_special(s, a, b, mode);
-  return div_finite(s, x, y, mode);
+  if constexpr (sizeof(Word<S>) > 8) {
+    return round_and_pack(s, x.sign ^ y.sign, divide(s, x.sig, y.sig, x.exp - y.exp), mode);
+  } else {
+    return div_finite(s, x, y, mode);
+  }
 }
 
 }  // namespace zelk::words

@@ -71,44 +71,82 @@ template <Shape S>
   return {double_word(high >> n, low >> n | high << 1 << back), low << 1 << back, 0};
 }
 
-// The sum of two finite magnitudes, or their difference if `minus` is all ones, rounded; false, and
-// nothing done, if little is left or there was little. `sign` is the larger one's.
+// Two patterns, the one of larger magnitude first. Which one that is is as good as random to a
+// branch predictor: this takes no branch. Compilers do not keep to conditional moves, so they are
+// spelt out. The sign is the highest bit: a high word doubled is without it.
+struct OrderedPatterns {
+  uint128 large;
+  uint128 small;
+};
+[[gnu::always_inline]] inline OrderedPatterns order_patterns(uint128 a, uint128 b) {
+#ifdef __x86_64__
+  const std::uint64_t a_low = low_word(a);
+  const std::uint64_t b_low = low_word(b);
+  const std::uint64_t a_high = high_word(a);
+  const std::uint64_t b_high = high_word(b);
+  std::uint64_t large_low = a_low;
+  std::uint64_t large_high = a_high;
+  std::uint64_t small_low = b_low;
+  std::uint64_t small_high = b_high;
+  std::uint64_t difference = a_high << 1;
+  asm("cmpq %[b_low], %[a_low]\n\tsbbq %[b_twice], %[difference]\n\t"
+      "cmovbq %[b_low], %[large_low]\n\tcmovbq %[b_high], %[large_high]\n\t"
+      "cmovbq %[a_low], %[small_low]\n\tcmovbq %[a_high], %[small_high]"
+      : [large_low] "+&r"(large_low), [large_high] "+&r"(large_high), [small_low] "+&r"(small_low),
+        [small_high] "+&r"(small_high), [difference] "+&r"(difference)
+      : [a_low] "r"(a_low), [b_low] "r"(b_low), [a_high] "r"(a_high), [b_high] "r"(b_high),
+        [b_twice] "r"(b_high << 1)
+      : "cc");
+  return {double_word(large_high, large_low), double_word(small_high, small_low)};
+#else
+  const auto less = mask_if<uint128>(a << 1 < b << 1);
+  const uint128 change = (a ^ b) & less;
+  return {a ^ change, b ^ change};
+#endif
+}
+
+// out := a + b, rounded. False, and nothing done, for infinities, NaNs, where both are tiny, and
+// where little is left.
 template <Shape S>
-[[gnu::always_inline]] inline bool add_magnitudes(S s, uint128 large, uint128 small, uint128 sign,
-                                                  std::uint64_t minus, Direction mode,
-                                                  uint128& out) {
-  const std::int64_t exp = exponent_below(s, large);
-  const std::int64_t small_exp = exponent_below(s, small);
-  if (exp == 0) [[unlikely]]
+[[gnu::always_inline]] inline bool add_patterns(S s, uint128 a, uint128 b, Direction mode,
+                                                uint128& out) {
+  constexpr std::uint64_t sign_bit = std::uint64_t{1} << 63;
+  const auto [large, small] = order_patterns(a, b);
+  const auto minus =
+      static_cast<std::uint64_t>(static_cast<std::int64_t>(high_word(a) ^ high_word(b)) >> 63);
+  const std::int64_t place = s.mant_width - 63;
+  const auto field = static_cast<std::int64_t>(high_word(large) << 1 >> place);
+  const auto small_field = static_cast<std::int64_t>(high_word(small) << 1 >> place);
+  if (field >= exp_max(s) || field < 2) [[unlikely]]
     return false;
-  const Window part = shift_down(integer_significand(s, small, small_exp),
-                                 static_cast<std::uint64_t>(exp - small_exp));
+  const std::int64_t small_exp = small_field - 1 + (small_field < 1);
+  const uint128 small_sig = plus_scaled(double_word(high_word(small) & ~sign_bit, low_word(small)),
+                                        -small_exp, s.mant_width);
+  const Window part = shift_down(small_sig, static_cast<std::uint64_t>(field - 1 - small_exp));
   const std::uint64_t below = (part.below ^ minus) - minus;
   // The exponent is the upper digits of the number that a pattern is. While the sum leaves it as it
   // is, there is nothing to do but to round. A complement is carried into where nothing is below.
-  const uint128 pattern = large | sign;
-  const uint128 sum = pattern +
-                      double_word(high_word(part.sig) ^ minus, low_word(part.sig) ^ minus) +
+  const uint128 sum = large + double_word(high_word(part.sig) ^ minus, low_word(part.sig) ^ minus) +
                       (minus & std::uint64_t{part.below == 0});
-  if ((high_word(sum) ^ high_word(pattern)) >> (s.mant_width - 64) == 0) [[likely]] {
+  if ((high_word(sum) ^ high_word(large)) >> (place - 1) == 0) [[likely]] {
     out = round_pattern(s, sum, below, mode);
     return true;
   }
-  const uint128 rest = plus_scaled(sum ^ sign, -exp, s.mant_width);
-  const std::uint64_t high = high_word(rest);
-  const std::uint64_t low = low_word(rest);
+  const std::uint64_t sign = high_word(large) & sign_bit;
+  const std::uint64_t high = plus_scaled(high_word(sum) ^ sign, 1 - field, place - 1);
+  const std::uint64_t low = low_word(sum);
   if (high == 0) [[unlikely]]
     return false;
   // The leading bit moves to one place above where it belongs, which only a carry reaches by
   // itself, and back by one.
-  const std::int64_t up = s.mant_width - 63 - highest_bit(high);
+  const std::int64_t up = place - highest_bit(high);
   const std::int64_t down = 63 - up;
   const std::uint64_t top = high << up | low >> 1 >> down;
   const std::uint64_t bottom = low << up | below >> 1 >> down;
   const std::uint64_t lost = below << up;
   const Window x{double_word(top >> 1, bottom >> 1 | top << 63),
-                 bottom << 63 | lost >> 1 | (lost & 1), exp + 2 - up};
-  out = round_and_pack(s, sign, x, mode);
+                 bottom << 63 | lost >> 1 | (lost & 1), field + 1 - up};
+  out = round_and_pack(s, double_word(sign, 0), x, mode);
   return true;
 }
 
@@ -126,6 +164,22 @@ template <Shape S>
   const std::uint64_t top = high_word(sig) << n | (low_word(sig) >> 63 & n);
   return {double_word(top, low_word(sig) << n | (below >> 63 & n)), below << n,
           exp - bias(s) + 1 - static_cast<std::int64_t>(n)};
+}
+
+// The quotient of such significands, exp being the difference of their fields. The dividend is
+// halved, so that its digits are below the divisor's.
+template <Shape S>
+[[gnu::always_inline]] inline Window divide(S s, uint128 x, uint128 y, std::int64_t exp) {
+  const std::int64_t n = 127 - s.mant_width;
+  const uint128 divisor = shift_left(y, n);
+  uint128 rest = shift_left(x, n - 1);
+  const std::uint64_t high = next_digit(rest, 0, divisor);
+  const std::uint64_t low = next_digit(rest, 0, divisor);
+  const auto carry = static_cast<std::int64_t>(high >> 63);  // x is not below y
+  const std::int64_t down = n - 1 + carry;
+  const std::int64_t up = 64 - down;
+  return {double_word(high >> down, low >> down | high << up), low << up | std::uint64_t{rest != 0},
+          exp + bias(s) - 1 + carry};
 }
 
 }  // namespace zelk::words

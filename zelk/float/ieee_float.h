@@ -77,7 +77,7 @@ class ZELK_EXPORT IEEEFloat {
   class ZELK_EXPORT error : public Exception {
    public:
     /// With the text m.
-    explicit error(const std::string& m);
+    error(const std::string& m);
     /// A copy carries the text.
     error(const error&) = default;
     /// The same for a text that is replaced.

@@ -52,20 +52,6 @@ void reserve(mpz_ptr z, std::size_t limbs) {
   }
 }
 
-// z := the integer of |size| limbs with the sign of `size`. Writes to the fields, whose meaning the
-// GMP manual gives under "Integer Internals": for a few limbs calls cost more than the copy.
-void set_limbs(mpz_ptr z, const mp_limb_t* limbs, int size) {
-  const int n = size < 0 ? -size : size;
-  reserve(z, static_cast<std::size_t>(n));
-  if (n == 1 || n == 2) {
-    z->_mp_d[0] = limbs[0];
-    z->_mp_d[n - 1] = limbs[n - 1];
-  } else if (n != 0) {
-    mpn_copyi(z->_mp_d, limbs, n);
-  }
-  z->_mp_size = size;
-}
-
 unsigned long bit_length(mpz_srcptr z) { return mpz_sgn(z) == 0 ? 0 : mpz_sizeinbase(z, 2); }
 
 std::string decimal(mpz_srcptr z) {
@@ -154,13 +140,22 @@ void QNumber::set_den(unsigned long d) noexcept {
   }
 }
 
-void QNumber::become(mpz_ptr n, mpz_srcptr d) {
+void QNumber::assign_ratio(mpz_srcptr n, mpz_srcptr d) {
   if (is_small()) {
     QNumber big = big_zero(mpz_size(n));
-    big.reserve_den(mpz_size(d));
-    mpz_set(mpq_numref(big.gmp), n);
-    big.set_den(d);
+    big.assign_ratio(n, d);
     take(big);
+  } else {
+    reserve(mpq_numref(gmp), mpz_size(n));
+    reserve_den(mpz_size(d));
+    mpz_set(mpq_numref(gmp), n);
+    set_den(d);
+  }
+}
+
+void QNumber::take_ratio(mpz_ptr n, mpz_srcptr d) {
+  if (is_small()) {
+    assign_ratio(n, d);
   } else {
     reserve_den(mpz_size(d));
     mpz_swap(mpq_numref(gmp), n);
@@ -186,14 +181,10 @@ void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
   } else {
     require_bits(bit_length(n));
     require_bits(bit_length(d));
-    QNumber big = big_zero(mpz_size(n));
-    big.reserve_den(mpz_size(d));
-    mpz_set(mpq_numref(big.gmp), n);
-    big.set_den(d);
+    assign_ratio(n, d);
     if (mpz_sgn(d) < 0) {
-      big.self_neg();
+      self_neg();
     }
-    take(big);
   }
   normalize();
 }
@@ -229,28 +220,14 @@ QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
   return scaled_big(mpz_roinit_n(significand, limbs, negative ? -n : n), k);
 }
 
-void QNumber::init_copy(const QNumber& other) {
-  QNumber copy = big_zero(mpz_size(mpq_numref(other.gmp)));
-  copy.reserve_den(mpz_size(mpq_denref(other.gmp)));
-  mpz_set(mpq_numref(copy.gmp), mpq_numref(other.gmp));
-  copy.set_den(mpq_denref(other.gmp));
-  take(copy);
-}
-
 void QNumber::assign_big(const QNumber& other) {
   if (this == &other) {
     return;
   }
-  if (is_small()) {
-    init_copy(other);
-  } else if (other.is_small()) {
+  if (other.is_small()) {
     assign_small_in_place(other);
   } else {
-    mpz_srcptr n = mpq_numref(other.gmp);
-    mpz_srcptr d = mpq_denref(other.gmp);
-    reserve_den(mpz_size(d));
-    set_limbs(mpq_numref(gmp), n->_mp_d, n->_mp_size);
-    set_den(d);
+    assign_ratio(mpq_numref(other.gmp), mpq_denref(other.gmp));
   }
 }
 
@@ -286,7 +263,7 @@ void QNumber::normalize() {
     mpz_gcd(divisor, mpq_numref(gmp), mpq_denref(gmp));
     mpz_divexact(n, mpq_numref(gmp), divisor);
     mpz_divexact(d, mpq_denref(gmp), divisor);
-    become(n, d);
+    take_ratio(n, d);
   }
 }
 
@@ -320,7 +297,7 @@ void QNumber::add_big(const QNumber& other, bool subtract) {
   mpz_divexact(t2, t2, t1);
   mpz_divexact(t0, t0, t1);
   mpz_mul(t3, t3, t0);
-  become(t2, t3);
+  take_ratio(t2, t3);
 }
 
 void QNumber::multiply_big(const QNumber& other) {
@@ -328,15 +305,14 @@ void QNumber::multiply_big(const QNumber& other) {
   const detail::Operand p = other.numerator();
   if (is_integer() && other.is_integer()) {
     require_bits(bit_length(a) + bit_length(p));
-    if (is_small()) {
-      QNumber product = big_zero(mpz_size(a) + mpz_size(p));
-      mpz_mul(mpq_numref(product.gmp), a, p);
-      take(product);
+    if (other.is_small()) {
+      const long factor = other.num;
+      mpz_mul_si(room(mpz_size(a) + 1), a, factor);
     } else {
-      const Scratch scratch;
+      const Scratch scratch;  // for a product in place GMP would need memory, too
       mpz_ptr product = scratch->get()[0];
       mpz_mul(product, a, p);
-      mpz_swap(mpq_numref(gmp), product);
+      mpz_set(room(mpz_size(product)), product);
     }
     return;
   }
@@ -355,10 +331,10 @@ void QNumber::multiply_big(const QNumber& other) {
   require_bits(bit_length(a) + 1 - std::min(bit_length(a), bit_length(t0)) + bit_length(t2));
   require_bits(bit_length(b) + 1 - std::min(bit_length(b), bit_length(t1)) + bit_length(t3));
   mpz_divexact(t0, a, t0);
-  mpz_divexact(t1, b, t1);
   mpz_mul(t2, t0, t2);
-  mpz_mul(t3, t1, t3);
-  become(t2, t3);
+  mpz_divexact(t0, b, t1);
+  mpz_mul(t0, t0, t3);
+  take_ratio(t2, t0);
 }
 
 int QNumber::compare_big(const QNumber& a, const QNumber& b) {
@@ -379,10 +355,7 @@ QNumber QNumber::inv() const {
     r.den = detail::magnitude(num);
     return r;
   }
-  r = big_zero(mpz_size(mpq_denref(gmp)));
-  r.reserve_den(mpz_size(mpq_numref(gmp)));
-  mpz_set(mpq_numref(r.gmp), mpq_denref(gmp));
-  r.set_den(mpq_numref(gmp));
+  r.assign_ratio(mpq_denref(gmp), mpq_numref(gmp));
   if (sign() < 0) {
     r.self_neg();
   }
@@ -406,11 +379,28 @@ void QNumber::divmod(const QNumber& d, QNumber& q, QNumber& r) const {
   }
   const detail::Operand dividend = numerator();
   const detail::Operand divisor = d.numerator();
-  QNumber quotient = big_zero(mpz_size(dividend));
-  QNumber rest = big_zero(mpz_size(divisor));
-  mpz_fdiv_qr(mpq_numref(quotient.gmp), mpq_numref(rest.gmp), dividend, divisor);
-  q = std::move(quotient);
-  r = std::move(rest);
+  const Scratch scratch;
+  auto& [quotient, rest, unused, unused_too] = scratch->get();
+  mpz_fdiv_qr(quotient, rest, dividend, divisor);
+  // Both have room before either changes: a big target its own, a small one that of another number.
+  const auto make_room = [](QNumber& target, mpz_srcptr value) {
+    if (target.is_small()) {
+      return big_zero(mpz_size(value));
+    }
+    target.room(mpz_size(value));
+    return QNumber();
+  };
+  QNumber big_q = make_room(q, quotient);
+  QNumber big_r = make_room(r, rest);
+  const auto assign = [](QNumber& target, QNumber& big, mpz_srcptr value) {
+    if (target.is_small()) {
+      target.take(big);
+    }
+    mpz_set(mpq_numref(target.gmp), value);
+    target.set_den(1);
+  };
+  assign(q, big_q, quotient);
+  assign(r, big_r, rest);
 }
 
 // An integer that is a part of a big number, in the form of construction from GMP's types.

@@ -161,7 +161,7 @@ class ZELK_EXPORT QNumber {
       num = other.num;
       den = other.den;
     } else {
-      init_copy(other);
+      assign_big(other);
     }
   }
 
@@ -308,7 +308,6 @@ class ZELK_EXPORT QNumber {
 
   void init_big(bool negative, unsigned long magnitude);
   void init_ratio(mpz_srcptr n, mpz_srcptr d);
-  void init_copy(const QNumber& other);
   static QNumber scaled_big(mpz_srcptr n, long k);
   void assign_big(const QNumber& other);
   void assign_small_in_place(const QNumber& other) noexcept;
@@ -344,8 +343,9 @@ class ZELK_EXPORT QNumber {
   void reserve_den(std::size_t limbs);
   void set_den(mpz_srcptr d) noexcept;
   void set_den(unsigned long d) noexcept;
-  // Becomes n/|d|, big. n takes the old storage.
-  void become(mpz_ptr n, mpz_srcptr d);
+  // Becomes n/|d|, big; the other's n takes the storage of the old numerator.
+  void assign_ratio(mpz_srcptr n, mpz_srcptr d);
+  void take_ratio(mpz_ptr n, mpz_srcptr d);
 
   detail::Operand numerator() const {
     return is_small() ? detail::Operand(num) : detail::Operand(mpq_numref(gmp));

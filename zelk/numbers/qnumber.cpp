@@ -105,7 +105,6 @@ mpz_ptr QNumber::room(std::size_t limbs) {
   if (is_small()) {
     QNumber big = big_zero(limbs);
     mpz_set_si(mpq_numref(big.gmp), num);
-    big.set_den(static_cast<unsigned long>(den));
     take(big);
   } else {
     reserve(mpq_numref(gmp), limbs);

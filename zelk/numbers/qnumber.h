@@ -334,8 +334,9 @@ class ZELK_EXPORT QNumber {
 
   // A big 0 whose numerator has room for so many limbs.
   static QNumber big_zero(std::size_t limbs);
-  // The numerator, once this number has the big form and room for so many limbs there. The value
-  // stays, and so does the form when there is no memory.
+  // The numerator, once this number has the big form and room for so many limbs there. An integer
+  // keeps its value, and every number its form when there is no memory; a small fraction must be
+  // overwritten.
   mpz_ptr room(std::size_t limbs);
   // Of a big number: whether the denominator has storage of its own; its room; its new value, |d|
   // or d, for which there is room.

@@ -13,8 +13,8 @@
 #include <gmpxx.h>
 
 #include <bit>
+#include <concepts>
 #include <cstddef>
-#include <cstring>
 #include <iosfwd>
 #include <string_view>
 #include <type_traits>

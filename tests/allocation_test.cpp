@@ -1,11 +1,12 @@
 // What operations allocate, and what happens when that fails: operator new and GMP's allocator are
-// counted, and the n-th call of operator new can be made to throw.
+// counted, and the n-th call of the former, or of both, can be made to throw.
 #include <gmp.h>
 #include <malloc.h>
 
 #include <cstdlib>
 #include <new>
 #include <span>
+#include <thread>
 #include <vector>
 
 #include "tests/number_calls.h"
@@ -17,6 +18,15 @@ struct Heap {
   unsigned long bytes = 0;
   unsigned long peak = 0;
   long until_failure = -1;  // calls of operator new that succeed yet; -1: all
+  bool gmp_fails = false;   // whether calls of GMP's allocator count, too
+
+  void fail_if_due() {
+    if (until_failure >= 0 && until_failure-- == 0) throw std::bad_alloc();
+  }
+  void* add_gmp(void* p, std::size_t size) {
+    if (gmp_fails) fail_if_due();
+    return add(std::realloc(remove(p), size));
+  }
 
   void* add(void* p) {
     ++calls;
@@ -34,7 +44,7 @@ struct Heap {
 static constinit Heap heap;
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  if (heap.until_failure >= 0 && heap.until_failure-- == 0) throw std::bad_alloc();
+  heap.fail_if_due();
   void* p = std::malloc(size);
   return p != nullptr ? heap.add(p) : throw std::bad_alloc();
 }
@@ -44,11 +54,10 @@ static constinit Heap heap;
 }
 
 static const bool gmp_is_counted = [] {
-  mp_set_memory_functions([](std::size_t size) { return heap.add(std::malloc(size)); },
-                          [](void* p, std::size_t /*old*/, std::size_t size) {
-                            return heap.add(std::realloc(heap.remove(p), size));
-                          },
-                          [](void* p, std::size_t /*size*/) { std::free(heap.remove(p)); });
+  mp_set_memory_functions(
+      [](std::size_t size) { return heap.add_gmp(nullptr, size); },
+      [](void* p, std::size_t /*old*/, std::size_t size) { return heap.add_gmp(p, size); },
+      [](void* p, std::size_t /*size*/) { std::free(heap.remove(p)); });
   return true;
 }();
 // NOLINTEND(cppcoreguidelines-no-malloc)
@@ -149,7 +158,9 @@ TEST(Allocation, StaysWithinItsBounds) {
 }
 
 static bool same(const Numbers& x, const Numbers& y) {
-  return std::equal(std::begin(x.numbers), std::end(x.numbers), y.numbers);
+  return std::ranges::equal(x.numbers, y.numbers, [](const QNumber& a, const QNumber& b) {
+    return a == b && a.is_small() == b.is_small();
+  });
 }
 
 static int failures = 0;
@@ -167,12 +178,43 @@ static void fail_everywhere(const auto& start, std::size_t which, auto call) {
     } catch (const zelk::Exception&) {  // NOLINT(bugprone-empty-catch): a result like any other
     }
     const bool was_due = std::exchange(heap.until_failure, -1) < 0;
+    heap.gmp_fails = false;
     ASSERT_EQ(failed, was_due);
     if (!failed) return;
     ++failures;
     ASSERT_TRUE(same(x, start)) << "call " << which << ", allocation " << n;
   }
 }
+
+// Calls that need memory of GMP's, without values beside them that do.
+static constexpr void (*growing[])(QNumber&, const QNumber&, QNumber&) = {
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x += y; },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x -= y; },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x *= y; },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x = y; },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x = y.inv(); },
+    [](QNumber& x, const QNumber& y, QNumber& z) { y.divmod(3, x, z); },
+    [](QNumber& x, const QNumber& /*y*/, QNumber& z) { (power(99) + 1).divmod(x.get_num(), x, z); },
+    [](QNumber& x, const QNumber& /*y*/, QNumber& /*z*/) { BVNumber::pow2(800, &x); },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
+      BVNumber::bit_op(y.get_num(), 7, BVNumber::bit_and_l, mpz_xor, &x);
+    },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
+      BVNumber::from_words(std::vector<std::uint64_t>(30, y.sign() > 0 ? 1 : ~0UL), &x);
+    },
+    // Of integers only.
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
+      if (y.is_integer()) BVNumber::bit_left_shift(y, 333, &x);
+    },
+    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
+      if (y.is_integer()) BVNumber::bit_right_shift(y, 3, &x);
+    },
+    [](QNumber& x, const QNumber& /*y*/, QNumber& /*z*/) {
+      if (x.is_integer()) BVNumber::trim(x, 777);
+    },
+    [](QNumber& x, const QNumber& /*y*/, QNumber& /*z*/) {
+      if (x.is_integer()) BVNumber::set_bit(x, 555, x.sign() > 0);
+    }};
 
 static void fail_everything() {
   for (const Format f : formats) {
@@ -203,12 +245,49 @@ static void fail_everything() {
       for (unsigned long which = 0; which < Numbers::calls; ++which) {
         fail_everywhere(some, which, [&](Numbers& all) { all.call(which, 8, 99); });
       }
+      for (std::size_t i = 0; i < std::size(growing); ++i) {
+        fail_everywhere(some, i, [&](Numbers& all) {
+          heap.gmp_fails = true;
+          growing[i](all.numbers[0], all.numbers[1], all.numbers[2]);
+        });
+      }
     }
   }
 }
 
+// Makes and changes numbers of every kind, so that scratch comes to own something.
+static void compute() {
+  QNumber q = (power(900) + 1) / (power(300) - 1);
+  q += QNumber(1) / 3;
+  q *= q.inv() + power(200);
+}
+
+// In a thread it is destroyed after all that was first used later.
+struct Late {
+  Late() = default;
+  Late(const Late&) = delete;
+  Late& operator=(const Late&) = delete;
+  ~Late() { compute(); }
+};
+
+TEST(Allocation, ThreadsGiveBackWhatTheyKeep) {
+  const long blocks = heap.blocks;
+  long kept = 0;
+  for (const bool late : {false, true}) {
+    std::thread([&] {
+      if (late) [[maybe_unused]]
+        static thread_local const Late destroyed_last;
+      const long before = heap.blocks;
+      compute();
+      kept = heap.blocks - before;
+    }).join();
+    EXPECT_EQ(heap.blocks, blocks) << late;
+    EXPECT_GT(kept, 0);
+  }
+}
+
 TEST(Allocation, EveryFailureArrivesAndChangesNothing) {
-  // Scratch and spare numbers are at first growing; what leaks would never stop to.
+  // Scratch is at first growing; what leaks would never stop to.
   long blocks = -1;
   for (int pass = 0; pass < 8 && heap.blocks != blocks; ++pass) {
     blocks = heap.blocks;

@@ -1,6 +1,7 @@
 // Exact rationals against GMP's, the form that each result takes, errors, static objects.
 #include <memory>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "tests/number_calls.h"
@@ -85,6 +86,73 @@ static const std::shared_ptr<IEEEFloat> used_outside_main(
 
 TEST(QNumber, ServesStaticObjects) {
   EXPECT_EQ((*used_outside_main * *used_outside_main).to_number(), power(248));
+}
+
+// What converts to numbers and errors, and what adds to them or not.
+template <typename T>
+concept adds = requires(QNumber q, const T n) {
+  q += n;
+};
+template <typename T>
+concept subtracts = requires(QNumber q, const T n) {
+  q - n;
+};
+template <typename... T>
+constexpr bool taken = ((adds<T> && subtracts<T> && requires(QNumber q, T n) { q -= n; }) && ...);
+template <typename... T>
+constexpr bool refused =
+    !((adds<T> || subtracts<T> || requires(QNumber q, T n) { q -= n; }) || ...);
+enum Unscoped { unscoped };
+static_assert(taken<signed char, short, int, long, long long, unsigned char, unsigned short,
+                    unsigned, unsigned long, unsigned long long, QNumber, mpq_class>);
+static_assert(refused<bool, char, char16_t, wchar_t, float, double, long double, Unscoped,
+                      std::true_type, void*, mpz_class, std::string>);
+static_assert(std::is_convertible_v<mpq_class, QNumber> &&
+              std::is_convertible_v<std::string, zelk::Exception> &&
+              std::is_convertible_v<std::string, IEEEFloat::error>);
+
+TEST(QNumber, TakesWordsAndGmpRationalsAsOperands) {
+  QNumber& (QNumber::*const add)(long) = &QNumber::operator+=;
+  QNumber& (QNumber::*const subtract)(long) = &QNumber::operator-=;
+  QNumber (*const difference)(const QNumber&, long) = &zelk::operator-;
+  QNumber q = QNumber(1) / 2;
+  q += 1UL << 63;
+  EXPECT_EQ(q, QNumber(mpq_class(pow2(64) + 1, 2)));
+  q += -1;
+  q -= 3U;
+  (q.*add)(8), (q.*subtract)(4);
+  EXPECT_EQ(difference(q, 5) - (1UL << 63) - -5, QNumber(1) / 2);
+  const mpq_class half(1, 2);
+  q = half;
+  EXPECT_TRUE(q == half && half == q && q < mpq_class(half + 1) && q + half == 1 && half - q == 0 &&
+              half / q == 1 && half + half == 1 && half - 1L == -half);
+}
+
+// Sums and products in both forms, which come back to where they were.
+static void compute(long seed, const QNumber& shared, const mpq_class& value) {
+  const QNumber big = (power(90) + seed) / (power(80) - 1);
+  for (long i = 1; i < 3000; ++i) {
+    const QNumber small = QNumber(i % 1000 + 1) / (seed + i % 900 + 1);
+    QNumber q = small, quotient, rest;
+    q += big, q *= shared, q -= small * shared;
+    const QNumber product = big * shared;
+    ASSERT_TRUE(q == product && q * q.inv() == 1 && !(q < product) && shared.to_mpq() == value);
+    shared.get_num().divmod(seed, quotient, rest);
+    ASSERT_EQ(quotient * seed + rest, shared.get_num());
+    BVNumber::bit_left_shift(quotient, 99, &rest), BVNumber::bit_right_shift(rest, 99, &rest);
+    BVNumber::bit_op(rest, quotient, BVNumber::bit_and_l, mpz_and, &rest);
+    ASSERT_EQ(rest, quotient);
+  }
+}
+
+TEST(QNumber, ThreadsComputeAtTheSameTime) {
+  const mpq_class value(pow2(130) + 7, 3 * pow2(70) + 1);
+  const QNumber shared = value;
+  std::vector<std::thread> threads;
+  for (long seed = 1; seed < 5; ++seed) {
+    threads.emplace_back([=, &shared] { compute(seed, shared, QNumber(value).to_mpq()); });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(Exception, TextGrowsAndIsCopied) {

@@ -17,7 +17,7 @@ class ZELK_EXPORT Exception : public std::exception {
  public:
   /// Writes `m` into `msg_stream`, then calls `dump_msg_and_raise_assertion()`. Insertions, then
   /// and later, throw `std::bad_alloc` rather than lose text.
-  explicit Exception(const std::string& m);
+  Exception(const std::string& m);
 
   /// A copy carries the text and still takes insertions; the hook does not run again for it.
   Exception(const Exception& other);

@@ -6,17 +6,25 @@
 
 namespace zelk {
 
+// Operands are taken before room is made: they may be the target.
+
 void BVNumber::from_words(std::span<const std::uint64_t> words, QNumber* out) {
   while (!words.empty() && words.back() == 0) {
     words = words.first(words.size() - 1);
   }
   if (words.empty()) {
     *out = 0;
-    return;
+  } else if (words.size() == 1 && words[0] <= static_cast<std::uint64_t>(detail::word_max)) {
+    *out = words[0];
+  } else {
+    QNumber::require_bits(64 * words.size() -
+                          static_cast<unsigned long>(std::countl_zero(words.back())));
+    const auto size = static_cast<mp_size_t>(words.size());
+    mpz_ptr z = out->room(words.size());
+    std::copy(words.begin(), words.end(), mpz_limbs_write(z, size));
+    mpz_limbs_finish(z, size);
+    out->set_den(1);
   }
-  QNumber::require_bits(64 * words.size() -
-                        static_cast<unsigned long>(std::countl_zero(words.back())));
-  out->assign_limbs(words.data(), static_cast<long>(words.size()));
 }
 
 void BVNumber::to_words(const QNumber& a, std::span<std::uint64_t> words) {
@@ -32,10 +40,10 @@ void BVNumber::to_words(const QNumber& a, std::span<std::uint64_t> words) {
 
 void BVNumber::pow2_big(unsigned long k, QNumber* out) {
   QNumber::require_bits(k < npos ? k + 1 : npos);
-  mpz_ptr z = QNumber::gmp_tmp[0];
-  mpz_set_ui(z, 1);
-  mpz_mul_2exp(z, z, k);
-  out->assign_big(z);
+  mpz_ptr z = out->room(k / 64 + 1);
+  mpz_set_ui(z, 0);
+  mpz_setbit(z, k);
+  out->set_den(1);
 }
 
 void BVNumber::set_bit_big(QNumber& n, unsigned long i, bool value) {
@@ -43,12 +51,9 @@ void BVNumber::set_bit_big(QNumber& n, unsigned long i, bool value) {
     return;
   }
   QNumber::require_bits(i < npos ? i + 1 : npos);
-  n.make_big();
-  if (value) {
-    mpz_setbit(mpq_numref(n.gmp), i);
-  } else {
-    mpz_clrbit(mpq_numref(n.gmp), i);
-  }
+  const detail::Operand old = n.numerator();
+  mpz_ptr z = n.room(std::max(mpz_size(old), i / 64 + 1) + 1);
+  (value ? mpz_setbit : mpz_clrbit)(z, i);
 }
 
 void BVNumber::trim_big(QNumber& n, unsigned long w) {
@@ -58,8 +63,8 @@ void BVNumber::trim_big(QNumber& n, unsigned long w) {
   if (n.sign() < 0) {
     QNumber::require_bits(w);  // 2^w + n, unlike the low bits of a positive n, can be longer
   }
-  n.make_big();
-  mpz_fdiv_r_2exp(mpq_numref(n.gmp), mpq_numref(n.gmp), w);
+  mpz_ptr z = n.room(w / 64 + 1);
+  mpz_fdiv_r_2exp(z, z, w);
 }
 
 void BVNumber::right_shift_big(const QNumber& a, unsigned long k, QNumber* out) {
@@ -67,8 +72,11 @@ void BVNumber::right_shift_big(const QNumber& a, unsigned long k, QNumber* out) 
     *out = a;
     return;
   }
-  mpz_fdiv_q_2exp(QNumber::gmp_tmp[0], mpq_numref(a.gmp), k);
-  out->assign_big(QNumber::gmp_tmp[0]);
+  mpz_srcptr operand = mpq_numref(a.gmp);
+  const std::size_t size = mpz_size(operand);
+  mpz_ptr z = out->room(size - std::min(size, k / 64) + 1);
+  mpz_fdiv_q_2exp(z, operand, k);
+  out->set_den(1);
 }
 
 void BVNumber::left_shift_big(const QNumber& a, unsigned long k, QNumber* out) {
@@ -79,13 +87,14 @@ void BVNumber::left_shift_big(const QNumber& a, unsigned long k, QNumber* out) {
   const unsigned long length = bit_length(a);
   const unsigned long shift = length == 0 ? 0 : k;
   QNumber::require_bits(shift < npos - length ? length + shift : npos);
-  mpz_ptr z = QNumber::gmp_tmp[0];
-  mpz_mul_2exp(z, integer(a), shift);
-  if (mpz_fits_slong_p(z) != 0) {
-    *out = mpz_get_si(z);
-  } else {
-    out->assign_big(z);
+  const detail::Operand operand = a.numerator();
+  if (length + shift < 64) {
+    *out = mpz_get_si(operand) * (1L << shift);
+    return;
   }
+  mpz_ptr z = out->room(mpz_size(operand) + shift / 64 + 1);
+  mpz_mul_2exp(z, operand, shift);
+  out->set_den(1);
 }
 
 unsigned long BVNumber::bit_length_big(const QNumber& a) {

@@ -5,6 +5,7 @@
 #ifndef ZELK_NUMBERS_BVNUMBER_H_
 #define ZELK_NUMBERS_BVNUMBER_H_
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <limits>
@@ -79,8 +80,11 @@ class ZELK_EXPORT BVNumber {
       *out = f(a.num, b.num);
       return;
     }
-    g(QNumber::gmp_tmp[0], integer(a), integer(b));
-    out->assign_big(QNumber::gmp_tmp[0]);
+    const detail::Operand x = a.numerator();
+    const detail::Operand y = b.numerator();
+    QNumber result = QNumber::big_zero(std::max(mpz_size(x), mpz_size(y)) + 1);
+    g(mpq_numref(result.gmp), x, y);
+    *out = std::move(result);
   }
 
   /// a AND b: the word function that goes with `mpz_and` in `bit_op`.
@@ -164,15 +168,6 @@ class ZELK_EXPORT BVNumber {
                ? npos
                : from +
                      static_cast<unsigned long>(std::countr_zero(static_cast<unsigned long>(rest)));
-  }
-
-  // The integer as GMP sees it; a small one is copied into scratch integer 0.
-  static mpz_srcptr integer(const QNumber& a) {
-    if (!a.is_small()) {
-      return mpq_numref(a.gmp);
-    }
-    mpz_set_si(QNumber::gmp_tmp[0], a.num);
-    return QNumber::gmp_tmp[0];
   }
 
   static void pow2_big(unsigned long k, QNumber* out);

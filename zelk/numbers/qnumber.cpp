@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <numeric>
 #include <ostream>
 #include <string>
 
 #include "zelk/base/exception.h"
+#include "zelk/base/thread_scratch.h"
+#include "zelk/numbers/bvnumber.h"
 
 #ifndef ZELK_MAX_BITS
 #define ZELK_MAX_BITS (1UL << 32)
@@ -19,69 +22,35 @@ const unsigned long max_bits = ZELK_MAX_BITS;
 static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36));
 
 long gcd_cache[1024][1024];
-mpz_t QNumber::gmp_tmp[4];
-constinit static mp_limb_t no_limb = 0;  // read, never written
-constinit const __mpq_struct QNumber::none{{1, 0, &no_limb}, {1, 0, &no_limb}};
-constinit QNumber::SparePlace* QNumber::spare_places = nullptr;
-constinit int QNumber::spare_place_count = 0;
 
 namespace {
 
-// GMP rationals that their numbers gave up, as 0/0 and with their storage: the next big numbers
-// start from them. A few, and none of more than a few limbs.
-constexpr int spare_max = 32;
-constexpr int spare_limbs = 32;
-constinit mpq_ptr spares[spare_max];
-constinit int spare_count = 0;
+// What fractions are computed in.
+struct Integers {
+  mpz_t numbers[4];
+  int ready;
 
-constinit int scratch_users = 0;
-
-mpq_ptr new_gmp() {
-  if (spare_count > 0) {
-    return spares[--spare_count];
+  // Each with a limb at least, as numbers want it that take them over.
+  mpz_t (&get())[4] {
+    for (; ready < 4; ++ready) {
+      mpz_init2(numbers[ready], 64);
+    }
+    return numbers;
   }
-  auto* q = new __mpq_struct;
-  mpz_init(mpq_numref(q));
-  mpz_init(mpq_denref(q));
-  return q;
-}
+  void release() noexcept {
+    while (ready > 0) {
+      mpz_clear(numbers[--ready]);
+    }
+  }
+};
+using Scratch = detail::ThreadScratch<Integers>;
 
-void delete_gmp(mpq_ptr q) {
-  mpz_clear(mpq_numref(q));
-  mpz_clear(mpq_denref(q));
-  delete q;
-}
-
-// Makes room in z for the value of another integer; z keeps its own.
-void reserve(mpz_ptr z, mpz_srcptr value) {
-  if (z->_mp_alloc < static_cast<int>(mpz_size(value))) {
-    mpz_realloc2(z, mpz_size(value) * 64);
+// Makes room for so many limbs in z; z keeps its value.
+void reserve(mpz_ptr z, std::size_t limbs) {
+  if (static_cast<std::size_t>(z->_mp_alloc) < limbs) {
+    mpz_realloc2(z, 64 * limbs);
   }
 }
-
-// z := the integer of |size| limbs with the sign of `size`. Writes to the fields, whose meaning the
-// GMP manual gives under "Integer Internals": for a few limbs calls cost more than the copy.
-void set_limbs(mpz_ptr z, const mp_limb_t* limbs, int size) {
-  const int n = size < 0 ? -size : size;
-  if (z->_mp_alloc < n) {
-    mpz_realloc2(z, static_cast<unsigned long>(n) * 64);
-  }
-  if (n == 1 || n == 2) {
-    z->_mp_d[0] = limbs[0];
-    z->_mp_d[n - 1] = limbs[n - 1];
-  } else if (n != 0) {
-    mpn_copyi(z->_mp_d, limbs, n);
-  }
-  z->_mp_size = size;
-}
-
-// z := the word n, other than -2^63.
-void assign_word(mpz_ptr z, long n) {
-  const auto limb = static_cast<mp_limb_t>(detail::magnitude(n));
-  set_limbs(z, &limb, (n > 0) - (n < 0));
-}
-
-bool is_one(mpz_srcptr z) { return mpz_cmp_ui(z, 1) == 0; }
 
 unsigned long bit_length(mpz_srcptr z) { return mpz_sgn(z) == 0 ? 0 : mpz_sizeinbase(z, 2); }
 
@@ -96,32 +65,12 @@ std::string decimal(mpz_srcptr z) {
 
 namespace detail {
 
-ScratchUser::ScratchUser() noexcept {
-  if (scratch_users++ == 0) {
-    for (auto& z : QNumber::gmp_tmp) {
-      mpz_init(z);
-    }
-  }
+long fill_gcd_cache(long x, long y) {
+  const long divisor = std::gcd(x, y);
+  __atomic_store_n(&gcd_cache[x][y], divisor, __ATOMIC_RELAXED);
+  __atomic_store_n(&gcd_cache[y][x], divisor, __ATOMIC_RELAXED);
+  return divisor;
 }
-
-// Initialised again after the last user, the integers own nothing and yet serve whoever comes
-// later still, such as the destructor of an object that was built before this file.
-ScratchUser::~ScratchUser() {
-  if (--scratch_users == 0) {
-    for (auto& z : QNumber::gmp_tmp) {
-      mpz_clear(z);
-      mpz_init(z);
-    }
-    while (spare_count > 0) {
-      delete_gmp(spares[--spare_count]);
-    }
-    while (QNumber::spare_places != nullptr) {
-      ::operator delete(QNumber::take_spare_place());
-    }
-  }
-}
-
-long fill_gcd_cache(long x, long y) { return gcd_cache[x][y] = gcd_cache[y][x] = std::gcd(x, y); }
 
 }  // namespace detail
 
@@ -131,11 +80,93 @@ void QNumber::require_bits(unsigned long bits) {
   }
 }
 
+// What follows makes room before it changes anything: an allocator of GMP's may throw.
+
+QNumber QNumber::big_zero(std::size_t limbs) {
+  auto storage = std::make_unique<detail::BigRational>();
+  mpz_init2(mpq_numref(storage), 64 * std::max<std::size_t>(limbs, 1));
+  storage->word = 1;
+  mpz_roinit_n(mpq_denref(storage), &storage->word, 1);
+  QNumber q;
+  q.gmp = storage.release();
+  q.den = 0;
+  return q;
+}
+
+void QNumber::release() noexcept {
+  mpz_clear(mpq_numref(gmp));
+  if (owns_den()) {
+    mpz_clear(mpq_denref(gmp));
+  }
+  delete gmp;
+}
+
+mpz_ptr QNumber::room(std::size_t limbs) {
+  if (is_small()) {
+    QNumber big = big_zero(limbs);
+    mpz_set_si(mpq_numref(big.gmp), num);
+    take(big);
+  } else {
+    reserve(mpq_numref(gmp), limbs);
+  }
+  return mpq_numref(gmp);
+}
+
+void QNumber::reserve_den(std::size_t limbs) {
+  if (owns_den()) {
+    reserve(mpq_denref(gmp), limbs);
+  } else if (limbs > 1) {
+    mpz_t own;
+    mpz_init2(own, 64 * limbs);
+    mpz_set_ui(own, gmp->word);
+    *mpq_denref(gmp) = *own;
+  }
+}
+
+void QNumber::set_den(mpz_srcptr d) noexcept {
+  if (owns_den()) {
+    mpz_abs(mpq_denref(gmp), d);
+  } else {
+    gmp->word = mpz_getlimbn(d, 0);
+  }
+}
+
+void QNumber::set_den(unsigned long d) noexcept {
+  if (owns_den()) {
+    mpz_set_ui(mpq_denref(gmp), d);
+  } else {
+    gmp->word = d;
+  }
+}
+
+void QNumber::assign_ratio(mpz_srcptr n, mpz_srcptr d) {
+  if (is_small()) {
+    QNumber big = big_zero(mpz_size(n));
+    big.assign_ratio(n, d);
+    take(big);
+  } else {
+    reserve(mpq_numref(gmp), mpz_size(n));
+    reserve_den(mpz_size(d));
+    mpz_set(mpq_numref(gmp), n);
+    set_den(d);
+  }
+}
+
+void QNumber::take_ratio(mpz_ptr n, mpz_srcptr d) {
+  if (is_small()) {
+    assign_ratio(n, d);
+  } else {
+    reserve_den(mpz_size(d));
+    mpz_swap(mpq_numref(gmp), n);
+    set_den(d);
+  }
+}
+
 void QNumber::init_big(bool negative, unsigned long magnitude) {
-  make_big();
-  mpz_set_ui(mpq_numref(gmp), magnitude);
+  mpz_ptr z = room(1);
+  mpz_set_ui(z, magnitude);
   if (negative) {
-    self_neg();
+    mpz_neg(z, z);
   }
 }
 
@@ -149,31 +180,34 @@ void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
   } else {
     require_bits(bit_length(n));
     require_bits(bit_length(d));
-    QNumber big;
-    big.make_big();
-    mpz_set(mpq_numref(big.gmp), n);
-    mpz_set(mpq_denref(big.gmp), d);
-    take(big);
+    assign_ratio(n, d);
+    if (mpz_sgn(d) < 0) {
+      self_neg();
+    }
   }
   normalize();
 }
 
-// k < 0 only for an odd n.
-void QNumber::init_scaled(long n, long k) {
+QNumber QNumber::scaled_big(mpz_srcptr n, long k) {
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
-  const auto length =
-      static_cast<unsigned long>(std::bit_width(static_cast<unsigned long>(detail::magnitude(n))));
-  require_bits(k < 0 ? shift + 1 : shift + length);
-  QNumber big;
-  big.make_big();
-  mpz_set_si(mpq_numref(big.gmp), n);
-  if (k < 0) {
-    mpz_set_ui(mpq_denref(big.gmp), 0);
-    mpz_setbit(mpq_denref(big.gmp), shift);
-  } else {
-    mpz_mul_2exp(mpq_numref(big.gmp), mpq_numref(big.gmp), shift);
+  require_bits(k < 0 ? shift + 1 : shift + bit_length(n));
+  QNumber q = big_zero(mpz_size(n) + (k < 0 ? 0 : shift / 64 + 1));
+  mpz_ptr z = mpq_numref(q.gmp);
+  if (k >= 0) {
+    mpz_mul_2exp(z, n, shift);
+    return q;
   }
-  take(big);
+  const unsigned long twos = std::min(mpz_scan1(n, 0), shift);
+  const unsigned long left = shift - twos;
+  mpz_tdiv_q_2exp(z, n, twos);
+  if (left < 64) {
+    q.set_den(1UL << left);
+  } else {
+    q.reserve_den(left / 64 + 1);
+    mpz_set_ui(mpq_denref(q.gmp), 0);
+    mpz_setbit(mpq_denref(q.gmp), left);
+  }
+  return q;
 }
 
 QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
@@ -181,127 +215,34 @@ QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
     const auto word = static_cast<long>(limbs[0]);
     return scaled(negative ? -word : word, k);
   }
-  const auto shift = static_cast<unsigned long>(detail::magnitude(k));
-  const unsigned long twos = k < 0 ? std::min(mpn_scan1(limbs, 0), shift) : 0;
-  require_bits(k < 0 ? shift + 1
-                     : shift + static_cast<unsigned long>(n) * 64 -
-                           static_cast<unsigned long>(std::countl_zero(limbs[n - 1])));
   mpz_t significand;
-  QNumber q;
-  q.make_big();
-  mpz_ptr z = mpq_numref(q.gmp);
-  mpz_roinit_n(significand, limbs, negative ? -n : n);
-  if (k < 0) {
-    mpz_tdiv_q_2exp(z, significand, twos);
-    mpz_set_ui(mpq_denref(q.gmp), 0);
-    mpz_setbit(mpq_denref(q.gmp), shift - twos);
-  } else {
-    mpz_mul_2exp(z, significand, shift);
-  }
-  return q;
-}
-
-// Both parts are there before this number changes: an allocator of GMP's may throw.
-
-void QNumber::init_copy(const QNumber& other) {
-  QNumber copy;
-  copy.gmp = new_gmp();
-  copy.den = 0;
-  mpz_set(mpq_numref(copy.gmp), mpq_numref(other.gmp));
-  mpz_set(mpq_denref(copy.gmp), mpq_denref(other.gmp));
-  take(copy);
-}
-
-void QNumber::make_big() {
-  if (is_small()) {
-    QNumber big;
-    big.gmp = new_gmp();
-    big.den = 0;
-    mpz_set_si(mpq_numref(big.gmp), num);
-    mpz_set_si(mpq_denref(big.gmp), den);
-    take(big);
-  }
+  return scaled_big(mpz_roinit_n(significand, limbs, negative ? -n : n), k);
 }
 
 void QNumber::assign_big(const QNumber& other) {
   if (this == &other) {
     return;
   }
-  if (!is_small() && !other.is_small() && is_integer() && other.is_integer()) [[likely]] {
-    set_limbs(mpq_numref(gmp), mpq_numref(other.gmp)->_mp_d, mpq_numref(other.gmp)->_mp_size);
-  } else if (is_small()) {
-    init_copy(other);
-  } else if (other.is_small()) {
-    assign_word(mpq_numref(gmp), other.num);
-    if (other.den != 1 || !is_integer()) {
-      mpz_set_si(mpq_denref(gmp), other.den);
-    }
+  if (other.is_small()) {
+    assign_small_in_place(other);
   } else {
-    reserve(mpq_numref(gmp), mpq_numref(other.gmp));
-    reserve(mpq_denref(gmp), mpq_denref(other.gmp));
-    mpz_set(mpq_numref(gmp), mpq_numref(other.gmp));
-    mpz_set(mpq_denref(gmp), mpq_denref(other.gmp));
+    assign_ratio(mpq_numref(other.gmp), mpq_denref(other.gmp));
   }
 }
 
-void QNumber::assign_big(mpz_srcptr integer) {
-  make_big();
-  mpz_set(mpq_numref(gmp), integer);
-  mpz_set_ui(mpq_denref(gmp), 1);
-}
-
-void QNumber::assign_big(unsigned long n) {
-  make_big();
-  mpz_set_ui(mpq_numref(gmp), n);
-  mpz_set_ui(mpq_denref(gmp), 1);
-}
-
-void QNumber::assign_limbs(const mp_limb_t* limbs, long n) {
-  while (n > 1 && limbs[n - 1] == 0) {
-    --n;
-  }
-  if (n == 1) {
-    assign(limbs[0]);
-    return;
-  }
-  make_big();
-  set_limbs(mpq_numref(gmp), limbs, static_cast<int>(n));
-  if (!is_integer()) {
-    mpz_set_ui(mpq_denref(gmp), 1);
-  }
+void QNumber::assign_small_in_place(const QNumber& other) noexcept {
+  const detail::Operand n = other.numerator();
+  mpz_set(mpq_numref(gmp), n);
+  set_den(static_cast<unsigned long>(other.den));
 }
 
 void QNumber::move_big(QNumber& other) noexcept {
   if (other.is_small()) {
-    assign_big(other);  // into storage that this number has
-    other.reset();
+    assign_small_in_place(other);
+    other.clear();
   } else if (this != &other) {
-    reset();
+    clear();
     take(other);
-  }
-}
-
-void QNumber::release() noexcept {
-  mpz_ptr n = mpq_numref(gmp);
-  mpz_ptr d = mpq_denref(gmp);
-  if (scratch_users > 0 && spare_count < spare_max &&
-      std::max(n->_mp_alloc, d->_mp_alloc) <= spare_limbs) {
-    n->_mp_size = 0;
-    d->_mp_size = 0;
-    spares[spare_count++] = gmp;
-  } else {
-    delete_gmp(gmp);
-  }
-}
-
-void* QNumber::allocate(std::size_t size) { return ::operator new(size); }
-
-void QNumber::operator delete(void* place, std::size_t size) noexcept {
-  if (size == sizeof(QNumber) && scratch_users > 0 && spare_place_count < spare_max) {
-    spare_places = new (place) SparePlace{spare_places};
-    ++spare_place_count;
-  } else {
-    ::operator delete(place);
   }
 }
 
@@ -315,90 +256,84 @@ void QNumber::normalize() {
     den /= divisor;
     return;
   }
-  mpz_ptr n = mpq_numref(gmp);
-  mpz_ptr d = mpq_denref(gmp);
-  if (mpz_cmpabs_ui(d, 1) != 0) {
-    mpz_gcd(gmp_tmp[0], n, d);
-    mpz_divexact(n, n, gmp_tmp[0]);
-    mpz_divexact(d, d, gmp_tmp[0]);
-  }
-  if (mpz_sgn(d) < 0) {
-    mpz_neg(n, n);
-    mpz_neg(d, d);
+  if (!is_integer()) {
+    const Scratch scratch;
+    auto& [divisor, n, d, unused] = scratch->get();
+    mpz_gcd(divisor, mpq_numref(gmp), mpq_denref(gmp));
+    mpz_divexact(n, mpq_numref(gmp), divisor);
+    mpz_divexact(d, mpq_denref(gmp), divisor);
+    take_ratio(n, d);
   }
 }
 
-// The reduction of the small form, on GMP integers. Whatever other refers to is read before the
-// target changes, so that other may be the target.
+// The reduction of the small form, on GMP integers.
 void QNumber::add_big(const QNumber& other, bool subtract) {
-  make_big();
-  const auto add = subtract ? mpz_sub : mpz_add;
-  auto& [t0, t1, t2, t3] = gmp_tmp;
-  mpz_srcptr p = t2;
-  mpz_srcptr q = t3;
-  if (other.is_small()) {
-    mpz_set_si(t2, other.num);
-    mpz_set_si(t3, other.den);
-  } else {
-    p = mpq_numref(other.gmp);
-    q = mpq_denref(other.gmp);
-  }
-  mpz_ptr a = mpq_numref(gmp);
-  mpz_ptr b = mpq_denref(gmp);
-  if (is_one(b) && is_one(q)) {
-    const bool grows = (mpz_sgn(a) == mpz_sgn(p)) != subtract;
+  const detail::Operand a = numerator();
+  const detail::Operand p = other.numerator();
+  if (is_integer() && other.is_integer()) {
+    const bool grows = (sign() == other.sign()) != subtract;
     require_bits(std::max(bit_length(a), bit_length(p)) + static_cast<unsigned long>(grows));
-    add(a, a, p);
+    mpz_ptr sum = room(std::max(mpz_size(a), mpz_size(p)) + 1);
+    (subtract ? mpz_sub : mpz_add)(sum, a, p);
     return;
   }
+  const detail::Operand b = denominator();
+  const detail::Operand q = other.denominator();
+  const Scratch scratch;
+  auto& [t0, t1, t2, t3] = scratch->get();
   mpz_gcd(t0, b, q);
   mpz_divexact(t1, b, t0);
   mpz_divexact(t3, q, t0);
   require_bits(std::max(bit_length(p) + bit_length(t1), bit_length(a) + bit_length(t3)) + 1);
   require_bits(bit_length(b) + bit_length(t3));
   mpz_mul(t2, p, t1);
-  mpz_mul(a, a, t3);
-  add(a, a, t2);
-  mpz_gcd(t2, a, t0);
-  mpz_divexact(a, a, t2);
-  mpz_divexact(t0, t0, t2);
-  mpz_mul(b, t1, t3);
-  mpz_mul(b, b, t0);
+  if (subtract) {
+    mpz_neg(t2, t2);
+  }
+  mpz_addmul(t2, a, t3);
+  mpz_mul(t3, t1, t3);
+  mpz_gcd(t1, t2, t0);
+  mpz_divexact(t2, t2, t1);
+  mpz_divexact(t0, t0, t1);
+  mpz_mul(t3, t3, t0);
+  take_ratio(t2, t3);
 }
 
 void QNumber::multiply_big(const QNumber& other) {
-  make_big();
-  mpz_ptr a = mpq_numref(gmp);
-  mpz_ptr b = mpq_denref(gmp);
-  auto& [t0, t1, t2, t3] = gmp_tmp;
-  mpz_srcptr p = t2;
-  mpz_srcptr q = t3;
-  if (other.is_small()) {
-    if (other.num == 0 && !is_one(b)) {
-      reset();
-      return;
-    }
-    mpz_set_si(t2, other.num);
-    mpz_set_si(t3, other.den);
-  } else {
-    p = mpq_numref(other.gmp);
-    q = mpq_denref(other.gmp);
-  }
-  if (is_one(b) && is_one(q)) {
+  const detail::Operand a = numerator();
+  const detail::Operand p = other.numerator();
+  if (is_integer() && other.is_integer()) {
     require_bits(bit_length(a) + bit_length(p));
-    mpz_mul(a, a, p);
+    if (other.is_small()) {
+      const long factor = other.num;
+      mpz_mul_si(room(mpz_size(a) + 1), a, factor);
+    } else {
+      const Scratch scratch;  // for a product in place GMP would need memory, too
+      mpz_ptr product = scratch->get()[0];
+      mpz_mul(product, a, p);
+      mpz_set(room(mpz_size(product)), product);
+    }
     return;
   }
+  if (other.is_small() && other.num == 0) {
+    clear();
+    return;
+  }
+  const detail::Operand b = denominator();
+  const detail::Operand q = other.denominator();
+  const Scratch scratch;
+  auto& [t0, t1, t2, t3] = scratch->get();
   mpz_gcd(t0, a, q);
   mpz_gcd(t1, p, b);
   mpz_divexact(t2, p, t1);
   mpz_divexact(t3, q, t0);
   require_bits(bit_length(a) + 1 - std::min(bit_length(a), bit_length(t0)) + bit_length(t2));
   require_bits(bit_length(b) + 1 - std::min(bit_length(b), bit_length(t1)) + bit_length(t3));
-  mpz_divexact(a, a, t0);
-  mpz_mul(a, a, t2);
-  mpz_divexact(b, b, t1);
-  mpz_mul(b, b, t3);
+  mpz_divexact(t0, a, t0);
+  mpz_mul(t2, t0, t2);
+  mpz_divexact(t0, b, t1);
+  mpz_mul(t0, t0, t3);
+  take_ratio(t2, t0);
 }
 
 int QNumber::compare_big(const QNumber& a, const QNumber& b) {
@@ -413,13 +348,16 @@ QNumber QNumber::inv() const {
   if (is_zero()) {
     throw Exception("division by zero");
   }
-  QNumber r(*this);
-  if (r.is_small()) {
-    std::swap(r.num, r.den);
-  } else {
-    mpz_swap(mpq_numref(r.gmp), mpq_denref(r.gmp));
+  QNumber r;
+  if (is_small()) {
+    r.num = num < 0 ? -den : den;
+    r.den = detail::magnitude(num);
+    return r;
   }
-  r.normalize();
+  r.assign_ratio(mpq_denref(gmp), mpq_numref(gmp));
+  if (sign() < 0) {
+    r.self_neg();
+  }
   return r;
 }
 
@@ -438,35 +376,45 @@ void QNumber::divmod(const QNumber& d, QNumber& q, QNumber& r) const {
     r = rest;
     return;
   }
-  // Both targets get their storage, at their old values, before either takes its new one.
-  q.make_big();
-  r.make_big();
-  auto& [t0, t1, t2, t3] = gmp_tmp;
-  const auto numerator = [](const QNumber& n, mpz_ptr scratch) -> mpz_srcptr {
-    if (!n.is_small()) {
-      return mpq_numref(n.gmp);
+  const detail::Operand dividend = numerator();
+  const detail::Operand divisor = d.numerator();
+  const Scratch scratch;
+  auto& [quotient, rest, unused, unused_too] = scratch->get();
+  mpz_fdiv_qr(quotient, rest, dividend, divisor);
+  // Both have room before either changes: a big target its own, a small one that of another number.
+  const auto make_room = [](QNumber& target, mpz_srcptr value) {
+    if (target.is_small()) {
+      return big_zero(mpz_size(value));
     }
-    mpz_set_si(scratch, n.num);
-    return scratch;
+    target.room(mpz_size(value));
+    return QNumber();
   };
-  mpz_fdiv_qr(t2, t3, numerator(*this, t0), numerator(d, t1));
-  q.assign_big(t2);
-  r.assign_big(t3);
+  QNumber big_q = make_room(q, quotient);
+  QNumber big_r = make_room(r, rest);
+  const auto assign = [](QNumber& target, QNumber& big, mpz_srcptr value) {
+    if (target.is_small()) {
+      target.take(big);
+    }
+    mpz_set(mpq_numref(target.gmp), value);
+    target.set_den(1);
+  };
+  assign(q, big_q, quotient);
+  assign(r, big_r, rest);
 }
 
-QNumber QNumber::big_num() const {
-  mpz_set_ui(gmp_tmp[1], 1);
-  QNumber n;
-  n.init_ratio(mpq_numref(gmp), gmp_tmp[1]);
-  return n;
+// An integer that is a part of a big number, in the form of construction from GMP's types.
+QNumber QNumber::big_part(mpz_srcptr z) {
+  if (mpz_fits_sint_p(z) != 0) {
+    return mpz_get_si(z);
+  }
+  QNumber part = big_zero(mpz_size(z));
+  mpz_set(mpq_numref(part.gmp), z);
+  return part;
 }
 
-QNumber QNumber::big_den() const {
-  mpz_set_ui(gmp_tmp[1], 1);
-  QNumber d;
-  d.init_ratio(mpq_denref(gmp), gmp_tmp[1]);
-  return d;
-}
+QNumber QNumber::big_num() const { return big_part(mpq_numref(gmp)); }
+
+QNumber QNumber::big_den() const { return big_part(mpq_denref(gmp)); }
 
 mpq_class QNumber::to_mpq() const { return is_small() ? mpq_class(num, den) : mpq_class(gmp); }
 

@@ -1,9 +1,12 @@
 // Exact rational numbers: two machine words while they fit, a GMP rational when they do not.
 //
 // Every operation is exact. Small-form arithmetic is inline, allocates nothing and tests for
-// overflow before it writes; the big form is in the source file. The scratch integers, the storage
-// of a few numbers that are gone and the table of greatest common divisors belong to the whole
-// process and have no lock: one thread at a time.
+// overflow before it writes; the big form is in the source file.
+//
+// Distinct numbers may be used in distinct threads at the same time, and one number may be read by
+// many while none changes it. What numbers share needs no lock: scratch belongs to each thread,
+// which gives it back when it ends, and the table of greatest common divisors is read and written
+// atomically.
 #ifndef ZELK_NUMBERS_QNUMBER_H_
 #define ZELK_NUMBERS_QNUMBER_H_
 
@@ -12,15 +15,13 @@
 #include <bit>
 #include <concepts>
 #include <cstddef>
-#include <cstring>
 #include <iosfwd>
-#include <limits>
-#include <new>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
 #include "zelk/base/export.h"
+#include "zelk/numbers/word_arithmetic.h"
 
 namespace zelk {
 
@@ -34,92 +35,48 @@ namespace zelk {
 /// be refused too.
 extern ZELK_EXPORT const unsigned long max_bits;
 
-/// Entry [x][y] is gcd(x, y), or 0 while that is not known yet.
-extern ZELK_EXPORT long gcd_cache[1024][1024];
-
 static_assert(sizeof(long) == 8 && GMP_NUMB_BITS == 64, "zelk needs 64-bit longs and GMP limbs");
+
+class QNumber;
 
 namespace detail {
 
-template <typename T, typename... Others>
-concept one_of = (std::same_as<T, Others> || ...);
+// A call that takes a long would take whatever converts to one, too.
 
-/// The signed and unsigned integer types of at most 64 bits; not bool and not characters.
+/// What makes a number beside long.
 template <typename T>
-concept standard_integer = one_of < std::remove_cv_t<T>,
-signed char, short, int, long, long long, unsigned char, unsigned short, unsigned int,
-    unsigned long, unsigned long long > ;
+concept other_integer = standard_integer<T> && !std::same_as<T, long>;
+/// What makes none.
+template <typename T>
+concept no_number = !std::is_convertible_v<const T&, QNumber>;
 
-inline constexpr long word_max = std::numeric_limits<long>::max();
+/// The big form: a GMP rational on the heap. A denominator below 2^64 need not have a block of its
+/// own: then it is a read-only integer of GMP's, as `mpz_roinit_n` makes it, whose limb is `word`.
+struct BigRational : __mpq_struct {
+  mp_limb_t word;  ///< The denominator, or junk.
+};
 
-// The checked operations below are false when the exact result is outside
-// [-word_max, word_max]; -2^63 counts as outside, so that negation never overflows.
-
-inline bool add_checked(long a, long b, long& r) {
-  return !__builtin_add_overflow(a, b, &r) && r != -word_max - 1;
-}
-
-inline bool sub_checked(long a, long b, long& r) {
-  return !__builtin_sub_overflow(a, b, &r) && r != -word_max - 1;
-}
-
-inline bool mul_checked(long a, long b, long& r) {
-  return !__builtin_mul_overflow(a, b, &r) && r != -word_max - 1;
-}
-
-inline long magnitude(long a) { return a < 0 ? -a : a; }
-
-/// Computes gcd(x, y), 1 <= x, y <= 1023, and enters it into the table both ways.
-ZELK_EXPORT long fill_gcd_cache(long x, long y);
-
-/// a/b for a divisor b > 0 of a, mostly 1: dividing is what costs.
-inline long divide_exactly(long a, long b) { return b == 1 ? a : a / b; }
-
-inline long small_gcd(unsigned long x, unsigned long y) {
-  const long known = gcd_cache[x][y];
-  return known != 0 ? known : fill_gcd_cache(static_cast<long>(x), static_cast<long>(y));
-}
-
-/// The greatest common divisor of a, b >= 0; gcd(x, 0) = x.
-///
-/// One step of Euclid's algorithm brings the operands to one size; then both are made odd, and
-/// their difference, which is even, loses its twos until both are below 1024, where the table
-/// ends it (D. E. Knuth, The Art of Computer Programming, volume 2, 4.5.2, algorithm B).
-inline long gcd(long a, long b) {
-  auto x = static_cast<unsigned long>(a < b ? b : a);
-  auto y = static_cast<unsigned long>(a < b ? a : b);
-  if (y == 0) {
-    return static_cast<long>(x);
-  }
-  if (x < 1024) {
-    return small_gcd(x, y);
-  }
-  x %= y;
-  if (x == 0) {
-    return static_cast<long>(y);
-  }
-  const int twos = std::countr_zero(x | y);
-  x >>= std::countr_zero(x);
-  y >>= std::countr_zero(y);
-  while ((x | y) >= 1024) {
-    const auto difference = static_cast<long>(x - y);
-    if (difference == 0) {
-      return static_cast<long>(y << twos);
-    }
-    y = x < y ? x : y;
-    x = static_cast<unsigned long>(magnitude(difference)) >>
-        std::countr_zero(static_cast<unsigned long>(difference));
-  }
-  return small_gcd(x, y) << twos;
-}
-
-/// Keeps the GMP scratch integers alive while any file that includes this header needs them.
-class ZELK_EXPORT ScratchUser {
+/// An integer as GMP reads it. A word becomes one in this object, as `MPZ_ROINIT_N` makes it.
+class Operand {
  public:
-  ScratchUser() noexcept;
-  ScratchUser(const ScratchUser&) = delete;
-  ScratchUser& operator=(const ScratchUser&) = delete;
-  ~ScratchUser();
+  /// z, read where it is.
+  explicit Operand(mpz_srcptr z) : limb(0), word{}, integer(z) {}
+  /// n, other than -2^63.
+  explicit Operand(long n)
+      : limb(static_cast<mp_limb_t>(magnitude(n))),
+        word{{0, (n > 0) - (n < 0), &limb}},
+        integer(word) {}
+  Operand(const Operand&) = delete;
+  Operand& operator=(const Operand&) = delete;
+  ~Operand() = default;
+
+  /// What GMP's functions take.
+  operator mpz_srcptr() const { return integer; }
+
+ private:
+  mp_limb_t limb;
+  mpz_t word;
+  mpz_srcptr integer;
 };
 
 }  // namespace detail
@@ -156,7 +113,7 @@ class ZELK_EXPORT QNumber {
 
   /// The value of q, not necessarily canonical: small when both parts fit a signed 32-bit int.
   /// \throws Exception "division by zero" when the denominator is 0; "number too large".
-  explicit QNumber(const mpq_class& q) : QNumber(q.get_num(), q.get_den()) {}
+  QNumber(const mpq_class& q) : QNumber(q.get_num(), q.get_den()) {}
 
   template <typename N, typename D>
   requires((std::is_arithmetic_v<N> && !detail::standard_integer<N>) ||
@@ -189,7 +146,7 @@ class ZELK_EXPORT QNumber {
     } else if (exponent > 0 && exponent < std::countl_zero(magnitude)) {
       q.num = n * (1L << exponent);
     } else {
-      q.init_scaled(numerator, exponent);
+      q = scaled_big(detail::Operand(numerator), exponent);
     }
     return q;
   }
@@ -204,7 +161,7 @@ class ZELK_EXPORT QNumber {
       num = other.num;
       den = other.den;
     } else {
-      init_copy(other);
+      assign_big(other);
     }
   }
 
@@ -242,20 +199,6 @@ class ZELK_EXPORT QNumber {
     }
   }
 
-  /// Numbers on the heap start where others ended: a few of those places are kept.
-  // NOLINTNEXTLINE(cert-dcl54-cpp): the delete that takes a size matches
-  static void* operator new(std::size_t size) {
-    return size == sizeof(QNumber) && spare_places != nullptr ? take_spare_place() : allocate(size);
-  }
-  /// Keeps the place, if there are not enough of them yet.
-  static void operator delete(void* place, std::size_t size) noexcept;
-  /// The form that does not throw, which the first would hide.
-  static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
-    return ::operator new(size, tag);
-  }
-  /// Placement, which it would hide, too.
-  static void* operator new(std::size_t /*size*/, void* place) noexcept { return place; }
-
   /// Adds.
   QNumber& operator+=(const QNumber& other) {
     if (!(is_small() && other.is_small() && add_small<detail::add_checked>(other))) {
@@ -271,6 +214,28 @@ class ZELK_EXPORT QNumber {
     }
     return *this;
   }
+
+  /// Adds a word.
+  QNumber& operator+=(long n) { return *this += QNumber(n); }
+  /// Adds an integer of any other type that makes a number.
+  template <detail::other_integer T>
+  QNumber& operator+=(T n) {
+    return *this += QNumber(n);
+  }
+  /// Other types, though they convert to words, are refused.
+  template <detail::no_number T>
+  QNumber& operator+=(const T& n) = delete;
+
+  /// Subtracts a word.
+  QNumber& operator-=(long n) { return *this -= QNumber(n); }
+  /// Subtracts an integer of any other type that makes a number.
+  template <detail::other_integer T>
+  QNumber& operator-=(T n) {
+    return *this -= QNumber(n);
+  }
+  /// Other types are refused.
+  template <detail::no_number T>
+  QNumber& operator-=(const T& n) = delete;
 
   /// Multiplies. A big target that is not an integer becomes small when multiplied by a small 0.
   QNumber& operator*=(const QNumber& other) {
@@ -329,140 +294,24 @@ class ZELK_EXPORT QNumber {
     }
   }
 
-  /// Becomes the integer n; takes the form that assignment would give it.
-  void assign(unsigned long n) {
-    if (is_small() && n <= static_cast<unsigned long>(detail::word_max)) [[likely]] {
-      num = static_cast<long>(n);
-      den = 1;
-    } else {
-      assign_big(n);
-    }
-  }
-
-  /// The numerator of a small number.
-  long to_small() const { return num; }
-
-  /// Replaces the numerator, where this is a small integer; n is not -2^63.
-  void assign_small(long n) { num = n; }
-
-  // What arithmetic on the limbs of integers needs. Fields as the GMP manual gives them under
-  // "Integer Internals": for a few limbs calls cost more than the work.
-
-  /// The limbs of a big number's numerator, the lowest first, until that changes.
-  const mp_limb_t* big_limbs() const { return mpq_numref(gmp)->_mp_d; }
-  /// How many they are.
-  long big_size() const { return static_cast<long>(mpz_size(mpq_numref(gmp))); }
-
-  /// The limbs of this non-negative integer if it is big and has n of them at least; else null.
-  [[gnu::always_inline]] const mp_limb_t* limbs_from(int n) const {
-    return !is_small() && mpq_numref(gmp)->_mp_size >= n ? not_null(mpq_numref(gmp)->_mp_d)
-                                                         : nullptr;
-  }
-
-  /// The storage of this integer, of n limbs at least, to be overwritten; null when it has none.
-  /// `keep_limbs` ends that: this number becomes the integer of the n limbs now there.
-  [[gnu::always_inline]] mp_limb_t* own_limbs(long n) {
-    return !is_small() && mpq_numref(gmp)->_mp_alloc >= n ? not_null(mpq_numref(gmp)->_mp_d)
-                                                          : nullptr;
-  }
-  /// Ends what `own_limbs` began: this number is the integer of the n limbs there.
-  [[gnu::always_inline]] void keep_limbs(long n) {
-    mpz_ptr z = mpq_numref(gmp);
-    while (n > 0 && z->_mp_d[n - 1] == 0) {
-      --n;
-    }
-    z->_mp_size = static_cast<int>(n);
-  }
-
-  /// The low 64 bits of this non-negative integer, without a branch on its form.
-  unsigned long to_word() const {
-    mpz_srcptr z = mpq_numref(gmp_or_none());
-    const auto small = static_cast<unsigned long>(is_small());
-    const auto used = static_cast<unsigned long>(z->_mp_size != 0);
-    return (first_word() & (0 - small)) | (z->_mp_d[0] & (0 - used));
-  }
-
-  /// Takes the value of a non-negative integer below 2^64 where this integer is big and has
-  /// storage, without a branch on the other's form; false, and nothing done, otherwise.
-  bool assign_word_in_place(const QNumber& other) {
-    if (is_small() || mpq_numref(gmp)->_mp_alloc == 0) {
-      return false;
-    }
-    mpz_ptr to = mpq_numref(gmp);
-    to->_mp_d[0] = other.to_word();
-    to->_mp_size = static_cast<int>(to->_mp_d[0] != 0);
-    return true;
-  }
-
-  /// The same for any non-negative integer that is big; false also for others.
-  bool assign_in_place(const QNumber& other) {
-    if (is_small() || other.is_small()) {
-      return false;
-    }
-    mpz_ptr to = mpq_numref(gmp);
-    mpz_srcptr from = mpq_numref(other.gmp);
-    const int n = from->_mp_size;
-    if (n < 0 || to->_mp_alloc < n) {
-      return false;
-    }
-    to->_mp_size = n;
-    if (n > 8) {
-      copy_limbs(to->_mp_d, from->_mp_d, n);
-      return true;
-    }
-    for (int i = 0; i < n; ++i) {
-      to->_mp_d[i] = from->_mp_d[i];
-    }
-    return true;
-  }
-
-  /// Becomes the integer low + 2^64 * high, by the same rule.
-  void assign(unsigned long low, unsigned long high) {
-    const mp_limb_t limbs[] = {low, high};
-    assign_limbs(limbs, 2);
-  }
-  /// The same for a number that is an integer.
-  void assign_to_integer(unsigned long low, unsigned long high) {
-    if (mp_limb_t* own = high != 0 ? own_limbs(2) : nullptr; own != nullptr) [[likely]] {
-      own[0] = low;
-      own[1] = high;
-      mpq_numref(gmp)->_mp_size = 2;
-    } else {
-      assign(low, high);
-    }
-  }
-
-  /// Becomes the integer of n > 0 limbs, the lowest first, by the same rule.
-  void assign_limbs(const mp_limb_t* limbs, long n);
-
-  /// Becomes 0 in the small form and gives up its GMP storage.
-  void reset() noexcept {
-    if (!is_small()) {
-      release();
-    }
-    num = 0;
-    den = 1;
-  }
-
   /// Brings the stored pair to lowest terms with a positive denominator; keeps the form.
   void normalize();
 
  private:
   friend class BVNumber;
-  friend class detail::ScratchUser;
   friend bool operator==(const QNumber& a, const QNumber& b);
   friend bool operator<(const QNumber& a, const QNumber& b);
   friend std::ostream& operator<<(std::ostream& os, const QNumber& q);
 
+  // Of a big number the numerator always has storage, for one limb at least, and a denominator of
+  // more limbs than one has its own, too. So to take a word needs no memory.
+
   void init_big(bool negative, unsigned long magnitude);
   void init_ratio(mpz_srcptr n, mpz_srcptr d);
-  void init_scaled(long n, long k);
-  void init_copy(const QNumber& other);
+  static QNumber scaled_big(mpz_srcptr n, long k);
   void assign_big(const QNumber& other);
-  void assign_big(mpz_srcptr integer);
-  void assign_big(unsigned long n);
+  void assign_small_in_place(const QNumber& other) noexcept;
   void move_big(QNumber& other) noexcept;
-  void make_big();
   // Moves value and storage of other into this small number.
   void take(QNumber& other) noexcept {
     if (other.is_small()) {
@@ -473,53 +322,41 @@ class ZELK_EXPORT QNumber {
     den = std::exchange(other.den, 1);
     other.num = 0;
   }
+  // Becomes a small 0.
+  void clear() noexcept {
+    if (!is_small()) {
+      release();
+    }
+    num = 0;
+    den = 1;
+  }
   void release() noexcept;
-  // Tells the compiler what it cannot know of GMP's integers.
-  static mp_limb_t* not_null(mp_limb_t* limbs) {
-    if (limbs == nullptr) {
-      __builtin_unreachable();
-    }
-    return limbs;
+
+  // A big 0 whose numerator has room for so many limbs.
+  static QNumber big_zero(std::size_t limbs);
+  // The numerator, once this number has the big form and room for so many limbs there. An integer
+  // keeps its value, and every number its form when there is no memory; a small fraction must be
+  // overwritten.
+  mpz_ptr room(std::size_t limbs);
+  // Of a big number: whether the denominator has storage of its own; its room; its new value, |d|
+  // or d, for which there is room.
+  bool owns_den() const { return mpz_limbs_read(mpq_denref(gmp)) != &gmp->word; }
+  void reserve_den(std::size_t limbs);
+  void set_den(mpz_srcptr d) noexcept;
+  void set_den(unsigned long d) noexcept;
+  // Becomes n/|d|, big; the other's n takes the storage of the old numerator.
+  void assign_ratio(mpz_srcptr n, mpz_srcptr d);
+  void take_ratio(mpz_ptr n, mpz_srcptr d);
+
+  detail::Operand numerator() const {
+    return is_small() ? detail::Operand(num) : detail::Operand(mpq_numref(gmp));
   }
-  // Copies the limbs of one number to another, or to itself. Those of a few dozen go in pieces that
-  // lie where the pieces of the next reader do: the processor has them at hand then.
-  static void copy_limbs(mp_limb_t* to, const mp_limb_t* from, int n) {
-    using Piece [[gnu::vector_size(2 * sizeof *to)]] = mp_limb_t;
-    if (n > 64) {
-      std::memmove(to, from, static_cast<std::size_t>(n) * sizeof *to);
-      return;
-    }
-    int i = 0;
-    for (; i + 4 <= n; i += 4) {
-      Piece first;
-      Piece second;
-      std::memcpy(&first, from + i, sizeof first);
-      std::memcpy(&second, from + i + 2, sizeof second);
-      std::memcpy(to + i, &first, sizeof first);
-      std::memcpy(to + i + 2, &second, sizeof second);
-    }
-    for (; i < n; ++i) {
-      to[i] = from[i];
-    }
+  detail::Operand denominator() const {
+    return is_small() ? detail::Operand(den) : detail::Operand(mpq_denref(gmp));
   }
-  static void* allocate(std::size_t size);
-  static void* take_spare_place() noexcept {
-    --spare_place_count;
-    return std::exchange(spare_places, spare_places->next);
-  }
-  // What is in the first word, `num` or `gmp`.
-  unsigned long first_word() const {
-    unsigned long word = 0;
-    std::memcpy(&word, &num, sizeof word);
-    return word;
-  }
-  // *gmp; for a small number a 0. The form of 64-bit patterns goes by a value's sign, as good as
-  // random to a branch predictor: an index chooses.
-  mpq_srcptr gmp_or_none() const {
-    const mpq_srcptr forms[] = {std::bit_cast<mpq_srcptr>(first_word()), &none};
-    return forms[is_small()];
-  }
+
   bool big_fits_long() const;
+  static QNumber big_part(mpz_srcptr z);
   QNumber big_num() const;
   QNumber big_den() const;
 
@@ -533,31 +370,13 @@ class ZELK_EXPORT QNumber {
   // Throws "number too large" for a number of more than max_bits bits.
   static void require_bits(unsigned long bits);
 
-  static const __mpq_struct none;
-
-  // Scratch of single operations, meaningless between them.
-  static mpz_t gmp_tmp[4];
-
-  // Places on the heap whose numbers are gone.
-  struct SparePlace {
-    SparePlace* next;
-  };
-  static SparePlace* spare_places;
-  static int spare_place_count;
-
   // den != 0: the small form num/den. den == 0: the big form, and this object owns *gmp.
   union {
     long num;
-    mpq_ptr gmp;
+    detail::BigRational* gmp;
   };
   long den;
 };
-
-namespace detail {
-// One in each file that includes this header, built before all static objects of ordinary
-// priority and destroyed after them, so that they may compute in constructors and destructors.
-[[gnu::init_priority(101)]] static const ScratchUser scratch_user;
-}  // namespace detail
 
 // a/b +- p/q with g = gcd(b, q): the sum N of p * (b/g) and a * (q/g), over b * (q/g), can have
 // only a divisor of g in common with its denominator, so that h = gcd(N, g) completes the
@@ -666,6 +485,17 @@ inline QNumber operator/(QNumber a, const QNumber& b) {
   a *= b.inv();
   return a;
 }
+
+/// The number less a word.
+inline QNumber operator-(const QNumber& a, long n) { return a - QNumber(n); }
+/// The same for any other type of integers.
+template <detail::other_integer T>
+QNumber operator-(const QNumber& a, T n) {
+  return a - QNumber(n);
+}
+/// Other types are refused.
+template <std::same_as<QNumber> Q, detail::no_number T>
+QNumber operator-(const Q& a, const T& n) = delete;
 
 /// The negated number.
 inline QNumber operator-(QNumber a) {

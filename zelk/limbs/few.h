@@ -65,21 +65,6 @@ template <std::size_t n>
   s.w[0] = shifted_limb(0, n > 1 ? x.low[0] : x.top, k);
   return s;
 }
-template <std::size_t n>
-[[gnu::noinline]] Window<n> load_far(Number x, std::uint64_t k) {
-  Window<n> s = load_shifted<n>(x, 0);
-  drop_limbs(s, k / limb_bits);
-  shift_right(s, k % limb_bits);
-  return s;
-}
-template <std::size_t n>
-[[gnu::always_inline]] inline Window<n> load_below(const Number& x, std::uint64_t k) {
-  if (k < limb_bits) [[likely]] {
-    return load_shifted<n>(x, static_cast<unsigned>(k));
-  }
-  return load_far<n>(x, k);
-}
-
 /// The 64 bits of a significand from where its hidden bit belongs down.
 template <std::size_t n>
 [[gnu::always_inline]] inline Limb leading_limb(Shape shape, const Window<n>& s) {
@@ -193,42 +178,97 @@ template <std::size_t n>
 
 // x := x op y, rounded once.
 
-/// left := a sum that has left the exponent of the larger operand, `field`, rounded. `sum` is that
-/// pattern plus or, with all ones in `minus`, less the other significand; the guard is below, and
-/// the limb above has room.
-template <std::size_t n>
-[[gnu::always_inline]] inline void pack_moved_sum(Shape s, Direction d, Limb sign,
-                                                  std::int64_t field, Limb minus, Limb upper,
-                                                  Limb (&sum)[n + 2], Limb* out) {
-  Window<n> window;
-  const std::int64_t step = exponent_field(s, upper) - field;
+/// A sum whose terms are ready: a pattern, `larger`, whose sign may have to be changed, and the
+/// significand of the other in the place where the sum has it. In a difference the bits of that are
+/// changed, and `minus` is all ones.
+struct Terms {
+  Limb sign;
+  std::int64_t field;
+  Limb minus;
+  Limb flip_sign;
+  const Limb* larger;
+};
+
+/// out := a sum that has left the exponent of its larger term, rounded. The guard is in sum[0].
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void pack_moved_sum(S shape, Direction d, const Terms& t, Limb upper,
+                                                  const Limb (&sum)[n + 2], Limb* out) {
+  const Shape s = shape;
   // Below the exponent is the significand of a difference, all of it. That of a sum has two bits
   // more: 10 where the exponent has moved by 1, 11 where it has by 2.
-  sum[n] &= s.hidden_bit() - 1;
-  sum[n] |= (~(static_cast<Limb>(step) | minus) & 1) << s.top_bit();
-  sum[n + 1] = 0;
-  std::copy_n(sum, n + 1, window.w);
-  const Limb leading = leading_limb(s, window);
-  const std::int64_t zeros = std::countl_zero(leading);
-  if ((minus & (limb_mask(leading == 0) | limb_mask(zeros >= field))) != 0) [[unlikely]] {
-    normalize_and_pack(s, d, sign, field, window, out);
+  Window<n> window;
+  for (std::size_t i = 0; i < n; ++i) {
+    window.w[i] = sum[i];
+  }
+  window.w[n] = sum[n] & (s.hidden_bit() - 1);
+  if (t.minus == 0) {
+    const std::int64_t step = exponent_field(s, upper) - t.field;
+    window.w[n] |= (~static_cast<Limb>(step) & 1) << s.top_bit();
+    shift_right(window, 1);
+    window.w[n] |= s.hidden_bit();
+    round_and_pack(shape, d, t.sign, t.field + 1, window, out);
     return;
   }
-  // A difference goes up by its zeros; a sum goes down by one, which is up by 63 from a limb below.
-  const Limb places = static_cast<Limb>(zeros) & minus;
-  const auto k = static_cast<unsigned>(places | (63 & ~minus));
-  const Limb* from = sum + 1 + static_cast<long>(minus);
-  for (std::size_t i = n; i > 0; --i) {
-    window.w[i] = from[i] << k | from[i - 1] >> 1 >> (limb_bits - 1 - k);
+  const Limb leading = leading_limb(s, window);
+  const std::int64_t zeros = std::countl_zero(leading);
+  if (leading == 0 || zeros >= t.field) [[unlikely]] {
+    normalize_and_pack(s, d, t.sign, t.field, window, out);
+    return;
   }
-  window.w[0] = from[0] << k | ((sum[0] >> 1 | (sum[0] & 1)) & ~minus);
-  window.w[n] |= s.hidden_bit() & ~minus;
-  const auto change = static_cast<std::int64_t>((1 & ~minus) - places);
-  round_and_pack(s, d, sign, field + change, window, out);
+  shift_left(window, static_cast<unsigned>(zeros));
+  pack_rounded(s, d, t.sign, t.field - zeros, window, out);
+}
+
+/// out := a sum, rounded.
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void pack_sum(S shape, Direction d, const Terms& t,
+                                            const Window<n>& part, Limb* out) {
+  const Shape s = shape;
+  // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
+  // leaves it as it is, there is nothing more to do than to round.
+  Limb sum[n + 2];
+  Carry carry = t.minus & 1;
+  sum[0] = add_limb(part.w[0], 0, carry);
+  for (std::size_t i = 1; i <= n; ++i) {
+    sum[i] = add_limb(part.w[i], t.larger[i - 1], carry);
+  }
+  sum[n + 1] = s.has_limb_above() ? t.larger[n] + t.minus + carry : 0;
+  const Limb upper = upper_limb(s, n, sum + 1);
+  // Subnormals are in place even if they become normal.
+  if (exponent_field(s, upper) != t.field && t.field > static_cast<std::int64_t>(t.minus & 1)) {
+    pack_moved_sum<S, n>(shape, d, t, upper, sum, out);
+    return;
+  }
+  carry = rounds_up(d, t.sign, sum[1] % 2 != 0, sum[0]);
+  sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
+  for (std::size_t i = 0; i < n; ++i) {
+    out[i] = add_limb(sum[i + 1], 0, carry);
+  }
+  if (s.has_limb_above()) {
+    out[n] = sum[n + 1] + carry;
+  }
+}
+
+/// The same where the smaller term is that of 2^k, k >= 64.
+template <class S, std::size_t n>
+[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, Direction d, Terms t,
+                                    Number smaller, std::uint64_t k, Limb* out) {
+  Window<n> part{};
+  if (k >= (n + 1) * limb_bits) {
+    part.w[0] = Limb{!is_zero(smaller, n)};
+  } else {
+    part = load_shifted<n>(smaller, 0);
+    drop_limbs(part, k / limb_bits);
+    shift_right(part, k % limb_bits);
+  }
+  for (Limb& limb : part.w) {
+    limb = words::opaque(limb ^ t.minus);
+  }
+  pack_sum(shape, d, t, part, out);
 }
 
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> size, Direction d, Limb* left,
                                            const Limb* right, Limb flip) {
   const Shape s = shape;
   Operands operands(s, n, left, right);
@@ -240,86 +280,90 @@ template <class S, std::size_t n>
   // predictor: masks choose.
   const Order order = compare_magnitudes(s, n, operands);
   const Limb flip_sign = flip << (limb_bits - 1);
-  const Limb minus = 0 - ((operands.upper[0] ^ operands.upper[1] ^ flip_sign) >> (limb_bits - 1));
-  if ((order.equal & minus) != 0) [[unlikely]] {
+  Terms t;
+  t.minus = 0 - ((operands.upper[0] ^ operands.upper[1] ^ flip_sign) >> (limb_bits - 1));
+  if ((order.equal & t.minus) != 0) [[unlikely]] {
     pack_zero(s, Limb{rules::zero_sum_is_negative(d)}, left);
     return;
   }
   operands.swap_if(order.less);
-  const Limb upper = operands.upper[0] ^ (flip_sign & order.less);
-  const Limb sign = upper >> (limb_bits - 1);
-  const std::int64_t field = exponent_field(s, upper);
-  const Limb* larger = operands.bits[0];
+  t.flip_sign = flip_sign & order.less;
+  t.sign = (operands.upper[0] ^ t.flip_sign) >> (limb_bits - 1);
+  t.field = exponent_field(s, operands.upper[0]);
+  t.larger = operands.bits[0];
   const Number smaller = operands.unpack(s, n, 1);
-  const std::int64_t exp = field + std::int64_t{field == 0};
-  const Window<n> part = load_below<n>(smaller, static_cast<std::uint64_t>(exp - smaller.exp));
-
-  // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
-  // leaves it as it is, there is nothing more to do than to round.
-  Limb sum[n + 2];
-  Carry carry = minus & 1;
-  sum[0] = add_limb(part.w[0] ^ minus, 0, carry);
-  for (std::size_t i = 1; i <= n; ++i) {
-    sum[i] = add_limb(larger[i - 1], part.w[i] ^ minus, carry);
-  }
-  sum[n + 1] = s.has_limb_above() ? larger[n] + minus + carry : 0;
-  const Limb sum_upper = upper_limb(s, n, sum + 1);
-  // Subnormals are in place even if they become normal.
-  if (exponent_field(s, sum_upper) != field && field > static_cast<std::int64_t>(minus & 1)) {
-    pack_moved_sum<n>(s, d, sign, field, minus, sum_upper, sum, left);
+  const std::int64_t exp = t.field + std::int64_t{t.field == 0};
+  const auto k = static_cast<std::uint64_t>(exp - smaller.exp);
+  if (k >= limb_bits) [[unlikely]] {
+    pack_far_sum(shape, size, d, t, smaller, k, left);
     return;
   }
-  carry = rounds_up(d, sign, sum[1] % 2 != 0, sum[0]);
-  const long size = s.pattern_size(n);
-  sum[size] ^= (flip & order.less) << (limb_bits - 1 - s.unused_bits());
-  for (std::size_t i = 0; i < n; ++i) {
-    left[i] = add_limb(sum[i + 1], 0, carry);
+  Window<n> part = load_shifted<n>(smaller, static_cast<unsigned>(k));
+  for (Limb& limb : part.w) {
+    limb = words::opaque(limb ^ t.minus);  // no carry between these and the sum
   }
-  if (s.has_limb_above()) {
-    left[n] = sum[n + 1] + carry;
-  }
+  pack_sum(shape, d, t, part, left);
 }
 
-/// The operands of a product or a quotient, normalized.
+/// Two factors, or a dividend and its divisor.
 template <std::size_t n>
 struct Factors {
   Number x;
   Number y;
-  Limb room[2][n];
-
-  /// False if the tables know the result.
-  [[gnu::always_inline]] bool load(Shape s, const Operands& operands) {
-    if (!operands.finite(s)) [[unlikely]] {
-      return false;
-    }
-    x = operands.unpack(s, n, 0);
-    y = operands.unpack(s, n, 1);
-    if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
-      if (is_zero(x, n) || is_zero(y, n)) {
-        return false;
-      }
-      normalize<n>(s, x, room[0]);
-      normalize<n>(s, y, room[1]);
-    }
-    return true;
-  }
 };
+
+/// x := x op y by way of compute(factors), whose factors are normalized.
+template <std::size_t n, class Compute>
+[[gnu::always_inline]] inline void with_factors(Operation op, Shape s, Direction d, Limb* left,
+                                                const Limb* right, Compute compute) {
+  const Operands operands(s, n, left, right);
+  if (operands.finite(s)) [[likely]] {
+    const Factors<n> f{operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
+    if ((f.x.top & f.y.top & s.hidden_bit()) != 0) [[likely]] {
+      compute(f);
+      return;
+    }
+    if (!is_zero(f.x, n) && !is_zero(f.y, n)) {
+      [&]() __attribute__((noinline)) {
+        Limb room[2][n];
+        Factors<n> normal = f;
+        normalize<n>(s, normal.x, room[0]);
+        normalize<n>(s, normal.y, room[1]);
+        compute(normal);
+      }
+      ();
+      return;
+    }
+  }
+  apply_table(op, s, d, left, right);
+}
 
 template <std::size_t n>
 [[gnu::always_inline]] inline void copy_limbs(const Number& x, Limb (&out)[n]) {
-  std::copy_n(x.low, n - 1, out);
+  for (std::size_t i = 0; i < n - 1; ++i) {
+    out[i] = x.low[i];
+  }
   out[n - 1] = x.top;
 }
 
+/// The lower limb of high:low / 2^(k + more), more being 0 or 1.
+template <class S>
+[[gnu::always_inline]] inline Limb shifted_limb(S /*shape*/, Limb low, Limb high, unsigned k,
+                                                unsigned more) {
+  return low >> k >> more | high << (limb_bits - 1 - k) << (1 - more);
+}
+template <unsigned long e, unsigned long m>
+[[gnu::always_inline]] inline Limb shifted_limb(FixedShape<e, m> /*shape*/, Limb low, Limb high,
+                                                unsigned k, unsigned more) {
+  static_assert(m % limb_bits != 0 && m % limb_bits != limb_bits - 1);
+  return low >> (k + more) | high << (limb_bits - k - more);
+}
+
+/// left := left * right, of normalized significands.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
-                                            const Limb* right) {
+[[gnu::always_inline]] inline void multiply_normal(S shape, Direction d, const Factors<n>& f,
+                                                   Limb* left) {
   const Shape s = shape;
-  Factors<n> f;
-  if (!f.load(s, Operands(s, n, left, right))) [[unlikely]] {
-    apply_table(Operation::product, s, d, left, right);
-    return;
-  }
   Limb x[n];
   Limb y[n];
   copy_limbs(f.x, x);
@@ -330,21 +374,28 @@ template <class S, std::size_t n>
   const unsigned top_bit = s.top_bit();
   const auto above = static_cast<unsigned>(double_limb(product[2 * n - 1], product[2 * n - 2]) >>
                                            top_bit >> top_bit >> 1);
-  const auto shifted = [=](Limb low, Limb high) {
-    return low >> top_bit >> above | high << (limb_bits - 1 - top_bit) << (1 - above);
-  };
   Window<n> window;
   for (std::size_t i = 0; i < n; ++i) {
-    window.w[i + 1] = shifted(product[n - 1 + i], product[n + i]);
+    window.w[i + 1] = shifted_limb(shape, product[n - 1 + i], product[n + i], top_bit, above);
   }
   const Limb below = n > 1 ? product[n - 2] : 0;
-  Limb lost = shifted(0, below);
+  Limb lost = shifted_limb(shape, 0, below, top_bit, above);
   for (std::size_t i = 0; i + 2 < n; ++i) {
     lost |= product[i];
   }
-  window.w[0] = shifted(below, product[n - 1]) | Limb{lost != 0};
+  window.w[0] = shifted_limb(shape, below, product[n - 1], top_bit, above) | Limb{lost != 0};
   const std::int64_t exp = f.x.exp - s.bias() + f.y.exp + above;
   round_and_pack(shape, d, f.x.sign ^ f.y.sign, exp, window, left);
+}
+
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+                                            const Limb* right) {
+  with_factors<n>(
+      Operation::product, shape, d, left,
+      right, [=](const Factors<n>& f) __attribute__((always_inline)) {
+        multiply_normal(shape, d, f, left);
+      });
 }
 
 /// Whether x < y.
@@ -366,15 +417,11 @@ template <std::size_t n>
   x[0] <<= limb_bits - 1 - k;
 }
 
+/// left := left / right, of normalized significands.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
-                                          const Limb* right) {
+[[gnu::always_inline]] inline void divide_normal(S shape, Direction d, const Factors<n>& f,
+                                                 Limb* left) {
   const Shape s = shape;
-  Factors<n> f;
-  if (!f.load(s, Operands(s, n, left, right))) [[unlikely]] {
-    apply_table(Operation::quotient, s, d, left, right);
-    return;
-  }
   Limb rest[n];
   Limb divisor[n];
   copy_limbs(f.x, rest);
@@ -409,6 +456,16 @@ template <class S, std::size_t n>
   quotient.w[0] |= Limb{left_over != 0};
   const std::int64_t exp = f.x.exp - f.y.exp + s.bias() - 1 + halved;
   round_and_pack(shape, d, f.x.sign ^ f.y.sign, exp, quotient, left);
+}
+
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+                                          const Limb* right) {
+  with_factors<n>(
+      Operation::quotient, shape, d, left,
+      right, [=](const Factors<n>& f) __attribute__((always_inline)) {
+        divide_normal(shape, d, f, left);
+      });
 }
 
 }  // namespace zelk::limbs

@@ -42,19 +42,28 @@ inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {
 #endif
 }
 
-/// product := x * y.
+/// product := x * y, a column at a time.
 template <std::size_t n>
 [[gnu::always_inline]] inline void multiply_few(Limb (&product)[2 * n], const Limb (&x)[n],
                                                 const Limb (&y)[n]) {
-  for (std::size_t i = 0; i < n; ++i) {
-    Limb carry = 0;
-    for (std::size_t j = 0; j < n; ++j) {
-      const DoubleLimb sum = DoubleLimb{x[j]} * y[i] + (i == 0 ? 0 : product[i + j]) + carry;
-      product[i + j] = static_cast<Limb>(sum);
-      carry = static_cast<Limb>(sum >> limb_bits);
+  Limb low = 0;
+  Limb middle = 0;
+#pragma GCC unroll 8
+  for (std::size_t column = 0; column < 2 * n - 1; ++column) {
+    Limb high = 0;
+#pragma GCC unroll 4
+    for (std::size_t i = column < n ? 0 : column - n + 1; i < n && i <= column; ++i) {
+      const DoubleLimb p = DoubleLimb{x[i]} * y[column - i];
+      Carry carry = 0;
+      low = add_limb(low, static_cast<Limb>(p), carry);
+      middle = add_limb(middle, static_cast<Limb>(p >> limb_bits), carry);
+      high += carry;
     }
-    product[i + n] = carry;
+    product[column] = low;
+    low = middle;
+    middle = high;
   }
+  product[2 * n - 1] = low;
 }
 
 // Division by y, whose highest bit is set (N. Moller and T. Granlund, Improved division by

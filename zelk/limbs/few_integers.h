@@ -8,6 +8,7 @@
 #endif
 
 #include <algorithm>
+#include <utility>
 
 #include "zelk/limbs/integers.h"
 #include "zelk/words/integers.h"
@@ -42,28 +43,47 @@ inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {
 #endif
 }
 
+/// A sum of products of limbs.
+struct Accumulator {
+  Limb low = 0;
+  Limb middle = 0;
+  Limb high = 0;
+
+  /// Adds x * y. Compilers do not keep the carries in their flag.
+  [[gnu::always_inline]] void add(Limb x, Limb y) {
+#ifdef __x86_64__
+    asm("mulq %4\n\taddq %%rax, %0\n\tadcq %%rdx, %1\n\tadcq $0, %2"
+        : "+r"(low), "+r"(middle), "+r"(high), "+a"(x)
+        : "rm"(y)
+        : "rdx", "cc");
+#else
+    const DoubleLimb product = DoubleLimb{x} * y;
+    const DoubleLimb sum = double_limb(middle, low) + product;
+    high += Limb{sum < product};
+    low = static_cast<Limb>(sum);
+    middle = static_cast<Limb>(sum >> limb_bits);
+#endif
+  }
+  /// The lowest limb, which leaves it.
+  [[gnu::always_inline]] Limb next() {
+    return std::exchange(low, std::exchange(middle, std::exchange(high, 0)));
+  }
+};
+
 /// product := x * y, a column at a time.
 template <std::size_t n>
 [[gnu::always_inline]] inline void multiply_few(Limb (&product)[2 * n], const Limb (&x)[n],
                                                 const Limb (&y)[n]) {
-  Limb low = 0;
-  Limb middle = 0;
+  Accumulator sum;
 #pragma GCC unroll 8
   for (std::size_t column = 0; column < 2 * n - 1; ++column) {
-    Limb high = 0;
 #pragma GCC unroll 4
     for (std::size_t i = column < n ? 0 : column - n + 1; i < n && i <= column; ++i) {
-      const DoubleLimb p = DoubleLimb{x[i]} * y[column - i];
-      Carry carry = 0;
-      low = add_limb(low, static_cast<Limb>(p), carry);
-      middle = add_limb(middle, static_cast<Limb>(p >> limb_bits), carry);
-      high += carry;
+      sum.add(x[i], y[column - i]);
     }
-    product[column] = low;
-    low = middle;
-    middle = high;
+    product[column] = sum.next();
   }
-  product[2 * n - 1] = low;
+  product[2 * n - 1] = sum.low;
 }
 
 // Division by y, whose highest bit is set (N. Moller and T. Granlund, Improved division by

@@ -1,0 +1,232 @@
+#include "zelk/limbs/short.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace zelk::limbs {
+namespace {
+
+__extension__ using DoubleLimb = unsigned __int128;
+
+constexpr int limb_bits = 64;
+
+Limb low_limb(DoubleLimb x) { return static_cast<Limb>(x); }
+Limb high_limb(DoubleLimb x) { return static_cast<Limb>(x >> limb_bits); }
+DoubleLimb double_limb(Limb high, Limb low) { return DoubleLimb{high} << limb_bits | low; }
+
+/// All ones if `condition` holds.
+Limb limb_mask(bool condition) { return 0 - Limb{condition}; }
+
+// ---- Columns ----
+
+// A column is the products x[i] * y[j] of one i + j. They are summed up in registers, column by
+// column, so that no sum goes through memory.
+
+/// The sum of fewer than 2^64 products.
+struct Sum {
+  Limb low = 0;
+  Limb middle = 0;
+  Limb high = 0;
+
+  /// Takes x * y in.
+  [[gnu::always_inline]] void add(Limb x, Limb y) {
+    const DoubleLimb p = DoubleLimb{x} * y;
+#ifdef __x86_64__
+    // One chain of carries, which compilers break.
+    asm("addq %[p_low], %[low]\n\tadcq %[p_high], %[middle]\n\tadcq $0, %[high]"
+        : [low] "+&r"(low), [middle] "+&r"(middle), [high] "+r"(high)
+        : [p_low] "r"(low_limb(p)), [p_high] "r"(high_limb(p))
+        : "cc");
+#else
+    const DoubleLimb sum = double_limb(middle, low) + p;
+    high += Limb{sum < p};
+    low = low_limb(sum);
+    middle = high_limb(sum);
+#endif
+  }
+
+  /// Takes x[0] * y[n - 1] + ... + x[n - 1] * y[0] in.
+  [[gnu::always_inline]] void add_column(const Limb* x, const Limb* y, long n) {
+    for (; n >= 4; n -= 4, x += 4) {
+      add(x[0], y[n - 1]);
+      add(x[1], y[n - 2]);
+      add(x[2], y[n - 3]);
+      add(x[3], y[n - 4]);
+    }
+    if ((n & 2) != 0) {
+      add(x[0], y[n - 1]);
+      add(x[1], y[n - 2]);
+      x += 2;
+    }
+    if ((n & 1) != 0) {
+      add(x[0], y[0]);
+    }
+  }
+
+  /// Takes the lowest limb out.
+  Limb shift() {
+    const Limb out = low;
+    low = middle;
+    middle = high;
+    high = 0;
+    return out;
+  }
+};
+
+// ---- Products ----
+
+// Measured: from so many limbs on, full products are part of the short ones, and then all of them.
+constexpr long columns_limit = 56;
+constexpr long full_limit = 1500;
+constexpr long full_division_limit = 1000;
+
+/// The columns from n - 2 on. The limb of column n - 2 is dropped, and so are all columns below,
+/// which are less than n - 2 units of limb n - 1: column n - 3 has n - 2 products, each below
+/// 2^128, and the others do not reach what its products lack of that. Together less than n - 1
+/// units.
+void multiply_columns(Limb* out, const Limb* x, const Limb* y, long n) {
+  Sum sum;
+  sum.add_column(x, y, n - 1);
+  sum.shift();
+  for (long i = 0; i < n; ++i) {
+    sum.add_column(x + i, y + i, n - i);
+    out[i] = sum.shift();
+  }
+  out[n] = sum.low;
+}
+
+/// out := out + x, out of n limbs, x of `size`.
+void add_low(Limb* out, long n, const Limb* x, long size) {
+  if (mpn_add_n(out, out, x, size) != 0) {
+    mpn_add_1(out + size, out + size, n - size, 1);
+  }
+}
+
+/// The full product of the k upper limbs, and the short ones of the l lower limbs of one by the l
+/// upper of the other (T. Mulders, On short multiplications and divisions, Applicable Algebra in
+/// Engineering, Communication and Computing 11, 2000). All that is left beside them of the columns
+/// from n - 2 on is two products.
+///
+/// With E(n) the error in units of limb n - 1, below 2 n - 8 for seven limbs and more: what is cut
+/// off from the full product and from those two is less than 3; of column n - 3, four products are
+/// lost, and all columns below them add less than 1 to those 4. E(n) < 2 E(l) + 8 < 4 l - 8.
+void multiply_parts(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
+  const long k = n * 7 / 10;
+  const long l = n - k;
+  mpn_mul_n(room, x + l, y + l, k);
+  std::copy_n(room + (k - l - 1), n + 1, out);
+  Limb* part = room;
+  multiply_high(part, x, y + k, l, room + l + 1);
+  add_low(out, n + 1, part, l + 1);
+  multiply_high(part, x + k, y, l, room + l + 1);
+  add_low(out, n + 1, part, l + 1);
+  part[0] = high_limb(DoubleLimb{x[l - 1]} * y[k - 1]);
+  add_low(out, n + 1, part, 1);
+  part[0] = high_limb(DoubleLimb{x[k - 1]} * y[l - 1]);
+  add_low(out, n + 1, part, 1);
+}
+
+// ---- Quotients ----
+
+/// Division by the two highest limbs of a divisor, their highest bit set (N. Moller and T.
+/// Granlund, Improved division by invariant integers, IEEE Transactions on Computers 60, 2011).
+struct Divisor {
+  DoubleLimb y;
+  Limb reciprocal;  // (2^192 - 1) / y - 2^64, cut off
+
+  /// Algorithm 6.
+  Divisor(Limb y1, Limb y0)
+      : y(double_limb(y1, y0)), reciprocal(low_limb(double_limb(~y1, ~Limb{0}) / y1)) {
+    Limb p = y1 * reciprocal + y0;
+    if (p < y0) {
+      --reciprocal;
+      if (p >= y1) {
+        --reciprocal;
+        p -= y1;
+      }
+      p -= y1;
+    }
+    const DoubleLimb t = DoubleLimb{reciprocal} * y0;
+    p += high_limb(t);
+    if (p < high_limb(t)) {
+      --reciprocal;
+      if (double_limb(p, low_limb(t)) >= y) {
+        --reciprocal;
+      }
+    }
+  }
+
+  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 5).
+  [[gnu::always_inline]] Limb next_digit(DoubleLimb& x, Limb low) const {
+    const DoubleLimb estimate = DoubleLimb{high_limb(x)} * reciprocal + x;
+    Limb q = high_limb(estimate);
+    const Limb high = low_limb(x) - q * high_limb(y);
+    x = double_limb(high, low) - DoubleLimb{q} * low_limb(y) - y;
+    const Limb over = limb_mask(high_limb(x) >= low_limb(estimate));
+    x += y & double_limb(over, over);
+    q += over + 1;
+    if (x >= y) [[unlikely]] {
+      x -= y;
+      ++q;
+    }
+    return q;
+  }
+};
+
+/// The digits, from the highest on, each from what the columns up to the next one leave of x. False
+/// if a digit is too large, which shows when later columns take away more than is left.
+///
+/// Count limbs of y and digits from the highest, from 0 on: column i has the products of digit j by
+/// limb i - j. The digits up to n + 1 leave `rest`, in [0, divisor.y), less what the columns after
+/// n + 2 take away, which is less than 2^64 for each of the n + 2 digits. A unit of the last digit
+/// is 2^64 * divisor.y or more there, so that the quotient is less than one unit off, up or down.
+bool divide_columns(Limb* out, const Limb* x, const Limb* y, long n) {
+  const Divisor divisor(y[n - 1], y[n - 2]);
+  DoubleLimb rest = x[n - 1];
+  Limb* digit = out + n + 1;
+  for (long i = 0; i < n + 2; ++i, --digit) {
+    Sum sum;  // column i + 1 but for the digit before the next one, whose part is in `rest`
+    const long first = std::max(i + 2 - n, 0L);
+    if (i > 0) sum.add_column(y + (n - 2 - i + first), digit + 1, i - first);
+    const long at = n - 2 - i;
+    const DoubleLimb low = DoubleLimb{at >= 0 ? x[at] : 0} - sum.low;
+    const DoubleLimb taken = double_limb(sum.high, sum.middle) + (high_limb(low) & 1);
+    if (rest < taken) [[unlikely]] {
+      return false;
+    }
+    rest -= taken;
+    *digit = divisor.next_digit(rest, low_limb(low));
+  }
+  return true;
+}
+
+/// The quotient cut off.
+void divide_fully(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
+  Limb* dividend = room + n;
+  std::fill_n(dividend, n + 1, 0);
+  std::copy_n(x, n, dividend + n + 1);
+  mpn_tdiv_qr(out, room, 0, dividend, 2 * n + 1, y, n);
+}
+
+}  // namespace
+
+void multiply_high(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
+  if (n < columns_limit) {
+    multiply_columns(out, x, y, n);
+  } else if (n < full_limit) {
+    multiply_parts(out, x, y, n, room);
+  } else {
+    mpn_mul_n(room, x, y, n);
+    std::copy_n(room + n - 1, n + 1, out);
+  }
+}
+
+void divide_high(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
+  if (n < full_division_limit && divide_columns(out, x, y, n)) {
+    mpn_sub_1(out, out, n + 2, 1);
+  } else {
+    divide_fully(out, x, y, n, room);
+  }
+}
+
+}  // namespace zelk::limbs

@@ -14,9 +14,6 @@ Limb low_limb(DoubleLimb x) { return static_cast<Limb>(x); }
 Limb high_limb(DoubleLimb x) { return static_cast<Limb>(x >> limb_bits); }
 DoubleLimb double_limb(Limb high, Limb low) { return DoubleLimb{high} << limb_bits | low; }
 
-/// All ones if `condition` holds.
-Limb limb_mask(bool condition) { return 0 - Limb{condition}; }
-
 // ---- Columns ----
 
 // A column is the products x[i] * y[j] of one i + j. They are summed up in registers, column by
@@ -156,15 +153,17 @@ struct Divisor {
     }
   }
 
-  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 5).
+  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 5). Whether the
+  /// estimate is one too large is as good as random to a branch predictor: both cases are computed.
   [[gnu::always_inline]] Limb next_digit(DoubleLimb& x, Limb low) const {
     const DoubleLimb estimate = DoubleLimb{high_limb(x)} * reciprocal + x;
     Limb q = high_limb(estimate);
     const Limb high = low_limb(x) - q * high_limb(y);
-    x = double_limb(high, low) - DoubleLimb{q} * low_limb(y) - y;
-    const Limb over = limb_mask(high_limb(x) >= low_limb(estimate));
-    x += y & double_limb(over, over);
-    q += over + 1;
+    const DoubleLimb less = double_limb(high, low) - DoubleLimb{q} * low_limb(y) - y;
+    const DoubleLimb more = less + y;
+    const bool large = high_limb(less) >= low_limb(estimate);
+    x = large ? more : less;
+    q += Limb{!large};
     if (x >= y) [[unlikely]] {
       x -= y;
       ++q;
@@ -177,25 +176,25 @@ struct Divisor {
 /// if a digit is too large, which shows when later columns take away more than is left.
 ///
 /// Count limbs of y and digits from the highest, from 0 on: column i has the products of digit j by
-/// limb i - j. The digits up to n + 1 leave `rest`, in [0, divisor.y), less what the columns after
-/// n + 2 take away, which is less than 2^64 for each of the n + 2 digits. A unit of the last digit
-/// is 2^64 * divisor.y or more there, so that the quotient is less than one unit off, up or down.
+/// limb i - j. In units of column n + 2, the digits up to n + 1 leave `rest` in [0, divisor.y),
+/// less what the columns after it take away: less than 2^64 for each of the n + 2 digits. A unit of
+/// the last digit is divisor.y or more, so that the quotient is less than one unit off, up or down.
 bool divide_columns(Limb* out, const Limb* x, const Limb* y, long n) {
   const Divisor divisor(y[n - 1], y[n - 2]);
   DoubleLimb rest = x[n - 1];
   Limb* digit = out + n + 1;
   for (long i = 0; i < n + 2; ++i, --digit) {
-    Sum sum;  // column i + 1 but for the digit before the next one, whose part is in `rest`
+    Sum sum;  // column i + 1 of the digits before i
     const long first = std::max(i + 2 - n, 0L);
     if (i > 0) sum.add_column(y + (n - 2 - i + first), digit + 1, i - first);
     const long at = n - 2 - i;
-    const DoubleLimb low = DoubleLimb{at >= 0 ? x[at] : 0} - sum.low;
-    const DoubleLimb taken = double_limb(sum.high, sum.middle) + (high_limb(low) & 1);
+    const Limb low = at >= 0 ? x[at] : 0;
+    const DoubleLimb taken = double_limb(sum.high, sum.middle) + Limb{low < sum.low};
     if (rest < taken) [[unlikely]] {
       return false;
     }
     rest -= taken;
-    *digit = divisor.next_digit(rest, low_limb(low));
+    *digit = divisor.next_digit(rest, low - sum.low);
   }
   return true;
 }

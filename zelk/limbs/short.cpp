@@ -1,7 +1,7 @@
 #include "zelk/limbs/short.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <utility>
 
 namespace zelk::limbs {
 namespace {
@@ -72,10 +72,11 @@ struct Sum {
 
 // ---- Products ----
 
-// Measured: from so many limbs on, full products are part of the short ones, and then all of them.
+// Measured: up to how many limbs columns are the fastest, from how many on a square is cut in
+// parts, and from how many on the full product is taken.
 constexpr long columns_limit = 56;
-constexpr long full_limit = 1500;
-constexpr long full_division_limit = 1000;
+constexpr long square_parts = 16;
+constexpr long full_limit = 1300;
 
 /// The columns from n - 2 on. The limb of column n - 2 is dropped, and so are all columns below,
 /// which are less than n - 2 units of limb n - 1: column n - 3 has n - 2 products, each below
@@ -92,10 +93,11 @@ void multiply_columns(Limb* out, const Limb* x, const Limb* y, long n) {
   out[n] = sum.low;
 }
 
-/// out := out + x, out of n limbs, x of `size`.
-void add_low(Limb* out, long n, const Limb* x, long size) {
-  if (mpn_add_n(out, out, x, size) != 0) {
-    mpn_add_1(out + size, out + size, n - size, 1);
+void multiply_fully(Limb* out, const Limb* x, const Limb* y, long n) {
+  if (x == y) {
+    mpn_sqr(out, x, n);
+  } else {
+    mpn_mul_n(out, x, y, n);
   }
 }
 
@@ -104,26 +106,30 @@ void add_low(Limb* out, long n, const Limb* x, long size) {
 /// Engineering, Communication and Computing 11, 2000). All that is left beside them of the columns
 /// from n - 2 on is two products.
 ///
-/// With E(n) the error in units of limb n - 1, below 2 n - 8 for seven limbs and more: what is cut
-/// off from the full product and from those two is less than 3; of column n - 3, four products are
-/// lost, and all columns below them add less than 1 to those 4. E(n) < 2 E(l) + 8 < 4 l - 8.
+/// The error is at most 2 n units of limb n - 1 if those of the two short products are at most 2 l
+/// each. What is cut off from the full product and from those two is less than 3 units. Column
+/// n - 3 lacks four products, less than 4, and the columns below add less than 1. 4 l + 8 <= 2 n.
 void multiply_parts(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
   const long k = n * 7 / 10;
   const long l = n - k;
-  mpn_mul_n(room, x + l, y + l, k);
+  multiply_fully(room, x + l, y + l, k);
   std::copy_n(room + (k - l - 1), n + 1, out);
-  Limb* part = room;
-  multiply_high(part, x, y + k, l, room + l + 1);
-  add_low(out, n + 1, part, l + 1);
-  multiply_high(part, x + k, y, l, room + l + 1);
-  add_low(out, n + 1, part, l + 1);
-  part[0] = high_limb(DoubleLimb{x[l - 1]} * y[k - 1]);
-  add_low(out, n + 1, part, 1);
-  part[0] = high_limb(DoubleLimb{x[k - 1]} * y[l - 1]);
-  add_low(out, n + 1, part, 1);
+  for (int i = 0; i < 2; ++i) {
+    if (i == 0 || x != y) {
+      multiply_high(room, x, y + k, l, room + l + 2);
+      const DoubleLimb between = DoubleLimb{x[l - 1]} * y[k - 1];
+      room[l + 1] = mpn_add_1(room, room, l + 1, high_limb(between));
+    }
+    const Limb carry = mpn_add_n(out, out, room, l + 2);
+    mpn_add_1(out + l + 2, out + l + 2, k - 1, carry);
+    std::swap(x, y);
+  }
 }
 
 // ---- Quotients ----
+
+// Measured: from so many limbs on, the full division is faster.
+constexpr long division_limit = 650;
 
 /// Division by the two highest limbs of a divisor, their highest bit set (N. Moller and T.
 /// Granlund, Improved division by invariant integers, IEEE Transactions on Computers 60, 2011).
@@ -186,7 +192,7 @@ bool divide_columns(Limb* out, const Limb* x, const Limb* y, long n) {
   for (long i = 0; i < n + 2; ++i, --digit) {
     Sum sum;  // column i + 1 of the digits before i
     const long first = std::max(i + 2 - n, 0L);
-    if (i > 0) sum.add_column(y + (n - 2 - i + first), digit + 1, i - first);
+    sum.add_column(y + (n - 2 - i + first), digit + 1, i - first);
     const long at = n - 2 - i;
     const Limb low = at >= 0 ? x[at] : 0;
     const DoubleLimb taken = double_limb(sum.high, sum.middle) + Limb{low < sum.low};
@@ -210,18 +216,18 @@ void divide_fully(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
 }  // namespace
 
 void multiply_high(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
-  if (n < columns_limit) {
+  if (x != y && n < columns_limit) {
     multiply_columns(out, x, y, n);
-  } else if (n < full_limit) {
+  } else if (n >= square_parts && n < full_limit) {
     multiply_parts(out, x, y, n, room);
   } else {
-    mpn_mul_n(room, x, y, n);
+    multiply_fully(room, x, y, n);
     std::copy_n(room + n - 1, n + 1, out);
   }
 }
 
 void divide_high(Limb* out, const Limb* x, const Limb* y, long n, Limb* room) {
-  if (n < full_division_limit && divide_columns(out, x, y, n)) {
+  if (n < division_limit && divide_columns(out, x, y, n)) {
     mpn_sub_1(out, out, n + 2, 1);
   } else {
     divide_fully(out, x, y, n, room);

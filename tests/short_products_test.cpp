@@ -5,7 +5,6 @@
 #include "zelk/limbs/short.h"
 
 namespace {
-
 using namespace zelk::limbs;
 using Limbs = std::vector<Limb>;
 
@@ -36,12 +35,11 @@ TEST(ShortProducts, BoundsHold) {
       const Limbs x = operand(random, size, i % 9);
       Limbs y = i % 7 == 0 ? x : operand(random, size, i / 9 % 9);
       y[0] += i % 2;  // x and y may be the same, or next to each other
-      Limbs high(size + 1), quotient(size + 2), room(2 * size);
+      Limbs high(size + 1), quotient(size + 2), room(2 * size), more_room(3 * size + 1);
       multiply_high(high.data(), x.data(), (x == y ? x : y).data(), n, room.data());
       const mpz_class product_lost = (integer(x) * integer(y) >> (64 * (size - 1))) - integer(high);
       EXPECT_TRUE(product_lost >= 0 && product_lost < product_error(n)) << n;
-      room.resize(3 * size + 1);
-      divide_high(quotient.data(), x.data(), y.data(), n, room.data());
+      divide_high(quotient.data(), x.data(), y.data(), n, more_room.data());
       const mpz_class lost = (integer(x) << (64 * (size + 1))) / integer(y) - integer(quotient);
       EXPECT_TRUE(lost >= 0 && lost < quotient_error) << n;
     }

@@ -1,5 +1,5 @@
-// Short products and quotients: the upper half of what the full operation yields, for about half
-// its time, with an error of a few units in the last limb.
+// Short products and quotients: the upper half of what the full operation yields, in less time,
+// with an error of a few units in the last limb.
 //
 // Integers are n limbs, least first. Whoever rounds the result takes the full operation where the
 // error leaves the rounding open.
@@ -26,7 +26,8 @@ constexpr Limb quotient_error = 2;
 /// Each limb of out is the sum of a column of products x[i] * y[j], i + j the same, and of what is
 /// carried into it. Lost are the columns below n - 2 and what the lowest ones leave of a unit:
 /// fewer than n products each below a unit, and as many again where the columns are cut in parts.
-/// Neither out nor room overlaps x or y. The same pointer for both is a square, which is faster.
+/// Neither out nor room overlaps x or y. The same pointer for both is a square:
+/// faster from 16 limbs on, and the full one copied below.
 void multiply_high(Limb* out, const Limb* x, const Limb* y, long n, Limb* room);
 
 /// out := x / y in n + 2 limbs, the highest of them 0 or 1, for x and y of n >= 2 limbs each with

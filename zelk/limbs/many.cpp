@@ -4,6 +4,7 @@
 
 #include "zelk/limbs/patterns.h"
 #include "zelk/limbs/room.h"
+#include "zelk/limbs/short.h"
 
 namespace zelk::limbs {
 
@@ -217,46 +218,129 @@ void add_sub(Shape s, long n, Direction d, Limb* x, const Limb* y, Limb flip) {
   }
 }
 
+// ---- Products and quotients ----
+
+namespace {
+
+/// out := the significand of x, moved up so far that a normal one has the highest bit set. out may
+/// be where x has its limbs.
+void align_up(Shape s, long n, const Number& x, Limb* out) {
+  const unsigned k = 63 - s.top_bit();
+  const Limb lowest = x.low[0] << k;
+  out[n - 1] = x.top << k | x.low[n - 2] >> 1 >> (limb_bits - 1 - k);
+  shift_up(out + 1, x.low + 1, n - 2, k);
+  out[0] = lowest;
+}
+
+/// Whether rounding depends on what a guard has lost: less than `error` units of it.
+bool is_undecided(Direction d, Limb guard, Limb error) {
+  return (d == rules::nearest ? half_limb : 0) - guard < error;
+}
+
+/// Two operands with their leading bits in place, and the exponent of the result, which is one more
+/// if that has a bit more.
+struct Factors {
+  Limb sign;
+  std::int64_t exp;
+  bool normal;
+
+  /// Whether the result is surely a normal number.
+  bool is_safe(Shape s) const { return normal && exp > 0 && exp < s.exp_max() - 1; }
+};
+
+/// x := x * y, x and y being significands of n limbs, y moved up to the highest bit. Rounds by the
+/// upper limbs of the product, n + 1 of them in `product`; false, and nothing done, where those do
+/// not decide.
+bool multiply_upper(Shape s, long n, Direction d, const Factors& f, Limb* x, const Limb* y,
+                    Limb* product) {
+  multiply_high(product, x, y, n, product + n + 1);
+  const auto above = static_cast<unsigned>(product[n] >> s.top_bit() & 1);
+  const unsigned k = 1 - above;
+  const Limb guard = product[0] << k;
+  if (is_undecided(d, guard, product_error(n) << k)) [[unlikely]] {
+    return false;
+  }
+  shift_up(x, product + 1, n, k);
+  round_and_pack(s, n, d, f.sign, f.exp + above, guard, x);
+  return true;
+}
+
+/// x := x / y, x and y being significands of n limbs, both moved up to the highest bit. As above,
+/// with n + 3 limbs in `quotient`.
+bool divide_upper(Shape s, long n, Direction d, const Factors& f, Limb* x, const Limb* y,
+                  Limb* quotient) {
+  divide_high(quotient, x, y, n, quotient + n + 3);
+  quotient[n + 2] = 0;
+  const auto above = static_cast<unsigned>(quotient[n + 1]);
+  const unsigned places = 63 - s.top_bit() + above;
+  const unsigned k = places % limb_bits;
+  const Limb* from = quotient + places / limb_bits;
+  const Limb guard = shifted_limb(from[0], from[1], k);
+  // Less than a unit goes with the limbs that the guard is cut from.
+  if (is_undecided(d, guard, quotient_error + 1)) [[unlikely]] {
+    return false;
+  }
+  shift_down(x, from + 1, n, k);
+  round_and_pack(s, n, d, f.sign, f.exp + above, guard, x);
+  return true;
+}
+
+}  // namespace
+
 void multiply(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   assume_many(n);
-  Room room(4 * n);
+  Room room(n + std::max(n + 1 + product_room(n), 2 * n));
   const Operands operands(s, n, x, y);
-  Limb* left = room.limbs();
-  Limb* right = left + n;
-  Limb* product = right + n;
-  const Number numbers[] = {operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
-  if (!operands.finite(s) || copy_significand(numbers[0], n, left) == 0 ||
-      copy_significand(numbers[1], n, right) == 0) [[unlikely]] {
+  const Number left = operands.unpack(s, n, 0);
+  const Number right = operands.unpack(s, n, 1);
+  if (!operands.finite(s) || is_zero(left, n) || is_zero(right, n)) [[unlikely]] {
     apply_table(Operation::product, s, d, x, y);
     return;
   }
-  multiply_integers(product, left, x == y ? left : right, n);
-  const std::int64_t exp =
-      numbers[0].exp - s.bias() + numbers[1].exp - static_cast<long>(s.mant_width);
-  normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, product, 2 * n, false, x);
+  const Factors f{left.sign ^ right.sign, left.exp - s.bias() + right.exp,
+                  (left.top & right.top & s.hidden_bit()) != 0};
+  const bool is_square = x == y;
+  Limb* factor = room.limbs();
+  Limb* product = factor + n;
+  align_up(s, n, right, factor);
+  x[n - 1] = left.top;
+  // A square is faster as a whole.
+  if (!is_square && f.is_safe(s) && multiply_upper(s, n, d, f, x, factor, product)) {
+    return;
+  }
+  multiply_integers(product, is_square ? factor : x, factor, n);
+  const long moved = (limb_bits - 1 - long{s.top_bit()}) * (1 + long{is_square});
+  normalize_and_pack(s, n, d, f.sign, f.exp - static_cast<long>(s.mant_width) - moved, product,
+                     2 * n, false, x);
 }
 
 void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   assume_many(n);
   // A quotient of 64 q - 1 bits at least, where m + 2 are needed; the remainder is the sticky bit.
   const long q = static_cast<long>((s.mant_width + 2) / limb_bits) + 1;
-  Room room(4 * n + 2 * q + 1);
+  Room room(n + std::max(n + 3 + quotient_room(n), 2 * q + 1 + 2 * n));
   const Operands operands(s, n, x, y);
-  Limb* left = room.limbs();
-  Limb* right = left + n;
-  Limb* quotient = right + n;
-  const Number numbers[] = {operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
-  const long x_size = copy_significand(numbers[0], n, left);
-  const long y_size = copy_significand(numbers[1], n, right);
-  if (!operands.finite(s) || x_size == 0 || y_size == 0) [[unlikely]] {
+  const Number left = operands.unpack(s, n, 0);
+  const Number right = operands.unpack(s, n, 1);
+  if (!operands.finite(s) || is_zero(left, n) || is_zero(right, n)) [[unlikely]] {
     apply_table(Operation::quotient, s, d, x, y);
     return;
   }
-  const std::int64_t exp = numbers[0].exp - numbers[1].exp + s.bias() +
-                           static_cast<long>(s.mant_width) + 1 - (q - x_size + y_size) * limb_bits -
-                           std::countl_zero(left[x_size - 1]) + std::countl_zero(right[y_size - 1]);
-  const bool sticky = divide_integers(quotient, q, left, x_size, right, y_size, quotient + q + 1);
-  normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, quotient, q + 1, sticky, x);
+  const Factors f{left.sign ^ right.sign, left.exp - right.exp + s.bias() - 1,
+                  (left.top & right.top & s.hidden_bit()) != 0};
+  Limb* divisor = room.limbs();
+  Limb* quotient = divisor + n;
+  align_up(s, n, right, divisor);
+  align_up(s, n, left, x);
+  if (f.is_safe(s) && divide_upper(s, n, d, f, x, divisor, quotient)) {
+    return;
+  }
+  const long x_size = trimmed(x, n);
+  const long y_size = trimmed(divisor, n);
+  const std::int64_t exp = f.exp + 2 + static_cast<long>(s.mant_width) - q * limb_bits +
+                           bit_size(x, x_size) - bit_size(divisor, y_size);
+  const bool sticky = divide_integers(quotient, q, x, x_size, divisor, y_size, quotient + q + 1);
+  normalize_and_pack(s, n, d, f.sign, exp, quotient, q + 1, sticky, x);
 }
 
 }  // namespace zelk::limbs

@@ -43,29 +43,30 @@ inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {
 #endif
 }
 
-/// A sum of products of limbs.
+/// The sum of fewer than 2^64 products of limbs.
 struct Accumulator {
   Limb low = 0;
   Limb middle = 0;
   Limb high = 0;
 
-  /// Adds x * y. Compilers do not keep the carries in their flag.
+  /// Takes x * y in.
   [[gnu::always_inline]] void add(Limb x, Limb y) {
+    const DoubleLimb p = DoubleLimb{x} * y;
 #ifdef __x86_64__
-    asm("mulq %4\n\taddq %%rax, %0\n\tadcq %%rdx, %1\n\tadcq $0, %2"
-        : "+r"(low), "+r"(middle), "+r"(high), "+a"(x)
-        : "rm"(y)
-        : "rdx", "cc");
+    // One chain of carries, which compilers break.
+    asm("addq %[p_low], %[low]\n\tadcq %[p_high], %[middle]\n\tadcq $0, %[high]"
+        : [low] "+&r"(low), [middle] "+&r"(middle), [high] "+r"(high)
+        : [p_low] "r"(static_cast<Limb>(p)), [p_high] "r"(static_cast<Limb>(p >> limb_bits))
+        : "cc");
 #else
-    const DoubleLimb product = DoubleLimb{x} * y;
-    const DoubleLimb sum = double_limb(middle, low) + product;
-    high += Limb{sum < product};
+    const DoubleLimb sum = double_limb(middle, low) + p;
+    high += Limb{sum < p};
     low = static_cast<Limb>(sum);
     middle = static_cast<Limb>(sum >> limb_bits);
 #endif
   }
-  /// The lowest limb, which leaves it.
-  [[gnu::always_inline]] Limb next() {
+  /// Takes the lowest limb out.
+  [[gnu::always_inline]] Limb shift() {
     return std::exchange(low, std::exchange(middle, std::exchange(high, 0)));
   }
 };
@@ -81,7 +82,7 @@ template <std::size_t n>
     for (std::size_t i = column < n ? 0 : column - n + 1; i < n && i <= column; ++i) {
       sum.add(x[i], y[column - i]);
     }
-    product[column] = sum.next();
+    product[column] = sum.shift();
   }
   product[2 * n - 1] = sum.low;
 }

@@ -3,45 +3,20 @@
 #include <algorithm>
 #include <utility>
 
+#include "zelk/limbs/few_integers.h"
+
 namespace zelk::limbs {
 namespace {
 
-__extension__ using DoubleLimb = unsigned __int128;
-
-constexpr int limb_bits = 64;
-
-Limb low_limb(DoubleLimb x) { return static_cast<Limb>(x); }
-Limb high_limb(DoubleLimb x) { return static_cast<Limb>(x >> limb_bits); }
-DoubleLimb double_limb(Limb high, Limb low) { return DoubleLimb{high} << limb_bits | low; }
+constexpr Limb high_limb(DoubleLimb x) { return static_cast<Limb>(x >> limb_bits); }
 
 // ---- Columns ----
 
 // A column is the products x[i] * y[j] of one i + j. They are summed up in registers, column by
 // column, so that no sum goes through memory.
 
-/// The sum of fewer than 2^64 products.
-struct Sum {
-  Limb low = 0;
-  Limb middle = 0;
-  Limb high = 0;
-
-  /// Takes x * y in.
-  [[gnu::always_inline]] void add(Limb x, Limb y) {
-    const DoubleLimb p = DoubleLimb{x} * y;
-#ifdef __x86_64__
-    // One chain of carries, which compilers break.
-    asm("addq %[p_low], %[low]\n\tadcq %[p_high], %[middle]\n\tadcq $0, %[high]"
-        : [low] "+&r"(low), [middle] "+&r"(middle), [high] "+r"(high)
-        : [p_low] "r"(low_limb(p)), [p_high] "r"(high_limb(p))
-        : "cc");
-#else
-    const DoubleLimb sum = double_limb(middle, low) + p;
-    high += Limb{sum < p};
-    low = low_limb(sum);
-    middle = high_limb(sum);
-#endif
-  }
-
+/// The sum of a column.
+struct Sum : Accumulator {
   /// Takes x[0] * y[n - 1] + ... + x[n - 1] * y[0] in.
   [[gnu::always_inline]] void add_column(const Limb* x, const Limb* y, long n) {
     for (; n >= 4; n -= 4, x += 4) {
@@ -58,15 +33,6 @@ struct Sum {
     if ((n & 1) != 0) {
       add(x[0], y[0]);
     }
-  }
-
-  /// Takes the lowest limb out.
-  Limb shift() {
-    const Limb out = low;
-    low = middle;
-    middle = high;
-    high = 0;
-    return out;
   }
 };
 
@@ -130,53 +96,6 @@ void multiply_parts(Limb* out, const Limb* x, const Limb* y, long n, Limb* room)
 
 // Measured: from so many limbs on, the full division is faster.
 constexpr long division_limit = 650;
-
-/// Division by the two highest limbs of a divisor, their highest bit set (N. Moller and T.
-/// Granlund, Improved division by invariant integers, IEEE Transactions on Computers 60, 2011).
-struct Divisor {
-  DoubleLimb y;
-  Limb reciprocal;  // (2^192 - 1) / y - 2^64, cut off
-
-  /// Algorithm 6.
-  Divisor(Limb y1, Limb y0)
-      : y(double_limb(y1, y0)), reciprocal(low_limb(double_limb(~y1, ~Limb{0}) / y1)) {
-    Limb p = y1 * reciprocal + y0;
-    if (p < y0) {
-      --reciprocal;
-      if (p >= y1) {
-        --reciprocal;
-        p -= y1;
-      }
-      p -= y1;
-    }
-    const DoubleLimb t = DoubleLimb{reciprocal} * y0;
-    p += high_limb(t);
-    if (p < high_limb(t)) {
-      --reciprocal;
-      if (double_limb(p, low_limb(t)) >= y) {
-        --reciprocal;
-      }
-    }
-  }
-
-  /// x * 2^64 + low over y, x becoming the remainder, for x below y (algorithm 5). Whether the
-  /// estimate is one too large is as good as random to a branch predictor: both cases are computed.
-  [[gnu::always_inline]] Limb next_digit(DoubleLimb& x, Limb low) const {
-    const DoubleLimb estimate = DoubleLimb{high_limb(x)} * reciprocal + x;
-    Limb q = high_limb(estimate);
-    const Limb high = low_limb(x) - q * high_limb(y);
-    const DoubleLimb less = double_limb(high, low) - DoubleLimb{q} * low_limb(y) - y;
-    const DoubleLimb more = less + y;
-    const bool large = high_limb(less) >= low_limb(estimate);
-    x = large ? more : less;
-    q += Limb{!large};
-    if (x >= y) [[unlikely]] {
-      x -= y;
-      ++q;
-    }
-    return q;
-  }
-};
 
 /// The digits, from the highest on, each from what the columns up to the next one leave of x. False
 /// if a digit is too large, which shows when later columns take away more than is left.

@@ -6,11 +6,9 @@
 #ifndef ZELK_LIMBS_SHORT_H_
 #define ZELK_LIMBS_SHORT_H_
 
-#include <gmp.h>
+#include "zelk/limbs/integers.h"
 
 namespace zelk::limbs {
-
-using Limb = mp_limb_t;
 
 /// The limbs of room that the functions need.
 constexpr long product_room(long n) { return 2 * n; }

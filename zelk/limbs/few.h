@@ -235,7 +235,7 @@ template <class S, std::size_t n>
   sum[n + 1] = s.has_limb_above() ? t.larger[n] + t.minus + carry : 0;
   const Limb upper = upper_limb(s, n, sum + 1);
   // Subnormals are in place even if they become normal.
-  if (exponent_field(s, upper) != t.field && t.field > static_cast<std::int64_t>(t.minus & 1)) {
+  if (exponent_field(s, upper) != t.field && t.field > 0) {
     pack_moved_sum<S, n>(shape, d, t, upper, sum, out);
     return;
   }

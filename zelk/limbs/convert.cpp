@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "zelk/limbs/few.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/limbs/many.h"
 #include "zelk/limbs/room.h"
+#include "zelk/limbs/window.h"
 
 namespace zelk::limbs {
 

@@ -259,11 +259,10 @@ template <class S, std::size_t n>
 template <class S, std::size_t n>
 [[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
                                             const Limb* right) {
-  with_factors<n>(
-      Operation::product, shape, d, left,
-      right, [=](const Factors<n>& f) __attribute__((always_inline)) {
-        multiply_normal(shape, d, f, left);
-      });
+  const auto compute = [=](const Factors<n>& f) __attribute__((always_inline)) {
+    multiply_normal(shape, d, f, left);
+  };
+  with_factors<n>(Operation::product, shape, d, left, right, compute);
 }
 
 /// Whether x < y.
@@ -329,11 +328,10 @@ template <class S, std::size_t n>
 template <class S, std::size_t n>
 [[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
                                           const Limb* right) {
-  with_factors<n>(
-      Operation::quotient, shape, d, left,
-      right, [=](const Factors<n>& f) __attribute__((always_inline)) {
-        divide_normal(shape, d, f, left);
-      });
+  const auto compute = [=](const Factors<n>& f) __attribute__((always_inline)) {
+    divide_normal(shape, d, f, left);
+  };
+  with_factors<n>(Operation::quotient, shape, d, left, right, compute);
 }
 
 }  // namespace zelk::limbs

@@ -49,6 +49,7 @@ class Room {
   ~Room() { delete[] data; }
 #else
   /// \throws std::bad_alloc
+  // cppcheck-suppress uninitMemberVar  // what is computed initialises it
   explicit Room(long limbs)
       : data(limbs > local_size ? scratch.emplace()->at_least(limbs) : local) {}
   ~Room() = default;

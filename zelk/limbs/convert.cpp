@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "zelk/limbs/few.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/limbs/many.h"
 #include "zelk/limbs/room.h"
+#include "zelk/limbs/window.h"
 
 namespace zelk::limbs {
 
@@ -115,7 +115,7 @@ void pack_scaled(Shape s, Direction d, Limb sign, std::int64_t k, const Limb* w,
         } else {
           Window<n> window;
           load(window, s, {w, size, w[size - 1]});
-          round_and_pack(s, d, sign, k + s.bias() + bit_size(w, size) - 1, window, out);
+          round_and_pack(shape, d, sign, k + s.bias() + bit_size(w, size) - 1, window, out);
         }
       });
 }

@@ -10,167 +10,9 @@
 
 #include "zelk/limbs/few_integers.h"
 #include "zelk/limbs/patterns.h"
+#include "zelk/limbs/window.h"
 
 namespace zelk::limbs {
-
-/// A significand of n limbs above one more, the guard: the value w * 2^(exp - bias - m - 64). The
-/// lowest bit is sticky: it also stands for every nonzero digit beneath it.
-template <std::size_t n>
-struct Window {
-  Limb w[n + 1];
-};
-
-// A product by a power of two shifts a limb: what stays in it, and what leaves it.
-
-/// The significand of x / 2^k, 0 < k < 64, with nothing lost.
-template <std::size_t n>
-[[gnu::always_inline]] inline void load_shifted(Window<n>& s, const Number& x, unsigned k) {
-  const Limb power = Limb{1} << (limb_bits - k);
-  Limb left = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const DoubleLimb shifted = DoubleLimb{i < n - 1 ? x.low[i] : x.top} * power;
-    s.w[i] = static_cast<Limb>(shifted) | left;
-    left = static_cast<Limb>(shifted >> limb_bits);
-  }
-  s.w[n] = left;
-}
-
-/// The same for k = 1, where shifts are faster.
-template <std::size_t n>
-[[gnu::always_inline]] inline void load_halved(Window<n>& s, const Number& x) {
-  Limb left = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const Limb limb = i < n - 1 ? x.low[i] : x.top;
-    s.w[i] = limb << (limb_bits - 1) | left;
-    left = limb >> 1;
-  }
-  s.w[n] = left;
-}
-
-template <std::size_t n>
-[[gnu::always_inline]] inline void shift_left(Window<n>& s, unsigned k) {
-  const Limb power = Limb{1} << k;
-  Limb left = 0;
-  for (std::size_t i = 0; i <= n; ++i) {
-    const DoubleLimb shifted = DoubleLimb{s.w[i]} * power;
-    s.w[i] = static_cast<Limb>(shifted) | left;
-    left = static_cast<Limb>(shifted >> limb_bits);
-  }
-}
-
-/// s / 2^k, k < 64, sticky.
-template <std::size_t n>
-[[gnu::always_inline]] inline void shift_right(Window<n>& s, unsigned k) {
-  const Limb lost = shifted_limb(0, s.w[0], k);
-  for (std::size_t i = 0; i < n; ++i) {
-    s.w[i] = shifted_limb(s.w[i], s.w[i + 1], k);
-  }
-  s.w[n] >>= k;
-  s.w[0] |= Limb{lost != 0};
-}
-
-/// s / 2^(64 limbs), sticky.
-template <std::size_t n>
-[[gnu::always_inline]] inline void drop_limbs(Window<n>& s, std::uint64_t limbs) {
-  Limb lost = 0;
-  for (std::uint64_t dropped = std::min<std::uint64_t>(limbs, n + 1); dropped > 0; --dropped) {
-    lost |= s.w[0];
-    for (std::size_t i = 0; i < n; ++i) {
-      s.w[i] = s.w[i + 1];
-    }
-    s.w[n] = 0;
-  }
-  s.w[0] |= Limb{lost != 0};
-}
-
-/// The significand of x / 2^k, k > 0, sticky.
-template <std::size_t n>
-[[gnu::always_inline]] inline void load_below(Window<n>& s, const Number& x, std::uint64_t k) {
-  if (k < limb_bits) [[likely]] {
-    load_shifted(s, x, static_cast<unsigned>(k));
-  } else if (k >= (n + 1) * limb_bits) {
-    s = {};
-    s.w[0] = Limb{!is_zero(x, n)};
-  } else {
-    load_halved(s, x);
-    drop_limbs(s, (k - 1) / limb_bits);
-    shift_right(s, (k - 1) % limb_bits);
-  }
-}
-
-/// The 64 bits of a significand from where its hidden bit belongs down.
-template <std::size_t n>
-[[gnu::always_inline]] inline Limb leading_limb(Shape shape, const Window<n>& s) {
-  const unsigned top_bit = shape.top_bit();
-  return s.w[n] << (limb_bits - 1 - top_bit) | s.w[n - 1] >> 1 >> top_bit;
-}
-
-/// The significand of a number other than 0, its leading bit, which is bit `leading` of its highest
-/// limb, where the hidden bit belongs.
-template <std::size_t n>
-[[gnu::always_inline]] inline void load(Window<n>& s, Shape shape, const Integer& x,
-                                        unsigned leading) {
-  // The limbs that the window sees, and one above.
-  Limb upper[n + 3];
-  upper[n + 2] = 0;
-  upper[n + 1] = x.top;
-  for (std::size_t i = 0; i <= n; ++i) {
-    const long place = x.size - static_cast<long>(n + 2 - i);
-    upper[i] = place >= 0 ? x.low[place] : 0;
-  }
-  const long below = x.size - static_cast<long>(n + 2);
-  bool lost = below > 0 && mpn_zero_p(x.low, below) == 0;
-  const unsigned k = (leading - shape.top_bit()) % limb_bits;
-  const bool left = leading < shape.top_bit();
-  const Limb* from = left ? upper : upper + 1;
-  lost |= (left ? 0 : upper[0]) != 0 || shifted_limb(0, from[0], k) != 0;
-  for (std::size_t i = 0; i <= n; ++i) {
-    s.w[i] = shifted_limb(from[i], from[i + 1], k);
-  }
-  s.w[0] |= Limb{lost};
-}
-template <std::size_t n>
-[[gnu::always_inline]] inline void load(Window<n>& s, Shape shape, const Integer& x) {
-  load(s, shape, x, static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top)));
-}
-
-/// out := the pattern nearest in direction d to a number whose significand has its leading bit
-/// where the hidden bit belongs, or below.
-template <std::size_t n>
-[[gnu::always_inline]] inline void round_and_pack(Shape shape, Direction d, Limb sign,
-                                                  std::int64_t exp, Window<n>& s, Limb* out) {
-  Limb leading = leading_limb(shape, s);
-  for (; leading == 0 && exp > limb_bits; exp -= limb_bits) {
-    for (std::size_t i = n; i > 0; --i) {
-      s.w[i] = s.w[i - 1];
-    }
-    s.w[0] = 0;
-    leading = leading_limb(shape, s);
-  }
-  if (exp < 1) [[unlikely]] {
-    const auto places = static_cast<std::uint64_t>(1 - exp);
-    drop_limbs(s, places / limb_bits);
-    shift_right(s, places % limb_bits);
-    exp = 1;
-  }
-  // A subnormal stays where exponent 1 has it.
-  const std::int64_t k = std::min<std::int64_t>(std::countl_zero(leading), exp - 1);
-  shift_left(s, static_cast<unsigned>(k));
-  exp -= k;
-
-  if (exp >= shape.exp_max()) [[unlikely]] {
-    pack_overflow(shape, d, sign, out);
-    return;
-  }
-  Carry carry = rounds_up(d, sign, s.w[1] % 2 != 0, s.w[0]);
-  for (std::size_t i = 0; i < n - 1; ++i) {
-    out[i] = add_limb(s.w[i + 1], 0, carry);
-  }
-  const Limb top = add_limb(s.w[n], 0, carry);
-  // The hidden bit adds one to the exponent field. What carries into the exponent of infinities is
-  // rounded outward and leaves a significand of 0.
-  pack_top(shape, n, sign, exp - 1, top, carry, out);
-}
 
 template <std::size_t n>
 [[gnu::cold, gnu::noinline]] Number normalized(Shape s, const Number& x, Limb* room) {
@@ -192,8 +34,109 @@ template <std::size_t n>
 
 // x := x op y, rounded once.
 
+/// A sum whose terms are ready: a pattern, `larger`, whose sign may have to be changed, and the
+/// significand of the other in the place where the sum has it. In a difference the bits of that are
+/// changed, and `minus` is all ones.
+struct Terms {
+  Limb sign;
+  std::int64_t field;
+  Limb minus;
+  Limb flip_sign;
+  const Limb* larger;
+};
+
+/// out := a sum that has left the exponent of its larger term, rounded. The guard is in sum[0].
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+[[gnu::always_inline]] inline void pack_moved_sum(S shape, Direction d, const Terms& t, Limb upper,
+                                                  const Limb (&sum)[n + 2], Limb* out) {
+  const Shape s = shape;
+  // Below the exponent is the significand of a difference, all of it. That of a sum has two bits
+  // more: 10 where the exponent has moved by 1, 11 where it has by 2.
+  Window<n> window;
+  for (std::size_t i = 0; i < n; ++i) {
+    window.w[i] = sum[i];
+  }
+  window.w[n] = sum[n] & (s.hidden_bit() - 1);
+  if (t.minus == 0) {
+    const std::int64_t step = exponent_field(s, upper) - t.field;
+    window.w[n] |= (~static_cast<Limb>(step) & 1) << s.top_bit();
+    shift_right(window, 1);
+    window.w[n] |= s.hidden_bit();
+    round_and_pack(shape, d, t.sign, t.field + 1, window, out);
+    return;
+  }
+  const Limb leading = leading_limb(s, window);
+  const std::int64_t zeros = std::countl_zero(leading);
+  if (leading == 0 || zeros >= t.field) [[unlikely]] {
+    normalize_and_pack(s, d, t.sign, t.field, window, out);
+    return;
+  }
+  shift_left(window, static_cast<unsigned>(zeros));
+  pack_rounded(s, d, t.sign, t.field - zeros, window, out);
+}
+
+/// out := a sum, rounded.
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void pack_sum(S shape, Direction d, const Terms& t,
+                                            const Window<n>& part, Limb* out) {
+  const Shape s = shape;
+  // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
+  // leaves it as it is, there is nothing more to do than to round.
+  Limb sum[n + 2];
+  Carry carry = t.minus & 1;
+  sum[0] = add_limb(part.w[0], 0, carry);
+  for (std::size_t i = 1; i <= n; ++i) {
+    sum[i] = add_limb(part.w[i], t.larger[i - 1], carry);
+  }
+  sum[n + 1] = s.has_limb_above() ? t.larger[n] + t.minus + carry : 0;
+  const Limb upper = upper_limb(s, n, sum + 1);
+  // Subnormals are in place even if they become normal.
+  if (exponent_field(s, upper) != t.field && t.field > 0) {
+    pack_moved_sum<S, n>(shape, d, t, upper, sum, out);
+    return;
+  }
+  carry = rounds_up(d, t.sign, sum[1] % 2 != 0, sum[0]);
+  sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
+  for (std::size_t i = 0; i < n; ++i) {
+    out[i] = add_limb(sum[i + 1], 0, carry);
+  }
+  if (s.has_limb_above()) {
+    out[n] = sum[n + 1] + carry;
+  }
+}
+
+/// The same where the smaller term is that of 2^k, k >= 64.
+template <class S, std::size_t n>
+[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, Direction d, Terms t,
+                                    Number smaller, std::uint64_t k, Limb* out) {
+  const Shape s = shape;
+  if (k > s.mant_width + 2 && d == rules::nearest) {
+    // Less than a quarter of a unit in the last place, also below a power of two.
+    for (std::size_t i = 0; i < n; ++i) {
+      out[i] = t.larger[i];
+    }
+    if (s.has_limb_above()) {
+      out[n] = t.larger[n];
+    }
+    out[s.pattern_size(n) - 1] ^= t.flip_sign >> s.unused_bits();
+    return;
+  }
+  Window<n> part{};
+  if (k >= (n + 1) * limb_bits) {
+    part.w[0] = Limb{!is_zero(smaller, n)};
+  } else {
+    part = load_shifted<n>(smaller, 0);
+    drop_limbs(part, k / limb_bits);
+    shift_right(part, k % limb_bits);
+  }
+  for (Limb& limb : part.w) {
+    limb = words::opaque(limb ^ t.minus);
+  }
+  pack_sum(shape, d, t, part, out);
+}
+
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> size, Direction d, Limb* left,
                                            const Limb* right, Limb flip) {
   const Shape s = shape;
   Operands operands(s, n, left, right);
@@ -201,113 +144,168 @@ template <class S, std::size_t n>
     apply_table(flip != 0 ? Operation::difference : Operation::sum, s, d, left, right);
     return;
   }
-  operands.upper[1] ^= flip << (limb_bits - 1);
-  // Whether the signs differ is as good as random to a branch predictor, too: a mask chooses.
+  // Which operand is larger and whether the signs differ is as good as random to a branch
+  // predictor: masks choose.
   const Order order = compare_magnitudes(s, n, operands);
-  operands.swap_if(order.less);
-  const Number x = operands.unpack(s, n, 0);
-  const Number y = operands.unpack(s, n, 1);
-  const bool minus = x.sign != y.sign;
-  if ((order.equal & limb_mask(minus)) != 0) [[unlikely]] {
+  const Limb flip_sign = flip << (limb_bits - 1);
+  Terms t;
+  t.minus = 0 - ((operands.upper[0] ^ operands.upper[1] ^ flip_sign) >> (limb_bits - 1));
+  if ((order.equal & t.minus) != 0) [[unlikely]] {
     pack_zero(s, Limb{rules::zero_sum_is_negative(d)}, left);
     return;
   }
-  // A place above the hidden bit, for the carry.
-  Window<n> sum;
-  Window<n> part;
-  load_halved(sum, x);
-  load_below(part, y, static_cast<std::uint64_t>(x.exp - y.exp) + 1);
+  operands.swap_if(order.less);
+  t.flip_sign = flip_sign & order.less;
+  t.sign = (operands.upper[0] ^ t.flip_sign) >> (limb_bits - 1);
+  t.field = exponent_field(s, operands.upper[0]);
+  t.larger = operands.bits[0];
+  const Number smaller = operands.unpack(s, n, 1);
+  const std::int64_t exp = t.field + std::int64_t{t.field == 0};
+  const auto k = static_cast<std::uint64_t>(exp - smaller.exp);
+  if (k >= limb_bits) [[unlikely]] {
+    pack_far_sum(shape, size, d, t, smaller, k, left);
+    return;
+  }
+  Window<n> part = load_shifted<n>(smaller, static_cast<unsigned>(k));
   for (Limb& limb : part.w) {
-    limb ^= limb_mask(minus);
+    limb = words::opaque(limb ^ t.minus);  // no carry between these and the sum
   }
-  Carry carry = minus;
-  for (std::size_t i = 0; i <= n; ++i) {
-    sum.w[i] = add_limb(sum.w[i], part.w[i], carry);
-  }
-  round_and_pack(s, d, x.sign, x.exp + 1, sum, left);
+  pack_sum(shape, d, t, part, left);
 }
 
-/// Limbs of a significand whose leading bit is the highest.
-template <std::size_t n>
-[[gnu::always_inline]] inline void align_up(Shape s, const Number& x, Limb (&out)[n]) {
-  const Limb power = Limb{1} << (limb_bits - 1 - s.top_bit());
-  Limb left = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const DoubleLimb shifted = DoubleLimb{i < n - 1 ? x.low[i] : x.top} * power;
-    out[i] = static_cast<Limb>(shifted) | left;
-    left = static_cast<Limb>(shifted >> limb_bits);
-  }
-}
-
-/// The operands of a product or a quotient, normalized.
+/// Two factors, or a dividend and its divisor.
 template <std::size_t n>
 struct Factors {
   Number x;
   Number y;
-  Limb room[2][n];
-
-  /// False if the tables know the result.
-  [[gnu::always_inline]] bool load(Shape s, const Operands& operands) {
-    if (!operands.finite(s)) [[unlikely]] {
-      return false;
-    }
-    x = operands.unpack(s, n, 0);
-    y = operands.unpack(s, n, 1);
-    if ((x.top & y.top & s.hidden_bit()) == 0) [[unlikely]] {
-      if (is_zero(x, n) || is_zero(y, n)) {
-        return false;
-      }
-      normalize<n>(s, x, room[0]);
-      normalize<n>(s, y, room[1]);
-    }
-    return true;
-  }
 };
+
+/// x := x op y by way of compute(factors), whose factors are normalized.
+template <std::size_t n, class Compute>
+[[gnu::always_inline]] inline void with_factors(Operation op, Shape s, Direction d, Limb* left,
+                                                const Limb* right, Compute compute) {
+  const Operands operands(s, n, left, right);
+  if (operands.finite(s)) [[likely]] {
+    const Factors<n> f{operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
+    if ((f.x.top & f.y.top & s.hidden_bit()) != 0) [[likely]] {
+      compute(f);
+      return;
+    }
+    if (!is_zero(f.x, n) && !is_zero(f.y, n)) {
+      [&]() __attribute__((noinline)) {
+        Limb room[2][n];
+        Factors<n> normal = f;
+        normalize<n>(s, normal.x, room[0]);
+        normalize<n>(s, normal.y, room[1]);
+        compute(normal);
+      }
+      ();
+      return;
+    }
+  }
+  apply_table(op, s, d, left, right);
+}
+
+template <std::size_t n>
+[[gnu::always_inline]] inline void copy_limbs(const Number& x, Limb (&out)[n]) {
+  for (std::size_t i = 0; i < n - 1; ++i) {
+    out[i] = x.low[i];
+  }
+  out[n - 1] = x.top;
+}
+
+/// The lower limb of high:low / 2^(k + more), more being 0 or 1.
+template <class S>
+[[gnu::always_inline]] inline Limb shifted_limb(S /*shape*/, Limb low, Limb high, unsigned k,
+                                                unsigned more) {
+  return low >> k >> more | high << (limb_bits - 1 - k) << (1 - more);
+}
+template <unsigned long e, unsigned long m>
+[[gnu::always_inline]] inline Limb shifted_limb(FixedShape<e, m> /*shape*/, Limb low, Limb high,
+                                                unsigned k, unsigned more) {
+  static_assert(m % limb_bits != 0 && m % limb_bits != limb_bits - 1);
+  return low >> (k + more) | high << (limb_bits - k - more);
+}
+
+/// left := left * right, of normalized significands.
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void multiply_normal(S shape, Direction d, const Factors<n>& f,
+                                                   Limb* left) {
+  const Shape s = shape;
+  Limb x[n];
+  Limb y[n];
+  copy_limbs(f.x, x);
+  copy_limbs(f.y, y);
+  Limb product[2 * n];
+  multiply_few<n>(product, x, y);
+  // The leading bit is bit 2m or the one above. Divided by 2^m or twice that, a limb at a time.
+  const unsigned top_bit = s.top_bit();
+  const auto above = static_cast<unsigned>(double_limb(product[2 * n - 1], product[2 * n - 2]) >>
+                                           top_bit >> top_bit >> 1);
+  Window<n> window;
+  for (std::size_t i = 0; i < n; ++i) {
+    window.w[i + 1] = shifted_limb(shape, product[n - 1 + i], product[n + i], top_bit, above);
+  }
+  const Limb below = n > 1 ? product[n - 2] : 0;
+  Limb lost = shifted_limb(shape, 0, below, top_bit, above);
+  for (std::size_t i = 0; i + 2 < n; ++i) {
+    lost |= product[i];
+  }
+  window.w[0] = shifted_limb(shape, below, product[n - 1], top_bit, above) | Limb{lost != 0};
+  const std::int64_t exp = f.x.exp - s.bias() + f.y.exp + above;
+  round_and_pack(shape, d, f.x.sign ^ f.y.sign, exp, window, left);
+}
 
 template <class S, std::size_t n>
 [[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
                                             const Limb* right) {
-  const Shape s = shape;
-  Factors<n> f;
-  if (!f.load(s, Operands(s, n, left, right))) [[unlikely]] {
-    apply_table(Operation::product, s, d, left, right);
-    return;
-  }
-  Limb factors[2][n];
-  std::copy_n(f.x.low, n - 1, factors[0]);
-  factors[0][n - 1] = f.x.top;
-  align_up(s, f.y, factors[1]);
-  Limb product[2 * n];
-  multiply_few<n>(product, factors[0], factors[1]);
-  Limb lost = 0;
-  for (std::size_t i = 0; i < n - 1; ++i) {
-    lost |= product[i];
-  }
-  Window<n> window;
-  std::copy_n(product + n - 1, n + 1, window.w);
-  window.w[0] |= Limb{lost != 0};
-  const std::int64_t exp = f.x.exp - s.bias() + f.y.exp + 1;
-  round_and_pack(s, d, f.x.sign ^ f.y.sign, exp, window, left);
+  const auto compute = [=](const Factors<n>& f) __attribute__((always_inline)) {
+    multiply_normal(shape, d, f, left);
+  };
+  with_factors<n>(Operation::product, shape, d, left, right, compute);
 }
 
-template <class S, std::size_t n>
-[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
-                                          const Limb* right) {
-  const Shape s = shape;
-  Factors<n> f;
-  if (!f.load(s, Operands(s, n, left, right))) [[unlikely]] {
-    apply_table(Operation::quotient, s, d, left, right);
-    return;
+/// Whether x < y.
+template <std::size_t n>
+[[gnu::always_inline]] inline bool is_less(const Limb (&x)[n], const Limb (&y)[n]) {
+  Carry borrow = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    subtract_limb(x[i], y[i], borrow);
   }
+  return borrow != 0;
+}
+
+/// x := x * 2^(63 - k).
+template <std::size_t n>
+[[gnu::always_inline]] inline void align_up(Limb (&x)[n], unsigned k) {
+  for (std::size_t i = n - 1; i > 0; --i) {
+    x[i] = x[i] << (limb_bits - 1 - k) | x[i - 1] >> 1 >> k;
+  }
+  x[0] <<= limb_bits - 1 - k;
+}
+
+/// left := left / right, of normalized significands.
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void divide_normal(S shape, Direction d, const Factors<n>& f,
+                                                 Limb* left) {
+  const Shape s = shape;
   Limb rest[n];
   Limb divisor[n];
-  align_up(s, f.x, rest);
-  align_up(s, f.y, divisor);
-  // Halved, the dividend is below the divisor; what leaves its limbs comes back with the first
-  // digit.
-  Limb low = shifted_limb(0, rest[0], 1);
-  for (std::size_t i = 0; i < n; ++i) {
-    rest[i] = shifted_limb(rest[i], i + 1 < n ? rest[i + 1] : 0, 1);
+  copy_limbs(f.x, rest);
+  copy_limbs(f.y, divisor);
+  // The divisor has its leading bit in the highest place. The dividend is less and more than half
+  // of it: so has the quotient.
+  const auto halved = static_cast<unsigned>(!is_less(rest, divisor));
+  const unsigned top_bit = s.top_bit();
+  align_up(divisor, top_bit);
+  Limb low = 0;
+  if (const unsigned k = top_bit + halved; k < limb_bits) [[likely]] {
+    align_up(rest, k);
+  } else {
+    low = rest[0] << (limb_bits - 1);
+    for (std::size_t i = 0; i < n; ++i) {
+      rest[i] = shifted_limb(rest[i], i + 1 < n ? rest[i + 1] : 0, 1);
+    }
   }
   const Divisor highest(divisor[n - 1], n > 1 ? divisor[n - 2] : 0);
   Window<n> quotient;
@@ -315,16 +313,25 @@ template <class S, std::size_t n>
   for (std::size_t i = n; i > 0; --i) {
     quotient.w[i] = next_digit(rest, std::exchange(low, 0), divisor, highest);
   }
-  // So many bits are mostly enough to round by.
-  quotient.w[0] = s.top_bit() < limb_bits - 2 ? 0 : next_digit(rest, 0, divisor, highest);
+  // Any bit below the last place is enough to round by.
+  quotient.w[0] = top_bit < limb_bits - 1 ? 0 : next_digit(rest, 0, divisor, highest);
   Limb left_over = 0;
   for (std::size_t i = 0; i < n; ++i) {
     left_over |= rest[i];
   }
-  shift_right(quotient, limb_bits - 1 - s.top_bit());
+  shift_right(quotient, limb_bits - 1 - top_bit);
   quotient.w[0] |= Limb{left_over != 0};
-  const std::int64_t exp = f.x.exp - f.y.exp + s.bias();
-  round_and_pack(s, d, f.x.sign ^ f.y.sign, exp, quotient, left);
+  const std::int64_t exp = f.x.exp - f.y.exp + s.bias() - 1 + halved;
+  round_and_pack(shape, d, f.x.sign ^ f.y.sign, exp, quotient, left);
+}
+
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+                                          const Limb* right) {
+  const auto compute = [=](const Factors<n>& f) __attribute__((always_inline)) {
+    divide_normal(shape, d, f, left);
+  };
+  with_factors<n>(Operation::quotient, shape, d, left, right, compute);
 }
 
 }  // namespace zelk::limbs

@@ -8,6 +8,7 @@
 #endif
 
 #include <algorithm>
+#include <utility>
 
 #include "zelk/limbs/integers.h"
 #include "zelk/words/integers.h"
@@ -42,19 +43,48 @@ inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {
 #endif
 }
 
-/// product := x * y.
+/// The sum of fewer than 2^64 products of limbs.
+struct Accumulator {
+  Limb low = 0;
+  Limb middle = 0;
+  Limb high = 0;
+
+  /// Takes x * y in.
+  [[gnu::always_inline]] void add(Limb x, Limb y) {
+    const DoubleLimb p = DoubleLimb{x} * y;
+#ifdef __x86_64__
+    // One chain of carries, which compilers break.
+    asm("addq %[p_low], %[low]\n\tadcq %[p_high], %[middle]\n\tadcq $0, %[high]"
+        : [low] "+&r"(low), [middle] "+&r"(middle), [high] "+r"(high)
+        : [p_low] "r"(static_cast<Limb>(p)), [p_high] "r"(static_cast<Limb>(p >> limb_bits))
+        : "cc");
+#else
+    const DoubleLimb sum = double_limb(middle, low) + p;
+    high += Limb{sum < p};
+    low = static_cast<Limb>(sum);
+    middle = static_cast<Limb>(sum >> limb_bits);
+#endif
+  }
+  /// Takes the lowest limb out.
+  [[gnu::always_inline]] Limb shift() {
+    return std::exchange(low, std::exchange(middle, std::exchange(high, 0)));
+  }
+};
+
+/// product := x * y, a column at a time.
 template <std::size_t n>
 [[gnu::always_inline]] inline void multiply_few(Limb (&product)[2 * n], const Limb (&x)[n],
                                                 const Limb (&y)[n]) {
-  for (std::size_t i = 0; i < n; ++i) {
-    Limb carry = 0;
-    for (std::size_t j = 0; j < n; ++j) {
-      const DoubleLimb sum = DoubleLimb{x[j]} * y[i] + (i == 0 ? 0 : product[i + j]) + carry;
-      product[i + j] = static_cast<Limb>(sum);
-      carry = static_cast<Limb>(sum >> limb_bits);
+  Accumulator sum;
+#pragma GCC unroll 8
+  for (std::size_t column = 0; column < 2 * n - 1; ++column) {
+#pragma GCC unroll 4
+    for (std::size_t i = column < n ? 0 : column - n + 1; i < n && i <= column; ++i) {
+      sum.add(x[i], y[column - i]);
     }
-    product[i + n] = carry;
+    product[column] = sum.shift();
   }
+  product[2 * n - 1] = sum.low;
 }
 
 // Division by y, whose highest bit is set (N. Moller and T. Granlund, Improved division by

@@ -123,20 +123,11 @@ Limb shift_right(Limb* out, long n, const Limb* w, long size, std::uint64_t k);
 /// out := w * 2^k, which fits n limbs.
 void shift_left(Limb* out, long n, const Limb* w, long size, std::uint64_t k);
 
-// ---- Products and quotients ----
-
-/// product := x * y of n limbs each.
-inline void multiply_integers(Limb* product, const Limb* x, const Limb* y, long n) {
-  if (x == y) {
-    mpn_sqr(product, x, n);
-  } else {
-    mpn_mul_n(product, x, y, n);
-  }
-}
+// ---- Quotients ----
 
 /// quotient := X / Y * 2^(64 q - 1) cut off, of q + 1 limbs, where X and Y are x and y divided by
-/// the powers of two that bring them to [1/2, 1); whether a remainder is left. x has fewer than 64
-/// q bits. Changes y, and needs q + 2 y_size limbs of room.
+/// the powers of two that bring them to [1/2, 1); whether a remainder is left. x has at most q
+/// limbs. Changes y, and needs q + 2 y_size limbs of room.
 bool divide_integers(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, long y_size,
                      Limb* room);
 

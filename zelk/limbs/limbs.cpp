@@ -7,42 +7,51 @@ namespace zelk::limbs {
 
 namespace {
 
-// What each operation is for every size: a function of its own, so that none pays for the others.
-constexpr auto add_pattern =
-    [](auto s, auto n, Direction d, Limb* x, const Limb* y) __attribute__((noinline)) {
-  add_sub(s, n, d, x, y, 0);
-};
-constexpr auto subtract_pattern =
-    [](auto s, auto n, Direction d, Limb* x, const Limb* y) __attribute__((noinline)) {
-  add_sub(s, n, d, x, y, 1);
-};
-constexpr auto multiply_pattern =
-    [](auto s, auto n, Direction d, Limb* x, const Limb* y) __attribute__((noinline)) {
-  multiply(s, n, d, x, y);
-};
-constexpr auto divide_pattern =
-    [](auto s, auto n, Direction d, Limb* x, const Limb* y) __attribute__((noinline)) {
-  divide(s, n, d, x, y);
-};
+// What each operation is for a size: a function of its own, so that none pays for the others.
 
-template <class Operation>
-[[gnu::always_inline]] inline void apply(Operation operation, Limb* x, const Limb* y,
-                                         rules::Widths f, Direction d) {
-  with_size(
-      Shape{f}, [&](auto s, auto n) __attribute__((always_inline)) { operation(s, n, d, x, y); });
+template <class S, class N>
+[[gnu::noinline]] void add_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
+  add_sub(s, n, d, x, y, 0);
 }
+template <class S, class N>
+[[gnu::noinline]] void subtract_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
+  add_sub(s, n, d, x, y, 1);
+}
+template <class S, class N>
+[[gnu::noinline]] void multiply_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
+  multiply(s, n, d, x, y);
+}
+template <class S, class N>
+[[gnu::noinline]] void divide_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
+  divide(s, n, d, x, y);
+}
+
+constexpr Fixed<Binary256::size> few;
 
 }  // namespace
 
-void add(Limb* x, const Limb* y, rules::Widths f, Direction d) { apply(add_pattern, x, y, f, d); }
-void subtract(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  apply(subtract_pattern, x, y, f, d);
+void binary256::add(Limb* x, const Limb* y, Direction d) { add_sub(Binary256(), few, d, x, y, 0); }
+void binary256::subtract(Limb* x, const Limb* y, Direction d) {
+  add_sub(Binary256(), few, d, x, y, 1);
 }
-void multiply(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  apply(multiply_pattern, x, y, f, d);
+void binary256::multiply(Limb* x, const Limb* y, Direction d) {
+  limbs::multiply(Binary256(), few, d, x, y);
 }
-void divide(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  apply(divide_pattern, x, y, f, d);
+void binary256::divide(Limb* x, const Limb* y, Direction d) {
+  limbs::divide(Binary256(), few, d, x, y);
+}
+
+void any_size::add(Limb* x, const Limb* y, rules::Widths f, Direction d) {
+  with_size(Shape{f}, [=](auto s, auto n) { add_pattern(s, n, d, x, y); });
+}
+void any_size::subtract(Limb* x, const Limb* y, rules::Widths f, Direction d) {
+  with_size(Shape{f}, [=](auto s, auto n) { subtract_pattern(s, n, d, x, y); });
+}
+void any_size::multiply(Limb* x, const Limb* y, rules::Widths f, Direction d) {
+  with_size(Shape{f}, [=](auto s, auto n) { multiply_pattern(s, n, d, x, y); });
+}
+void any_size::divide(Limb* x, const Limb* y, rules::Widths f, Direction d) {
+  with_size(Shape{f}, [=](auto s, auto n) { divide_pattern(s, n, d, x, y); });
 }
 
 rules::Operand operand_of(const Limb* x, rules::Widths f) { return operand_of(Shape{f}, x); }

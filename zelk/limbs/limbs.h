@@ -26,18 +26,56 @@ inline bool serves(rules::Widths f) {
 // x := x op y, rounded once; y may be x. Of NaN operands the left one, else the right one is passed
 // on as it is; what is invalid gives the canonical NaN.
 
+/// The operations on binary256, which need not look for the size of a format.
+namespace binary256 {
+
+inline constexpr rules::Widths widths{19, 236};
+
 /// x := x + y.
-/// \throws std::bad_alloc
+void add(Limb* x, const Limb* y, rules::Direction d);
+/// x := x - y.
+void subtract(Limb* x, const Limb* y, rules::Direction d);
+/// x := x * y.
+void multiply(Limb* x, const Limb* y, rules::Direction d);
+/// x := x / y.
+void divide(Limb* x, const Limb* y, rules::Direction d);
+
+}  // namespace binary256
+
+/// The operations on every format.
+namespace any_size {
+
+/// x := x + y.
 void add(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
 /// x := x - y.
-/// \throws std::bad_alloc
 void subtract(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
 /// x := x * y.
-/// \throws std::bad_alloc
 void multiply(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
 /// x := x / y.
-/// \throws std::bad_alloc
 void divide(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
+
+}  // namespace any_size
+
+/// x := x + y.
+/// \throws std::bad_alloc
+inline void add(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
+  f == binary256::widths ? binary256::add(x, y, d) : any_size::add(x, y, f, d);
+}
+/// x := x - y.
+/// \throws std::bad_alloc
+inline void subtract(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
+  f == binary256::widths ? binary256::subtract(x, y, d) : any_size::subtract(x, y, f, d);
+}
+/// x := x * y.
+/// \throws std::bad_alloc
+inline void multiply(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
+  f == binary256::widths ? binary256::multiply(x, y, d) : any_size::multiply(x, y, f, d);
+}
+/// x := x / y.
+/// \throws std::bad_alloc
+inline void divide(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
+  f == binary256::widths ? binary256::divide(x, y, d) : any_size::divide(x, y, f, d);
+}
 
 /// The order of two patterns: -1, 0 or 1 as x < y, x = y or x > y; 2 for NaNs.
 int compare(const Limb* x, const Limb* y, rules::Widths f);

@@ -4,6 +4,7 @@
 
 #include "zelk/limbs/patterns.h"
 #include "zelk/limbs/room.h"
+#include "zelk/limbs/short.h"
 
 namespace zelk::limbs {
 
@@ -217,46 +218,154 @@ void add_sub(Shape s, long n, Direction d, Limb* x, const Limb* y, Limb flip) {
   }
 }
 
+// ---- Products and quotients ----
+
+namespace {
+
+/// out := the significand of x, moved up so far that a normal one has the highest bit set.
+void align_up(Shape s, long n, const Number& x, Limb* out) {
+  const unsigned k = 63 - s.top_bit();
+  out[n - 1] = x.top << k | x.low[n - 2] >> 1 >> (limb_bits - 1 - k);
+  shift_up(out + 1, x.low + 1, n - 2, k);
+  out[0] = x.low[0] << k;
+}
+
+/// Whether rounding depends on what a guard has lost: less than `error` units of it.
+bool is_undecided(Direction d, Limb guard, Limb error) {
+  return (d == rules::nearest ? half_limb : 0) - guard < error;
+}
+
+/// What is left of two operands beside their significands: `exp` is the exponent of the result, or
+/// one less.
+struct Factors {
+  Limb sign;
+  std::int64_t exp;
+  bool normal;
+
+  Factors(Shape s, const Number& x, const Number& y, std::int64_t exponent)
+      : sign(x.sign ^ y.sign), exp(exponent), normal((x.top & y.top & s.hidden_bit()) != 0) {}
+
+  /// Whether the operands are normal numbers, and the result surely is one.
+  bool is_safe(Shape s) const { return normal && exp > 0 && exp < s.exp_max() - 1; }
+};
+
+/// out := x * y, x and y being significands of n limbs, y moved up to the highest bit. Rounds by
+/// the upper limbs of the product, n + 1 of them in `product`; false, and nothing done, where those
+/// do not decide.
+bool multiply_upper(Shape s, long n, Direction d, const Factors& f, const Limb* x, const Limb* y,
+                    Limb* product, Limb* out) {
+  multiply_high(product, x, y, n, product + n + 1);
+  const auto above = static_cast<unsigned>(product[n] >> s.top_bit() & 1);
+  const unsigned k = 1 - above;
+  const Limb guard = product[0] << k;
+  if (is_undecided(d, guard, product_error(n) << k)) [[unlikely]] {
+    return false;
+  }
+  shift_up(out, product + 1, n, k);
+  round_and_pack(s, n, d, f.sign, f.exp + above, guard, out);
+  return true;
+}
+
+/// out := x / y, x and y being significands of n limbs, both moved up to the highest bit. As above,
+/// with n + 3 limbs in `quotient`.
+bool divide_upper(Shape s, long n, Direction d, const Factors& f, const Limb* x, const Limb* y,
+                  Limb* quotient, Limb* out) {
+  divide_high(quotient, x, y, n, quotient + n + 3);
+  quotient[n + 2] = 0;
+  const auto above = static_cast<unsigned>(quotient[n + 1]);
+  const unsigned places = 63 - s.top_bit() + above;
+  const unsigned k = places % limb_bits;
+  const Limb* from = quotient + places / limb_bits;
+  const Limb guard = shifted_limb(from[0], from[1], k);
+  // Less than a unit goes with the limbs that the guard is cut from.
+  if (is_undecided(d, guard, quotient_error + 1)) [[unlikely]] {
+    return false;
+  }
+  shift_down(out, from + 1, n, k);
+  round_and_pack(s, n, d, f.sign, f.exp + above, guard, out);
+  return true;
+}
+
+/// out := x * y, x and y being significands of n limbs, y moved up to the highest bit, with room
+/// for the product.
+void multiply_significands(Shape s, long n, Direction d, const Factors& f, const Limb* x,
+                           const Limb* y, Limb* product, Limb* out) {
+  if (f.is_safe(s) && multiply_upper(s, n, d, f, x, y, product, out)) {
+    return;
+  }
+  mpn_mul_n(product, x, y, n);
+  const std::int64_t exp = f.exp - static_cast<long>(s.mant_width) - (63 - long{s.top_bit()});
+  normalize_and_pack(s, n, d, f.sign, exp, product, 2 * n, false, out);
+}
+
+/// out := x * x, x being a significand moved up. As a whole a square is faster.
+void square_significand(Shape s, long n, Direction d, const Factors& f, const Limb* x,
+                        Limb* product, Limb* out) {
+  mpn_sqr(product, x, n);
+  const std::int64_t exp = f.exp - static_cast<long>(s.mant_width) - 2 * (63 - long{s.top_bit()});
+  normalize_and_pack(s, n, d, f.sign, exp, product, 2 * n, false, out);
+}
+
+}  // namespace
+
+// For large products and quotients GMP allocates, and that may throw.
+
 void multiply(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   assume_many(n);
-  Room room(4 * n);
+  Room room(n + std::max(n + 1 + product_room(n), 2 * n));
   const Operands operands(s, n, x, y);
-  Limb* left = room.limbs();
-  Limb* right = left + n;
-  Limb* product = right + n;
-  const Number numbers[] = {operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
-  if (!operands.finite(s) || copy_significand(numbers[0], n, left) == 0 ||
-      copy_significand(numbers[1], n, right) == 0) [[unlikely]] {
+  const Number left = operands.unpack(s, n, 0);
+  const Number right = operands.unpack(s, n, 1);
+  if (!operands.finite(s) || is_zero(left, n) || is_zero(right, n)) [[unlikely]] {
     apply_table(Operation::product, s, d, x, y);
     return;
   }
-  multiply_integers(product, left, x == y ? left : right, n);
-  const std::int64_t exp =
-      numbers[0].exp - s.bias() + numbers[1].exp - static_cast<long>(s.mant_width);
-  normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, product, 2 * n, false, x);
+  const Factors f(s, left, right, left.exp - s.bias() + right.exp);
+  Limb* factor = room.limbs();
+  Limb* product = factor + n;
+  align_up(s, n, right, factor);
+  if (x == y) {
+    square_significand(s, n, d, f, factor, product, x);
+    return;
+  }
+  // Without sign and exponent x is its significand.
+  const Limb top = std::exchange(x[n - 1], left.top);
+  try {
+    multiply_significands(s, n, d, f, x, factor, product, x);
+  } catch (...) {
+    x[n - 1] = top;
+    throw;
+  }
 }
 
 void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   assume_many(n);
   // A quotient of 64 q - 1 bits at least, where m + 2 are needed; the remainder is the sticky bit.
   const long q = static_cast<long>((s.mant_width + 2) / limb_bits) + 1;
-  Room room(4 * n + 2 * q + 1);
+  Room room(2 * n + std::max(n + 3 + quotient_room(n), 2 * q + 1 + 2 * n));
   const Operands operands(s, n, x, y);
-  Limb* left = room.limbs();
-  Limb* right = left + n;
-  Limb* quotient = right + n;
-  const Number numbers[] = {operands.unpack(s, n, 0), operands.unpack(s, n, 1)};
-  const long x_size = copy_significand(numbers[0], n, left);
-  const long y_size = copy_significand(numbers[1], n, right);
-  if (!operands.finite(s) || x_size == 0 || y_size == 0) [[unlikely]] {
+  const Number left = operands.unpack(s, n, 0);
+  const Number right = operands.unpack(s, n, 1);
+  if (!operands.finite(s) || is_zero(left, n) || is_zero(right, n)) [[unlikely]] {
     apply_table(Operation::quotient, s, d, x, y);
     return;
   }
-  const std::int64_t exp = numbers[0].exp - numbers[1].exp + s.bias() +
-                           static_cast<long>(s.mant_width) + 1 - (q - x_size + y_size) * limb_bits -
-                           std::countl_zero(left[x_size - 1]) + std::countl_zero(right[y_size - 1]);
-  const bool sticky = divide_integers(quotient, q, left, x_size, right, y_size, quotient + q + 1);
-  normalize_and_pack(s, n, d, numbers[0].sign ^ numbers[1].sign, exp, quotient, q + 1, sticky, x);
+  const Factors f(s, left, right, left.exp - right.exp + s.bias() - 1);
+  Limb* dividend = room.limbs();
+  Limb* divisor = dividend + n;
+  Limb* quotient = divisor + n;
+  align_up(s, n, left, dividend);
+  align_up(s, n, right, divisor);
+  if (f.is_safe(s) && divide_upper(s, n, d, f, dividend, divisor, quotient, x)) {
+    return;
+  }
+  const long x_size = trimmed(dividend, n);
+  const long y_size = trimmed(divisor, n);
+  const std::int64_t exp = f.exp + 2 + static_cast<long>(s.mant_width) - q * limb_bits +
+                           bit_size(dividend, x_size) - bit_size(divisor, y_size);
+  const bool sticky =
+      divide_integers(quotient, q, dividend, x_size, divisor, y_size, quotient + q + 1);
+  normalize_and_pack(s, n, d, f.sign, exp, quotient, q + 1, sticky, x);
 }
 
 }  // namespace zelk::limbs

@@ -74,8 +74,8 @@ using Binary256 = FixedShape<19, 236>;
 template <std::size_t n>
 using Fixed = std::integral_constant<std::size_t, n>;
 
-/// Calls `serve` with the widths, as constants for binary256, and with the number of limbs of a
-/// significand, as a constant when they are few.
+/// Calls `serve` with the widths and with the number of limbs of a significand, as a constant when
+/// they are few.
 template <class Serve>
 [[gnu::always_inline]] inline decltype(auto) with_size(Shape s, Serve serve) {
   switch (const long n = s.significand_size()) {
@@ -86,7 +86,7 @@ template <class Serve>
     case 3:
       return serve(s, Fixed<3>());
     case 4:
-      return Binary256::is(s) ? serve(Binary256(), Fixed<4>()) : serve(s, Fixed<4>());
+      return serve(s, Fixed<4>());
     default:
       return serve(s, n);
   }

@@ -3,6 +3,7 @@
 #define ZELK_LIMBS_ROOM_H_
 
 #include <cstddef>
+#include <optional>
 #include <utility>
 
 #include "zelk/base/thread_scratch.h"
@@ -48,7 +49,9 @@ class Room {
   ~Room() { delete[] data; }
 #else
   /// \throws std::bad_alloc
-  explicit Room(long limbs) : data(limbs > local_size ? scratch->at_least(limbs) : local) {}
+  // cppcheck-suppress uninitMemberVar  // what is computed initialises it
+  explicit Room(long limbs)
+      : data(limbs > local_size ? scratch.emplace()->at_least(limbs) : local) {}
   ~Room() = default;
 #endif
   Room(const Room&) = delete;
@@ -60,7 +63,7 @@ class Room {
 #ifndef ZELK_EXACT_ROOM
   static constexpr long local_size = 128;
 
-  detail::ThreadScratch<Block> scratch;
+  std::optional<detail::ThreadScratch<Block>> scratch;  // of a large operation
   Limb local[static_cast<std::size_t>(local_size)];
 #endif
   Limb* data;

@@ -1,0 +1,49 @@
+// Short products and quotients against the exact ones, in no more room than is asked for.
+#include <vector>
+
+#include "support.h"
+#include "zelk/limbs/short.h"
+
+namespace {
+using namespace zelk::limbs;
+using Limbs = std::vector<Limb>;
+
+/// n limbs with the highest bit set: random ones, or `borders` of 8 at the borders of limbs.
+Limbs operand(gmp_randclass& random, std::size_t n, unsigned long borders) {
+  constexpr Limb border[] = {0, 1, ~Limb{0}, ~Limb{0} - 1, Limb{1} << 63, (Limb{1} << 63) - 1};
+  Limbs limbs(n);
+  for (Limb& limb : limbs) {
+    const unsigned long choice = mpz_class(random.get_z_range(48)).get_ui();
+    limb = choice % 8 < borders ? border[choice / 8] : mpz_class(random.get_z_bits(64)).get_ui();
+  }
+  limbs.back() |= Limb{1} << 63;
+  return limbs;
+}
+
+mpz_class integer(const Limbs& limbs) {
+  mpz_class z;
+  mpz_import(z.get_mpz_t(), limbs.size(), -1, sizeof(Limb), 0, 0, limbs.data());
+  return z;
+}
+
+TEST(ShortProducts, BoundsHold) {
+  gmp_randclass random(gmp_randinit_mt);
+  random.seed(zelk_test::seed());
+  for (long n = 2; n < 1700; n += n < 40 ? 1 : 1 + n / 5) {
+    const auto size = static_cast<std::size_t>(n);
+    for (unsigned long i = 0; i < (n < 40 ? 300 : 40); ++i) {
+      const Limbs x = operand(random, size, i % 9);
+      Limbs y = i % 7 == 0 ? x : operand(random, size, i / 9 % 9);
+      y[0] += i % 2;  // x and y may be the same, or next to each other
+      Limbs high(size + 1), quotient(size + 2), room(2 * size), more_room(3 * size + 1);
+      multiply_high(high.data(), x.data(), (x == y ? x : y).data(), n, room.data());
+      const mpz_class product_lost = (integer(x) * integer(y) >> (64 * (size - 1))) - integer(high);
+      EXPECT_TRUE(product_lost >= 0 && product_lost < product_error(n)) << n;
+      divide_high(quotient.data(), x.data(), y.data(), n, more_room.data());
+      const mpz_class lost = (integer(x) << (64 * (size + 1))) / integer(y) - integer(quotient);
+      EXPECT_TRUE(lost >= 0 && lost < quotient_error) << n;
+    }
+  }
+}
+
+}  // namespace

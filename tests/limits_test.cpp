@@ -35,6 +35,17 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
   EXPECT_TRUE(REFUSED(tiny, x += thirds) && REFUSED(half * third, x *= x));
   EXPECT_TRUE(REFUSED(zero, QNumber(largest.to_mpq() * 2 / 3)) &&
               REFUSED(zero, QNumber(1 / largest.to_mpq() / 2)));
+  EXPECT_TRUE(REFUSED((power(top - 3) - 1) / 3, x += (power(top - 2) - 1) / 5) &&
+              REFUSED((power(top / 2) - 1).inv(), x += (power(top / 2 + 1) - 1).inv()));
+  // -2^max_bits, which cleared bits leave of negative numbers, has one bit more.
+  EXPECT_TRUE(
+      REFUSED(QNumber(1 - pow2(top), 1),
+              BVNumber::bit_op(x, QNumber(2 - pow2(top), 1), BVNumber::bit_and_l, mpz_and, &x)));
+  for (const unsigned long k : {0UL, 1UL, 64UL, top - 1}) {
+    const QNumber last(pow2(k) - pow2(top), 1), more = k == 0 ? last + 2 : last + 1;
+    EXPECT_TRUE(REFUSED(last, BVNumber::set_bit(x, k, false)));
+    EXPECT_FALSE(REFUSED(more, BVNumber::set_bit(x, k, false)));
+  }
   // The last that fit.
   for (const unsigned long k : {0UL, 1UL}) {
     EXPECT_EQ(REFUSED(power(top - 3 + k).inv(), x += third), k == 1);
@@ -93,6 +104,8 @@ TEST(Limits, WideExponentsCostNothingExtra) {
       EXPECT_TRUE(f.exp_width > 63 || tiny.to_integer(0) + IEEEFloat(f, up).to_number() == 0);
     }
     const IEEEFloat huge = generic(f, up, bits(IEEEFloat::max_value(f)));
+    const QNumber three_sevenths = f.mant_width < 4 ? QNumber(1) / 4 : QNumber(3) / 7;
+    EXPECT_EQ(generic(f, up, 3) / generic(f, up, 7), IEEEFloat::from_ratio(three_sevenths, f, up));
     const IEEEFloat smallest = generic(f, up, mpz_class(1) << f.mant_width);
     EXPECT_TRUE(REFUSED(huge, x.to_number()) && REFUSED(huge, x.to_integer(0)) &&
                 REFUSED(huge, x.to_integer(~0UL)) && huge.to_integer(1000) == 0);

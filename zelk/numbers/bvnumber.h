@@ -78,6 +78,7 @@ class ZELK_EXPORT BVNumber {
       return;
     }
     g(QNumber::gmp_tmp[0], integer(a), integer(b));
+    QNumber::require_bits(mpz_sizeinbase(QNumber::gmp_tmp[0], 2));
     out->assign_big(QNumber::gmp_tmp[0]);
   }
 

@@ -51,6 +51,11 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
     EXPECT_EQ(REFUSED(power(top - 3 + k).inv(), x += third), k == 1);
     const auto value = IEEEFloat::from_scaled(power(100) + 1, top - 102 + k, {20, 100}, up);
     EXPECT_EQ(REFUSED(value, x.to_number()), k == 1);
+    const auto n = static_cast<long>(top + k);
+    for (const long e : {1 - n, n - 65}) {
+      EXPECT_EQ(REFUSED(zero, x = QNumber::scaled((1L << 62) + 1, e < 0 ? e : e + 2)), k == 1);
+      EXPECT_EQ(REFUSED(zero, x = QNumber::scaled(std::data({1UL, 1UL}), 2, true, e)), k == 1);
+    }
   }
   const std::string digits(top / 4, '1');
   EXPECT_TRUE(REFUSED(seven, x = x.from_text(digits + '1')) &&

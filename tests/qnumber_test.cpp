@@ -99,6 +99,7 @@ FirstAndLast::~FirstAndLast() {
   const QNumber big = (power(200) + 1) / (power(100) - 1);
   QNumber q, r;
   power(200).divmod(power(70) + 1, q, r);
+  const std::vector<QNumber> many(99, big);  // which take all memory that was given back
   bool holds = (big - power(100)) * (power(100) - 1) == power(100) + 1 &&
                q * (power(70) + 1) + r == power(200);
   for (const Format f : {Format{11, 52}, {10, 53}, {15, 112}, {19, 236}, {20, 400}, {64, 60}}) {
@@ -109,7 +110,7 @@ FirstAndLast::~FirstAndLast() {
     z.set_format({20, 400});
     holds = holds && z.to_number() == (x * y).to_number();
   }
-  if (!holds) std::abort();
+  if (!holds || many != std::vector<QNumber>(99, big)) std::abort();
 }
 
 TEST(QNumber, ServesStaticObjects) {

@@ -177,9 +177,11 @@ TEST(Values, BadModes) {
     third = IEEEFloat::from_ratio(QNumber(1) / 3, f, modes[0]);
     third.set_mode(seven);
     EXPECT_EQ(TRIED(third, x *= x) + TRIED(third, x.set_format({4, 2})), bad + bad) << third;
+    EXPECT_EQ(TRIED(third, x = x.from_number(power(999) + 1, f, seven)), bad) << third;
   }
   for (const char* text : {"16", "-64", "64.00", "64.1", "1e21", "1e22", "40000e15", "60000e16",
-                           "0x1p99", "-5/7", "200/7", "2251799813685247", "2251799813685249"}) {
+                           "0x1p99", "-5/7", "200/7", "450359962737049e1", "450359962737051e1",
+                           "2251799813685247", "2251799813685249"}) {
     IEEEFloat x = third, y = third;
     const auto read = [&] { return x = IEEEFloat::from_text(text, {3, 50}, seven); };
     const QNumber q = QNumber::from_text(text);

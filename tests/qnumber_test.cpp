@@ -114,6 +114,7 @@ FirstAndLast::~FirstAndLast() {
 }
 
 TEST(QNumber, ServesStaticObjects) {
+  const FirstAndLast leaves_storage;
   EXPECT_EQ((*used_outside_main * *used_outside_main).to_number(), power(248));
 }
 

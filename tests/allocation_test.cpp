@@ -167,8 +167,10 @@ static int failures = 0;
 
 // Makes each allocation of the call fail in its turn: the failure must arrive, and x stay.
 static void fail_everywhere(const auto& start, std::size_t which, auto call) {
+  static const IEEEFloat wide = IEEEFloat::max_value({15, 112});
   for (long n = 0;; ++n) {
     auto x = start;
+    const std::vector<IEEEFloat> none_to_spare(33, wide);  // so that all is allocated
     bool failed = false;
     heap.until_failure = n;
     try {

@@ -35,11 +35,27 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
   EXPECT_TRUE(REFUSED(tiny, x += thirds) && REFUSED(half * third, x *= x));
   EXPECT_TRUE(REFUSED(zero, QNumber(largest.to_mpq() * 2 / 3)) &&
               REFUSED(zero, QNumber(1 / largest.to_mpq() / 2)));
+  EXPECT_TRUE(REFUSED((power(top - 3) - 1) / 3, x += (power(top - 2) - 1) / 5) &&
+              REFUSED((power(top / 2) - 1).inv(), x += (power(top / 2 + 1) - 1).inv()));
+  // -2^max_bits, which cleared bits leave of negative numbers, has one bit more.
+  EXPECT_TRUE(
+      REFUSED(QNumber(1 - pow2(top), 1),
+              BVNumber::bit_op(x, QNumber(2 - pow2(top), 1), BVNumber::bit_and_l, mpz_and, &x)));
+  for (const unsigned long k : {0UL, 1UL, 64UL, top - 1}) {
+    const QNumber last(pow2(k) - pow2(top), 1), more = k == 0 ? last + 2 : last + 1;
+    EXPECT_TRUE(REFUSED(last, BVNumber::set_bit(x, k, false)));
+    EXPECT_FALSE(REFUSED(more, BVNumber::set_bit(x, k, false)));
+  }
   // The last that fit.
   for (const unsigned long k : {0UL, 1UL}) {
     EXPECT_EQ(REFUSED(power(top - 3 + k).inv(), x += third), k == 1);
     const auto value = IEEEFloat::from_scaled(power(100) + 1, top - 102 + k, {20, 100}, up);
     EXPECT_EQ(REFUSED(value, x.to_number()), k == 1);
+    const auto n = static_cast<long>(top + k);
+    for (const long e : {1 - n, n - 65}) {
+      EXPECT_EQ(REFUSED(zero, x = QNumber::scaled((1L << 62) + 1, e < 0 ? e : e + 2)), k == 1);
+      EXPECT_EQ(REFUSED(zero, x = QNumber::scaled(std::data({1UL, 1UL}), 2, true, e)), k == 1);
+    }
   }
   const std::string digits(top / 4, '1');
   EXPECT_TRUE(REFUSED(seven, x = x.from_text(digits + '1')) &&
@@ -83,7 +99,10 @@ TEST(Limits, WideExponentsCostNothingExtra) {
   for (const Format f : {Format{20, 4}, {40, 4}, {62, 1}, {63, 1}, {64, 4}}) {
     const mpz_class one = bits(IEEEFloat::from_number(1, f, up));
     const mpz_class minus_one = one + (mpz_class(1) << (f.exp_width + f.mant_width));
+    const QNumber three_sevenths = f.mant_width < 4 ? QNumber(1) / 4 : QNumber(3) / 7;
     for (const auto rm : modes) {
+      EXPECT_EQ(generic(f, rm, 3) / generic(f, rm, 7),
+                IEEEFloat::from_ratio(three_sevenths, f, rm));
       const IEEEFloat v = generic(f, rm, one), tiny = generic(f, rm, 1);
       EXPECT_EQ(bits(v + tiny), one + (rm == 2 ? 1 : 0)) << name(v);
       EXPECT_EQ(bits(v - tiny), one - (rm == 1 || rm == 3 ? 1 : 0)) << name(v);

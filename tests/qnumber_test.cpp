@@ -1,4 +1,11 @@
 // Exact rationals against GMP's, the form that each result takes, errors, static objects.
+
+// Built before the library's static objects, and gone after them: defined above all that it uses.
+struct FirstAndLast {
+  ~FirstAndLast();
+};
+[[gnu::init_priority(101)]] static const FirstAndLast first_and_last;
+
 #include <memory>
 #include <random>
 #include <thread>
@@ -66,6 +73,11 @@ TEST(QNumber, ConstructionIsExactAndTakesTheFormOfItsSource) {
       check({n, d}, want, static_cast<int>(n) == n && static_cast<int>(d) == d);
     }
   }
+  for (const mp_limb_t limb : {(1UL << 63) - 1, 1UL << 63}) {
+    check(QNumber::scaled(&limb, 1, true, 0), -mpz_class(limb), limb < 1UL << 63);
+    check(IEEEFloat::from_number(limb, {19, 236}, modes[0]).to_integer(100), mpz_class(limb),
+          limb < 1UL << 63);
+  }
   EXPECT_TRUE(zelk::gcd_cache[990][935] == 55 && zelk::gcd_cache[935][990] == 55);
   EXPECT_EQ(QNumber(1) / 4106 + QNumber(1) / 6159, QNumber(5, 12318));  // a large common divisor
   QNumber q = 7, r = 8;
@@ -84,7 +96,26 @@ static const std::shared_ptr<IEEEFloat> used_outside_main(
       delete x;
     });
 
+FirstAndLast::~FirstAndLast() {
+  const QNumber big = (power(200) + 1) / (power(100) - 1);
+  QNumber q, r;
+  power(200).divmod(power(70) + 1, q, r);
+  const std::vector<QNumber> many(99, big);  // which take all memory that was given back
+  bool holds = (big - power(100)) * (power(100) - 1) == power(100) + 1 &&
+               q * (power(70) + 1) + r == power(200);
+  for (const Format f : {Format{11, 52}, {10, 53}, {15, 112}, {19, 236}, {20, 400}, {64, 60}}) {
+    const IEEEFloat x = IEEEFloat::from_ratio(big, f, modes[1]);
+    const IEEEFloat y = IEEEFloat::from_text("0x.8", f, modes[1]);
+    IEEEFloat z = (x + x) * y / (y + y) - x * y;
+    holds = holds && z * (y + y) == x * y && z.to_integer(0) == power(99);
+    z.set_format({20, 400});
+    holds = holds && z.to_number() == (x * y).to_number();
+  }
+  if (!holds || many != std::vector<QNumber>(99, big)) std::abort();
+}
+
 TEST(QNumber, ServesStaticObjects) {
+  const FirstAndLast leaves_storage;
   EXPECT_EQ((*used_outside_main * *used_outside_main).to_number(), power(248));
 }
 

@@ -74,5 +74,11 @@ void run(zelk_test::Format f) {
 }
 static const int flags_at_start = float_exception_flags;
 TEST(Swflt, NoFlagIsRaisedAtStart) { EXPECT_EQ(flags_at_start, 0); }
+TEST(Swflt, AnyCharacterButNulSetsTheSign) {
+  for (const int s : {1, 2, 64, -128}) {
+    const auto c = static_cast<char>(s);
+    EXPECT_TRUE(float32_set_sign(5, c) == 0x80000005 && float64_set_sign(5, c) == 5 + (1UL << 63));
+  }
+}
 TEST(Swflt, Binary32) { run<float, std::uint32_t, double>({8, 23}); }
 TEST(Swflt, Binary64) { run<double, std::uint64_t, float>({11, 52}); }

@@ -23,7 +23,7 @@ static std::vector<std::pair<std::string, std::string>> pairs(const char* text) 
 TEST(Text, NumbersAreExact) {
   for (const auto& [text, want] : pairs(
            "0 0 -0 0 +12 12 007 7 -7/4 -7/4 10/4 5/2 .5 1/2 5. 5 -0.125 -1/8 1e3 1000 12.5E-2 1/8 "
-           "1e+0 1 0x1F 31 0X.8 1/2 0x1.8p-3 3/16 -0xap1 -20 0e99999999999999999999 0 "
+           "1e+0 1 0x1F 31 0x1P3 8 0X.8 1/2 0x1.8p-3 3/16 -0xap1 -20 0e99999999999999999999 0 "
            "18446744073709551616 18446744073709551616")) {
     EXPECT_EQ(QNumber::from_text(text).to_mpq(), mpq_class(want)) << text;
   }
@@ -96,9 +96,9 @@ TEST(Text, RangesAndWords) {
            "01e999999999999 7C00 11e999999999999 7BFF 3-1e99999999999999999999 FC00 "
            "01e-999999999999 0 21e-999999999999 1 3-1e-99999999999999999999 8001 "
            "20x1p-99999999999999999999 1 00e99999999999999999999 0 0-0.0 8000 0inf 7C00 "
-           "1-Infinity FC00 3+INF 7C00 0NaN FC01 0-nan FC01")) {
+           "1-Infinity FC00 3+INF 7C00 0NaN FC01 3-nan FC01 20 0")) {
     const IEEEFloat x = IEEEFloat::from_text(text.substr(1), {5, 10}, modes[text[0] - '0']);
-    EXPECT_EQ(bits(x), mpz_class(want, 16)) << text;
+    EXPECT_TRUE(bits(x) == mpz_class(want, 16) && x.get_mode() == modes[text[0] - '0']) << text;
   }
   for (const QNumber& k : {-power(64), -power(63) + 1, -power(70), power(64), power(70)}) {
     for (const QNumber& q : {QNumber(1), QNumber(-1) / 3, power(100) + 1}) {
@@ -131,6 +131,11 @@ static void check_limits(Format f) {
 TEST(Formats, LimitsAreThoseOfTheProcessor) {
   check_limits<float>(zelk::formats::single);
   check_limits<double>(zelk::formats::double_);
+  namespace named = zelk::formats;
+  constexpr Format others[] = {named::half,    named::bfloat16, named::tf32,    named::quad,
+                               named::octuple, named::fp8_e4m3, named::fp8_e5m2};
+  constexpr Format widths[] = {{5, 10}, {8, 7}, {8, 10}, {15, 112}, {19, 236}, {4, 3}, {5, 2}};
+  EXPECT_TRUE(std::equal(std::begin(others), std::end(others), std::begin(widths)));
   Random random;
   Mpfr t({15, 300});
   mpfr_set_ui(t.a, 2, MPFR_RNDN);

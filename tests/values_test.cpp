@@ -39,11 +39,13 @@ TEST(Values, Representations) {
 }
 
 TEST(Values, CopiesAreDeepAndMovesLeaveThePlaceholder) {
-  // Without an exponent there is no arithmetic, and yet a pattern that is copied whole.
-  IEEEFloat odd = IEEEFloat::max_value(half), taken = IEEEFloat::max_value(quad);
-  odd.set_mode(modes[1]);
-  odd.set_format({0, 200});
-  EXPECT_TRUE(same(taken = odd, odd));
+  // Without an exponent, too, a copy has the pattern of its source.
+  for (const unsigned long m : {62UL, 63UL, 64UL, 200UL}) {
+    IEEEFloat odd = IEEEFloat::max_value(half), taken = IEEEFloat::max_value(quad);
+    odd.set_mode(modes[1]);
+    odd.set_format({0, m});
+    EXPECT_EQ((taken = odd).get_bits(), odd.get_bits()) << m;
+  }
   const IEEEFloat all[] = {IEEEFloat(half, repr3, modes[1]),
                            from(0x3C01, half, 2),
                            from(0xC0490FDB, single, 3),
@@ -89,6 +91,11 @@ TEST(Values, PackedOnes) {
                 !(nan == zero) && flags_were(0) && (zero / zero).is_nan() && flags_were(0));
     EXPECT_TRUE(!IEEEFloat::from_number(QNumber(1) / 3, f, modes[0]).is_zero() && flags_were(0) &&
                 !IEEEFloat::from_number(3, f, modes[0]).is_zero() && flags_were(1));
+    for (int op = 0; op < 8; ++op) {
+      IEEEFloat three = IEEEFloat::from_number(3, f, modes[op / 4 * 2]);
+      flags_were(0);
+      EXPECT_TRUE(apply(op % 4, three, three).get_format() == f && flags_were(0)) << op;
+    }
     nan.set_format(f == single ? twice : single);
     EXPECT_TRUE(bits(nan) == (f == twice ? 0xFF800001 : 0xFFF0000000000001) && flags_were(0));
   }
@@ -164,7 +171,23 @@ TEST(Values, BadModes) {
   for (const char* text : {"1e9", "1e999999", "-1e-9", "1e-999999", "0.1"}) {
     EXPECT_EQ(TRIED(from(1, half, 7), x = x.from_text(text, half, x.get_mode())), bad) << text;
   }
-  EXPECT_EQ(from(0x4380, half, 7).to_integer(8), 3);       // of 3.75
+  constexpr auto seven = static_cast<IEEEFloat::rounding_mode>(7);
+  for (const Format f : {half, quad, Format{19, 236}, Format{20, 318}, Format{64, 5}}) {
+    EXPECT_EQ(IEEEFloat::from_ratio(QNumber(15) / 4, f, seven).to_integer(8), 3);
+    third = IEEEFloat::from_ratio(QNumber(1) / 3, f, modes[0]);
+    third.set_mode(seven);
+    EXPECT_EQ(TRIED(third, x *= x) + TRIED(third, x.set_format({4, 2})), bad + bad) << third;
+    EXPECT_EQ(TRIED(third, x = x.from_number(power(999) + 1, f, seven)), bad) << third;
+  }
+  for (const char* text : {"16", "-64", "64.00", "64.1", "1e21", "1e22", "40000e15", "60000e16",
+                           "0x1p99", "-5/7", "200/7", "450359962737049e1", "450359962737051e1",
+                           "2251799813685247", "2251799813685249"}) {
+    IEEEFloat x = third, y = third;
+    const auto read = [&] { return x = IEEEFloat::from_text(text, {3, 50}, seven); };
+    const QNumber q = QNumber::from_text(text);
+    EXPECT_EQ(message(read), message([&] { return y = IEEEFloat::from_ratio(q, {3, 50}, seven); }));
+    EXPECT_EQ(bits(x), bits(y)) << text;
+  }
   IEEEFloat tenth = from(0x3FF0000000000000UL, twice, 7);  // packed: to nearest-even
   tenth /= from(0x4024000000000000UL, twice);
   EXPECT_EQ(bits(tenth), 0x3FB999999999999AUL);

@@ -79,6 +79,16 @@ bool is_name(std::string_view text, std::string_view word) {
                     [](char a, char b) { return (a | 0x20) == b; });
 }
 
+// Whether so much is sure by the size of 5^|t|: more than m + 1 bits in n 5^t with an odd n, or a
+// remainder of n / 5^|t|. The number is then inexact at any exponent.
+bool is_inexact(const detail::NumberText& number, unsigned long m) {
+  const QNumber n = number.magnitude.get_num();
+  const QNumber length(BVNumber::bit_length(n));
+  const QNumber fives = number.ten * QNumber(2321) / 1000;
+  return number.ten.sign() > 0 ? length - BVNumber::lowest_one(n) - 2 + fives >= m
+                               : length + fives <= 0;
+}
+
 // The number with its power of ten built in, or one beyond the format's range, on the same side,
 // that rounds as it does: with 10^t = 2^t 5^t, and log2(5) between 2.321 and 2.322.
 detail::NumberText reduced(const detail::NumberText& number, const IEEEFloat::format& f) {
@@ -89,7 +99,7 @@ detail::NumberText reduced(const detail::NumberText& number, const IEEEFloat::fo
   const QNumber least = bits - 1 + result.two + number.ten * QNumber(up ? 2321 : 2322) / 1000;
   const QNumber most = bits + 1 + result.two + number.ten * QNumber(up ? 2322 : 2321) / 1000;
   const QNumber bias = f.bias();
-  if (least > bias + 1) {
+  if (least > bias + 1 && is_inexact(number, f.mant_width)) {
     // Twice the largest power of two and more, inexact, as the number is.
     result.magnitude = detail::power(2, f.mant_width + 2) + 1;
     result.two = bias + 2;

@@ -51,6 +51,9 @@ void BVNumber::set_bit_big(QNumber& n, unsigned long i, bool value) {
     return;
   }
   QNumber::require_bits(i < npos ? i + 1 : npos);
+  if (n.sign() < 0 && !value && lowest_one(n) == i) {
+    QNumber::require_bits(lowest_one(n, i + 1) + 1);  // may be all that is left: -2^k
+  }
   const detail::Operand old = n.numerator();
   mpz_ptr z = n.room(std::max(mpz_size(old), i / 64 + 1) + 1);
   (value ? mpz_setbit : mpz_clrbit)(z, i);

@@ -84,6 +84,7 @@ class ZELK_EXPORT BVNumber {
     const detail::Operand y = b.numerator();
     QNumber result = QNumber::big_zero(std::max(mpz_size(x), mpz_size(y)) + 1);
     g(mpq_numref(result.gmp), x, y);
+    QNumber::require_bits(mpz_sizeinbase(mpq_numref(result.gmp), 2));
     *out = std::move(result);
   }
 

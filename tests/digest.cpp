@@ -27,7 +27,6 @@ std::size_t run(Format f, IEEEFloat::Repr repr) {
     IEEEFloat x = value(random, t), y = i % 7 == 0 ? x : value(random, t);
     x.set_mode(modes[i % 4]);
     for (IEEEFloat* v : {&x, &y}) v->self_specialize_repr(repr);
-    if (repr == IEEEFloat::REPR_GENERIC && i % 3 == 0) x = in_big_form(x);
     if (IEEEFloat::get_best_repr(f) == IEEEFloat::REPR_GENERIC && i % 31 == 0) {
       x.set_mode(static_cast<IEEEFloat::rounding_mode>(7));
     }

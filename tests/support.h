@@ -102,17 +102,6 @@ inline IEEEFloat generic(Format f, IEEEFloat::rounding_mode rm, const mpz_class&
   return x;
 }
 
-/// The same generic value, its pattern in a number of the big form; not for the hardware formats.
-inline IEEEFloat in_big_form(const IEEEFloat& x) {
-  IEEEFloat big({15, 112}, IEEEFloat::ROUND_NEAREST_EVEN);
-  big.self_zero(true);
-  big.set_format(x.get_format());
-  big.self_specialize_repr(IEEEFloat::REPR_GENERIC);
-  big += x;  // from -0, which changes no value
-  big.set_mode(x.get_mode());
-  return big;
-}
-
 /// "(5,10) mode 2 0x3c01": how failures name a value.
 inline std::string name(const IEEEFloat& x) {
   const Format f = x.get_format();

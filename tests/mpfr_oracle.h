@@ -80,8 +80,8 @@ void check_number(Mpfr& t, auto& patterns, IEEEFloat::rounding_mode rm) {
               (r.get_bits().is_small() || t.sign >= pow2(62)));
 }
 
-/// Every check of values of one format: of packed words and generic values, and of operands that are
-/// one value.
+/// Every check of values of one format: of packed words and generic values, and of operands that
+/// are one value.
 void check_all(Mpfr& t, Mpfr& to, auto& patterns) {
   const unsigned long kind = patterns.below(256);
   const mpz_class p = patterns.pattern(t);

@@ -161,6 +161,12 @@ inline constexpr Call calls[] = {
 inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,
                              first_exact = 21, first_of_g = 24;
 
+/// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.
+inline std::string outcome(Call call, IEEEFloat x, const IEEEFloat* y, Format g, QNumber n) {
+  const std::string text = message([&] { return call(x, y != nullptr ? *y : x, g, n), 0; });
+  return text + name(x) + ' ' + n.to_mpq().get_str(16);
+}
+
 /// Patterns that find faults, from what gives numbers: `below(n)`, and `digits(n)` of n bits.
 template <typename Numbers>
 struct Patterns {

@@ -85,6 +85,23 @@ union Pattern {
   constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
 };
 
+/// An operation on a road: x := x op y, patterns of one format (e, m). The mode is as stored: roads
+/// but for packed words and numbers see one of the four only.
+using Operation = void (*)(Pattern& x, const Pattern& y, unsigned long exp_width,
+                           unsigned long mant_width, unsigned mode);
+
+/// An operation on all roads.
+struct Operations {
+  Operation on[road_count];
+
+  Operation operator[](Road r) const { return on[static_cast<unsigned>(r)]; }
+};
+
+extern ZELK_EXPORT const Operations addition;        ///< of `+=`
+extern ZELK_EXPORT const Operations subtraction;     ///< of `-=`
+extern ZELK_EXPORT const Operations multiplication;  ///< of `*=`
+extern ZELK_EXPORT const Operations division;        ///< of `/=`
+
 }  // namespace zelk::detail
 
 #endif  // ZELK_FLOAT_KIND_H_

@@ -233,7 +233,7 @@ template <Shape S>
     exp = 0;
     raise(s, rounded_exp <= 0 && is_inexact(s, sig), rules::underflow);
   }
-  return round_and_pack_inside(s, {sign, exp, sig}, mode);
+  return round_and_pack_inside(s, Unpacked<Word<S>>{sign, exp, sig}, mode);
 }
 
 // Rounds to the format, and raises overflow, underflow and inexact.

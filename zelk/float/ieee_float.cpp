@@ -294,6 +294,8 @@ int IEEEFloat::order_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
       return in_word(words::binary32);
     case Road::packed64:
       return in_word(words::binary64);
+    case Road::half:
+    case Road::bfloat16:
     case Road::short_word:
     case Road::word:
       return words::order_of(a.shape(), x[0], y[0]);

@@ -93,6 +93,14 @@ struct OneWord : FourModes {
   static void store(S /*shape*/, Word r, Pattern& x) { x.words[0] = r; }
 };
 
+/// One of a format that is used much.
+template <class S>
+struct FixedWord : FourModes {
+  static S shape(Widths /*f*/) { return {}; }
+  static Word load(S /*shape*/, const Pattern& x) { return x.words[0]; }
+  static void store(S /*shape*/, Word r, Pattern& x) { x.words[0] = r; }
+};
+
 /// A packed pattern. Results come without flags: the library never reports them.
 template <class S>
 struct Packed {
@@ -149,6 +157,10 @@ constexpr Operation on_road(Road road) {
       return OnWords<typename Op::OnWords, OneWord<words::ShortShape>>::usual;
     case Road::word:
       return OnWords<typename Op::OnWords, OneWord<words::RuntimeShape>>::usual;
+    case Road::half:
+      return OnWords<typename Op::OnWords, FixedWord<words::FixedShape<5, 10>>>::usual;
+    case Road::bfloat16:
+      return OnWords<typename Op::OnWords, FixedWord<words::FixedShape<8, 7>>>::usual;
     case Road::quad:
       return OnWords<typename Op::OnWords, Quad>::usual;
     case Road::double_word:

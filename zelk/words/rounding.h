@@ -48,6 +48,10 @@ inline constexpr bool passes_nan_on<ShortShape> = true;
 template <>
 inline constexpr bool passes_nan_on<RaisedShape> = true;
 template <>
+inline constexpr bool passes_nan_on<FixedShape<5, 10>> = true;
+template <>
+inline constexpr bool passes_nan_on<FixedShape<8, 7>> = true;
+template <>
 inline constexpr bool passes_nan_on<FixedShape<15, 112>> = true;
 
 // The value +-sig * 2^(exp + 1 - bias - lead), where sig has its leading bit at `lead`; a nonzero

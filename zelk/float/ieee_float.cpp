@@ -5,7 +5,6 @@
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/codec.h"
 #include "zelk/exact/exact.h"
-#include "zelk/float/roads.h"
 #include "zelk/limbs/copy.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/numbers/room.h"
@@ -16,7 +15,6 @@ namespace zelk {
 
 using detail::Kind;
 using detail::Road;
-using detail::Word;
 using rules::Class;
 using rules::Widths;
 
@@ -296,6 +294,8 @@ int IEEEFloat::order_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
       return in_word(words::binary32);
     case Road::packed64:
       return in_word(words::binary64);
+    case Road::half:
+    case Road::bfloat16:
     case Road::short_word:
     case Road::word:
       return words::order_of(a.shape(), x[0], y[0]);
@@ -371,40 +371,13 @@ void IEEEFloat::packed_next(bool up) {
 
 // ---- Rounded arithmetic ----
 
-struct IEEEFloat::Operations {
-  [[gnu::always_inline]] static void apply(const detail::Function* functions, IEEEFloat& x,
-                                           const IEEEFloat& y) {
-    const Head head = x.head;
-    if (head.kind != y.head.kind || !head.kind.names_format() ||
-        !rules::is_direction(head.control & mode_mask)) [[unlikely]] {
-      otherwise(functions, x, y);
-      return;
-    }
-    functions[static_cast<unsigned>(head.kind.road())](
-        x.pattern, y.pattern, {head.exp_width, head.mant_width}, head.control & mode_mask);
-  }
-
-  // Formats that only the widths tell apart, and unknown modes, which numbers report.
-  [[gnu::noinline]] static void otherwise(const detail::Function* functions, IEEEFloat& x,
-                                          const IEEEFloat& y) {
-    x.require_same_kind(y);
-    const bool on_road = !x.is_generic() || rules::is_direction(x.mode());
-    const Road road = on_road ? x.head.kind.road() : Road::numbers;
-    functions[static_cast<unsigned>(road)](x.pattern, y.pattern, widths(x.get_format()), x.mode());
-  }
-};
-
-void IEEEFloat::add(const IEEEFloat& other) {
-  Operations::apply(detail::functions<detail::Addition>, *this, other);
-}
-void IEEEFloat::subtract(const IEEEFloat& other) {
-  Operations::apply(detail::functions<detail::Subtraction>, *this, other);
-}
-void IEEEFloat::multiply(const IEEEFloat& other) {
-  Operations::apply(detail::functions<detail::Multiplication>, *this, other);
-}
-void IEEEFloat::divide(const IEEEFloat& other) {
-  Operations::apply(detail::functions<detail::Division>, *this, other);
+// Formats that only the widths tell apart, and unknown modes, which numbers report.
+void IEEEFloat::apply_otherwise(const detail::Operations& operation, const IEEEFloat& other) {
+  require_same_kind(other);
+  const bool on_road = !is_generic() || rules::is_direction(mode());
+  const Road road = on_road ? head.kind.road() : Road::numbers;
+  const format f = get_format();
+  operation[road](pattern, other.pattern, f.exp_width, f.mant_width, mode());
 }
 
 }  // namespace zelk

@@ -254,23 +254,19 @@ class ZELK_EXPORT IEEEFloat {
   ///   or more, or the shift to a subnormal result does.
   IEEEFloat& operator+=(const IEEEFloat& other) {
     const auto sum = [](auto a, auto b) { return swflt::detail::add_nearest(a, b); };
-    if (!apply_packed(other, sum)) add(other);
-    return *this;
+    return apply(detail::addition, other, sum);
   }
   IEEEFloat& operator-=(const IEEEFloat& other) {
     const auto difference = [](auto a, auto b) { return swflt::detail::sub_nearest(a, b); };
-    if (!apply_packed(other, difference)) subtract(other);
-    return *this;
+    return apply(detail::subtraction, other, difference);
   }
   IEEEFloat& operator*=(const IEEEFloat& other) {
     const auto product = [](auto a, auto b) { return swflt::detail::mul_nearest(a, b); };
-    if (!apply_packed(other, product)) multiply(other);
-    return *this;
+    return apply(detail::multiplication, other, product);
   }
   IEEEFloat& operator/=(const IEEEFloat& other) {
     const auto quotient = [](auto a, auto b) { return swflt::detail::div_nearest(a, b); };
-    if (!apply_packed(other, quotient)) divide(other);
-    return *this;
+    return apply(detail::division, other, quotient);
   }
   /// \}
 
@@ -305,7 +301,6 @@ class ZELK_EXPORT IEEEFloat {
   friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
   friend detail::PatternAccess;
-  struct Operations;
 
   // What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
   // second word of the pattern, which such formats have no use for.
@@ -358,13 +353,10 @@ class ZELK_EXPORT IEEEFloat {
   void step_magnitude(bool grow);
   void convert_otherwise(const format& f, unsigned r, detail::Kind to);
 
-  // Packed values that round to nearest-even, the operation being inlined up to its routine.
+  // Packed values that round to nearest-even go to `nearest`, all others the road of their kind.
   template <class Nearest>
-  [[gnu::always_inline]] bool apply_packed(const IEEEFloat& other, Nearest nearest);
-  void add(const IEEEFloat& other);
-  void subtract(const IEEEFloat& other);
-  void multiply(const IEEEFloat& other);
-  void divide(const IEEEFloat& other);
+  IEEEFloat& apply(const detail::Operations& operation, const IEEEFloat& other, Nearest nearest);
+  void apply_otherwise(const detail::Operations& operation, const IEEEFloat& other);
 
   bool generic_get_sign() const;
   bool generic_is_inf() const;
@@ -388,20 +380,20 @@ class ZELK_EXPORT IEEEFloat {
 };
 
 template <class Nearest>
-[[gnu::always_inline]] inline bool IEEEFloat::apply_packed(const IEEEFloat& other,
-                                                           Nearest nearest) {
-  if (head.is_nearest(REPR_FLOAT64, detail::Kind::packed64()) &&
-      other.head.kind == detail::Kind::packed64()) {
+[[gnu::always_inline]] inline IEEEFloat& IEEEFloat::apply(const detail::Operations& operation,
+                                                          const IEEEFloat& other, Nearest nearest) {
+  const bool same = head.kind == other.head.kind;
+  if (same && head.is_nearest(REPR_FLOAT64, detail::Kind::packed64())) {
     pattern.words[0] = nearest(pattern.words[0], other.pattern.words[0]);
-    return true;
-  }
-  if (head.is_nearest(REPR_FLOAT32, detail::Kind::packed32()) &&
-      other.head.kind == detail::Kind::packed32()) {
+  } else if (same && head.is_nearest(REPR_FLOAT32, detail::Kind::packed32())) {
     pattern.words[0] = nearest(static_cast<std::uint32_t>(pattern.words[0]),
                                static_cast<std::uint32_t>(other.pattern.words[0]));
-    return true;
+  } else if (same && head.kind.names_format() && mode() <= ROUND_TOWARD_NEGATIVE) [[likely]] {
+    operation[head.kind.road()](pattern, other.pattern, head.exp_width, head.mant_width, mode());
+  } else {
+    apply_otherwise(operation, other);
   }
-  return false;
+  return *this;
 }
 
 inline bool IEEEFloat::get_sign() const {

@@ -20,7 +20,10 @@ Road road_of(unsigned long e, unsigned long m) {
     return Road::numbers;
   }
   if (has_words && words::serves_in_one_word(e, m)) {
-    return m <= words::short_width ? Road::short_word : Road::word;
+    return e == 5 && m == 10         ? Road::half
+           : e == 8 && m == 7        ? Road::bfloat16
+           : m <= words::short_width ? Road::short_word
+                                     : Road::word;
   }
   if (has_words && words::serves_in_two_words(e, m)) {
     return e == 15 && m == 112 ? Road::quad : Road::double_word;

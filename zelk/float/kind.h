@@ -11,18 +11,20 @@
 namespace zelk::detail {
 
 /// The roads. On words there is one for each shape that a pattern can have there: for a way of
-/// computing, with constants or not, in one word or two.
+/// computing, in one word or two, and with constants for the formats that are used most.
 enum class Road : unsigned {
-  numbers,      ///< exact integers: the reference, for every format, mode and size
-  packed32,     ///< binary32 in a packed word
-  packed64,     ///< binary64 in a packed word
-  limbs,        ///< three limbs and more
-  short_word,   ///< one word, and significands of which two fit it
-  word,         ///< one word
-  quad,         ///< binary128 in two words
-  double_word,  ///< two words
+  numbers = 0,      ///< exact integers: the reference, for every format, mode and size
+  packed32 = 1,     ///< binary32 in a packed word
+  packed64 = 2,     ///< binary64 in a packed word
+  limbs = 3,        ///< three limbs and more
+  quad = 4,         ///< binary128 in two words
+  double_word = 5,  ///< two words
+  half = 8,         ///< binary16 in a word
+  bfloat16 = 9,     ///< (8, 7) in a word
+  short_word = 10,  ///< one word, and significands of which two fit it
+  word = 11,        ///< one word
 };
-inline constexpr unsigned road_count = 8;
+inline constexpr unsigned road_count = 12;
 
 /// Whether anything but packed arithmetic leaves the road of numbers. A build without the short
 /// roads gives the same results, but for what only they find room for under a very low `max_bits`.
@@ -45,13 +47,13 @@ class Kind {
   static constexpr Kind packed32() { return Kind(with(Road::packed32) | code(8, 23)); }
   static constexpr Kind packed64() { return Kind(with(Road::packed64) | code(11, 52)); }
 
-  Road road() const { return static_cast<Road>(bits >> road_place & 7U); }
+  Road road() const { return static_cast<Road>(bits >> road_place & 15U); }
   /// Whether the pattern is in limbs on the heap; else it is in the two words of the value.
   bool is_wide() const { return bits >> 31 != 0; }
   /// Whether a width of the format needs more than 32 bits.
   bool is_huge() const { return (bits >> huge_place & 1) != 0; }
   /// Whether the pattern is in one word, and words serve its format.
-  bool is_one_word() const { return bits >> (road_place + 1) == one_word_roads; }
+  bool is_one_word() const { return bits >> (road_place + 3) == 1; }  // road 8 and above
   /// Whether either pattern is on the heap.
   static bool any_wide(Kind a, Kind b) { return (a.bits | b.bits) >> 31 != 0; }
   /// Whether values of this kind have one format; else only the widths tell.
@@ -60,10 +62,9 @@ class Kind {
   bool operator==(const Kind&) const = default;
 
  private:
+  static constexpr int huge_place = 26;
   static constexpr int road_place = 27;
-  static constexpr int huge_place = 30;
-  static constexpr std::uint32_t one_word_roads = 2;  // what their numbers begin with
-  static constexpr std::uint32_t code_mask = (1U << road_place) - 1;
+  static constexpr std::uint32_t code_mask = (1U << huge_place) - 1;
 
   explicit constexpr Kind(std::uint32_t b) noexcept : bits(b) {}
   static constexpr std::uint32_t with(Road r) {
@@ -71,10 +72,10 @@ class Kind {
   }
   // 0 for widths that have no room.
   static constexpr std::uint32_t code(unsigned long e, unsigned long m) {
-    return e < 64 && m < 1UL << 21 ? static_cast<std::uint32_t>(m << 6 | e) : 0;
+    return e < 64 && m < 1UL << 20 ? static_cast<std::uint32_t>(m << 6 | e) : 0;
   }
 
-  std::uint32_t bits;  // the code of the widths, from bit 27 the road, bit 30: huge, bit 31: wide
+  std::uint32_t bits;  // the code of the widths, bit 26: huge, from 27 the road, 31: wide
 };
 
 /// The words of a pattern, the lowest first: two here, or as many as the format needs on the heap.
@@ -84,6 +85,23 @@ union Pattern {
 
   constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
 };
+
+/// An operation on a road: x := x op y, patterns of one format (e, m). The mode is as stored: roads
+/// but for packed words and numbers see one of the four only.
+using Operation = void (*)(Pattern& x, const Pattern& y, unsigned long exp_width,
+                           unsigned long mant_width, unsigned mode);
+
+/// An operation on all roads.
+struct Operations {
+  Operation on[road_count];
+
+  Operation operator[](Road r) const { return on[static_cast<unsigned>(r)]; }
+};
+
+extern ZELK_EXPORT const Operations addition;        ///< of `+=`
+extern ZELK_EXPORT const Operations subtraction;     ///< of `-=`
+extern ZELK_EXPORT const Operations multiplication;  ///< of `*=`
+extern ZELK_EXPORT const Operations division;        ///< of `/=`
 
 }  // namespace zelk::detail
 

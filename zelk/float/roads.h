@@ -1,7 +1,7 @@
 // The table of roads: which function computes an operation on patterns of a kind.
 //
-// An operation is a record of three functions: on words of any shape, on limbs, on numbers. To add
-// one, write these and the record.
+// An operation is a record of what computes it: on words of any shape, on limbs, on numbers. To add
+// one, write these and the record, and name its table in roads.cpp.
 #ifndef ZELK_FLOAT_ROADS_H_
 #define ZELK_FLOAT_ROADS_H_
 
@@ -19,10 +19,6 @@ namespace zelk::detail {
 using Word = std::uint64_t;
 using rules::Direction;
 using rules::Widths;
-
-/// x := x op y, patterns of one kind. The mode is as stored: roads but for packed words and numbers
-/// see one of the four only.
-using Function = void (*)(Pattern& x, const Pattern& y, Widths f, unsigned mode);
 
 /// The words of a pattern whose place only the widths tell.
 inline Word* words_of(Pattern& x, Widths f) {
@@ -63,87 +59,152 @@ constexpr void lower(words::RaisedShape s, words::uint128 a, Word* out) {
   out[1] = n < 64 ? words::high_word(pattern) : 0;
 }
 
-template <class Op>
-struct OnRoad {
-  // Packed results come without flags: the library never reports them.
-  static void packed32(Pattern& x, const Pattern& y, Widths /*f*/, unsigned mode) {
-    x.words[0] = Op::on_words(words::binary32, x.words[0], y.words[0], direction_of(mode));
-    swflt::float_exception_flags = 0;
+/// An operation of words on patterns: the usual way inline, the general one in a function of the
+/// same kind, so that nothing has to be kept across its call.
+template <class Op, class Place>
+struct OnWords {
+  static void usual(Pattern& x, const Pattern& y, unsigned long e, unsigned long m, unsigned mode) {
+    const auto s = Place::shape({e, m});
+    words::Word<decltype(s)> r;
+    if (Op::usual(s, Place::load(s, x), Place::load(s, y), Place::direction(mode), r)) [[likely]] {
+      Place::store(s, r, x);
+    } else {
+      general(x, y, e, m, mode);
+    }
   }
-  static void packed64(Pattern& x, const Pattern& y, Widths /*f*/, unsigned mode) {
-    x.words[0] = Op::on_words(words::binary64, x.words[0], y.words[0], direction_of(mode));
-    swflt::float_exception_flags = 0;
-  }
-  template <class S>
-  static void word(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
-    x.words[0] = Op::on_words(one_word<S>(f), x.words[0], y.words[0], static_cast<Direction>(mode));
-  }
-  static void quad(Pattern& x, const Pattern& y, Widths /*f*/, unsigned mode) {
-    const words::uint128 r =
-        Op::on_words(words::binary128, words::double_word(x.words[1], x.words[0]),
-                     words::double_word(y.words[1], y.words[0]), static_cast<Direction>(mode));
-    x.words[0] = words::low_word(r);
-    x.words[1] = words::high_word(r);
-  }
-  static void double_word(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
-    const words::RaisedShape s = raised(f);
-    lower(s, Op::on_words(s, raise(s, x.words), raise(s, y.words), static_cast<Direction>(mode)),
-          x.words);
-  }
-  static void limbs(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
-    Op::on_limbs(words_of(x, f), words_of(y, f), f, static_cast<Direction>(mode));
-  }
-  static void numbers(Pattern& x, const Pattern& y, Widths f, unsigned mode) {
-    Op::on_numbers(words_of(x, f), words_of(y, f), f, mode);
+  [[gnu::noinline]] static void general(Pattern& x, const Pattern& y, unsigned long e,
+                                        unsigned long m, unsigned mode) {
+    const auto s = Place::shape({e, m});
+    Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, y), Place::direction(mode)),
+                 x);
   }
 };
 
-/// By the number of the road.
+/// What packed patterns have not: only the four modes.
+struct FourModes {
+  static Direction direction(unsigned mode) { return static_cast<Direction>(mode); }
+};
+
+/// A pattern in one word.
+template <class S>
+struct OneWord : FourModes {
+  static S shape(Widths f) { return one_word<S>(f); }
+  static Word load(S /*shape*/, const Pattern& x) { return x.words[0]; }
+  static void store(S /*shape*/, Word r, Pattern& x) { x.words[0] = r; }
+};
+
+/// One of a format that is used much.
+template <class S>
+struct FixedWord : FourModes {
+  static S shape(Widths /*f*/) { return {}; }
+  static Word load(S /*shape*/, const Pattern& x) { return x.words[0]; }
+  static void store(S /*shape*/, Word r, Pattern& x) { x.words[0] = r; }
+};
+
+/// A packed pattern. Results come without flags: the library never reports them.
+template <class S>
+struct Packed {
+  static Direction direction(unsigned mode) { return direction_of(mode); }
+  static S shape(Widths /*f*/) { return {}; }
+  static Word load(S /*shape*/, const Pattern& x) { return x.words[0]; }
+  static void store(S /*shape*/, Word r, Pattern& x) {
+    x.words[0] = r;
+    swflt::float_exception_flags = 0;
+  }
+};
+
+/// binary128.
+struct Quad : FourModes {
+  using S = words::FixedShape<15, 112>;
+  static S shape(Widths /*f*/) { return {}; }
+  static words::uint128 load(S /*shape*/, const Pattern& x) {
+    return words::double_word(x.words[1], x.words[0]);
+  }
+  static void store(S /*shape*/, words::uint128 r, Pattern& x) {
+    x.words[0] = words::low_word(r);
+    x.words[1] = words::high_word(r);
+  }
+};
+
+/// A pattern in two words.
+struct TwoWords : FourModes {
+  using S = words::RaisedShape;
+  static S shape(Widths f) { return raised(f); }
+  static words::uint128 load(S s, const Pattern& x) { return raise(s, x.words); }
+  static void store(S s, words::uint128 r, Pattern& x) { lower(s, r, x.words); }
+};
+
 template <class Op>
-inline constexpr Function functions[road_count] = {OnRoad<Op>::numbers,
-                                                   OnRoad<Op>::packed32,
-                                                   OnRoad<Op>::packed64,
-                                                   OnRoad<Op>::limbs,
-                                                   OnRoad<Op>::template word<words::ShortShape>,
-                                                   OnRoad<Op>::template word<words::RuntimeShape>,
-                                                   OnRoad<Op>::quad,
-                                                   OnRoad<Op>::double_word};
+struct OnOthers {
+  static void limbs(Pattern& x, const Pattern& y, unsigned long e, unsigned long m, unsigned mode) {
+    Op::on_limbs(words_of(x, {e, m}), words_of(y, {e, m}), {e, m}, static_cast<Direction>(mode));
+  }
+  static void numbers(Pattern& x, const Pattern& y, unsigned long e, unsigned long m,
+                      unsigned mode) {
+    Op::on_numbers(words_of(x, {e, m}), words_of(y, {e, m}), {e, m}, mode);
+  }
+};
+
+/// The operation on the road of this number.
+template <class Op>
+constexpr Operation on_road(Road road) {
+  switch (road) {
+    case Road::packed32:
+      return OnWords<typename Op::OnWords, Packed<words::FixedShape<8, 23>>>::usual;
+    case Road::packed64:
+      return OnWords<typename Op::OnWords, Packed<words::FixedShape<11, 52>>>::usual;
+    case Road::short_word:
+      return OnWords<typename Op::OnWords, OneWord<words::ShortShape>>::usual;
+    case Road::word:
+      return OnWords<typename Op::OnWords, OneWord<words::RuntimeShape>>::usual;
+    case Road::half:
+      return OnWords<typename Op::OnWords, FixedWord<words::FixedShape<5, 10>>>::usual;
+    case Road::bfloat16:
+      return OnWords<typename Op::OnWords, FixedWord<words::FixedShape<8, 7>>>::usual;
+    case Road::quad:
+      return OnWords<typename Op::OnWords, Quad>::usual;
+    case Road::double_word:
+      return OnWords<typename Op::OnWords, TwoWords>::usual;
+    case Road::limbs:
+      return OnOthers<Op>::limbs;
+    default:
+      return OnOthers<Op>::numbers;
+  }
+}
 
 struct Addition {
-  static constexpr auto on_words =
-      [](auto s, auto a, auto b, Direction d) __attribute__((always_inline)) {
-    return words::add(s, a, b, d);
-  };
+  using OnWords = words::Addition;
   static constexpr auto on_limbs = limbs::add;
   static constexpr auto on_numbers = exact::add;
 };
 
 struct Subtraction {
-  static constexpr auto on_words =
-      [](auto s, auto a, auto b, Direction d) __attribute__((always_inline)) {
-    return words::sub(s, a, b, d);
-  };
+  using OnWords = words::Subtraction;
   static constexpr auto on_limbs = limbs::subtract;
   static constexpr auto on_numbers = exact::subtract;
 };
 
 struct Multiplication {
-  static constexpr auto on_words =
-      [](auto s, auto a, auto b, Direction d) __attribute__((always_inline)) {
-    return words::mul(s, a, b, d);
-  };
+  using OnWords = words::Multiplication;
   static constexpr auto on_limbs = limbs::multiply;
   static constexpr auto on_numbers = exact::multiply;
 };
 
 struct Division {
-  static constexpr auto on_words =
-      [](auto s, auto a, auto b, Direction d) __attribute__((always_inline)) {
-    return words::div(s, a, b, d);
-  };
+  using OnWords = words::Division;
   static constexpr auto on_limbs = limbs::divide;
   static constexpr auto on_numbers = exact::divide;
 };
+
+/// A record on all roads.
+template <class Op>
+constexpr Operations on_all_roads() {
+  Operations all{};
+  for (unsigned i = 0; i < road_count; ++i) {
+    all.on[i] = on_road<Op>(Road{i});
+  }
+  return all;
+}
 
 }  // namespace zelk::detail
 

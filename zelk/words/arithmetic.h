@@ -1,8 +1,10 @@
 // Rounded arithmetic on patterns in words: one text for every format that fits one or two.
 //
 // The shape of a format is a constant (binary32, binary64, binary128) or known at run time. Each
-// operation takes its operands apart, leaves the special ones to the table, computes every other
-// result as a significand whose lowest bit is sticky, and rounds and packs it.
+// operation is there twice. The usual way takes normal operands apart, computes a significand whose
+// lowest bit is sticky, and rounds and packs it, if its exponent is inside the range; it calls
+// nothing and declines all else. The general way leaves special operands to the table and takes all
+// others.
 #ifndef ZELK_WORDS_ARITHMETIC_H_
 #define ZELK_WORDS_ARITHMETIC_H_
 
@@ -13,6 +15,12 @@
 #include "zelk/words/two_words.h"
 
 namespace zelk::words {
+
+// Whether an exponent less the one of the leading bit needs no look at an end of the range.
+template <Shape S>
+constexpr bool is_inside(S s, std::int64_t exp) {
+  return static_cast<std::uint64_t>(exp) < static_cast<std::uint64_t>(exp_max(s) - 2);
+}
 
 // ---- Sums ----
 
@@ -76,18 +84,11 @@ constexpr Aligned<uint128> align(S /*shape*/, uint128 sig, std::int64_t n, uint1
   return {(shift_right_jam(sig, n) ^ minus) - minus, 0};
 }
 
-// a + b where an operand is a NaN or an infinity; `b` is its pattern before a subtraction turned
-// it into `addend`.
+// The sum of two finite magnitudes, or their difference if `minus` is all ones; its significand is
+// 0 if it is.
 template <Shape S>
-[[gnu::cold, gnu::noinline]] Word<S> add_special(S s, Word<S> a, Word<S> b, Word<S> addend) {
-  const Direction any = rules::nearest;  // no sum of zeros
-  return special(s, rules::sum(operand_of(s, a), operand_of(s, addend), any), a, b);
-}
-
-// The sum of two magnitudes, or their difference if `minus` is all ones: of any that are finite.
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> add_magnitudes(S s, Word<S> large, Word<S> small,
-                                                     Word<S> sign, Word<S> minus, Direction mode) {
+[[gnu::always_inline]] inline Unpacked<Word<S>> add_magnitudes(S s, Word<S> large, Word<S> small,
+                                                               Word<S> sign, Word<S> minus) {
   const std::int64_t exp = exponent_below(s, large);
   const std::int64_t small_exp = exponent_below(s, small);
   const auto large_sig = significand(s, large, exp, sum_shift(s));
@@ -95,48 +96,38 @@ template <Shape S>
   const auto aligned = align(s, small_sig, exp - small_exp, minus);
   const Word<S> sum = large_sig + aligned.sig;
   if (sum == 0) [[unlikely]]
-    return minus == 0 ? sign : rules::zero_sum_is_negative(mode) ? sign_bit(s) : 0;
-
+    return {sign, 0, 0};
   const auto x = normalize(sum);
-  const std::int64_t sum_exp = exp + x.top - (s.mant_width + sum_shift(s));
-  return round_and_pack(s, {sign, sum_exp, x.sig | aligned.sticky}, mode);
+  return {sign, exp + x.top - (s.mant_width + sum_shift(s)), x.sig | aligned.sticky};
 }
 
-template <bool subtract, Shape S>
-[[gnu::always_inline]] inline Word<S> add_any(S s, Word<S> a, Word<S> b, Direction mode) {
-  const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
-  const auto [large, small, sign] = order(s, a, addend);
-  if (large >= infinity(s)) [[unlikely]]
-    return add_special(s, a, b, addend);
-  return add_magnitudes(s, large, small, sign, sign_mask(s, a ^ addend), mode);
-}
-
-// What the short way of two words declines.
-template <bool subtract, Shape S>
-[[gnu::cold, gnu::noinline]] Word<S> add_declined(S s, Word<S> a, Word<S> b, Direction mode) {
-  return add_any<subtract>(s, a, b, mode);
-}
-
-template <bool subtract, Shape S>
-[[gnu::always_inline]] inline Word<S> add_sub(S s, Word<S> a, Word<S> b, Direction mode) {
+// a + b; of a difference, b with its sign changed.
+template <Shape S>
+[[gnu::always_inline]] inline bool add_usual(S s, Word<S> a, Word<S> b, Direction mode,
+                                             Word<S>& out) {
   if constexpr (sizeof(Word<S>) > 8) {
-    Word<S> sum;
-    return add_patterns(s, a, subtract ? b ^ sign_bit(s) : b, mode, sum)
-               ? sum
-               : add_declined<subtract>(s, a, b, mode);
+    return add_patterns(s, a, b, mode, out);
   } else {
-    return add_any<subtract>(s, a, b, mode);
+    const auto [large, small, sign] = order(s, a, b);
+    if (large >= infinity(s)) [[unlikely]]
+      return false;
+    const auto x = add_magnitudes(s, large, small, sign, sign_mask(s, a ^ b));
+    if (x.sig == 0 || !is_inside(s, x.exp)) [[unlikely]]
+      return false;
+    out = round_and_pack_inside(s, x, mode);
+    return true;
   }
 }
 
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> add(S s, Word<S> a, Word<S> b, Direction mode) {
-  return add_sub<false>(s, a, b, mode);
-}
-
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> sub(S s, Word<S> a, Word<S> b, Direction mode) {
-  return add_sub<true>(s, a, b, mode);
+template <bool subtract, Shape S>
+[[gnu::noinline]] Word<S> add_general(S s, Word<S> a, Word<S> b, Direction mode) {
+  const Word<S> addend = subtract ? b ^ sign_bit(s) : b;
+  const rules::Result r = rules::sum(operand_of(s, a), operand_of(s, addend), mode);
+  if (r.outcome != rules::Outcome::computed) return special(s, r, a, b);
+  const auto [large, small, sign] = order(s, a, addend);
+  const auto x = add_magnitudes(s, large, small, sign, sign_mask(s, a ^ addend));
+  if (x.sig == 0) return rules::zero_sum_is_negative(mode) ? sign_bit(s) : 0;
+  return round_and_pack(s, x, mode);
 }
 
 // ---- Products and quotients ----
@@ -157,35 +148,6 @@ constexpr Word<S> product(S s, Word<S> x, Word<S> y) {
   return high_product(shift_left(x, n), shift_left(y, n));
 }
 
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> mul_finite(S s, Unpacked<Word<S>> x, Unpacked<Word<S>> y,
-                                                 Direction mode) {
-  const std::int64_t exp = x.exp - bias(s) + y.exp + 2;
-  const Word<S> sig = product(s, x.sig, y.sig);
-  return round_and_pack(s, normalize_by_one(Unpacked<Word<S>>{x.sign ^ y.sign, exp, sig}), mode);
-}
-
-// a * b where an operand is not normal.
-template <Shape S>
-[[gnu::cold, gnu::noinline]] Word<S> mul_special(S s, Word<S> a, Word<S> b, Direction mode) {
-  const rules::Result r = rules::product(operand_of(s, a), operand_of(s, b));
-  if (r.outcome != rules::Outcome::computed) return special(s, r, a, b);
-  return mul_finite(s, unpack_operand(s, a), unpack_operand(s, b), mode);
-}
-
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> mul(S s, Word<S> a, Word<S> b, Direction mode) {
-  const auto x = unpack_normal(s, a);
-  const auto y = unpack_normal(s, b);
-  if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]
-    return mul_special(s, a, b, mode);
-  if constexpr (sizeof(Word<S>) > 8) {
-    return round_and_pack(s, x.sign ^ y.sign, multiply(s, x.sig, y.sig, x.exp + y.exp + 2), mode);
-  } else {
-    return mul_finite(s, x, y, mode);
-  }
-}
-
 // The quotient of two operands' significands; the leading bit is at `lead` or one below.
 template <Shape S>
 constexpr Word<S> quotient(S s, Word<S> x, Word<S> y) {
@@ -198,33 +160,99 @@ constexpr Word<S> quotient(S s, Word<S> x, Word<S> y) {
   return high_quotient(shift_left(x, n), shift_left(y, n));
 }
 
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> div_finite(S s, Unpacked<Word<S>> x, Unpacked<Word<S>> y,
-                                                 Direction mode) {
-  const std::int64_t exp = x.exp - y.exp + bias(s) - 1;
-  const Word<S> sig = quotient(s, x.sig, y.sig);
-  return round_and_pack(s, normalize_by_one(Unpacked<Word<S>>{x.sign ^ y.sign, exp, sig}), mode);
+// The product or quotient of operands taken apart, with their hidden bits in place.
+template <bool divide, Shape S>
+[[gnu::always_inline]] inline auto scale(S s, const Unpacked<Word<S>>& x,
+                                         const Unpacked<Word<S>>& y) {
+  const Word<S> sign = x.sign ^ y.sign;
+  if constexpr (sizeof(Word<S>) > 8) {
+    return divide ? words::divide(s, sign, x.sig, y.sig, x.exp - y.exp)
+                  : multiply(s, sign, x.sig, y.sig, x.exp + y.exp + 2);
+  } else if constexpr (divide) {
+    return normalize_by_one(
+        Unpacked<Word<S>>{sign, x.exp - y.exp + bias(s) - 1, quotient(s, x.sig, y.sig)});
+  } else {
+    return normalize_by_one(
+        Unpacked<Word<S>>{sign, x.exp - bias(s) + y.exp + 2, product(s, x.sig, y.sig)});
+  }
 }
 
-// a / b where an operand is not normal.
-template <Shape S>
-[[gnu::cold, gnu::noinline]] Word<S> div_special(S s, Word<S> a, Word<S> b, Direction mode) {
-  const rules::Result r = rules::quotient(operand_of(s, a), operand_of(s, b));
-  if (r.outcome != rules::Outcome::computed) return special(s, r, a, b);
-  return div_finite(s, unpack_operand(s, a), unpack_operand(s, b), mode);
-}
-
-template <Shape S>
-[[gnu::always_inline]] inline Word<S> div(S s, Word<S> a, Word<S> b, Direction mode) {
+template <bool divide, Shape S>
+[[gnu::always_inline]] inline bool scale_usual(S s, Word<S> a, Word<S> b, Direction mode,
+                                               Word<S>& out) {
   const auto x = unpack_normal(s, a);
   const auto y = unpack_normal(s, b);
   if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]
-    return div_special(s, a, b, mode);
-  if constexpr (sizeof(Word<S>) > 8) {
-    return round_and_pack(s, x.sign ^ y.sign, divide(s, x.sig, y.sig, x.exp - y.exp), mode);
-  } else {
-    return div_finite(s, x, y, mode);
+    return false;
+  const auto r = scale<divide>(s, x, y);
+  if (!is_inside(s, r.exp)) [[unlikely]]
+    return false;
+  out = round_and_pack_inside(s, r, mode);
+  return true;
+}
+
+template <bool divide, Shape S>
+[[gnu::noinline]] Word<S> scale_general(S s, Word<S> a, Word<S> b, Direction mode) {
+  const rules::Operand left = operand_of(s, a);
+  const rules::Operand right = operand_of(s, b);
+  const rules::Result r = divide ? rules::quotient(left, right) : rules::product(left, right);
+  if (r.outcome != rules::Outcome::computed) return special(s, r, a, b);
+  return round_and_pack(s, scale<divide>(s, unpack_operand(s, a), unpack_operand(s, b)), mode);
+}
+
+// ---- The operations as records of both ways ----
+
+template <bool subtract>
+struct Sum {
+  template <Shape S>
+  [[gnu::always_inline]] static bool usual(S s, Word<S> a, Word<S> b, Direction mode,
+                                           Word<S>& out) {
+    return add_usual(s, a, subtract ? b ^ sign_bit(s) : b, mode, out);
   }
+  template <Shape S>
+  [[gnu::always_inline]] static Word<S> general(S s, Word<S> a, Word<S> b, Direction mode) {
+    return add_general<subtract>(s, a, b, mode);
+  }
+};
+using Addition = Sum<false>;
+using Subtraction = Sum<true>;
+
+template <bool divide>
+struct Scaling {
+  template <Shape S>
+  [[gnu::always_inline]] static bool usual(S s, Word<S> a, Word<S> b, Direction mode,
+                                           Word<S>& out) {
+    return scale_usual<divide>(s, a, b, mode, out);
+  }
+  template <Shape S>
+  [[gnu::always_inline]] static Word<S> general(S s, Word<S> a, Word<S> b, Direction mode) {
+    return scale_general<divide>(s, a, b, mode);
+  }
+};
+using Multiplication = Scaling<false>;
+using Division = Scaling<true>;
+
+template <class Op, Shape S>
+[[gnu::always_inline]] inline Word<S> apply(S s, Word<S> a, Word<S> b, Direction mode) {
+  Word<S> r;
+  return Op::usual(s, a, b, mode, r) ? r : Op::general(s, a, b, mode);
+}
+
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> add(S s, Word<S> a, Word<S> b, Direction mode) {
+  return apply<Addition>(s, a, b, mode);
+}
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> sub(S s, Word<S> a, Word<S> b, Direction mode) {
+  return apply<Subtraction>(s, a, b, mode);
+}
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> mul(S s, Word<S> a, Word<S> b, Direction mode) {
+  return apply<Multiplication>(s, a, b, mode);
+}
+template <Shape S>
+[[gnu::always_inline]] inline Word<S> div(S s, Word<S> a, Word<S> b, Direction mode) {
+  return apply<Division>(s, a, b, mode);
 }
 
 }  // namespace zelk::words

@@ -21,7 +21,9 @@ template <Shape From, Shape To>
     return canonical_nan(to);
   }
   const auto x = unpack(from, a);
-  return round_and_pack(to, {sign, x.exp - bias(from) + bias(to), resized<Word<To>>(x.sig)}, mode);
+  using Number = Unpacked<Word<To>>;
+  return round_and_pack(to, Number{sign, x.exp - bias(from) + bias(to), resized<Word<To>>(x.sig)},
+                        mode);
 }
 
 // Whether one shape has all values of another, and its patterns room for the significand.
@@ -46,7 +48,8 @@ template <Shape From, Shape To>
                               to.mant_width);
   }
   const auto sig = shift_left(normal.sig, lead<Word<From>> - from.mant_width);
-  return round_and_pack(to, {sign, normal.exp + bias_change, resized<Word<To>>(sig)}, mode);
+  using Number = Unpacked<Word<To>>;
+  return round_and_pack(to, Number{sign, normal.exp + bias_change, resized<Word<To>>(sig)}, mode);
 }
 
 // The integer n, above -2^63, rounded.
@@ -54,8 +57,9 @@ template <Shape S>
 constexpr Word<S> from_integer(S s, std::int64_t n, Direction mode) {
   if (n == 0) return 0;
   const auto x = normalize(static_cast<std::uint64_t>(n < 0 ? -n : n));
-  return round_and_pack(s, {n < 0 ? sign_bit(s) : 0, bias(s) + x.top - 1, resized<Word<S>>(x.sig)},
-                        mode);
+  const Word<S> sign = n < 0 ? sign_bit(s) : 0;
+  using Number = Unpacked<Word<S>>;
+  return round_and_pack(s, Number{sign, bias(s) + x.top - 1, resized<Word<S>>(x.sig)}, mode);
 }
 
 // +-n / d * 2^k, n and d not 0 and below 2^63, |k| below 2^61, rounded. Two digits of the quotient,
@@ -71,10 +75,9 @@ Word<S> from_ratio(S s, bool negative, std::uint64_t n, std::uint64_t d, std::in
   const uint128 quotient = double_word(high.q, low.q) | uint128{low.rest != 0};
   const int carry = static_cast<int>(high.q >> 63);
   const uint128 sig = shift_right(quotient, carry) | (quotient & 1);
-  return round_and_pack(s,
-                        {negative ? sign_bit(s) : 0, k + d_zeros - n_zeros + carry + bias(s) - 2,
-                         resized<Word<S>>(sig)},
-                        mode);
+  const Word<S> sign = negative ? sign_bit(s) : 0;
+  const std::int64_t exp = k + d_zeros - n_zeros + carry + bias(s) - 2;
+  return round_and_pack(s, Unpacked<Word<S>>{sign, exp, resized<Word<S>>(sig)}, mode);
 }
 
 }  // namespace zelk::words

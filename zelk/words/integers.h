@@ -184,10 +184,10 @@ inline std::uint64_t next_digit(uint128& x, std::uint64_t low, uint128 y) {
   auto [q, rest] = divide_word(x, y1);
   const uint128 product = uint128{q} * y0;
   x = double_word(rest, low);
-  const auto over = mask_if<uint128>(x < product);
-  x = x - product + (y & over);
-  q += low_word(over);
-  if (over != 0 && x >= y) [[unlikely]] {
+  const std::uint64_t less = opaque(0 - std::uint64_t{x < product});
+  x = x - product + double_word(y1 & less, y0 & less);
+  q += less;
+  if (x >= y) [[unlikely]] {  // below 0 still
     x += y;
     --q;
   }

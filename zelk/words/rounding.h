@@ -48,6 +48,10 @@ inline constexpr bool passes_nan_on<ShortShape> = true;
 template <>
 inline constexpr bool passes_nan_on<RaisedShape> = true;
 template <>
+inline constexpr bool passes_nan_on<FixedShape<5, 10>> = true;
+template <>
+inline constexpr bool passes_nan_on<FixedShape<8, 7>> = true;
+template <>
 inline constexpr bool passes_nan_on<FixedShape<15, 112>> = true;
 
 // The value +-sig * 2^(exp + 1 - bias - lead), where sig has its leading bit at `lead`; a nonzero
@@ -233,7 +237,7 @@ template <Shape S>
     exp = 0;
     raise(s, rounded_exp <= 0 && is_inexact(s, sig), rules::underflow);
   }
-  return round_and_pack_inside(s, {sign, exp, sig}, mode);
+  return round_and_pack_inside(s, Unpacked<Word<S>>{sign, exp, sig}, mode);
 }
 
 // Rounds to the format, and raises overflow, underflow and inexact.

@@ -10,11 +10,13 @@
 namespace zelk::words {
 
 // A significand with its leading bit where patterns have the hidden bit, and the 64 digits below,
-// the lowest of them set also for any digit beneath: +-sig * 2^(exp - bias - mant_width).
+// the lowest of them set also for any digit beneath: the value +-sig * 2^(exp + 1 - bias -
+// mant_width). A nonzero `sign` is the pattern's sign bit.
 struct Window {
+  uint128 sign;
+  std::int64_t exp;
   uint128 sig;
   std::uint64_t below;
-  std::int64_t exp;
 };
 
 // Whether rounding increments what has these digits below: they are compared with a half.
@@ -43,32 +45,37 @@ template <Shape S>
   return pattern & (0 - unit);
 }
 
-// Rounds and packs; the exponent may be any.
+// Rounds and packs, for an exponent inside the range; the hidden bit adds one to the field.
 template <Shape S>
-[[gnu::always_inline]] inline uint128 round_and_pack(S s, uint128 sign, Window x, Direction mode) {
-  const std::int64_t below_exp = x.exp - 1;  // the hidden bit adds one to the field
-  if (static_cast<std::uint64_t>(below_exp) >= static_cast<std::uint64_t>(exp_max(s) - 2))
-      [[unlikely]] {
-    const std::int64_t n = lead<uint128> - s.mant_width;
-    const uint128 sig = shift_left(x.sig, n) | x.below >> 1 >> (63 - n);
-    return round_and_pack_at_border(s, sign, below_exp, sig | std::uint64_t{x.below << n != 0},
-                                    mode);
-  }
-  return round_pattern(s, sign | plus_scaled(x.sig, below_exp, s.mant_width), x.below, mode);
+[[gnu::always_inline]] inline uint128 round_and_pack_inside(S s, const Window& x, Direction mode) {
+  return round_pattern(s, x.sign | plus_scaled(x.sig, x.exp, s.mant_width), x.below, mode);
 }
 
-// A significand divided by 2^n.
-[[gnu::always_inline]] inline Window shift_down(uint128 sig, std::uint64_t n) {
+// The same for any exponent.
+template <Shape S>
+[[gnu::always_inline]] inline uint128 round_and_pack(S s, const Window& x, Direction mode) {
+  const std::int64_t n = lead<uint128> - s.mant_width;
+  const uint128 sig = shift_left(x.sig, n) | x.below >> 1 >> (63 - n);
+  return round_and_pack(s, Unpacked<uint128>{x.sign, x.exp, sig | std::uint64_t{x.below << n != 0}},
+                        mode);
+}
+
+// A significand divided by 2^n, and the digits below as in a window.
+struct Shifted {
+  uint128 sig;
+  std::uint64_t below;
+};
+[[gnu::always_inline]] inline Shifted shift_down(uint128 sig, std::uint64_t n) {
   std::uint64_t high = high_word(sig);
   std::uint64_t low = low_word(sig);
   const std::uint64_t back = ~n & 63;  // 63 - n
   if (n > 127) [[unlikely]]
-    return {0, std::uint64_t{sig != 0}, 0};
+    return {0, std::uint64_t{sig != 0}};
   if (n > 63) [[unlikely]] {
     const std::uint64_t lost{low << 1 << back != 0};
-    return {high >> (n & 63), (low >> (n & 63) | high << 1 << back) | lost, 0};
+    return {high >> (n & 63), (low >> (n & 63) | high << 1 << back) | lost};
   }
-  return {double_word(high >> n, low >> n | high << 1 << back), low << 1 << back, 0};
+  return {double_word(high >> n, low >> n | high << 1 << back), low << 1 << back};
 }
 
 // Two patterns, the one of larger magnitude first. Which one that is is as good as random to a
@@ -105,8 +112,8 @@ struct OrderedPatterns {
 #endif
 }
 
-// out := a + b, rounded. False, and nothing done, for infinities, NaNs, where both are tiny, and
-// where little is left.
+// out := a + b, rounded. False for infinities, NaNs, where both are tiny, where little is left, and
+// at the ends of the range.
 template <Shape S>
 [[gnu::always_inline]] inline bool add_patterns(S s, uint128 a, uint128 b, Direction mode,
                                                 uint128& out) {
@@ -122,7 +129,7 @@ template <Shape S>
   const std::int64_t small_exp = small_field - 1 + (small_field < 1);
   const uint128 small_sig = plus_scaled(double_word(high_word(small) & ~sign_bit, low_word(small)),
                                         -small_exp, s.mant_width);
-  const Window part = shift_down(small_sig, static_cast<std::uint64_t>(field - 1 - small_exp));
+  const Shifted part = shift_down(small_sig, static_cast<std::uint64_t>(field - 1 - small_exp));
   const std::uint64_t below = (part.below ^ minus) - minus;
   // The exponent is the upper digits of the number that a pattern is. While the sum leaves it as it
   // is, there is nothing to do but to round. A complement is carried into where nothing is below.
@@ -144,15 +151,21 @@ template <Shape S>
   const std::uint64_t top = high << up | low >> 1 >> down;
   const std::uint64_t bottom = low << up | below >> 1 >> down;
   const std::uint64_t lost = below << up;
-  const Window x{double_word(top >> 1, bottom >> 1 | top << 63),
-                 bottom << 63 | lost >> 1 | (lost & 1), field + 1 - up};
-  out = round_and_pack(s, double_word(sign, 0), x, mode);
+  const std::int64_t exp = field - up;
+  if (static_cast<std::uint64_t>(exp) >= static_cast<std::uint64_t>(exp_max(s) - 2)) [[unlikely]]
+    return false;
+  out = round_and_pack_inside(
+      s,
+      Window{double_word(sign, 0), exp, double_word(top >> 1, bottom >> 1 | top << 63),
+             bottom << 63 | lost >> 1 | (lost & 1)},
+      mode);
   return true;
 }
 
 // The product of two significands with the hidden bit in place, exp being the sum of their fields.
 template <Shape S>
-[[gnu::always_inline]] inline Window multiply(S s, uint128 x, uint128 y, std::int64_t exp) {
+[[gnu::always_inline]] inline Window multiply(S s, uint128 sign, uint128 x, uint128 y,
+                                              std::int64_t exp) {
   const uint128 z = shift_left(y, 127 - s.mant_width);
   const uint128 low = uint128{low_word(x)} * low_word(z);
   const uint128 cross = uint128{high_word(x)} * low_word(z) + high_word(low);
@@ -162,14 +175,15 @@ template <Shape S>
   // The leading bit is in its place or one below, as good as at random.
   const std::uint64_t n = (high_word(sig) >> (s.mant_width - 64)) ^ 1;
   const std::uint64_t top = high_word(sig) << n | (low_word(sig) >> 63 & n);
-  return {double_word(top, low_word(sig) << n | (below >> 63 & n)), below << n,
-          exp - bias(s) + 1 - static_cast<std::int64_t>(n)};
+  return {sign, exp - bias(s) - static_cast<std::int64_t>(n),
+          double_word(top, low_word(sig) << n | (below >> 63 & n)), below << n};
 }
 
 // The quotient of such significands, exp being the difference of their fields. The dividend is
 // halved, so that its digits are below the divisor's.
 template <Shape S>
-[[gnu::always_inline]] inline Window divide(S s, uint128 x, uint128 y, std::int64_t exp) {
+[[gnu::always_inline]] inline Window divide(S s, uint128 sign, uint128 x, uint128 y,
+                                            std::int64_t exp) {
   const std::int64_t n = 127 - s.mant_width;
   const uint128 divisor = shift_left(y, n);
   uint128 rest = shift_left(x, n - 1);
@@ -178,8 +192,8 @@ template <Shape S>
   const auto carry = static_cast<std::int64_t>(high >> 63);  // x is not below y
   const std::int64_t down = n - 1 + carry;
   const std::int64_t up = 64 - down;
-  return {double_word(high >> down, low >> down | high << up), low << up | std::uint64_t{rest != 0},
-          exp + bias(s) - 1 + carry};
+  return {sign, exp + bias(s) - 2 + carry, double_word(high >> down, low >> down | high << up),
+          low << up | std::uint64_t{rest != 0}};
 }
 
 }  // namespace zelk::words

@@ -98,6 +98,8 @@ static void check_pattern(S s, std::int64_t n) {
 }
 
 TEST(Rules, EverySpellingIsTheRule) {
+  check_rounded(words::FixedShape<5, 10>());
+  check_rounded(words::FixedShape<8, 7>());
   check_rounded(words::binary32);
   check_rounded(words::binary64);
   check_rounded(words::binary128);
@@ -162,6 +164,7 @@ static bool table_has(rules::Result r, double a, double b, double result, int fl
 
 static void check_on_roads(int op, Direction d, Operand a, Operand b, double want) {
   for (const Format f : {Format{5, 10},
+                         {8, 7},
                          {8, 23},
                          {8, 50},
                          {11, 52},

@@ -6,6 +6,7 @@
 #include <barrier>
 #include <cstdlib>
 #include <new>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -105,6 +106,9 @@ TEST(Threads, ComputeWhatOneDoes) {
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < 4; ++i) {
     threads.emplace_back([&work, i] {
+      for (long n = 1; n < 1000; ++n) {  // what no thread knows yet
+        EXPECT_EQ((QNumber(n) / 1000).get_den(), 1000 / std::gcd(n, 1000));
+      }
       for (int pass = 0; pass < 3; ++pass) work.check(40 * i);
     });
   }

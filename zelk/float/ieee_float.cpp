@@ -81,6 +81,11 @@ void IEEEFloat::assign_wide(const IEEEFloat& other) {
     pattern.limbs = own;
     return;
   }
+  if (!other.head.kind.is_wide()) {
+    delete[] pattern.limbs;
+    take_fields(other);
+    return;
+  }
   IEEEFloat copy(other);
   swap(copy);
 }

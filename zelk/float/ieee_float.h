@@ -351,7 +351,10 @@ class ZELK_EXPORT IEEEFloat {
   format pattern_format() const;
   IEEEFloat generic_copy() const;
   void step_magnitude(bool grow);
-  void convert_otherwise(const format& f, unsigned r, detail::Kind to);
+  bool is_own_word() const;
+  void convert_otherwise(format f, unsigned r, detail::Kind to);
+  QNumber number_otherwise() const;
+  QNumber integer_otherwise(unsigned direction, unsigned long w) const;
 
   // Packed values that round to nearest-even go to `nearest`, all others the road of their kind.
   template <class Nearest>

@@ -69,9 +69,8 @@ struct Shifted {
   std::uint64_t high = high_word(sig);
   std::uint64_t low = low_word(sig);
   const std::uint64_t back = ~n & 63;  // 63 - n
-  if (n > 127) [[unlikely]]
-    return {0, std::uint64_t{sig != 0}};
   if (n > 63) [[unlikely]] {
+    if (n > 127) return {0, std::uint64_t{sig != 0}};
     const std::uint64_t lost{low << 1 << back != 0};
     return {high >> (n & 63), (low >> (n & 63) | high << 1 << back) | lost};
   }
@@ -130,11 +129,13 @@ template <Shape S>
   const uint128 small_sig = plus_scaled(double_word(high_word(small) & ~sign_bit, low_word(small)),
                                         -small_exp, s.mant_width);
   const Shifted part = shift_down(small_sig, static_cast<std::uint64_t>(field - 1 - small_exp));
-  const std::uint64_t below = (part.below ^ minus) - minus;
   // The exponent is the upper digits of the number that a pattern is. While the sum leaves it as it
-  // is, there is nothing to do but to round. A complement is carried into where nothing is below.
-  const uint128 sum = large + double_word(high_word(part.sig) ^ minus, low_word(part.sig) ^ minus) +
-                      (minus & std::uint64_t{part.below == 0});
+  // is, there is nothing to do but to round.
+  Carry carry = minus & 1;
+  const std::uint64_t below = add_word(part.below ^ minus, 0, carry);
+  const std::uint64_t low_sum = add_word(low_word(part.sig) ^ minus, low_word(large), carry);
+  const std::uint64_t high_sum = add_word(high_word(part.sig) ^ minus, high_word(large), carry);
+  const uint128 sum = double_word(high_sum, low_sum);
   if ((high_word(sum) ^ high_word(large)) >> (place - 1) == 0) [[likely]] {
     out = round_pattern(s, sum, below, mode);
     return true;

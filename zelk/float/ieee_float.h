@@ -33,10 +33,11 @@ struct PatternAccess;
 ///
 /// Operations on a format whose patterns (1 + e + m bits) reach `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
-/// Arithmetic is defined for e >= 2 and m >= 1. Values of up to 128 bits with e <= 62 and a mode
-/// that is one of the four allocate nothing in construction, copies, arithmetic, comparison, steps
-/// and conversions among them; wider ones own their limbs, which assignment between values of one
-/// size and arithmetic use again. Otherwise an
+/// Arithmetic is defined for e >= 2 and m >= 1.
+///
+/// Values of up to 128 bits with e <= 62 and a mode that is one of the four allocate nothing in
+/// construction, copies, arithmetic, comparison, steps and conversions among them; wider ones own
+/// their limbs, which assignment between values of one size and arithmetic use again. Otherwise an
 /// operation has on the heap, beside 16 KB, at most 10 (e + m) bits, of both formats if there are
 /// two; `from_ratio` and `from_scaled` of numbers of s bits 10 (e + m + s); `from_text` of n
 /// characters 10 (e + m + 4n + |k|), k being the exponent of the last place; `to_integer` of w bits
@@ -44,11 +45,13 @@ struct PatternAccess;
 /// failure included, the value keeps what it was.
 class ZELK_EXPORT IEEEFloat {
  public:
-  /// How the bit pattern is head. A stored 3 acts as `REPR_GENERIC` everywhere.
+  /// What kind of value this is. Generic ones pass on the patterns of NaN operands and report
+  /// modes that are none of the four; packed ones do neither. Operands must agree in it. A stored 3
+  /// acts as `REPR_GENERIC` everywhere.
   enum Repr : unsigned {
-    REPR_FLOAT32 = 0,  ///< a 32-bit word, for (8, 23)
-    REPR_FLOAT64 = 1,  ///< a 64-bit word, for (11, 52)
-    REPR_GENERIC = 2,  ///< an integer in words, for any format
+    REPR_FLOAT32 = 0,  ///< a packed 32-bit word, for (8, 23)
+    REPR_FLOAT64 = 1,  ///< a packed 64-bit word, for (11, 52)
+    REPR_GENERIC = 2,  ///< as many words as it needs, for any format
   };
 
   /// The rounding directions of IEEE 754. Any other number may be stored. When a significand has to
@@ -186,13 +189,13 @@ class ZELK_EXPORT IEEEFloat {
   }
   /// The mode that operations with this value on the left round in.
   rounding_mode get_mode() const { return static_cast<rounding_mode>(mode()); }
-  /// How the pattern is head.
+  /// What kind of value this is.
   Repr get_repr() const { return static_cast<Repr>(repr()); }
 
   /// Of rm the low 30 bits are kept.
   void set_mode(rounding_mode rm) { head.control = (head.control & ~mode_mask) | (rm & mode_mask); }
 
-  /// The pattern as an integer from 0 to 2^(1+e+m) - 1.
+  /// The pattern as an integer from 0 to 2^(1+e+m) - 1: small below 2^63, else big.
   QNumber get_bits() const;
 
   /// Moves the pattern into another representation. A packed word takes its low 32 or 64 bits.
@@ -276,11 +279,13 @@ class ZELK_EXPORT IEEEFloat {
   ///   "reached limit on float precision" when the number would pass `max_bits`.
   QNumber to_number() const;
 
-  /// For w = 0 the exact value truncated toward zero, 0 for infinities and NaNs. For w > 0 the
-  /// value rounded to an integer in its own mode (a mode outside 0 to 3 rounds toward zero), its
-  /// magnitude reduced modulo 2^w and the sign put back. By definition zeros and subnormals then
-  /// give 0 in every mode, and infinities and NaNs count as (2^m + T) * 2^(bias + 1 - m). Needs no
-  /// more than max(m, w) bits for w > 0.
+  /// For w = 0 the exact value truncated toward zero, 0 for infinities and NaNs; small exactly when
+  /// it fits a signed 32-bit integer.
+  ///
+  /// For w > 0 the value rounded to an integer in its own mode (a mode outside 0 to 3 rounds toward
+  /// zero), its magnitude reduced modulo 2^w and the sign put back. By definition zeros and
+  /// subnormals then give 0 in every mode, and infinities and NaNs count as
+  /// (2^m + T) * 2^(bias + 1 - m). Needs no more than max(m, w) bits for w > 0.
   /// \throws error "reached limit on float precision" for w = 0 as `to_number`, but
   ///   for e <= 63 not below one; for w > 0 when neither w nor the shifted significand is within
   ///   `max_bits`.

@@ -46,8 +46,11 @@ QNumber IEEEFloat::format::max_mantissa() const { return exact::ones(mant_width)
 // ---- Construction, assignment, representation ----
 
 std::size_t IEEEFloat::word_count() const {
+  if (!head.kind.is_wide()) {
+    return head.kind.is_huge() ? 1 : 2;
+  }
   const format f = get_format();
-  return head.kind.is_wide() ? (f.exp_width + f.mant_width) / 64 + 1 : head.kind.is_huge() ? 1 : 2;
+  return (f.exp_width + f.mant_width) / 64 + 1;
 }
 
 IEEEFloat::format IEEEFloat::huge_format() const {
@@ -73,21 +76,19 @@ void IEEEFloat::copy_limbs() {
 }
 
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
-  if (head.kind.is_wide() && other.head.kind.is_wide() &&
-      (same_kind(other) || word_count() == other.word_count())) [[likely]] {
-    limbs::copy(other.pattern.limbs, static_cast<long>(word_count()), pattern.limbs);
+  const bool both = head.kind.is_wide() && other.head.kind.is_wide();
+  if (both && (same_kind(other) || word_count() == other.word_count())) [[likely]] {
     std::uint64_t* own = pattern.limbs;
+    limbs::copy(other.pattern.limbs, static_cast<long>(other.word_count()), own);
     take_fields(other);
     pattern.limbs = own;
-    return;
-  }
-  if (!other.head.kind.is_wide()) {
+  } else if (!other.head.kind.is_wide()) {
     delete[] pattern.limbs;
     take_fields(other);
-    return;
+  } else {
+    IEEEFloat copy(other);
+    swap(copy);
   }
-  IEEEFloat copy(other);
-  swap(copy);
 }
 
 void IEEEFloat::self_specialize_repr(Repr r) {

@@ -57,6 +57,15 @@ void rational_significand(Numbers& n, Widths f, const QNumber& q) {
 
 }  // namespace
 
+void from_integer(const QNumber& n, Word* out, Widths f, unsigned mode) {
+  Scratch s;
+  QNumber& bits = s->patterns(f).out;
+  s->exp1 = f.mant_width;  // takes the significand at face value
+  s->mant1 = n;
+  round_and_pack_float(*s, f, mode, false, s->exp1, s->mant1, bits);
+  store(bits, out, f);
+}
+
 void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsigned mode) {
   Scratch n;
   QNumber& bits = n->patterns(f).out;

@@ -27,6 +27,9 @@ void divide(Word* x, const Word* y, Widths f, unsigned mode);
 /// out := x, rounded into format `to`; every NaN becomes the canonical one. out may be x.
 void convert(const Word* x, Widths from, Word* out, Widths to, unsigned mode);
 
+/// out := the integer n, rounded once.
+void from_integer(const QNumber& n, Word* out, Widths f, unsigned mode);
+
 /// out := q * 2^k, rounded once; k is an integer.
 void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsigned mode);
 

@@ -172,7 +172,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     if (rules::is_direction(rm) && road != Road::numbers) {
       limbs::from_integer(n, out.words(), w, direction);
     } else {
-      exact::from_scaled(n, 0, out.words(), w, rm);
+      exact::from_integer(n, out.words(), w, rm);
     }
   };
   round(num, x);

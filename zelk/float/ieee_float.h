@@ -256,20 +256,20 @@ class ZELK_EXPORT IEEEFloat {
   ///   inexact, and "reached limit on float precision" when the exponents of a sum differ by 2^63
   ///   or more, or the shift to a subnormal result does.
   IEEEFloat& operator+=(const IEEEFloat& other) {
-    const auto sum = [](auto a, auto b) { return swflt::detail::add_nearest(a, b); };
-    return apply(detail::addition, other, sum);
+    return apply<swflt::detail::nearest_add32, swflt::detail::nearest_add64>(detail::addition,
+                                                                             other);
   }
   IEEEFloat& operator-=(const IEEEFloat& other) {
-    const auto difference = [](auto a, auto b) { return swflt::detail::sub_nearest(a, b); };
-    return apply(detail::subtraction, other, difference);
+    return apply<swflt::detail::nearest_sub32, swflt::detail::nearest_sub64>(detail::subtraction,
+                                                                             other);
   }
   IEEEFloat& operator*=(const IEEEFloat& other) {
-    const auto product = [](auto a, auto b) { return swflt::detail::mul_nearest(a, b); };
-    return apply(detail::multiplication, other, product);
+    return apply<swflt::detail::nearest_mul32, swflt::detail::nearest_mul64>(detail::multiplication,
+                                                                             other);
   }
   IEEEFloat& operator/=(const IEEEFloat& other) {
-    const auto quotient = [](auto a, auto b) { return swflt::detail::div_nearest(a, b); };
-    return apply(detail::division, other, quotient);
+    return apply<swflt::detail::nearest_div32, swflt::detail::nearest_div64>(detail::division,
+                                                                             other);
   }
   /// \}
 
@@ -361,9 +361,10 @@ class ZELK_EXPORT IEEEFloat {
   QNumber number_otherwise() const;
   QNumber integer_otherwise(unsigned direction, unsigned long w) const;
 
-  // Packed values that round to nearest-even go to `nearest`, all others the road of their kind.
-  template <class Nearest>
-  IEEEFloat& apply(const detail::Operations& operation, const IEEEFloat& other, Nearest nearest);
+  // Packed values that round to nearest-even have functions of their own, all others the road of
+  // their kind.
+  template <auto nearest32, auto nearest64>
+  IEEEFloat& apply(const detail::Operations& operation, const IEEEFloat& other);
   void apply_otherwise(const detail::Operations& operation, const IEEEFloat& other);
 
   bool generic_get_sign() const;
@@ -387,15 +388,14 @@ class ZELK_EXPORT IEEEFloat {
   detail::Pattern pattern;
 };
 
-template <class Nearest>
+template <auto nearest32, auto nearest64>
 [[gnu::always_inline]] inline IEEEFloat& IEEEFloat::apply(const detail::Operations& operation,
-                                                          const IEEEFloat& other, Nearest nearest) {
+                                                          const IEEEFloat& other) {
   const bool same = head.kind == other.head.kind;
   if (same && head.is_nearest(REPR_FLOAT64, detail::Kind::packed64())) {
-    pattern.words[0] = nearest(pattern.words[0], other.pattern.words[0]);
+    pattern.words[0] = nearest64(pattern.words[0], other.pattern.words[0]);
   } else if (same && head.is_nearest(REPR_FLOAT32, detail::Kind::packed32())) {
-    pattern.words[0] = nearest(static_cast<std::uint32_t>(pattern.words[0]),
-                               static_cast<std::uint32_t>(other.pattern.words[0]));
+    pattern.words[0] = nearest32(pattern.words[0], other.pattern.words[0]);
   } else if (same && head.kind.names_format() && mode() <= ROUND_TOWARD_NEGATIVE) [[likely]] {
     operation[head.kind.road()](pattern, other.pattern, head.exp_width, head.mant_width, mode());
   } else {

@@ -62,7 +62,8 @@ void IEEEFloat::set_huge_format(const format& f) {
   pattern.words[1] = f.exp_width >> 32 << 32 | f.mant_width >> 32;
 }
 
-IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm) : head{0, 0, rm & mode_mask, Kind()} {
+IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
+    : head{0, 0, rm & detail::mode_mask, Kind()} {
   set_kind(f, r & 3U, Kind::of(f.exp_width, f.mant_width, r & 3U));
   if (head.kind.is_wide()) {
     pattern.limbs = new std::uint64_t[word_count()]();

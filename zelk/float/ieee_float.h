@@ -193,7 +193,9 @@ class ZELK_EXPORT IEEEFloat {
   Repr get_repr() const { return static_cast<Repr>(repr()); }
 
   /// Of rm the low 30 bits are kept.
-  void set_mode(rounding_mode rm) { head.control = (head.control & ~mode_mask) | (rm & mode_mask); }
+  void set_mode(rounding_mode rm) {
+    head.control = (head.control & ~detail::mode_mask) | (rm & detail::mode_mask);
+  }
 
   /// The pattern as an integer from 0 to 2^(1+e+m) - 1: small below 2^63, else big.
   QNumber get_bits() const;
@@ -307,20 +309,7 @@ class ZELK_EXPORT IEEEFloat {
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
   friend detail::PatternAccess;
 
-  // What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
-  // second word of the pattern, which such formats have no use for.
-  struct Head {
-    std::uint32_t exp_width = 0;
-    std::uint32_t mant_width = 0;
-    std::uint32_t control = REPR_FLOAT32 << 30;  // the mode in bits 0 to 29, the representation
-    detail::Kind kind;                           // follows from format and representation
-
-    // Whether this is a packed value that rounds to nearest-even.
-    bool is_nearest(Repr r, detail::Kind k) const { return kind == k && control == r << 30; }
-  };
-  static constexpr std::uint32_t mode_mask = (1U << 30) - 1;
-
-  unsigned mode() const { return head.control & mode_mask; }
+  unsigned mode() const { return head.control & detail::mode_mask; }
   unsigned repr() const { return head.control >> 30; }
   bool is_generic() const { return repr() >= REPR_GENERIC; }
   const std::uint64_t* words() const { return head.kind.is_wide() ? pattern.limbs : pattern.words; }
@@ -384,7 +373,7 @@ class ZELK_EXPORT IEEEFloat {
     return answer;
   }
 
-  Head head;
+  detail::Head head;
   detail::Pattern pattern;
 };
 

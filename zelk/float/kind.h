@@ -97,6 +97,21 @@ class Kind {
   std::uint32_t bits;  // the code of the widths, bit 26: huge, from 27 the road, 31: wide
 };
 
+/// The low bits of a value's control word, which hold the mode; above is the representation.
+inline constexpr std::uint32_t mode_mask = (1U << 30) - 1;
+
+/// What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
+/// second word of the pattern, which such formats have no use for.
+struct Head {
+  std::uint32_t exp_width = 0;
+  std::uint32_t mant_width = 0;
+  std::uint32_t control = 0;
+  Kind kind;  // follows from format and representation
+
+  /// Whether this is a packed value of this kind that rounds to nearest-even.
+  bool is_nearest(std::uint32_t repr, Kind k) const { return kind == k && control == repr << 30; }
+};
+
 /// The words of a pattern, the lowest first: two here, or as many as the format needs on the heap.
 union Pattern {
   std::uint64_t words[2];

@@ -17,24 +17,25 @@ using rules::Operand;
 
 // out := what the table has; false where there is something to compute.
 bool settle(Numbers& n, Widths f, rules::Result r) {
+  Patterns& p = n.patterns(f);
   switch (r.outcome) {
     case rules::Outcome::computed:
       return false;
     case rules::Outcome::left:
-      n.out = n.left;
+      p.out = p.left;
       break;
     case rules::Outcome::right:
-      n.out = n.right;
+      p.out = p.right;
       break;
     case rules::Outcome::zero:
-      pack_zero(f, r.negative, n.out);
+      pack_zero(f, r.negative, p.out);
       break;
     case rules::Outcome::infinity:
     case rules::Outcome::pole:
-      pack_inf(f, r.negative, n.out);
+      pack_inf(f, r.negative, p.out);
       break;
     case rules::Outcome::invalid:
-      pack_nan(f, n.out);
+      pack_nan(f, p.out);
       break;
   }
   return true;
@@ -97,7 +98,7 @@ void add_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b) {
   // The engine takes the sign from the sum. Both operands are whole multiples of the smallest
   // subnormal, so that only an exact cancellation gives a zero.
   const bool sign = n.mant1.is_zero() && rules::zero_sum_is_negative(direction);
-  round_and_pack_float(n, f, mode, sign, *common, n.mant1, n.out);
+  round_and_pack_float(n, f, mode, sign, *common, n.mant1, n.patterns(f).out);
 }
 
 void multiply_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b) {
@@ -109,7 +110,7 @@ void multiply_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b
   n.exp1 += n.exp2;
   n.exp1 -= f.mant_width;
   n.mant1 *= n.mant2;
-  round_and_pack_float(n, f, mode, a.negative != b.negative, n.exp1, n.mant1, n.out);
+  round_and_pack_float(n, f, mode, a.negative != b.negative, n.exp1, n.mant1, n.patterns(f).out);
 }
 
 // Moves the leading one of a subnormal's significand up to bit m.
@@ -141,20 +142,21 @@ void divide_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b) 
     BVNumber::bit_left_shift(n.mant1, 1, &n.mant1);
     BVNumber::set_bit(n.mant1, 0, true);
   }
-  round_and_pack_float(n, f, mode, a.negative != b.negative, n.exp1, n.mant1, n.out);
+  round_and_pack_float(n, f, mode, a.negative != b.negative, n.exp1, n.mant1, n.patterns(f).out);
 }
 
 // Reads both operands, has the result computed, and writes it over x.
 void apply(Word* x, const Word* y, Widths f, unsigned mode, bool subtract,
            void (*operation)(Numbers&, Widths, unsigned, Operand, Operand)) {
   Scratch n;
-  load(x, f, n->left);
-  load(y, f, n->right);
-  const Operand a = read_operand(f, n->left, n->exp1, n->mant1);
-  Operand b = read_operand(f, n->right, n->exp2, n->mant2);
+  Patterns& p = n->patterns(f);
+  load(x, f, p.left);
+  load(y, f, p.right);
+  const Operand a = read_operand(f, p.left, n->exp1, n->mant1);
+  Operand b = read_operand(f, p.right, n->exp2, n->mant2);
   b.negative = b.negative != subtract;
   operation(*n, f, mode, a, b);
-  store(n->out, x, f);
+  store(p.out, x, f);
 }
 
 }  // namespace

@@ -12,20 +12,22 @@ namespace zelk::exact {
 
 void convert(const Word* x, Widths from, Word* out, Widths to, unsigned mode) {
   Scratch n;
-  load(x, from, n->left);
-  const rules::Operand a = read_operand(from, n->left, n->exp1, n->mant1);
+  QNumber& bits = n->patterns(from).left;
+  load(x, from, bits);
+  QNumber& out_bits = n->patterns(to).out;
+  const rules::Operand a = read_operand(from, bits, n->exp1, n->mant1);
   if (a.is(rules::Class::nan)) {
-    pack_nan(to, n->out);
+    pack_nan(to, out_bits);
   } else if (a.is(rules::Class::infinite)) {
-    pack_inf(to, a.negative, n->out);
+    pack_inf(to, a.negative, out_bits);
   } else {
     require_room(from, sign_place(to) + 1);
     decompose(from, bias(from), n->exp1, n->mant1);
     n->exp1 -= from.mant_width;
     n->exp1 += to.mant_width;
-    round_and_pack_float(*n, to, mode, a.negative, n->exp1, n->mant1, n->out);
+    round_and_pack_float(*n, to, mode, a.negative, n->exp1, n->mant1, out_bits);
   }
-  store(n->out, out, to);
+  store(out_bits, out, to);
 }
 
 namespace {
@@ -55,8 +57,18 @@ void rational_significand(Numbers& n, Widths f, const QNumber& q) {
 
 }  // namespace
 
+void from_integer(const QNumber& n, Word* out, Widths f, unsigned mode) {
+  Scratch s;
+  QNumber& bits = s->patterns(f).out;
+  s->exp1 = f.mant_width;  // takes the significand at face value
+  s->mant1 = n;
+  round_and_pack_float(*s, f, mode, false, s->exp1, s->mant1, bits);
+  store(bits, out, f);
+}
+
 void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsigned mode) {
   Scratch n;
+  QNumber& bits = n->patterns(f).out;
   n->exp1 = k;
   n->exp1 += f.mant_width;
   // What lies below half the smallest subnormal rounds as a quarter of it does.
@@ -68,36 +80,15 @@ void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsign
   } else {
     rational_significand(*n, f, q);
   }
-  round_and_pack_float(*n, f, mode, q.sign() < 0, n->exp1, n->mant1, n->out);
-  store(n->out, out, f);
-}
-
-rules::Operand operand_of(const Word* x, Widths f) {
-  Scratch n;
-  load(x, f, n->left);
-  return operand_of(f, n->left);
-}
-
-// Patterns of one sign are in the order of their magnitudes.
-int compare(const Word* x, const Word* y, Widths f) {
-  Scratch n;
-  load(x, f, n->left);
-  load(y, f, n->right);
-  const rules::Operand a = operand_of(f, n->left);
-  const rules::Operand b = operand_of(f, n->right);
-  if (a.is(rules::Class::nan) || b.is(rules::Class::nan)) {
-    return 2;
-  }
-  if ((a.is(rules::Class::zero) && b.is(rules::Class::zero)) || n->left == n->right) {
-    return 0;
-  }
-  return (a.negative != b.negative ? a.negative : (n->left < n->right) != a.negative) ? -1 : 1;
+  round_and_pack_float(*n, f, mode, q.sign() < 0, n->exp1, n->mant1, bits);
+  store(bits, out, f);
 }
 
 QNumber to_number(const Word* x, Widths f, bool large) {
   Scratch n;
-  load(x, f, n->left);
-  const rules::Operand a = read_operand(f, n->left, n->exp1, n->mant1);
+  QNumber& bits = n->patterns(f).left;
+  load(x, f, bits);
+  const rules::Operand a = read_operand(f, bits, n->exp1, n->mant1);
   if (a.is(rules::Class::zero)) {
     return 0;
   }
@@ -135,8 +126,9 @@ QNumber to_integer(const Word* x, Widths f, unsigned mode, unsigned long w) {
   Scratch n;
   bool sign = false;
   require_room(f, sign_place(f) + 1);
-  load(x, f, n->left);
-  unpack_components(f, n->left, sign, n->exp1, n->mant1);
+  QNumber& bits = n->patterns(f).left;
+  load(x, f, bits);
+  unpack_components(f, bits, sign, n->exp1, n->mant1);
   if (n->exp1.is_zero()) {
     return 0;
   }

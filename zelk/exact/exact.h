@@ -10,7 +10,6 @@
 
 #include "zelk/numbers/qnumber.h"
 #include "zelk/rules/rounding.h"
-#include "zelk/rules/special.h"
 
 namespace zelk::exact {
 
@@ -28,14 +27,11 @@ void divide(Word* x, const Word* y, Widths f, unsigned mode);
 /// out := x, rounded into format `to`; every NaN becomes the canonical one. out may be x.
 void convert(const Word* x, Widths from, Word* out, Widths to, unsigned mode);
 
+/// out := the integer n, rounded once.
+void from_integer(const QNumber& n, Word* out, Widths f, unsigned mode);
+
 /// out := q * 2^k, rounded once; k is an integer.
 void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsigned mode);
-
-/// Class and sign.
-rules::Operand operand_of(const Word* x, Widths f);
-
-/// -1, 0 or 1 as x < y, x == y or x > y; 2 when either is a NaN.
-int compare(const Word* x, const Word* y, Widths f);
 
 /// The exact value of a finite pattern. For `large` a value below 2^-m may give 0.
 /// \throws IEEEFloat::error for NaNs and infinities; "reached limit on float precision".

@@ -11,7 +11,11 @@ namespace zelk::exact {
 
 /// out := the pattern.
 inline void load(const Word* x, Widths f, QNumber& out) {
-  BVNumber::from_words({x, sign_place(f) / 64 + 1}, &out);
+  if (const unsigned long size = sign_place(f) / 64 + 1; size > 1) {
+    BVNumber::from_words({x, size}, &out);
+  } else {
+    out = x[0];
+  }
 }
 
 /// Writes the pattern of 1 + e + m bits. Of formats without an exponent it may be negative: the
@@ -20,7 +24,11 @@ inline void store(QNumber& pattern, Word* x, Widths f) {
   if (pattern.sign() < 0) {
     BVNumber::trim(pattern, sign_place(f) + 1);
   }
-  BVNumber::to_words(pattern, {x, sign_place(f) / 64 + 1});
+  if (const unsigned long size = sign_place(f) / 64 + 1; size > 1) {
+    BVNumber::to_words(pattern, {x, size});
+  } else {
+    x[0] = BVNumber::low_word(pattern);
+  }
 }
 
 /// An operand: its sign and class; E and T go to exp and mant.

@@ -2,6 +2,8 @@
 
 #include "zelk/words/convert.h"
 
+#include <memory>
+
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/exact.h"
 #include "zelk/float/ieee_float.h"
@@ -71,80 +73,77 @@ template <class Make>
 // ---- Formats ----
 
 void IEEEFloat::set_format(format f) {
+  // Between the packed formats any mode serves, and no flag is left.
+  if (head.kind == Kind::packed32() && f == format{11, 52}) {
+    pattern.words[0] =
+        words::convert(words::binary32, words::binary64, pattern.words[0], rules::nearest);
+    set_kind(f, REPR_FLOAT64, Kind::packed64());
+    swflt::float_exception_flags = 0;
+    return;
+  }
+  if (head.kind == Kind::packed64() && f == format{8, 23}) {
+    pattern.words[0] = words::convert(words::binary64, words::binary32, pattern.words[0],
+                                      detail::direction_of(mode()));
+    set_kind(f, REPR_FLOAT32, Kind::packed32());
+    swflt::float_exception_flags = 0;
+    return;
+  }
   if (f == get_format()) {
     return;
   }
   const Repr r = get_best_repr(f);
   const Kind to = Kind::of(f.exp_width, f.mant_width, r);
+  if (is_own_word() && in_one_word(to.road()) && rules::is_direction(mode())) [[likely]] {
+    pattern.words[0] = words::convert(shape(), detail::one_word<words::RuntimeShape>(widths(f)),
+                                      pattern.words[0], static_cast<Direction>(mode()));
+    set_kind(f, r, to);
+    return;
+  }
+  convert_otherwise(f, r, to);
+}
+
+void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
   if (!is_generic() && !head.kind.names_format()) {
     IEEEFloat x = generic_copy();
     x.set_format(f);
     swap(x);
     return;
   }
-  const Road source = head.kind.road();
-  const Road target = to.road();
-  const auto store = [&](std::uint64_t low, std::uint64_t high) {
-    pattern.words[0] = low;
-    pattern.words[1] = high;
-    set_kind(f, r, to);
-  };
-  // Between the packed formats any mode serves, and no flag is left.
-  if (source == Road::packed32 && target == Road::packed64) {
-    store(words::convert(words::binary32, words::binary64, pattern.words[0], rules::nearest), 0);
-    swflt::float_exception_flags = 0;
-    return;
-  }
-  if (source == Road::packed64 && target == Road::packed32) {
-    const Direction direction = detail::direction_of(mode());
-    store(words::convert(words::binary64, words::binary32, pattern.words[0], direction), 0);
-    swflt::float_exception_flags = 0;
-    return;
-  }
-  const auto direction = static_cast<Direction>(mode());
-  if (detail::has_short_roads && in_one_word(source) && in_one_word(target) &&
-      rules::is_direction(mode())) {
-    store(words::convert(shape(), detail::one_word<words::RuntimeShape>(widths(f)),
-                         pattern.words[0], direction),
-          0);
-    return;
-  }
-  convert_otherwise(f, r, to);
-}
-
-[[gnu::noinline]] void IEEEFloat::convert_otherwise(const format& f, unsigned r, Kind to) {
   const Road source = conversion_road(head.kind);
   const Road target = conversion_road(to);
   const auto direction = static_cast<Direction>(mode());
+  const bool short_road =
+      rules::is_direction(mode()) && source != Road::numbers && target != Road::numbers;
+  const Widths from = widths(get_format());
+  if (short_road && on_words(source) && on_words(target)) {
+    convert_words(source, from, pattern.words, target, widths(f), pattern.words, direction);
+    set_kind(f, r, to);
+    return;
+  }
   const auto convert = [&](std::uint64_t* out) {
-    const bool short_road =
-        rules::is_direction(mode()) && source != Road::numbers && target != Road::numbers;
-    if (short_road && on_words(source) && on_words(target)) {
-      convert_words(source, widths(get_format()), words(), target, widths(f), out, direction);
-    } else if (short_road) {
-      limbs::convert(words(), widths(get_format()), out, widths(f), direction);
+    if (short_road) {
+      limbs::convert(words(), from, out, widths(f), direction);
     } else {
-      exact::convert(words(), widths(get_format()), out, widths(f), mode());
+      exact::convert(words(), from, out, widths(f), mode());
     }
   };
-  if (!to.is_wide()) {
+  // The limbs that there are serve a pattern of as many.
+  const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
+  if (head.kind.is_wide() && to.is_wide() && word_count() == size) {
+    convert(pattern.limbs);
+  } else {
+    std::unique_ptr<std::uint64_t[]> limbs(to.is_wide() ? new std::uint64_t[size] : nullptr);
     detail::Pattern result;
-    convert(result.words);
+    convert(to.is_wide() ? limbs.get() : result.words);
     if (head.kind.is_wide()) {
       delete[] pattern.limbs;
     }
+    if (to.is_wide()) {
+      result.limbs = limbs.release();
+    }
     pattern = result;
-    set_kind(f, r, to);
-    return;
   }
-  if (head.kind.is_wide() && word_count() == (f.exp_width + f.mant_width) / 64 + 1) {
-    convert(pattern.limbs);
-    set_kind(f, r, to);
-    return;
-  }
-  IEEEFloat result(f, static_cast<rounding_mode>(mode()));
-  convert(result.pattern.limbs);
-  swap(result);
+  set_kind(f, r, to);
 }
 
 // ---- From exact numbers ----
@@ -173,7 +172,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     if (rules::is_direction(rm) && road != Road::numbers) {
       limbs::from_integer(n, out.words(), w, direction);
     } else {
-      exact::from_scaled(n, 0, out.words(), w, rm);
+      exact::from_integer(n, out.words(), w, rm);
     }
   };
   round(num, x);
@@ -211,7 +210,19 @@ IEEEFloat IEEEFloat::from_scaled(const QNumber& q, const QNumber& k, format f, r
 
 // ---- To exact numbers ----
 
+// Whether a pattern is in a word that is of the value's own format, for the conversions on words.
+bool IEEEFloat::is_own_word() const {
+  return detail::has_short_roads && in_one_word(head.kind.road()) && head.kind.names_format();
+}
+
 QNumber IEEEFloat::to_number() const {
+  if (is_own_word() && !is_nan() && !is_inf()) [[likely]] {
+    return words::to_number(shape(), pattern.words[0]);
+  }
+  return number_otherwise();
+}
+
+QNumber IEEEFloat::number_otherwise() const {
   if (!is_generic() && !head.kind.names_format()) {
     return generic_copy().to_number();
   }
@@ -221,30 +232,34 @@ QNumber IEEEFloat::to_number() const {
   if (is_inf()) {
     throw error("can't convert infinity to a Number");
   }
-  const Road road = conversion_road(head.kind);
-  return in_one_word(road)       ? words::to_number(shape(), pattern.words[0])
-         : road != Road::numbers ? limbs::to_number(words(), widths(get_format()))
-                                 : exact::to_number(words(), widths(get_format()));
+  const Widths w = widths(get_format());
+  return conversion_road(head.kind) == Road::numbers ? exact::to_number(words(), w)
+                                                     : limbs::to_number(words(), w);
 }
 
 QNumber IEEEFloat::to_integer(unsigned long w) const {
-  if (!is_generic() && !head.kind.names_format()) {
-    return generic_copy().to_integer(w);
-  }
-  const Road road = conversion_road(head.kind);
   // Any other mode rounds toward zero.
   const Direction direction =
       rules::is_direction(mode()) ? static_cast<Direction>(mode()) : rules::toward_zero;
-  long n = 0;
+  if (long n = 0; is_own_word() && words::to_integer(shape(), direction, pattern.words[0], w, n) &&
+                  (w > 0 || static_cast<int>(n) == n)) [[likely]] {
+    return n;
+  }
+  return integer_otherwise(direction, w);
+}
+
+QNumber IEEEFloat::integer_otherwise(unsigned direction, unsigned long w) const {
+  if (!is_generic() && !head.kind.names_format()) {
+    return generic_copy().to_integer(w);
+  }
+  const Widths f = widths(get_format());
   QNumber result;
-  if (in_one_word(road) && words::to_integer(shape(), direction, pattern.words[0], w, n)) {
-    result = n;
-  } else if (road != Road::numbers) {
-    result = limbs::to_integer(words(), widths(get_format()), direction, w);
+  if (conversion_road(head.kind) != Road::numbers) {
+    result = limbs::to_integer(words(), f, static_cast<Direction>(direction), w);
   } else if (w > 0) {
-    result = exact::to_integer(words(), widths(get_format()), direction, w);
+    result = exact::to_integer(words(), f, direction, w);
   } else if (!is_zero() && !is_nan() && !is_inf()) {
-    const mpq_class q = exact::to_number(words(), widths(get_format()), true).to_mpq();
+    const mpq_class q = exact::to_number(words(), f, true).to_mpq();
     result = QNumber(mpz_class(q.get_num() / q.get_den()), 1);  // truncating, as GMP's / does
   }
   // Without a width the result is small exactly when it fits a signed 32-bit integer.

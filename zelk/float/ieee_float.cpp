@@ -4,11 +4,11 @@
 
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/codec.h"
-#include "zelk/exact/exact.h"
 #include "zelk/limbs/copy.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/numbers/room.h"
-#include "zelk/words/arithmetic.h"
+#include "zelk/words/bits.h"
+#include "zelk/words/rounding.h"
 #include "zelk/words/shape.h"
 
 namespace zelk {
@@ -46,8 +46,11 @@ QNumber IEEEFloat::format::max_mantissa() const { return exact::ones(mant_width)
 // ---- Construction, assignment, representation ----
 
 std::size_t IEEEFloat::word_count() const {
+  if (!head.kind.is_wide()) {
+    return head.kind.is_huge() ? 1 : 2;
+  }
   const format f = get_format();
-  return head.kind.is_wide() ? (f.exp_width + f.mant_width) / 64 + 1 : head.kind.is_huge() ? 1 : 2;
+  return (f.exp_width + f.mant_width) / 64 + 1;
 }
 
 IEEEFloat::format IEEEFloat::huge_format() const {
@@ -59,7 +62,8 @@ void IEEEFloat::set_huge_format(const format& f) {
   pattern.words[1] = f.exp_width >> 32 << 32 | f.mant_width >> 32;
 }
 
-IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm) : head{0, 0, rm & mode_mask, Kind()} {
+IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
+    : head{0, 0, rm & detail::mode_mask, Kind()} {
   set_kind(f, r & 3U, Kind::of(f.exp_width, f.mant_width, r & 3U));
   if (head.kind.is_wide()) {
     pattern.limbs = new std::uint64_t[word_count()]();
@@ -73,16 +77,19 @@ void IEEEFloat::copy_limbs() {
 }
 
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
-  if (head.kind.is_wide() && other.head.kind.is_wide() &&
-      (same_kind(other) || word_count() == other.word_count())) [[likely]] {
-    limbs::copy(other.pattern.limbs, static_cast<long>(word_count()), pattern.limbs);
+  const bool both = head.kind.is_wide() && other.head.kind.is_wide();
+  if (both && (same_kind(other) || word_count() == other.word_count())) [[likely]] {
     std::uint64_t* own = pattern.limbs;
+    limbs::copy(other.pattern.limbs, static_cast<long>(other.word_count()), own);
     take_fields(other);
     pattern.limbs = own;
-    return;
+  } else if (!other.head.kind.is_wide()) {
+    delete[] pattern.limbs;
+    take_fields(other);
+  } else {
+    IEEEFloat copy(other);
+    swap(copy);
   }
-  IEEEFloat copy(other);
-  swap(copy);
 }
 
 void IEEEFloat::self_specialize_repr(Repr r) {
@@ -135,50 +142,12 @@ IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
   return x;
 }
 
-namespace {
-
-// The bits from `place` on, `count` of them.
-void fill_bits(std::uint64_t* words, unsigned long place, unsigned long count) {
-  for (; count > 0 && place % 64 != 0; --count, ++place) {
-    words[place / 64] |= std::uint64_t{1} << place % 64;
-  }
-  for (; count >= 64; count -= 64, place += 64) {
-    words[place / 64] = ~std::uint64_t{0};
-  }
-  if (count > 0) {
-    words[place / 64] |= (std::uint64_t{1} << count) - 1;
-  }
-}
-
-// Whether all of these bits are ones, or zeros for `flip` all ones.
-bool are_ones(const std::uint64_t* words, unsigned long place, unsigned long count,
-              std::uint64_t flip = 0) {
-  for (; count > 0 && place % 64 != 0; --count, ++place) {
-    if (((words[place / 64] ^ flip) >> place % 64 & 1) == 0) {
-      return false;
-    }
-  }
-  for (; count >= 64; count -= 64, place += 64) {
-    if ((words[place / 64] ^ flip) != ~std::uint64_t{0}) {
-      return false;
-    }
-  }
-  const std::uint64_t mask = (std::uint64_t{1} << count) - 1;
-  return count == 0 || (~(words[place / 64] ^ flip) & mask) == 0;
-}
-
-void flip_bit(std::uint64_t* words, unsigned long place) {
-  words[place / 64] ^= std::uint64_t{1} << place % 64;
-}
-
-}  // namespace
-
 IEEEFloat IEEEFloat::max_value(format f) {
   sign_place(f);
   IEEEFloat x(f, ROUND_NEAREST_EVEN);
-  fill_bits(x.words(), 0, f.mant_width);
+  words::fill_bits(x.words(), 0, f.mant_width);
   if (f.exp_width > 0) {
-    fill_bits(x.words(), f.mant_width + 1, f.exp_width - 1);
+    words::fill_bits(x.words(), f.mant_width + 1, f.exp_width - 1);
   }
   return x;
 }
@@ -186,8 +155,7 @@ IEEEFloat IEEEFloat::max_value(format f) {
 // ---- Sign, classes, special values ----
 
 bool IEEEFloat::generic_get_sign() const {
-  const unsigned long place = sign_place(get_format());
-  return (words()[place / 64] >> place % 64 & 1) != 0;
+  return words::test_bit(words(), sign_place(get_format()));
 }
 
 namespace {
@@ -204,7 +172,8 @@ Class class_of(Kind kind, const std::uint64_t* words, Widths f) {
     case Road::limbs:
       return limbs::operand_of(words, f).what;
     default:
-      return exact::operand_of(words, f).what;
+      detail::sign_place(f.exp_width, f.mant_width);  // there is a pattern
+      return words::operand_of(words, f).what;
   }
 }
 
@@ -222,14 +191,14 @@ bool IEEEFloat::generic_is_zero() const {
 
 bool IEEEFloat::generic_is_subnormal() const {
   return class_of(head.kind, words(), widths(get_format())) == Class::finite &&
-         are_ones(words(), get_format().mant_width, get_format().exp_width, ~std::uint64_t{0});
+         words::are_zeros(words(), get_format().mant_width, get_format().exp_width);
 }
 
 void IEEEFloat::set_sign(bool s) {
   if (get_sign() != s) {
-    flip_bit(words(), repr() == REPR_FLOAT64   ? 63
-                      : repr() == REPR_FLOAT32 ? 31
-                                               : sign_place(get_format()));
+    words::flip_bit(words(), repr() == REPR_FLOAT64   ? 63
+                             : repr() == REPR_FLOAT32 ? 31
+                                                      : sign_place(get_format()));
   }
 }
 
@@ -250,14 +219,14 @@ void IEEEFloat::self_zero(bool negative) {
   const unsigned long sign = sign_place(pattern_format());
   std::fill_n(words(), word_count(), 0);
   if (negative) {
-    flip_bit(words(), sign);
+    words::flip_bit(words(), sign);
   }
 }
 
 void IEEEFloat::self_inf(bool negative) {
   self_zero(negative);
   const format f = pattern_format();
-  fill_bits(words(), f.mant_width, f.exp_width);
+  words::fill_bits(words(), f.mant_width, f.exp_width);
 }
 
 void IEEEFloat::self_nan() {
@@ -307,7 +276,8 @@ int IEEEFloat::order_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
     case Road::limbs:
       return limbs::compare(x, y, f);
     default:
-      return exact::compare(x, y, f);
+      sign_place(a.get_format());  // there are patterns
+      return words::compare(x, y, f);
   }
 }
 
@@ -364,7 +334,7 @@ void IEEEFloat::packed_next(bool up) {
   const format f = pattern_format();
   if (!grow && is_zero()) {
     set_sign(!negative);
-  } else if (!grow || !are_ones(words(), 0, f.exp_width + f.mant_width)) {
+  } else if (!grow || !words::are_ones(words(), 0, f.exp_width + f.mant_width)) {
     step_magnitude(grow);
   }
 }

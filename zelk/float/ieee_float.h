@@ -33,10 +33,11 @@ struct PatternAccess;
 ///
 /// Operations on a format whose patterns (1 + e + m bits) reach `max_bits`, and operations whose
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
-/// Arithmetic is defined for e >= 2 and m >= 1. Values of up to 128 bits with e <= 62 and a mode
-/// that is one of the four allocate nothing in construction, copies, arithmetic, comparison, steps
-/// and conversions among them; wider ones own their limbs, which assignment between values of one
-/// size and arithmetic use again. Otherwise an
+/// Arithmetic is defined for e >= 2 and m >= 1.
+///
+/// Values of up to 128 bits with e <= 62 and a mode that is one of the four allocate nothing in
+/// construction, copies, arithmetic, comparison, steps and conversions among them; wider ones own
+/// their limbs, which assignment between values of one size and arithmetic use again. Otherwise an
 /// operation has on the heap, beside 16 KB, at most 10 (e + m) bits, of both formats if there are
 /// two; `from_ratio` and `from_scaled` of numbers of s bits 10 (e + m + s); `from_text` of n
 /// characters 10 (e + m + 4n + |k|), k being the exponent of the last place; `to_integer` of w bits
@@ -44,11 +45,13 @@ struct PatternAccess;
 /// failure included, the value keeps what it was.
 class ZELK_EXPORT IEEEFloat {
  public:
-  /// How the bit pattern is head. A stored 3 acts as `REPR_GENERIC` everywhere.
+  /// What kind of value this is. Generic ones pass on the patterns of NaN operands and report
+  /// modes that are none of the four; packed ones do neither. Operands must agree in it. A stored 3
+  /// acts as `REPR_GENERIC` everywhere.
   enum Repr : unsigned {
-    REPR_FLOAT32 = 0,  ///< a 32-bit word, for (8, 23)
-    REPR_FLOAT64 = 1,  ///< a 64-bit word, for (11, 52)
-    REPR_GENERIC = 2,  ///< an integer in words, for any format
+    REPR_FLOAT32 = 0,  ///< a packed 32-bit word, for (8, 23)
+    REPR_FLOAT64 = 1,  ///< a packed 64-bit word, for (11, 52)
+    REPR_GENERIC = 2,  ///< as many words as it needs, for any format
   };
 
   /// The rounding directions of IEEE 754. Any other number may be stored. When a significand has to
@@ -186,13 +189,15 @@ class ZELK_EXPORT IEEEFloat {
   }
   /// The mode that operations with this value on the left round in.
   rounding_mode get_mode() const { return static_cast<rounding_mode>(mode()); }
-  /// How the pattern is head.
+  /// What kind of value this is.
   Repr get_repr() const { return static_cast<Repr>(repr()); }
 
   /// Of rm the low 30 bits are kept.
-  void set_mode(rounding_mode rm) { head.control = (head.control & ~mode_mask) | (rm & mode_mask); }
+  void set_mode(rounding_mode rm) {
+    head.control = (head.control & ~detail::mode_mask) | (rm & detail::mode_mask);
+  }
 
-  /// The pattern as an integer from 0 to 2^(1+e+m) - 1.
+  /// The pattern as an integer from 0 to 2^(1+e+m) - 1: small below 2^63, else big.
   QNumber get_bits() const;
 
   /// Moves the pattern into another representation. A packed word takes its low 32 or 64 bits.
@@ -253,20 +258,20 @@ class ZELK_EXPORT IEEEFloat {
   ///   inexact, and "reached limit on float precision" when the exponents of a sum differ by 2^63
   ///   or more, or the shift to a subnormal result does.
   IEEEFloat& operator+=(const IEEEFloat& other) {
-    const auto sum = [](auto a, auto b) { return swflt::detail::add_nearest(a, b); };
-    return apply(detail::addition, other, sum);
+    return apply<swflt::detail::nearest_add32, swflt::detail::nearest_add64>(detail::addition,
+                                                                             other);
   }
   IEEEFloat& operator-=(const IEEEFloat& other) {
-    const auto difference = [](auto a, auto b) { return swflt::detail::sub_nearest(a, b); };
-    return apply(detail::subtraction, other, difference);
+    return apply<swflt::detail::nearest_sub32, swflt::detail::nearest_sub64>(detail::subtraction,
+                                                                             other);
   }
   IEEEFloat& operator*=(const IEEEFloat& other) {
-    const auto product = [](auto a, auto b) { return swflt::detail::mul_nearest(a, b); };
-    return apply(detail::multiplication, other, product);
+    return apply<swflt::detail::nearest_mul32, swflt::detail::nearest_mul64>(detail::multiplication,
+                                                                             other);
   }
   IEEEFloat& operator/=(const IEEEFloat& other) {
-    const auto quotient = [](auto a, auto b) { return swflt::detail::div_nearest(a, b); };
-    return apply(detail::division, other, quotient);
+    return apply<swflt::detail::nearest_div32, swflt::detail::nearest_div64>(detail::division,
+                                                                             other);
   }
   /// \}
 
@@ -276,11 +281,13 @@ class ZELK_EXPORT IEEEFloat {
   ///   "reached limit on float precision" when the number would pass `max_bits`.
   QNumber to_number() const;
 
-  /// For w = 0 the exact value truncated toward zero, 0 for infinities and NaNs. For w > 0 the
-  /// value rounded to an integer in its own mode (a mode outside 0 to 3 rounds toward zero), its
-  /// magnitude reduced modulo 2^w and the sign put back. By definition zeros and subnormals then
-  /// give 0 in every mode, and infinities and NaNs count as (2^m + T) * 2^(bias + 1 - m). Needs no
-  /// more than max(m, w) bits for w > 0.
+  /// For w = 0 the exact value truncated toward zero, 0 for infinities and NaNs; small exactly when
+  /// it fits a signed 32-bit integer.
+  ///
+  /// For w > 0 the value rounded to an integer in its own mode (a mode outside 0 to 3 rounds toward
+  /// zero), its magnitude reduced modulo 2^w and the sign put back. By definition zeros and
+  /// subnormals then give 0 in every mode, and infinities and NaNs count as
+  /// (2^m + T) * 2^(bias + 1 - m). Needs no more than max(m, w) bits for w > 0.
   /// \throws error "reached limit on float precision" for w = 0 as `to_number`, but
   ///   for e <= 63 not below one; for w > 0 when neither w nor the shifted significand is within
   ///   `max_bits`.
@@ -302,20 +309,7 @@ class ZELK_EXPORT IEEEFloat {
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
   friend detail::PatternAccess;
 
-  // What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
-  // second word of the pattern, which such formats have no use for.
-  struct Head {
-    std::uint32_t exp_width = 0;
-    std::uint32_t mant_width = 0;
-    std::uint32_t control = REPR_FLOAT32 << 30;  // the mode in bits 0 to 29, the representation
-    detail::Kind kind;                           // follows from format and representation
-
-    // Whether this is a packed value that rounds to nearest-even.
-    bool is_nearest(Repr r, detail::Kind k) const { return kind == k && control == r << 30; }
-  };
-  static constexpr std::uint32_t mode_mask = (1U << 30) - 1;
-
-  unsigned mode() const { return head.control & mode_mask; }
+  unsigned mode() const { return head.control & detail::mode_mask; }
   unsigned repr() const { return head.control >> 30; }
   bool is_generic() const { return repr() >= REPR_GENERIC; }
   const std::uint64_t* words() const { return head.kind.is_wide() ? pattern.limbs : pattern.words; }
@@ -351,11 +345,15 @@ class ZELK_EXPORT IEEEFloat {
   format pattern_format() const;
   IEEEFloat generic_copy() const;
   void step_magnitude(bool grow);
-  void convert_otherwise(const format& f, unsigned r, detail::Kind to);
+  bool is_own_word() const;
+  void convert_otherwise(format f, unsigned r, detail::Kind to);
+  QNumber number_otherwise() const;
+  QNumber integer_otherwise(unsigned direction, unsigned long w) const;
 
-  // Packed values that round to nearest-even go to `nearest`, all others the road of their kind.
-  template <class Nearest>
-  IEEEFloat& apply(const detail::Operations& operation, const IEEEFloat& other, Nearest nearest);
+  // Packed values that round to nearest-even have functions of their own, all others the road of
+  // their kind.
+  template <auto nearest32, auto nearest64>
+  IEEEFloat& apply(const detail::Operations& operation, const IEEEFloat& other);
   void apply_otherwise(const detail::Operations& operation, const IEEEFloat& other);
 
   bool generic_get_sign() const;
@@ -375,19 +373,18 @@ class ZELK_EXPORT IEEEFloat {
     return answer;
   }
 
-  Head head;
+  detail::Head head;
   detail::Pattern pattern;
 };
 
-template <class Nearest>
+template <auto nearest32, auto nearest64>
 [[gnu::always_inline]] inline IEEEFloat& IEEEFloat::apply(const detail::Operations& operation,
-                                                          const IEEEFloat& other, Nearest nearest) {
+                                                          const IEEEFloat& other) {
   const bool same = head.kind == other.head.kind;
   if (same && head.is_nearest(REPR_FLOAT64, detail::Kind::packed64())) {
-    pattern.words[0] = nearest(pattern.words[0], other.pattern.words[0]);
+    pattern.words[0] = nearest64(pattern.words[0], other.pattern.words[0]);
   } else if (same && head.is_nearest(REPR_FLOAT32, detail::Kind::packed32())) {
-    pattern.words[0] = nearest(static_cast<std::uint32_t>(pattern.words[0]),
-                               static_cast<std::uint32_t>(other.pattern.words[0]));
+    pattern.words[0] = nearest32(pattern.words[0], other.pattern.words[0]);
   } else if (same && head.kind.names_format() && mode() <= ROUND_TOWARD_NEGATIVE) [[likely]] {
     operation[head.kind.road()](pattern, other.pattern, head.exp_width, head.mant_width, mode());
   } else {

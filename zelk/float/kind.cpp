@@ -8,32 +8,17 @@ namespace zelk::detail {
 
 namespace {
 
-// Builds that force limbs take them for every format that they serve, small ones too.
-#ifdef ZELK_LIMBS_ONLY
-constexpr bool has_words = false;
-#else
-constexpr bool has_words = true;
-#endif
-
+// The road of generic values that do not have that of one word.
 Road road_of(unsigned long e, unsigned long m) {
-  if (!has_short_roads) {
-    return Road::numbers;
-  }
-  if (has_words && words::serves_in_one_word(e, m)) {
-    return e == 5 && m == 10         ? Road::half
-           : e == 8 && m == 7        ? Road::bfloat16
-           : m <= words::short_width ? Road::short_word
-                                     : Road::word;
-  }
-  if (has_words && words::serves_in_two_words(e, m)) {
+  if (has_word_road && words::serves_in_two_words(e, m)) {
     return e == 15 && m == 112 ? Road::quad : Road::double_word;
   }
-  return limbs::serves({e, m}) ? Road::limbs : Road::numbers;
+  return has_short_roads && limbs::serves({e, m}) ? Road::limbs : Road::numbers;
 }
 
 }  // namespace
 
-Kind Kind::of(unsigned long exp_width, unsigned long mant_width, unsigned repr) {
+Kind Kind::of_other(unsigned long exp_width, unsigned long mant_width, unsigned repr) {
   const std::uint32_t widths = code(exp_width, mant_width);
   if (repr < 2) {
     const Kind best = repr == 0 ? packed32() : packed64();

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "zelk/base/export.h"
+#include "zelk/words/shape.h"
 
 namespace zelk::detail {
 
@@ -33,6 +34,12 @@ inline constexpr bool has_short_roads = false;
 #else
 inline constexpr bool has_short_roads = true;
 #endif
+/// Whether one of them is that of words. A build without it has patterns of any size on limbs.
+#ifdef ZELK_LIMBS_ONLY
+inline constexpr bool has_word_road = false;
+#else
+inline constexpr bool has_word_road = has_short_roads;
+#endif
 
 /// The road of a value and the place of its pattern, with the widths of its format where there is
 /// room for them. It follows from format and representation.
@@ -42,7 +49,11 @@ class Kind {
   constexpr Kind() noexcept : bits(with(Road::packed32)) {}
 
   /// Of values of format (e, m) in the representation `repr`: 0 and 1 are packed.
-  ZELK_EXPORT static Kind of(unsigned long exp_width, unsigned long mant_width, unsigned repr);
+  static Kind of(unsigned long exp_width, unsigned long mant_width, unsigned repr) {
+    return repr >= 2 && has_word_road && words::serves_in_one_word(exp_width, mant_width)
+               ? Kind(with(word_road(exp_width, mant_width)) | code(exp_width, mant_width))
+               : of_other(exp_width, mant_width, repr);
+  }
 
   static constexpr Kind packed32() { return Kind(with(Road::packed32) | code(8, 23)); }
   static constexpr Kind packed64() { return Kind(with(Road::packed64) | code(11, 52)); }
@@ -67,6 +78,14 @@ class Kind {
   static constexpr std::uint32_t code_mask = (1U << huge_place) - 1;
 
   explicit constexpr Kind(std::uint32_t b) noexcept : bits(b) {}
+  ZELK_EXPORT static Kind of_other(unsigned long exp_width, unsigned long mant_width,
+                                   unsigned repr);
+  static constexpr Road word_road(unsigned long e, unsigned long m) {
+    return e == 5 && m == 10         ? Road::half
+           : e == 8 && m == 7        ? Road::bfloat16
+           : m <= words::short_width ? Road::short_word
+                                     : Road::word;
+  }
   static constexpr std::uint32_t with(Road r) {
     return static_cast<std::uint32_t>(r) << road_place;
   }
@@ -76,6 +95,21 @@ class Kind {
   }
 
   std::uint32_t bits;  // the code of the widths, bit 26: huge, from 27 the road, 31: wide
+};
+
+/// The low bits of a value's control word, which hold the mode; above is the representation.
+inline constexpr std::uint32_t mode_mask = (1U << 30) - 1;
+
+/// What a value is, beside its pattern. Widths of more than 32 bits have their upper halves in the
+/// second word of the pattern, which such formats have no use for.
+struct Head {
+  std::uint32_t exp_width = 0;
+  std::uint32_t mant_width = 0;
+  std::uint32_t control = 0;
+  Kind kind;  // follows from format and representation
+
+  /// Whether this is a packed value of this kind that rounds to nearest-even.
+  bool is_nearest(std::uint32_t repr, Kind k) const { return kind == k && control == repr << 30; }
 };
 
 /// The words of a pattern, the lowest first: two here, or as many as the format needs on the heap.

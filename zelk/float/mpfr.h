@@ -11,8 +11,8 @@
 namespace zelk {
 
 /// x in format f, rounded once in direction rm; signs of zeros and infinities stay, and a NaN
-/// becomes the canonical one. \throws IEEEFloat::error "bad rounding mode: <rm>" when rm is not 0
-/// to 3 and the result is
+/// becomes the canonical one.
+/// \throws IEEEFloat::error "bad rounding mode: <rm>" when rm is not 0 to 3 and the result is
 ///   inexact; "reached limit on float precision".
 inline IEEEFloat from_mpfr(mpfr_srcptr x, IEEEFloat::format f, IEEEFloat::rounding_mode rm) {
   IEEEFloat value(f, rm);
@@ -32,9 +32,9 @@ inline IEEEFloat from_mpfr(mpfr_srcptr x, IEEEFloat::format f, IEEEFloat::roundi
 }
 
 /// out := x, exactly: out takes the precision m + 1, or MPFR's least where that is more. MPFR's
-/// flags stay as they are, and so does out when something is thrown. \throws IEEEFloat::error
-/// "value is beyond MPFR's range" when its precisions or the exponent range
-///   that is set do not hold it; "reached limit on float precision".
+/// flags stay as they are, and so does out when something is thrown.
+/// \throws IEEEFloat::error "value is beyond MPFR's range" when its precisions or the exponent
+///   range that is set do not hold it; "reached limit on float precision".
 inline void to_mpfr(mpfr_ptr out, const IEEEFloat& x) {
   const IEEEFloat::format f = x.get_format();
   const unsigned long m = f.mant_width;

@@ -104,7 +104,7 @@ struct SamePattern {
 
 /// A hash that goes with it: std::unordered_set<IEEEFloat, PatternHash, SamePattern>.
 struct ZELK_EXPORT PatternHash {
-  /// The same for all values of one format and pattern, whatever form holds it.
+  /// The same for all values of one format and pattern, whatever their representation.
   std::size_t operator()(const IEEEFloat& x) const;
 };
 

@@ -48,15 +48,12 @@ constexpr words::RaisedShape raised(Widths f) {
   return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};
 }
 constexpr words::uint128 raise(words::RaisedShape s, const Word* x) {
-  const std::int64_t n = s.below();
-  const words::uint128 a = n < 64 ? words::double_word(x[1], x[0]) : words::double_word(x[0], 0);
-  return words::shift_left(a, n & 63);
+  return words::shift_left(words::double_word(x[1], x[0]), s.below());
 }
 constexpr void lower(words::RaisedShape s, words::uint128 a, Word* out) {
-  const std::int64_t n = s.below();
-  const words::uint128 pattern = words::shift_right(a, n & 63);
-  out[0] = n < 64 ? words::low_word(pattern) : words::high_word(pattern);
-  out[1] = n < 64 ? words::high_word(pattern) : 0;
+  const words::uint128 pattern = words::shift_right(a, s.below());
+  out[0] = words::low_word(pattern);
+  out[1] = words::high_word(pattern);
 }
 
 /// An operation of words on patterns: the usual way inline, the general one in a function of the

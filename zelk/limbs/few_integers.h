@@ -15,20 +15,10 @@
 
 namespace zelk::limbs {
 
-using Carry = unsigned char;
+using words::Carry;
 
 /// x + y + carry; `carry` becomes what leaves the limb.
-inline Limb add_limb(Limb x, Limb y, Carry& carry) {
-#ifdef __x86_64__
-  unsigned long long sum = 0;
-  carry = _addcarry_u64(carry, x, y, &sum);
-  return sum;
-#else
-  const DoubleLimb sum = DoubleLimb{x} + y + carry;
-  carry = static_cast<Carry>(sum >> limb_bits);
-  return static_cast<Limb>(sum);
-#endif
-}
+inline Limb add_limb(Limb x, Limb y, Carry& carry) { return words::add_word(x, y, carry); }
 
 /// x - y - borrow; `borrow` becomes what is missing.
 inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {

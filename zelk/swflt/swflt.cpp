@@ -14,38 +14,36 @@ static_assert(flag_invalid == rules::invalid && flag_divide_by_zero == rules::di
 
 namespace detail {
 
-std::uint32_t add_nearest(std::uint32_t a, std::uint32_t b) noexcept {
+std::uint64_t nearest_add32(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
-  return static_cast<std::uint32_t>(words::add(words::binary32, a, b, rules::nearest));
+  return words::add(words::binary32, a, b, rules::nearest);
 }
-std::uint64_t add_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+std::uint64_t nearest_sub32(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return words::sub(words::binary32, a, b, rules::nearest);
+}
+std::uint64_t nearest_mul32(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return words::mul(words::binary32, a, b, rules::nearest);
+}
+std::uint64_t nearest_div32(std::uint64_t a, std::uint64_t b) noexcept {
+  float_exception_flags = 0;
+  return words::div(words::binary32, a, b, rules::nearest);
+}
+
+std::uint64_t nearest_add64(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
   return words::add(words::binary64, a, b, rules::nearest);
 }
-
-std::uint32_t sub_nearest(std::uint32_t a, std::uint32_t b) noexcept {
-  float_exception_flags = 0;
-  return static_cast<std::uint32_t>(words::sub(words::binary32, a, b, rules::nearest));
-}
-std::uint64_t sub_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+std::uint64_t nearest_sub64(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
   return words::sub(words::binary64, a, b, rules::nearest);
 }
-
-std::uint32_t mul_nearest(std::uint32_t a, std::uint32_t b) noexcept {
-  float_exception_flags = 0;
-  return static_cast<std::uint32_t>(words::mul(words::binary32, a, b, rules::nearest));
-}
-std::uint64_t mul_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+std::uint64_t nearest_mul64(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
   return words::mul(words::binary64, a, b, rules::nearest);
 }
-
-std::uint32_t div_nearest(std::uint32_t a, std::uint32_t b) noexcept {
-  float_exception_flags = 0;
-  return static_cast<std::uint32_t>(words::div(words::binary32, a, b, rules::nearest));
-}
-std::uint64_t div_nearest(std::uint64_t a, std::uint64_t b) noexcept {
+std::uint64_t nearest_div64(std::uint64_t a, std::uint64_t b) noexcept {
   float_exception_flags = 0;
   return words::div(words::binary64, a, b, rules::nearest);
 }

@@ -50,15 +50,16 @@ inline std::partial_ordering compare(words::Shape auto s, std::uint64_t a, std::
   return std::partial_ordering::unordered;
 }
 
-// Arithmetic to nearest-even that leaves no flag.
-ZELK_EXPORT std::uint32_t add_nearest(std::uint32_t a, std::uint32_t b) noexcept;
-ZELK_EXPORT std::uint64_t add_nearest(std::uint64_t a, std::uint64_t b) noexcept;
-ZELK_EXPORT std::uint32_t sub_nearest(std::uint32_t a, std::uint32_t b) noexcept;
-ZELK_EXPORT std::uint64_t sub_nearest(std::uint64_t a, std::uint64_t b) noexcept;
-ZELK_EXPORT std::uint32_t mul_nearest(std::uint32_t a, std::uint32_t b) noexcept;
-ZELK_EXPORT std::uint64_t mul_nearest(std::uint64_t a, std::uint64_t b) noexcept;
-ZELK_EXPORT std::uint32_t div_nearest(std::uint32_t a, std::uint32_t b) noexcept;
-ZELK_EXPORT std::uint64_t div_nearest(std::uint64_t a, std::uint64_t b) noexcept;
+// Arithmetic to nearest-even that leaves no flag. Patterns of 32 bits come and go in words of 64,
+// so that nothing is cut off or filled up on the way.
+ZELK_EXPORT std::uint64_t nearest_add32(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_sub32(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_mul32(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_div32(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_add64(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_sub64(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_mul64(std::uint64_t a, std::uint64_t b) noexcept;
+ZELK_EXPORT std::uint64_t nearest_div64(std::uint64_t a, std::uint64_t b) noexcept;
 
 }  // namespace detail
 

@@ -84,21 +84,24 @@ constexpr Aligned<uint128> align(S /*shape*/, uint128 sig, std::int64_t n, uint1
   return {(shift_right_jam(sig, n) ^ minus) - minus, 0};
 }
 
-// The sum of two finite magnitudes, or their difference if `minus` is all ones; its significand is
-// 0 if it is.
+// The sum of two magnitudes, or their difference if `minus` is all ones; false for infinities and
+// NaNs, and where nothing is left.
 template <Shape S>
-[[gnu::always_inline]] inline Unpacked<Word<S>> add_magnitudes(S s, Word<S> large, Word<S> small,
-                                                               Word<S> sign, Word<S> minus) {
+[[gnu::always_inline]] inline bool add_magnitudes(S s, Word<S> large, Word<S> small, Word<S> sign,
+                                                  Word<S> minus, Unpacked<Word<S>>& out) {
   const std::int64_t exp = exponent_below(s, large);
+  if (exp >= exp_max(s) - 1) [[unlikely]]
+    return false;
   const std::int64_t small_exp = exponent_below(s, small);
   const auto large_sig = significand(s, large, exp, sum_shift(s));
   const auto small_sig = significand(s, small, small_exp, sum_shift(s));
   const auto aligned = align(s, small_sig, exp - small_exp, minus);
   const Word<S> sum = large_sig + aligned.sig;
   if (sum == 0) [[unlikely]]
-    return {sign, 0, 0};
+    return false;
   const auto x = normalize(sum);
-  return {sign, exp + x.top - (s.mant_width + sum_shift(s)), x.sig | aligned.sticky};
+  out = {sign, exp + x.top - (s.mant_width + sum_shift(s)), x.sig | aligned.sticky};
+  return true;
 }
 
 // a + b; of a difference, b with its sign changed.
@@ -109,10 +112,9 @@ template <Shape S>
     return add_patterns(s, a, b, mode, out);
   } else {
     const auto [large, small, sign] = order(s, a, b);
-    if (large >= infinity(s)) [[unlikely]]
-      return false;
-    const auto x = add_magnitudes(s, large, small, sign, sign_mask(s, a ^ b));
-    if (x.sig == 0 || !is_inside(s, x.exp)) [[unlikely]]
+    Unpacked<Word<S>> x;
+    if (!add_magnitudes(s, large, small, sign, sign_mask(s, a ^ b), x) || !is_inside(s, x.exp))
+        [[unlikely]]
       return false;
     out = round_and_pack_inside(s, x, mode);
     return true;
@@ -125,9 +127,11 @@ template <bool subtract, Shape S>
   const rules::Result r = rules::sum(operand_of(s, a), operand_of(s, addend), mode);
   if (r.outcome != rules::Outcome::computed) return special(s, r, a, b);
   const auto [large, small, sign] = order(s, a, addend);
-  const auto x = add_magnitudes(s, large, small, sign, sign_mask(s, a ^ addend));
-  if (x.sig == 0) return rules::zero_sum_is_negative(mode) ? sign_bit(s) : 0;
-  return round_and_pack(s, x, mode);
+  Unpacked<Word<S>> x;
+  return add_magnitudes(s, large, small, sign, sign_mask(s, a ^ addend), x)
+             ? round_and_pack(s, x, mode)
+         : rules::zero_sum_is_negative(mode) ? sign_bit(s)
+                                             : 0;
 }
 
 // ---- Products and quotients ----

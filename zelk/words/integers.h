@@ -3,6 +3,10 @@
 #ifndef ZELK_WORDS_INTEGERS_H_
 #define ZELK_WORDS_INTEGERS_H_
 
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
+
 #include <algorithm>
 #include <bit>
 #include <cstdint>
@@ -24,6 +28,21 @@ template <class T>
 constexpr T opaque(T n) {
   if (!std::is_constant_evaluated()) asm("" : "+r"(n));
   return n;
+}
+
+using Carry = unsigned char;
+
+// x + y + carry; `carry` becomes what leaves the word.
+inline std::uint64_t add_word(std::uint64_t x, std::uint64_t y, Carry& carry) {
+#ifdef __x86_64__
+  unsigned long long sum = 0;
+  carry = _addcarry_u64(carry, x, y, &sum);
+  return sum;
+#else
+  const uint128 sum = uint128{x} + y + carry;
+  carry = static_cast<Carry>(sum >> 64);
+  return static_cast<std::uint64_t>(sum);
+#endif
 }
 
 // Masks come from 64-bit integers: of wider ones compilers make branches.

@@ -119,15 +119,19 @@ constexpr bool is_short(S s) {
   return std::is_same_v<S, ShortShape> || (sizeof(Word<S>) == 8 && s.mant_width <= short_width);
 }
 
+// a / 2^n. In double words n is 64 at least.
+constexpr std::uint64_t upper_bits(std::uint64_t a, std::int64_t n) { return a >> n; }
+constexpr std::uint64_t upper_bits(uint128 a, std::int64_t n) { return high_word(a) >> (n - 64); }
+
 template <Shape S>
 constexpr std::int64_t exponent_field(S s, Word<S> a) {
-  return static_cast<std::int64_t>(magnitude(s, a) >> s.mant_width);
+  return static_cast<std::int64_t>(upper_bits(magnitude(s, a), s.mant_width));
 }
 
 // The exponent field of a magnitude less the one that its hidden bit adds to it; 0 for subnormals.
 template <Shape S>
 constexpr std::int64_t exponent_below(S s, Word<S> magnitude) {
-  const auto field = static_cast<std::uint64_t>(magnitude >> s.mant_width);
+  const std::uint64_t field = upper_bits(magnitude, s.mant_width);
   return static_cast<std::int64_t>(field - 1 + (field < 1));
 }
 
@@ -159,11 +163,21 @@ template <Shape S>
   return {x.sign, x.exp, x.sig >> (lead<Word<S>> - s.mant_width)};
 }
 
+// The significand of a normal pattern, its hidden bit at mant_width.
+template <Shape S>
+constexpr Word<S> normal_significand(S s, Word<S> a) {
+  if constexpr (sizeof(Word<S>) > 8) {
+    const std::uint64_t hidden = high_word(hidden_bit(s));
+    return double_word((high_word(a) & (hidden - 1)) | hidden, low_word(a));
+  }
+  return (a & (hidden_bit(s) - 1)) | hidden_bit(s);
+}
+
 // The same for a normal one.
 template <Shape S>
 [[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal(S s, Word<S> a) {
   const std::int64_t exp = exponent_field(s, a) - 1;
-  return {sign_of(s, a), exp, (a & (hidden_bit(s) - 1)) | hidden_bit(s)};
+  return {sign_of(s, a), exp, normal_significand(s, a)};
 }
 
 // Whether a pattern from which unpack_normal took this exponent is normal.

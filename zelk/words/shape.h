@@ -54,7 +54,7 @@ inline constexpr std::int64_t short_width = 29;
 /// Widths of which that holds.
 struct ShortShape : RuntimeShape {};
 
-/// Widths known at run time, together at most 127, of a pattern that was moved up: its sign is the
+/// Widths known at run time, together 64 to 127, of a pattern that was moved up: its sign is the
 /// highest bit of the double word, and zeros are below the `kept_width` bits of its significand.
 /// So it is a pattern with the wider significand that the double word has room for.
 struct RaisedShape {
@@ -67,7 +67,7 @@ struct RaisedShape {
   constexpr std::int64_t below() const { return mant_width - kept_width; }
 };
 
-/// Widths known at run time, together at most 127, as patterns have them in two words.
+/// Widths known at run time, together 64 to 127, as patterns have them in two words.
 struct DoubleShape {
   std::int64_t exp_width;
   std::int64_t mant_width;
@@ -79,9 +79,9 @@ struct DoubleShape {
 constexpr bool serves_in_one_word(std::uint64_t exp_width, std::uint64_t mant_width) {
   return mant_width - 1 <= 57 && exp_width - 2 <= 61 - mant_width;
 }
-/// The same in two words.
+/// The same in two words, for patterns that need them.
 constexpr bool serves_in_two_words(std::uint64_t exp_width, std::uint64_t mant_width) {
-  return exp_width - 2 <= 60 && mant_width - 1 <= 121 && exp_width + mant_width <= 127;
+  return exp_width - 2 <= 60 && mant_width - 1 <= 121 && exp_width + mant_width - 64 <= 63;
 }
 
 /// The powers of two: where the width is known at run time a load is cheaper than a shift.
@@ -119,7 +119,7 @@ template <Shape S>
 constexpr Word<S> ulp(S /*shape*/) {
   return 1;
 }
-inline uint128 ulp(RaisedShape s) { return uint128{1} << s.below(); }
+constexpr uint128 ulp(RaisedShape s) { return powers_of_two.value[s.below()]; }
 
 template <Shape S>
 constexpr Word<S> infinity(S s) {
@@ -168,11 +168,6 @@ constexpr Word<S> sign_mask(S s, Word<S> a) {
   const auto sign = static_cast<std::uint64_t>((a & sign_bit(s)) >> (8 * sizeof(Word<S>) - 64));
   // cppcheck-suppress shiftTooManyBitsSigned  // C++20 defines it
   return static_cast<Word<S>>(Signed<Word<S>>{static_cast<std::int64_t>(0 - sign) >> 63});
-}
-
-/// The sign bit may be in either word.
-constexpr uint128 sign_mask(DoubleShape s, uint128 a) {
-  return 0 - uint128{(a & sign_bit(s)) != 0};
 }
 
 /// Orders all patterns but NaNs as their values; the two zeros share a key.

@@ -36,13 +36,15 @@ template <Shape S>
     const bool odd = (low_word(pattern) & 1) != 0;
     return pattern + std::uint64_t{rounds_up(mode, negative, odd, below)};
   }
-  const uint128 unit = ulp(s);
+  // All that is cut off is in the low word.
+  const std::uint64_t unit = low_word(ulp(s));
+  const std::uint64_t low = low_word(pattern);
   if (mode == rules::nearest) [[likely]] {
-    pattern += (unit / 2 - 1) + std::uint64_t{(pattern & unit) != 0 || below != 0};
+    pattern += (unit / 2 - 1) + std::uint64_t{(low & unit) != 0 || below != 0};
   } else if (rules::rounds_outward(mode, negative)) {
     pattern = (pattern | std::uint64_t{below != 0}) + (unit - 1);
   }
-  return pattern & (0 - unit);
+  return double_word(high_word(pattern), low_word(pattern) & (0 - unit));
 }
 
 // Rounds and packs, for an exponent inside the range; the hidden bit adds one to the field.
@@ -69,9 +71,8 @@ struct Shifted {
   std::uint64_t high = high_word(sig);
   std::uint64_t low = low_word(sig);
   const std::uint64_t back = ~n & 63;  // 63 - n
-  if (n > 127) [[unlikely]]
-    return {0, std::uint64_t{sig != 0}};
   if (n > 63) [[unlikely]] {
+    if (n > 127) return {0, std::uint64_t{sig != 0}};
     const std::uint64_t lost{low << 1 << back != 0};
     return {high >> (n & 63), (low >> (n & 63) | high << 1 << back) | lost};
   }
@@ -122,25 +123,28 @@ template <Shape S>
   const auto minus =
       static_cast<std::uint64_t>(static_cast<std::int64_t>(high_word(a) ^ high_word(b)) >> 63);
   const std::int64_t place = s.mant_width - 63;
-  const auto field = static_cast<std::int64_t>(high_word(large) << 1 >> place);
-  const auto small_field = static_cast<std::int64_t>(high_word(small) << 1 >> place);
-  if (field >= exp_max(s) || field < 2) [[unlikely]]
+  const std::uint64_t field = high_word(large) << 1 >> place;
+  const std::uint64_t small_field = high_word(small) << 1 >> place;
+  if (field - 2 >= static_cast<std::uint64_t>(exp_max(s)) - 2) [[unlikely]]
     return false;
-  const std::int64_t small_exp = small_field - 1 + (small_field < 1);
+  const std::uint64_t small_exp = small_field - 1 + (small_field < 1);
   const uint128 small_sig = plus_scaled(double_word(high_word(small) & ~sign_bit, low_word(small)),
-                                        -small_exp, s.mant_width);
-  const Shifted part = shift_down(small_sig, static_cast<std::uint64_t>(field - 1 - small_exp));
-  const std::uint64_t below = (part.below ^ minus) - minus;
+                                        -static_cast<std::int64_t>(small_exp), s.mant_width);
+  const Shifted part = shift_down(small_sig, field - 1 - small_exp);
   // The exponent is the upper digits of the number that a pattern is. While the sum leaves it as it
-  // is, there is nothing to do but to round. A complement is carried into where nothing is below.
-  const uint128 sum = large + double_word(high_word(part.sig) ^ minus, low_word(part.sig) ^ minus) +
-                      (minus & std::uint64_t{part.below == 0});
+  // is, there is nothing to do but to round.
+  Carry carry = minus & 1;
+  const std::uint64_t below = add_word(part.below ^ minus, 0, carry);
+  const std::uint64_t low_sum = add_word(low_word(part.sig) ^ minus, low_word(large), carry);
+  const std::uint64_t high_sum = add_word(high_word(part.sig) ^ minus, high_word(large), carry);
+  const uint128 sum = double_word(high_sum, low_sum);
   if ((high_word(sum) ^ high_word(large)) >> (place - 1) == 0) [[likely]] {
     out = round_pattern(s, sum, below, mode);
     return true;
   }
   const std::uint64_t sign = high_word(large) & sign_bit;
-  const std::uint64_t high = plus_scaled(high_word(sum) ^ sign, 1 - field, place - 1);
+  const std::uint64_t high =
+      plus_scaled(high_word(sum) ^ sign, 1 - static_cast<std::int64_t>(field), place - 1);
   const std::uint64_t low = low_word(sum);
   if (high == 0) [[unlikely]]
     return false;
@@ -151,7 +155,7 @@ template <Shape S>
   const std::uint64_t top = high << up | low >> 1 >> down;
   const std::uint64_t bottom = low << up | below >> 1 >> down;
   const std::uint64_t lost = below << up;
-  const std::int64_t exp = field - up;
+  const std::int64_t exp = static_cast<std::int64_t>(field) - up;
   if (static_cast<std::uint64_t>(exp) >= static_cast<std::uint64_t>(exp_max(s) - 2)) [[unlikely]]
     return false;
   out = round_and_pack_inside(

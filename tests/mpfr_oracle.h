@@ -80,15 +80,13 @@ void check_number(Mpfr& t, auto& patterns, IEEEFloat::rounding_mode rm) {
               (r.get_bits().is_small() || t.sign >= pow2(62)));
 }
 
-/// Every check of values of one format: of packed words and generic values, of patterns in numbers
-/// of both forms, and of operands that are one value.
+/// Every check of values of one format: of packed words and generic values, and of operands that
+/// are one value.
 void check_all(Mpfr& t, Mpfr& to, auto& patterns) {
   const unsigned long kind = patterns.below(256);
   const mpz_class p = patterns.pattern(t);
   IEEEFloat x = generic(t.f, modes[kind % 4], p);
   IEEEFloat y = kind < 8 ? x : generic(t.f, modes[0], patterns.pattern(t));
-  if (kind % 3 == 1) x = in_big_form(x);
-  if (kind % 5 == 1) y = in_big_form(y);
   for (const auto repr : {IEEEFloat::REPR_GENERIC, IEEEFloat::get_best_repr(t.f)}) {
     x.self_specialize_repr(repr);
     y.self_specialize_repr(repr);

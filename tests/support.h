@@ -102,17 +102,6 @@ inline IEEEFloat generic(Format f, IEEEFloat::rounding_mode rm, const mpz_class&
   return x;
 }
 
-/// The same generic value, its pattern in a number of the big form; not for the hardware formats.
-inline IEEEFloat in_big_form(const IEEEFloat& x) {
-  IEEEFloat big({15, 112}, IEEEFloat::ROUND_NEAREST_EVEN);
-  big.self_zero(true);
-  big.set_format(x.get_format());
-  big.self_specialize_repr(IEEEFloat::REPR_GENERIC);
-  big += x;  // from -0, which changes no value
-  big.set_mode(x.get_mode());
-  return big;
-}
-
 /// "(5,10) mode 2 0x3c01": how failures name a value.
 inline std::string name(const IEEEFloat& x) {
   const Format f = x.get_format();
@@ -155,21 +144,28 @@ inline constexpr Call calls[] = {
     ON_VALUES(apply(0, x, y)), ON_VALUES(apply(1, x, y)), ON_VALUES(apply(2, x, y)),
     ON_VALUES(apply(3, x, y)), ON_VALUES(n = x <= y ? ieee_cmp(x, y) : x == y),
     ON_VALUES(n = x.is_nan() + 2 * x.is_inf() + 4 * x.is_subnormal() + 8 * x.is_zero()),
-    // Wide values allocate from here on, words from the sum of two on.
     ON_VALUES(x.self_nan()), ON_VALUES(x.self_inf(true)), ON_VALUES(x.set_sign(true)),
     ON_VALUES(x.next_representable(y.get_sign())), ON_VALUES(x.packed_next(!y.get_sign())),
-    ON_VALUES(n = x.to_integer(9)), ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
+    ON_VALUES(n = x.to_integer(9)),
+    // From here on there are new values, which are allocated if they are wide.
+    ON_VALUES(x = x + y), ON_VALUES(x.set_format(g)),
     ON_VALUES(x = IEEEFloat::max_value(y.get_format())),
-    ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
     ON_VALUES(x = IEEEFloat::from_number(n, y.get_format(), x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_scaled(n, 3, y.get_format(), x.get_mode())),
+    ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
     // Exact values can be larger than their formats; then g matters.
     ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
     ON_VALUES(static_cast<void>(x.to_str())), ON_VALUES(n = x.to_integer(g.mant_width)),
     ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
-inline constexpr std::size_t first_sized = 3, first_narrow = 9, first_allocating = 15,
+inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,
                              first_exact = 21, first_of_g = 24;
+
+/// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.
+inline std::string outcome(Call call, IEEEFloat x, const IEEEFloat* y, Format g, QNumber n) {
+  const std::string text = message([&] { return call(x, y != nullptr ? *y : x, g, n), 0; });
+  return text + name(x) + ' ' + n.to_mpq().get_str(16);
+}
 
 /// Patterns that find faults, from what gives numbers: `below(n)`, and `digits(n)` of n bits.
 template <typename Numbers>

@@ -162,12 +162,12 @@ static bool table_has(rules::Result r, double a, double b, double result, int fl
 }
 
 // At least one for each road.
-static constexpr Format of_roads[] = {{5, 10},   {8, 7},     {8, 23},  {8, 50},
+static constexpr Format on_roads[] = {{5, 10},   {8, 7},     {8, 23},  {8, 50},
                                       {11, 52},  {15, 112},  {30, 97}, {2, 125},
                                       {19, 236}, {30, 1000}, {64, 4}};
 
 static void check_on_roads(int op, Direction d, Operand a, Operand b, double want) {
-  for (const Format f : of_roads) {
+  for (const Format f : on_roads) {
     for (const auto repr : {IEEEFloat::get_best_repr(f), IEEEFloat::REPR_GENERIC}) {
       const IEEEFloat x = a.value(f, repr, d, false), y = b.value(f, repr, d, true);
       IEEEFloat r = x, nan = x;

@@ -77,7 +77,7 @@ struct OnWords {
   }
 };
 
-/// What packed patterns have not: only the four modes.
+/// What all patterns have but packed ones: no more than the four modes.
 struct FourModes {
   static Direction direction(unsigned mode) { return static_cast<Direction>(mode); }
 };
@@ -90,20 +90,16 @@ struct OneWord : FourModes {
   static void store(S /*shape*/, Word r, Pattern& x) { x.words[0] = r; }
 };
 
-/// One of a format that is used much.
+/// One of a format whose widths are constants.
 template <class S>
-struct FixedWord : FourModes {
+struct FixedWord : OneWord<S> {
   static S shape(Widths /*f*/) { return {}; }
-  static Word load(S /*shape*/, const Pattern& x) { return x.words[0]; }
-  static void store(S /*shape*/, Word r, Pattern& x) { x.words[0] = r; }
 };
 
 /// A packed pattern. Results come without flags: the library never reports them.
 template <class S>
-struct Packed {
+struct Packed : FixedWord<S> {
   static Direction direction(unsigned mode) { return direction_of(mode); }
-  static S shape(Widths /*f*/) { return {}; }
-  static Word load(S /*shape*/, const Pattern& x) { return x.words[0]; }
   static void store(S /*shape*/, Word r, Pattern& x) {
     x.words[0] = r;
     swflt::float_exception_flags = 0;

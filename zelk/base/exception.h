@@ -26,7 +26,8 @@ class ZELK_EXPORT Exception : public std::exception {
 
   ~Exception() noexcept override;
 
-  /// The text written so far. The reference holds until the next call or the end of the object.
+  /// The text written so far. The reference holds until the next call or the end of the object,
+  /// which keeps the text: `get_msg` and `what` of one object are for one thread at a time.
   const std::string& get_msg() const;
 
   /// `get_msg()` as a C string; "" when the text cannot be assembled for want of memory.

@@ -150,10 +150,8 @@ void apply(Word* x, const Word* y, Widths f, unsigned mode, bool subtract,
            void (*operation)(Numbers&, Widths, unsigned, Operand, Operand)) {
   Scratch n;
   Patterns& p = n->patterns(f);
-  load(x, f, p.left);
-  load(y, f, p.right);
-  const Operand a = read_operand(f, p.left, n->exp1, n->mant1);
-  Operand b = read_operand(f, p.right, n->exp2, n->mant2);
+  const Operand a = read_operand(x, f, p.left, n->exp1, n->mant1);
+  Operand b = read_operand(y, f, p.right, n->exp2, n->mant2);
   b.negative = b.negative != subtract;
   operation(*n, f, mode, a, b);
   store(p.out, x, f);

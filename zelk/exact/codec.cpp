@@ -18,20 +18,6 @@ void unpack_components(Widths f, const QNumber& bits, bool& sign, QNumber& exp, 
   BVNumber::trim(mant, f.mant_width);
 }
 
-// The lowest one bit tells whether T is 0, the lowest zero from m up whether E is all ones.
-rules::Operand operand_of(Widths f, const QNumber& bits) {
-  const unsigned long sign = sign_place(f);
-  const unsigned long lowest = BVNumber::lowest_one(bits);
-  const bool negative = BVNumber::test_bit(bits, sign);
-  if (lowest >= sign) {
-    return {rules::Class::zero, negative};
-  }
-  if (lowest > f.mant_width || BVNumber::lowest_zero(bits, f.mant_width) < sign) {
-    return {rules::Class::finite, negative};
-  }
-  return {lowest == f.mant_width ? rules::Class::infinite : rules::Class::nan, negative};
-}
-
 void pack_float(Widths f, bool sign, const QNumber& exp, const QNumber& mant, QNumber& out) {
   const unsigned long place = sign_place(f);
   BVNumber::bit_left_shift(exp, f.mant_width, &out);
@@ -39,6 +25,11 @@ void pack_float(Widths f, bool sign, const QNumber& exp, const QNumber& mant, QN
   if (sign) {
     BVNumber::set_bit(out, place, true);
   }
+}
+
+void pack_nan(Widths f, QNumber& out) {
+  pack_inf(f, true, out);
+  BVNumber::set_bit(out, 0, true);
 }
 
 void pack_zero(Widths f, bool sign, QNumber& out) {

@@ -9,7 +9,6 @@
 #include "zelk/numbers/qnumber.h"
 #include "zelk/numbers/room.h"
 #include "zelk/rules/rounding.h"
-#include "zelk/rules/special.h"
 
 namespace zelk::exact {
 
@@ -31,20 +30,17 @@ inline QNumber max_exponent(Widths f) { return ones(f.exp_width); }
 /// The fields as they stand: no bias removed, no hidden bit added.
 void unpack_components(Widths f, const QNumber& bits, bool& sign, QNumber& exp, QNumber& mant);
 
-/// Class and sign, by scans of the bits.
-rules::Operand operand_of(Widths f, const QNumber& bits);
-
 /// out := the pattern of sign, biased exponent exp < 2^e and trailing significand mant < 2^m, two
 /// other numbers.
 void pack_float(Widths f, bool sign, const QNumber& exp, const QNumber& mant, QNumber& out);
-
-/// out := the canonical NaN: S = 1, E all ones, T = 1.
-inline void pack_nan(Widths f, QNumber& out) { pack_float(f, true, max_exponent(f), 1, out); }
 
 /// out := the infinity of this sign.
 inline void pack_inf(Widths f, bool sign, QNumber& out) {
   pack_float(f, sign, max_exponent(f), 0, out);
 }
+
+/// out := the canonical NaN: S = 1, E all ones, bit 0 set.
+void pack_nan(Widths f, QNumber& out);
 
 /// out := the zero of this sign.
 void pack_zero(Widths f, bool sign, QNumber& out);

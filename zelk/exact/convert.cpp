@@ -13,9 +13,8 @@ namespace zelk::exact {
 void convert(const Word* x, Widths from, Word* out, Widths to, unsigned mode) {
   Scratch n;
   QNumber& bits = n->patterns(from).left;
-  load(x, from, bits);
   QNumber& out_bits = n->patterns(to).out;
-  const rules::Operand a = read_operand(from, bits, n->exp1, n->mant1);
+  const rules::Operand a = read_operand(x, from, bits, n->exp1, n->mant1);
   if (a.is(rules::Class::nan)) {
     pack_nan(to, out_bits);
   } else if (a.is(rules::Class::infinite)) {
@@ -87,8 +86,7 @@ void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsign
 QNumber to_number(const Word* x, Widths f, bool large) {
   Scratch n;
   QNumber& bits = n->patterns(f).left;
-  load(x, f, bits);
-  const rules::Operand a = read_operand(f, bits, n->exp1, n->mant1);
+  const rules::Operand a = read_operand(x, f, bits, n->exp1, n->mant1);
   if (a.is(rules::Class::zero)) {
     return 0;
   }

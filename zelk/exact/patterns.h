@@ -6,6 +6,8 @@
 
 #include "zelk/exact/codec.h"
 #include "zelk/exact/exact.h"
+#include "zelk/rules/special.h"
+#include "zelk/words/bits.h"
 
 namespace zelk::exact {
 
@@ -31,11 +33,13 @@ inline void store(QNumber& pattern, Word* x, Widths f) {
   }
 }
 
-/// An operand: its sign and class; E and T go to exp and mant.
-inline rules::Operand read_operand(Widths f, const QNumber& bits, QNumber& exp, QNumber& mant) {
-  rules::Operand a = operand_of(f, bits);
-  unpack_components(f, bits, a.negative, exp, mant);
-  return a;
+/// Reads a pattern: its number into `bits`, E and T into exp and mant; its class and sign.
+inline rules::Operand read_operand(const Word* x, Widths f, QNumber& bits, QNumber& exp,
+                                   QNumber& mant) {
+  load(x, f, bits);
+  bool negative = false;
+  unpack_components(f, bits, negative, exp, mant);
+  return words::operand_of(x, f);
 }
 
 }  // namespace zelk::exact

@@ -73,15 +73,18 @@ template <class Make>
 // ---- Formats ----
 
 void IEEEFloat::set_format(format f) {
-  // Between the packed formats any mode serves, and no flag is left.
-  if (head.kind == Kind::packed32() && f == format{11, 52}) {
+  // Between packed words, whatever the format that they are said to have, any mode serves, and no
+  // flag is left.
+  if (repr() == REPR_FLOAT32 && f == format{11, 52} &&
+      (head.kind == Kind::packed32() || f != get_format())) {
     pattern.words[0] =
         words::convert(words::binary32, words::binary64, pattern.words[0], rules::nearest);
     set_kind(f, REPR_FLOAT64, Kind::packed64());
     swflt::float_exception_flags = 0;
     return;
   }
-  if (head.kind == Kind::packed64() && f == format{8, 23}) {
+  if (repr() == REPR_FLOAT64 && f == format{8, 23} &&
+      (head.kind == Kind::packed64() || f != get_format())) {
     pattern.words[0] = words::convert(words::binary64, words::binary32, pattern.words[0],
                                       detail::direction_of(mode()));
     set_kind(f, REPR_FLOAT32, Kind::packed32());
@@ -250,7 +253,11 @@ QNumber IEEEFloat::to_integer(unsigned long w) const {
 
 QNumber IEEEFloat::integer_otherwise(unsigned direction, unsigned long w) const {
   if (!is_generic() && !head.kind.names_format()) {
-    return generic_copy().to_integer(w);
+    if (w > 0) {
+      return generic_copy().to_integer(w);
+    }
+    const mpq_class q = is_zero() || is_nan() || is_inf() ? mpq_class() : to_number().to_mpq();
+    return QNumber(mpz_class(q.get_num() / q.get_den()), 1);
   }
   const Widths f = widths(get_format());
   QNumber result;

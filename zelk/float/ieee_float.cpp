@@ -102,13 +102,8 @@ void IEEEFloat::self_specialize_repr(Repr r) {
     set_kind(get_format(), target, k);
     return;
   }
-  // Between a packed word and a pattern of the format, which may be shorter or longer.
   IEEEFloat x(get_format(), static_cast<Repr>(target), static_cast<rounding_mode>(mode()));
-  const unsigned long width = target == REPR_FLOAT32 ? 32
-                              : target == REPR_FLOAT64
-                                  ? 64
-                                  : get_format().exp_width + get_format().mant_width + 1;
-  x.words()[0] = words()[0] & (width < 64 ? (std::uint64_t{1} << width) - 1 : ~std::uint64_t{0});
+  x.words()[0] = target == REPR_FLOAT32 ? words()[0] & 0xFFFFFFFF : words()[0];
   swap(x);
 }
 
@@ -143,12 +138,12 @@ IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
 }
 
 IEEEFloat IEEEFloat::max_value(format f) {
-  sign_place(f);
+  if (sign_place(f); f.exp_width == 0) {
+    return from_bits(-1, f);  // 2^(e + m) - 1 - 2^m
+  }
   IEEEFloat x(f, ROUND_NEAREST_EVEN);
   words::fill_bits(x.words(), 0, f.mant_width);
-  if (f.exp_width > 0) {
-    words::fill_bits(x.words(), f.mant_width + 1, f.exp_width - 1);
-  }
+  words::fill_bits(x.words(), f.mant_width + 1, f.exp_width - 1);
   return x;
 }
 

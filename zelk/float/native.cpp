@@ -10,11 +10,7 @@ std::size_t PatternHash::operator()(const IEEEFloat& x) const {
   };
   mix(x.get_format().exp_width);
   mix(x.get_format().mant_width);
-  auto words = detail::PatternAccess::words(x);
-  while (words.size() > 1 && words.back() == 0) {  // however many the value has room for
-    words = words.first(words.size() - 1);
-  }
-  for (const std::uint64_t word : words) {
+  for (const std::uint64_t word : detail::PatternAccess::words(x)) {
     mix(word);
   }
   return hash;

@@ -77,7 +77,8 @@ T to_native(const IEEEFloat& x) {
     throw IEEEFloat::error("format is not the type's");
   }
   const auto pattern = detail::PatternAccess::words(x);
-  const words::uint128 word = words::uint128{pattern[1]} << 64 | pattern[0];
+  const words::uint128 word =
+      words::uint128{pattern.size() > 1 ? pattern[1] : 0} << 64 | pattern[0];
   return std::bit_cast<T>(static_cast<native_word<T>>(word));
 }
 

@@ -12,9 +12,14 @@
 namespace zelk::detail {
 
 struct PatternAccess {
-  /// All words of the pattern, the lowest first.
+  /// The words of the pattern, the lowest first, without the zeros on top: however many the value
+  /// has room for. One at least.
   static std::span<const std::uint64_t> words(const IEEEFloat& x) {
-    return {x.words(), x.word_count()};
+    auto all = x.all_words();
+    while (all.size() > 1 && all.back() == 0) {
+      all = all.first(all.size() - 1);
+    }
+    return all;
   }
   /// The value of a format of at most 128 bits with this pattern, rounding to nearest-even.
   static IEEEFloat make(IEEEFloat::format f, std::uint64_t low, std::uint64_t high) {

@@ -16,7 +16,7 @@ constexpr long quotient_room(long n) { return 3 * n + 1; }
 
 /// Bounds of what is lost, in units of the lowest limb delivered.
 constexpr Limb product_error(long n) { return 2 * static_cast<Limb>(n); }
-constexpr Limb quotient_error = 2;
+inline constexpr Limb quotient_error = 2;
 
 /// out := the n + 1 upper limbs of x * y, of n >= 2 limbs each:
 /// out <= x * y / 2^(64 (n - 1)) < out + product_error(n).

@@ -40,11 +40,14 @@ bool are_zeros(const std::uint64_t* words, unsigned long place, unsigned long co
 rules::Operand operand_of(const std::uint64_t* x, rules::Widths f) {
   const bool negative = test_bit(x, f.exp_width + f.mant_width);
   const bool whole = are_zeros(x, 0, f.mant_width);
-  if (are_ones(x, f.mant_width, f.exp_width)) {
-    return {whole ? rules::Class::infinite : rules::Class::nan, negative};
+  // A zero first: without an exponent its bits are all ones, too.
+  if (whole && are_zeros(x, f.mant_width, f.exp_width)) {
+    return {rules::Class::zero, negative};
   }
-  const bool zero = whole && are_zeros(x, f.mant_width, f.exp_width);
-  return {zero ? rules::Class::zero : rules::Class::finite, negative};
+  if (!are_ones(x, f.mant_width, f.exp_width)) {
+    return {rules::Class::finite, negative};
+  }
+  return {whole ? rules::Class::infinite : rules::Class::nan, negative};
 }
 
 // Patterns of one sign are in the order of their magnitudes.

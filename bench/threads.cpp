@@ -146,6 +146,9 @@ int main() {
   }
   std::printf("%zu threads; throughput over one thread's, by core; wanted: 0.9 of computing\n\n",
               cores);
+  if (all[0].share() < 0.8) {
+    std::printf("The machine is busy or its cores share one: the quotients say little.\n\n");
+  }
   std::printf("%-14s %9s %10s %9s\n", "row", "by core", "computing", "quotient");
   for (auto r = all.begin() + 1; r != all.end(); ++r) {
     std::printf("%-14s %9.3f %10.3f %9.3f\n", r->name.c_str(), r->share(), all[0].share(),

@@ -77,6 +77,8 @@ TEST(Native, GmpAndMpfr) {
 }
 
 TEST(Native, Keys) {
+  const IEEEFloat packed({19, 236}, IEEEFloat::REPR_FLOAT32, modes[0]);
+  EXPECT_TRUE(zelk::SamePattern()(packed, IEEEFloat(packed.get_format(), modes[0])));
   std::unordered_set<IEEEFloat, zelk::PatternHash, zelk::SamePattern> keys;
   const zelk::PatternHash hash;
   const IEEEFloat zero({5, 10}, modes[0]), other({8, 7}, modes[0]);

@@ -2,6 +2,9 @@
 
 // Built before the library's static objects, and gone after them: defined above all that it uses.
 struct FirstAndLast {
+  FirstAndLast() = default;
+  FirstAndLast(const FirstAndLast&) = delete;
+  FirstAndLast& operator=(const FirstAndLast&) = delete;
   ~FirstAndLast();
 };
 [[gnu::init_priority(101)]] static const FirstAndLast first_and_last;

@@ -29,6 +29,23 @@ TEST(Values, Representations) {
     EXPECT_EQ(x.get_repr(), i % 4);
     EXPECT_EQ(x.get_bits(), i / 4 == 0 || i % 4 == 0 ? 0x12345678UL : 0x8000000012345678UL) << i;
   }
+  // Without an exponent a zero is one, and steps stay inside.
+  for (const unsigned long m : {5UL, 127UL, 200UL}) {
+    IEEEFloat none({0, m}, IEEEFloat::REPR_GENERIC, modes[0]);
+    EXPECT_TRUE(none.is_zero() && !none.is_inf() && none.to_number() == 0);
+    none.packed_next(false);
+    EXPECT_TRUE(none.is_zero() && none.get_sign());
+  }
+  EXPECT_EQ(message([] {
+              return IEEEFloat::max_value({0, 5});
+            }),
+            "invalid bit pattern for IEEEFloat: -1");
+  // A packed word is what it is, whatever the format.
+  IEEEFloat foreign({18, 45}, IEEEFloat::REPR_FLOAT64, modes[0]);
+  foreign.self_inf(true);
+  EXPECT_EQ(foreign.to_integer(0), 0);
+  foreign.set_format(single);
+  EXPECT_TRUE(foreign.is_inf() && bits(foreign) == 0xFF800000);
   // A stored representation of 3 is generic, on either side of an operation.
   IEEEFloat three(half, repr3, modes[2]);
   three += from(0x3C00);
@@ -92,7 +109,7 @@ TEST(Values, PackedOnes) {
     EXPECT_TRUE(!IEEEFloat::from_number(QNumber(1) / 3, f, modes[0]).is_zero() && flags_were(0) &&
                 !IEEEFloat::from_number(3, f, modes[0]).is_zero() && flags_were(1));
     for (int op = 0; op < 8; ++op) {
-      IEEEFloat three = IEEEFloat::from_number(3, f, modes[op / 4 * 2]);
+      IEEEFloat three = IEEEFloat::from_number(3, f, modes[op < 4 ? 0 : 2]);
       flags_were(0);
       EXPECT_TRUE(apply(op % 4, three, three).get_format() == f && flags_were(0)) << op;
     }

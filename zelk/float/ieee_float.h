@@ -36,14 +36,13 @@ struct PatternAccess;
 /// Arithmetic is defined for e >= 2 and m >= 1.
 ///
 /// Values of up to 128 bits with e <= 62 and a mode that is one of the four allocate nothing (but
-/// `from_scaled` in the few that limbs serve) in
-/// construction, copies, arithmetic, comparison, steps and conversions among them; wider ones own
-/// their limbs, which assignment between values of one size and arithmetic use again. Otherwise an
-/// operation has on the heap, beside 16 KB, at most 10 (e + m) bits, of both formats if there are
-/// two; `from_ratio` and `from_scaled` of numbers of s bits 10 (e + m + s); `from_text` of n
-/// characters 10 (e + m + 4n + |k|), k being the exponent of the last place; `to_integer` of w bits
-/// 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e + m + |k|). Whatever is thrown, allocation
-/// failure included, the value keeps what it was.
+/// `from_scaled` in the few that limbs serve) in construction, copies, arithmetic, comparison,
+/// steps and conversions among them; wider ones own their limbs, which assignment between values of
+/// one size and arithmetic use again. Otherwise an operation has on the heap, beside 16 KB, at most
+/// 10 (e + m) bits, of both formats if there are two; `from_ratio` and `from_scaled` of numbers of
+/// s bits 10 (e + m + s); `from_text` of n characters 10 (e + m + 4n + |k|), k being the exponent
+/// of the last place; `to_integer` of w bits 4 (e + m + w); `to_number` and `to_integer(0)` 4 (e +
+/// m + |k|). Whatever is thrown, allocation failure included, the value keeps what it was.
 class ZELK_EXPORT IEEEFloat {
  public:
   /// What kind of value this is. Generic ones pass on the patterns of NaN operands and report

@@ -120,8 +120,7 @@ template <Shape S>
                                                 uint128& out) {
   constexpr std::uint64_t sign_bit = std::uint64_t{1} << 63;
   const auto [large, small] = order_patterns(a, b);
-  const auto minus =
-      static_cast<std::uint64_t>(static_cast<std::int64_t>(high_word(a) ^ high_word(b)) >> 63);
+  const std::uint64_t minus = 0 - ((high_word(a) ^ high_word(b)) >> 63);  // all ones or none
   const std::int64_t place = s.mant_width - 63;
   const std::uint64_t field = high_word(large) << 1 >> place;
   const std::uint64_t small_field = high_word(small) << 1 >> place;

@@ -4,7 +4,9 @@
 
 #include "zelk/base/exception.h"
 #include "zelk/base/version.h"
+#include "zelk/float/environment.h"
 #include "zelk/float/formats.h"
+#include "zelk/float/functions.h"
 #include "zelk/float/ieee_float.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/qnumber.h"

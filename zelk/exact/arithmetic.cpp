@@ -98,7 +98,7 @@ void add_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b) {
   // The engine takes the sign from the sum. Both operands are whole multiples of the smallest
   // subnormal, so that only an exact cancellation gives a zero.
   const bool sign = n.mant1.is_zero() && rules::zero_sum_is_negative(direction);
-  round_and_pack_float(n, f, mode, sign, *common, n.mant1, n.patterns(f).out);
+  round_and_pack_float(n, f, {mode}, sign, *common, n.mant1, n.patterns(f).out);
 }
 
 void multiply_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b) {
@@ -110,7 +110,7 @@ void multiply_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b
   n.exp1 += n.exp2;
   n.exp1 -= f.mant_width;
   n.mant1 *= n.mant2;
-  round_and_pack_float(n, f, mode, a.negative != b.negative, n.exp1, n.mant1, n.patterns(f).out);
+  round_and_pack_float(n, f, {mode}, a.negative != b.negative, n.exp1, n.mant1, n.patterns(f).out);
 }
 
 // Moves the leading one of a subnormal's significand up to bit m.
@@ -142,7 +142,7 @@ void divide_operands(Numbers& n, Widths f, unsigned mode, Operand a, Operand b) 
     BVNumber::bit_left_shift(n.mant1, 1, &n.mant1);
     BVNumber::set_bit(n.mant1, 0, true);
   }
-  round_and_pack_float(n, f, mode, a.negative != b.negative, n.exp1, n.mant1, n.patterns(f).out);
+  round_and_pack_float(n, f, {mode}, a.negative != b.negative, n.exp1, n.mant1, n.patterns(f).out);
 }
 
 // Reads both operands, has the result computed, and writes it over x.

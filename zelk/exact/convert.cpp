@@ -24,7 +24,7 @@ void convert(const Word* x, Widths from, Word* out, Widths to, unsigned mode) {
     decompose(from, bias(from), n->exp1, n->mant1);
     n->exp1 -= from.mant_width;
     n->exp1 += to.mant_width;
-    round_and_pack_float(*n, to, mode, a.negative, n->exp1, n->mant1, out_bits);
+    round_and_pack_float(*n, to, {mode}, a.negative, n->exp1, n->mant1, out_bits);
   }
   store(out_bits, out, to);
 }
@@ -61,7 +61,7 @@ void from_integer(const QNumber& n, Word* out, Widths f, unsigned mode) {
   QNumber& bits = s->patterns(f).out;
   s->exp1 = f.mant_width;  // takes the significand at face value
   s->mant1 = n;
-  round_and_pack_float(*s, f, mode, false, s->exp1, s->mant1, bits);
+  round_and_pack_float(*s, f, {mode}, false, s->exp1, s->mant1, bits);
   store(bits, out, f);
 }
 
@@ -79,7 +79,7 @@ void from_scaled(const QNumber& q, const QNumber& k, Word* out, Widths f, unsign
   } else {
     rational_significand(*n, f, q);
   }
-  round_and_pack_float(*n, f, mode, q.sign() < 0, n->exp1, n->mant1, bits);
+  round_and_pack_float(*n, f, {mode}, q.sign() < 0, n->exp1, n->mant1, bits);
   store(bits, out, f);
 }
 

@@ -8,6 +8,7 @@
 #ifndef ZELK_FLOAT_IEEE_FLOAT_H_
 #define ZELK_FLOAT_IEEE_FLOAT_H_
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -27,6 +28,7 @@ namespace zelk {
 
 namespace detail {
 struct PatternAccess;
+struct ValueAccess;
 }  // namespace detail
 
 /// A floating-point value.
@@ -154,6 +156,9 @@ class ZELK_EXPORT IEEEFloat {
   /// \throws error "invalid bit pattern for IEEEFloat: <bits>" for any other NaN, and for what is
   ///   not an integer from 0 to 2^(1+e+m) - 1.
   static IEEEFloat from_bits(const QNumber& bits, format f);
+
+  /// The same, but any pattern of a NaN is taken for the canonical one.
+  static IEEEFloat from_encoding(const QNumber& bits, format f);
 
   /// The largest finite value of f, rounding to nearest-even.
   static IEEEFloat max_value(format f);
@@ -308,6 +313,7 @@ class ZELK_EXPORT IEEEFloat {
   friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
   friend detail::PatternAccess;
+  friend detail::ValueAccess;
 
   unsigned mode() const { return head.control & detail::mode_mask; }
   unsigned repr() const { return head.control >> 30; }
@@ -516,6 +522,14 @@ inline bool operator>(const IEEEFloat& a, const IEEEFloat& b) { return b < a; }
 /// b <= a.
 inline bool operator>=(const IEEEFloat& a, const IEEEFloat& b) { return b <= a; }
 
+/// The order of the values of any two formats and representations, exactly: a NaN is unordered, -0
+/// equals +0.
+ZELK_EXPORT std::partial_ordering compare(const IEEEFloat& a, const IEEEFloat& b);
+/// The same. Pairs, tuples and vectors of values compare by it.
+inline std::partial_ordering operator<=>(const IEEEFloat& a, const IEEEFloat& b) {
+  return compare(a, b);
+}
+
 /// -1 when a < b, 0 when a == b, 1 when b < a, -2 when a NaN makes the pair unordered.
 ZELK_EXPORT int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
 
@@ -526,6 +540,9 @@ inline IEEEFloat operator-(IEEEFloat a, const IEEEFloat& b) { return std::move(a
 inline IEEEFloat operator*(IEEEFloat a, const IEEEFloat& b) { return std::move(a *= b); }
 inline IEEEFloat operator/(IEEEFloat a, const IEEEFloat& b) { return std::move(a /= b); }
 /// \}
+
+/// The value with its sign flipped, in its mode and representation; of a NaN the canonical one.
+ZELK_EXPORT IEEEFloat operator-(IEEEFloat a);
 
 /// Writes `to_str()`.
 ZELK_EXPORT std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);

@@ -2,8 +2,10 @@
 #include <algorithm>
 #include <ostream>
 #include <string_view>
+#include <utility>
 
 #include "zelk/float/ieee_float.h"
+#include "zelk/float/read_text.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/number_text.h"
 #include "zelk/numbers/room.h"
@@ -113,32 +115,49 @@ detail::NumberText reduced(const detail::NumberText& number, const IEEEFloat::fo
 
 }  // namespace
 
-IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm) {
+detail::TextValue detail::read_text(std::string_view text, const IEEEFloat::format& f) {
+  using rules::Class;
   const bool negative = text.starts_with('-');
   const std::string_view word = text.substr(negative || text.starts_with('+') ? 1 : 0);
-  IEEEFloat x(f, rm);
   if (is_name(word, "nan")) {
-    x.self_nan();
-    return x;
+    return {Class::nan, negative, 0, 0};
   }
   if (is_name(word, "inf") || is_name(word, "infinity")) {
-    x.self_inf(negative);
-    return x;
+    return {Class::infinite, negative, 0, 0};
   }
   try {
-    const detail::NumberText number = detail::read_number(text);
+    const NumberText number = read_number(text);
     if (number.magnitude.is_zero()) {
-      x.self_zero(negative);
-      return x;
+      return {Class::zero, negative, 0, 0};
     }
-    const detail::NumberText part = reduced(number, f);
-    return from_scaled(negative ? -part.magnitude : part.magnitude, part.two, f, rm);
-  } catch (const error&) {
+    NumberText part = reduced(number, f);
+    return {Class::finite, negative, std::move(part.magnitude), std::move(part.two)};
+  } catch (const IEEEFloat::error&) {
     throw;
   } catch (const Exception& e) {
     const std::string& what = e.get_msg();
-    throw error(what == "number too large" ? "reached limit on float precision" : what);
+    throw IEEEFloat::error(what == "number too large" ? "reached limit on float precision" : what);
   }
+}
+
+void detail::set_special(IEEEFloat& x, const TextValue& v) {
+  if (v.what == rules::Class::nan) {
+    x.self_nan();
+  } else if (v.what == rules::Class::infinite) {
+    x.self_inf(v.negative);
+  } else {
+    x.self_zero(v.negative);
+  }
+}
+
+IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm) {
+  const detail::TextValue v = detail::read_text(text, f);
+  if (v.what == rules::Class::finite) {
+    return from_scaled(v.negative ? -v.magnitude : v.magnitude, v.exponent, f, rm);
+  }
+  IEEEFloat x(f, rm);
+  detail::set_special(x, v);
+  return x;
 }
 
 }  // namespace zelk

@@ -16,22 +16,31 @@ struct Widths {
   constexpr bool operator==(const Widths&) const = default;
 };
 
-/// A rounding direction, by the number that values store.
-enum Direction : unsigned { nearest, toward_zero, upward, downward };
+/// A rounding direction. Values store one of the first four, by its number; environments know all.
+enum Direction : unsigned { nearest, toward_zero, upward, downward, nearest_away, to_odd };
 
-/// Whether a stored number is a direction. Others round nothing: what has to be rounded reports
-/// them.
+/// Whether a number that a value stores is a direction. Others round nothing: what has to be
+/// rounded reports them.
 constexpr bool is_direction(unsigned mode) { return mode <= downward; }
 
-/// Whether rounding can move a magnitude up, and so whether overflow gives an infinity.
+/// Whether overflow gives an infinity; of directed rounding, whether it moves magnitudes up.
 constexpr bool rounds_outward(Direction d, bool negative) {
-  return d == nearest || d == (negative ? downward : upward);
+  return d == nearest || d == nearest_away || d == (negative ? downward : upward);
 }
 
 /// Whether rounding increments a magnitude whose kept part is odd or even: `half` is the highest
 /// digit below it, `rest` tells whether any lower one is not 0.
 constexpr bool increments(Direction d, bool negative, bool odd, bool half, bool rest) {
-  return d == nearest ? half && (rest || odd) : (half || rest) && rounds_outward(d, negative);
+  switch (d) {
+    case nearest:
+      return half && (rest || odd);
+    case nearest_away:
+      return half;
+    case to_odd:
+      return (half || rest) && !odd;
+    default:
+      return (half || rest) && rounds_outward(d, negative);
+  }
 }
 
 }  // namespace zelk::rules

@@ -88,6 +88,57 @@ constexpr Result quotient(Operand a, Operand b) {
   return nan_or(a, b, r);
 }
 
+/// a * b + c. What is finite is left to be computed, but for a sum of zeros: a product that is zero
+/// leaves c.
+constexpr Result fused(Operand a, Operand b, Operand c, Direction d) {
+  if (a.is(Class::nan) || b.is(Class::nan) || c.is(Class::nan)) {
+    return {a.is(Class::nan) || b.is(Class::nan) ? Outcome::left : Outcome::right};
+  }
+  const Result p = product(a, b);
+  switch (p.outcome) {
+    case Outcome::zero:
+      return c.is(Class::finite) ? Result{Outcome::computed} : sum({Class::zero, p.negative}, c, d);
+    case Outcome::infinity:
+      return sum({Class::infinite, p.negative}, c, d);
+    case Outcome::computed:
+      return c.is(Class::infinite) ? Result{Outcome::infinity, c.negative} : p;
+    default:
+      return p;
+  }
+}
+
+/// The square root of a.
+constexpr Result root(Operand a) {
+  if (a.is(Class::nan)) {
+    return {Outcome::left};
+  }
+  if (a.is(Class::zero)) {
+    return {Outcome::zero, a.negative};
+  }
+  return a.negative              ? Result{Outcome::invalid}
+         : a.is(Class::infinite) ? Result{Outcome::infinity, false}
+                                 : Result{Outcome::computed};
+}
+
+/// What a / b leaves. An infinite b leaves a, which is left to be computed.
+constexpr Result remainder(Operand a, Operand b) {
+  Result r{Outcome::computed};
+  if (a.is(Class::infinite) || b.is(Class::zero)) {
+    r = {Outcome::invalid};
+  } else if (a.is(Class::zero)) {
+    r = {Outcome::zero, a.negative};
+  }
+  return nan_or(a, b, r);
+}
+
+/// A number that is rounded again, scaled or made integral.
+constexpr Result same(Operand a) {
+  return a.is(Class::nan)        ? Result{Outcome::left}
+         : a.is(Class::infinite) ? Result{Outcome::infinity, a.negative}
+         : a.is(Class::zero)     ? Result{Outcome::zero, a.negative}
+                                 : Result{Outcome::computed};
+}
+
 }  // namespace zelk::rules
 
 #endif  // ZELK_RULES_SPECIAL_H_

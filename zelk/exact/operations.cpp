@@ -1,0 +1,344 @@
+#include "zelk/exact/operations.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "zelk/exact/codec.h"
+#include "zelk/exact/numbers.h"
+#include "zelk/exact/patterns.h"
+#include "zelk/exact/rounding.h"
+#include "zelk/exact/terms.h"
+
+namespace zelk::exact {
+
+namespace {
+
+using rules::Class;
+using rules::Outcome;
+
+// An operand taken apart; the term is that of a finite value.
+struct Value : rules::Operand {
+  Term term;
+};
+
+Value read(const Source& x) {
+  Value v;
+  QNumber bits;
+  static_cast<rules::Operand&>(v) =
+      read_operand(x.words, x.widths, bits, v.term.exponent, v.term.significand);
+  if (v.is(Class::zero) || v.is(Class::finite)) {
+    decompose(x.widths, bias(x.widths), v.term.exponent, v.term.significand);
+    v.term.exponent -= x.widths.mant_width;
+    v.term.negative = v.negative;
+  }
+  return v;
+}
+
+// The digits that rounding to a target looks at.
+unsigned long precision(const Target& t) { return t.widths.mant_width + 3; }
+
+void store(QNumber& pattern, const Target& t) { exact::store(pattern, t.words, t.widths); }
+
+// target := the term, rounded; a zero keeps its sign.
+void round(Term x, const Target& t) {
+  Scratch n;
+  n->exp1 = std::move(x.exponent);
+  n->exp1 += t.widths.mant_width;
+  n->mant1 = std::move(x.significand);
+  QNumber& out = n->patterns(t.widths).out;
+  round_and_pack_float(*n, t.widths, {t.direction, t.exceptions}, x.negative, n->exp1, n->mant1,
+                       out);
+  store(out, t);
+}
+
+// target := what the table has; false where there is something to compute.
+bool settle(rules::Result r, const Target& t) {
+  QNumber out;
+  unsigned flags = 0;
+  switch (r.outcome) {
+    case Outcome::computed:
+      return false;
+    case Outcome::zero:
+      pack_zero(t.widths, r.negative, out);
+      break;
+    case Outcome::pole:
+      flags = rules::divide_by_zero;
+      [[fallthrough]];
+    case Outcome::infinity:
+      pack_inf(t.widths, r.negative, out);
+      break;
+    case Outcome::invalid:
+      flags = rules::invalid;
+      [[fallthrough]];
+    default:
+      pack_nan(t.widths, out);
+  }
+  store(out, t);
+  t.exceptions->raise(flags);
+  return true;
+}
+
+// A sum's term that is 0 has the sign that sums of zero have.
+Term with_zero_sign(Term x, const Target& t) {
+  if (x.significand.is_zero()) {
+    x.negative = rules::zero_sum_is_negative(t.direction);
+  }
+  return x;
+}
+
+void add_values(const Value& a, const Value& b, const Target& t) {
+  if (!settle(rules::sum(a, b, t.direction), t)) {
+    round(with_zero_sign(add(a.term, b.term, precision(t)), t), t);
+  }
+}
+
+void leave(const Source& x, const Source& y, bool nearest, const Target& t) {
+  const Value a = read(x);
+  const Value b = read(y);
+  if (!settle(rules::remainder(a, b), t)) {
+    round(b.is(Class::infinite) ? a.term : remainder(a.term, b.term, nearest), t);
+  }
+}
+
+// The term rounded to an integer; whether that changed it.
+bool make_integral(Term& x, rules::Direction d) {
+  if (x.exponent.sign() >= 0) {
+    return false;
+  }
+  const QNumber places = -x.exponent;
+  const unsigned long length = BVNumber::bit_length(x.significand);
+  // Further down than its length, a significand is below a quarter whatever it is.
+  const unsigned long k =
+      places < length + 2 ? static_cast<unsigned long>(places.to_long()) : length + 2;
+  const Remainder lost = shift_right(x.significand, k);
+  x.exponent = 0;
+  if (rules::increments(d, x.negative, BVNumber::test_bit(x.significand, 0), lost.half,
+                        lost.rest)) {
+    x.significand += 1;
+  }
+  return lost.half || lost.rest;
+}
+
+}  // namespace
+
+void plus(const Source& x, const Source& y, const Target& t) { add_values(read(x), read(y), t); }
+
+void minus(const Source& x, const Source& y, const Target& t) {
+  Value b = read(y);
+  b.negative = !b.negative;
+  b.term.negative = b.negative;
+  add_values(read(x), b, t);
+}
+
+void times(const Source& x, const Source& y, const Target& t) {
+  const Value a = read(x);
+  const Value b = read(y);
+  if (!settle(rules::product(a, b), t)) {
+    round(multiply(a.term, b.term), t);
+  }
+}
+
+void over(const Source& x, const Source& y, const Target& t) {
+  const Value a = read(x);
+  const Value b = read(y);
+  if (!settle(rules::quotient(a, b), t)) {
+    round(divide(a.term, b.term, precision(t)), t);
+  }
+}
+
+void root(const Source& x, const Target& t) {
+  const Value a = read(x);
+  if (!settle(rules::root(a), t)) {
+    round(sqrt(a.term, precision(t)), t);
+  }
+}
+
+void fused(const Source& x, const Source& y, const Source& z, const Target& t) {
+  const Value a = read(x);
+  const Value b = read(y);
+  const Value c = read(z);
+  if (!settle(rules::fused(a, b, c, t.direction), t)) {
+    round(with_zero_sign(add(multiply(a.term, b.term), c.term, precision(t)), t), t);
+  }
+}
+
+void convert(const Source& x, const Target& t) {
+  Value a = read(x);
+  if (!settle(rules::same(a), t)) {
+    round(std::move(a.term), t);
+  }
+}
+
+void scale(const Source& x, const QNumber& n, const Target& t) {
+  Value a = read(x);
+  if (!settle(rules::same(a), t)) {
+    a.term.exponent += n;
+    round(std::move(a.term), t);
+  }
+}
+
+void remainder(const Source& x, const Source& y, const Target& t) { leave(x, y, true, t); }
+void modulo(const Source& x, const Source& y, const Target& t) { leave(x, y, false, t); }
+
+void round_to_integral(const Source& x, const Target& t) {
+  Value a = read(x);
+  if (!settle(rules::same(a), t)) {
+    const bool changed = make_integral(a.term, t.direction);
+    round(std::move(a.term), t);
+    t.exceptions->raise(changed ? unsigned{rules::inexact} : 0);
+  }
+}
+
+void from_scaled(const QNumber& q, const QNumber& k, const Target& t) {
+  Term x{q.sign() < 0, q.get_num(), k};
+  if (x.negative) {
+    x.significand.self_neg();
+  }
+  round(q.is_integer() ? std::move(x) : divide(x, Term{false, q.get_den(), 0}, precision(t)), t);
+}
+
+// ---- Sums ----
+
+namespace {
+
+// The special operands of a sum: what is seen of its terms.
+struct Sum {
+  std::vector<Term> terms;  // those that are not 0
+  bool nan = false;
+  bool invalid = false;
+  bool infinite[2] = {false, false};  // positive, negative
+  bool zero[2] = {false, false};
+
+  // Takes in a term, or the product of a and b that the table has a result for.
+  void add(rules::Result r) {
+    nan = nan || r.outcome == Outcome::left || r.outcome == Outcome::right;
+    invalid = invalid || r.outcome == Outcome::invalid;
+    infinite[r.negative] = infinite[r.negative] || r.outcome == Outcome::infinity;
+    zero[r.negative] = zero[r.negative] || r.outcome == Outcome::zero;
+  }
+
+  rules::Result result(rules::Direction d) const {
+    if (nan) {
+      return {Outcome::left};
+    }
+    if (invalid || (infinite[0] && infinite[1])) {
+      return {Outcome::invalid};
+    }
+    if (infinite[0] || infinite[1]) {
+      return {Outcome::infinity, infinite[1]};
+    }
+    if (!terms.empty()) {
+      return {Outcome::computed};
+    }
+    return {Outcome::zero, zero[1] && (!zero[0] || rules::zero_sum_is_negative(d))};
+  }
+};
+
+// The terms from the lowest exponent on are added up to islands. The next term begins a new one
+// where it is a multiple of twice what all that came before reaches: that is then below one unit of
+// the islands to come, however far they are away.
+Term total(std::vector<Term>& terms, unsigned long p) {
+  std::sort(terms.begin(), terms.end(),
+            [](const Term& a, const Term& b) { return a.exponent < b.exponent; });
+  std::vector<Term> islands;
+  for (const Term& t : terms) {
+    if (islands.empty() || islands.back().top() + 1 < t.exponent) {
+      islands.push_back(t);
+    } else {
+      islands.back() = add(islands.back(), t);
+    }
+  }
+  Term sum;
+  for (const Term& island : islands) {
+    sum = add(island, sum, p);
+  }
+  return sum;
+}
+
+void round_sum(Sum& s, const Target& t) {
+  if (!settle(s.result(t.direction), t)) {
+    round(with_zero_sign(total(s.terms, precision(t)), t), t);
+  }
+}
+
+}  // namespace
+
+void sum(std::span<const Source> x, const Target& t) {
+  Sum s;
+  for (const Source& source : x) {
+    Value a = read(source);
+    s.add(rules::same(a));
+    if (a.is(Class::finite)) {
+      s.terms.push_back(std::move(a.term));
+    }
+  }
+  round_sum(s, t);
+}
+
+void dot(std::span<const Source> x, std::span<const Source> y, const Target& t) {
+  Sum s;
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    const Value a = read(x[i]);
+    const Value b = read(y[i]);
+    const rules::Result r = rules::product(a, b);
+    s.add(r);
+    if (r.outcome == Outcome::computed) {
+      s.terms.push_back(multiply(a.term, b.term));
+    }
+  }
+  round_sum(s, t);
+}
+
+// ---- Integers, order ----
+
+Integer to_integer(const Source& x, rules::Direction d, bool is_signed, unsigned long w) {
+  Value a = read(x);
+  Integer result{0, make_integral(a.term, d), true};
+  QNumber& n = a.term.significand;
+  if (n.is_zero()) {
+    return result;
+  }
+  // Of a length that is at most w, or that a number can have.
+  const QNumber length = a.term.top();
+  const bool least = is_signed && a.negative &&
+                     BVNumber::lowest_one(n) + 1 == BVNumber::bit_length(n);  // a power of two
+  result.fits =
+      w == 0 || (length <= (is_signed && !least ? w - 1 : w) && (is_signed || !a.negative));
+  if (result.fits) {
+    detail::require_bits(length.fits_long() ? static_cast<unsigned long>(length.to_long())
+                                            : BVNumber::npos);
+    BVNumber::bit_left_shift(n, static_cast<unsigned long>(a.term.exponent.to_long()), &n);
+    result.value = a.negative ? -n : n;
+  }
+  return result;
+}
+
+bool is_integral(const Source& x) {
+  Term a = read(x).term;
+  return !make_integral(a, rules::toward_zero);
+}
+
+QNumber exponent_of(const Source& x) { return read(x).term.top() - 1; }
+
+int compare(const Source& x, const Source& y) {
+  const rules::Operand a = words::operand_of(x.words, x.widths);
+  const rules::Operand b = words::operand_of(y.words, y.widths);
+  if (a.is(Class::nan) || b.is(Class::nan)) {
+    return 2;
+  }
+  const auto rank = [](const rules::Operand& o) {
+    const int magnitude = o.is(Class::zero) ? 0 : o.is(Class::finite) ? 1 : 2;
+    return o.negative ? -magnitude : magnitude;
+  };
+  if (rank(a) != rank(b)) {
+    return rank(a) < rank(b) ? -1 : 1;
+  }
+  if (!a.is(Class::finite)) {
+    return 0;
+  }
+  const int order = compare_magnitudes(read(x).term, read(y).term);
+  return a.negative ? -order : order;
+}
+
+}  // namespace zelk::exact

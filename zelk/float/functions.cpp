@@ -1,0 +1,161 @@
+#include "zelk/float/functions.h"
+
+#include "zelk/float/value_access.h"
+
+namespace zelk {
+
+using detail::OwnPattern;
+using detail::ValueAccess;
+using rules::Class;
+
+namespace {
+
+// Formats too wide to have patterns have the value +0 only.
+bool has_pattern(const IEEEFloat& x) {
+  return detail::has_patterns(x.get_format().exp_width, x.get_format().mant_width);
+}
+
+rules::Operand operand_of(const IEEEFloat& x) {
+  return has_pattern(x) ? OwnPattern(x).operand() : rules::Operand{Class::zero, false};
+}
+
+bool is_subnormal(const OwnPattern& x) {
+  return x.operand().is(Class::finite) &&
+         words::are_zeros(x.words(), x.widths().mant_width, x.widths().exp_width);
+}
+
+IEEEFloat with_sign(IEEEFloat x, bool negative) {
+  if (x.is_nan()) {
+    x.self_nan();
+  } else {
+    x.set_sign(negative);
+  }
+  return x;
+}
+
+// For a fixed sign the pattern one above is the value of next larger magnitude, that of the largest
+// finite value the infinity.
+IEEEFloat next(IEEEFloat x, bool up) {
+  if (x.is_nan()) {
+    x.self_nan();
+  } else if (x.is_zero()) {
+    x.set_sign(!up);
+    ValueAccess::step_magnitude(x, true);
+  } else if (const bool grow = up != x.get_sign(); !grow || !x.is_inf()) {
+    ValueAccess::step_magnitude(x, grow);
+  }
+  return x;
+}
+
+}  // namespace
+
+FloatClass classify(const IEEEFloat& x) {
+  const rules::Operand o = operand_of(x);
+  switch (o.what) {
+    case Class::nan:
+      return FloatClass::quiet_nan;
+    case Class::infinite:
+      return o.negative ? FloatClass::negative_infinity : FloatClass::positive_infinity;
+    case Class::zero:
+      return o.negative ? FloatClass::negative_zero : FloatClass::positive_zero;
+    default:
+      break;
+  }
+  if (is_subnormal(OwnPattern(x))) {
+    return o.negative ? FloatClass::negative_subnormal : FloatClass::positive_subnormal;
+  }
+  return o.negative ? FloatClass::negative_normal : FloatClass::positive_normal;
+}
+
+bool is_normal(const IEEEFloat& x) {
+  const FloatClass c = classify(x);
+  return c == FloatClass::negative_normal || c == FloatClass::positive_normal;
+}
+
+bool is_finite(const IEEEFloat& x) {
+  const rules::Operand o = operand_of(x);
+  return o.is(Class::zero) || o.is(Class::finite);
+}
+
+bool is_integral(const IEEEFloat& x) {
+  const rules::Operand o = operand_of(x);
+  return o.is(Class::zero) || (o.is(Class::finite) && exact::is_integral(OwnPattern(x)));
+}
+
+IEEEFloat abs(IEEEFloat x) { return with_sign(std::move(x), false); }
+IEEEFloat operator-(IEEEFloat x) {
+  const bool negative = x.get_sign();
+  return with_sign(std::move(x), !negative);
+}
+IEEEFloat copy_sign(IEEEFloat x, const IEEEFloat& sign) {
+  return with_sign(std::move(x), sign.get_sign());
+}
+
+IEEEFloat next_up(IEEEFloat x) { return next(std::move(x), true); }
+IEEEFloat next_down(IEEEFloat x) { return next(std::move(x), false); }
+
+QNumber exponent_of(const IEEEFloat& x) {
+  const OwnPattern o(x);
+  switch (operand_of(x).what) {
+    case Class::nan:
+      detail::throw_error("NaN has no exponent");
+    case Class::infinite:
+      detail::throw_error("infinity has no exponent");
+    case Class::zero:
+      detail::throw_error("zero has no exponent");
+    default:
+      return detail::within_limits([&] { return exact::exponent_of(o); });
+  }
+}
+
+std::partial_ordering compare(const IEEEFloat& x, const IEEEFloat& y) {
+  const auto ordering = [](int order) {
+    return order == 2 ? std::partial_ordering::unordered : order <=> 0;
+  };
+  if (has_pattern(x) && has_pattern(y)) {
+    return ordering(OwnPattern(x).compare(OwnPattern(y)));
+  }
+  // One of them is +0.
+  const IEEEFloat zero(IEEEFloat::format{2, 1}, IEEEFloat::ROUND_NEAREST_EVEN);
+  return ordering(has_pattern(x)   ? OwnPattern(x).compare(OwnPattern(zero))
+                  : has_pattern(y) ? OwnPattern(zero).compare(OwnPattern(y))
+                                   : 0);
+}
+
+std::strong_ordering total_order(const IEEEFloat& x, const IEEEFloat& y) {
+  if (x.get_format() != y.get_format()) {
+    detail::throw_error("operands of different formats");
+  }
+  if (!has_pattern(x)) {
+    return std::strong_ordering::equal;
+  }
+  const OwnPattern a(x);
+  const OwnPattern b(y);
+  const unsigned long sign = a.widths().exp_width + a.widths().mant_width;
+  const bool negative = words::test_bit(a.words(), sign);
+  if (negative != words::test_bit(b.words(), sign)) {
+    return negative ? std::strong_ordering::less : std::strong_ordering::greater;
+  }
+  for (unsigned long i = sign / 64 + 1; i-- > 0;) {
+    if (a.words()[i] != b.words()[i]) {
+      return negative ? b.words()[i] <=> a.words()[i] : a.words()[i] <=> b.words()[i];
+    }
+  }
+  return std::strong_ordering::equal;
+}
+
+// For any pattern of a NaN the canonical one, else what the pattern says.
+IEEEFloat IEEEFloat::from_encoding(const QNumber& bits, format f) {
+  if (bits.is_integer() && bits.sign() >= 0 &&
+      BVNumber::bit_length(bits) <= detail::sign_place(f.exp_width, f.mant_width) + 1) {
+    IEEEFloat x(f, ROUND_NEAREST_EVEN);
+    BVNumber::to_words(bits, {x.words(), x.word_count()});
+    if (x.is_nan()) {
+      x.self_nan();
+      return x;
+    }
+  }
+  return from_bits(bits, f);
+}
+
+}  // namespace zelk

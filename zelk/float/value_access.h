@@ -1,0 +1,95 @@
+// How environments and the functions of values reach the patterns of values.
+#ifndef ZELK_FLOAT_VALUE_ACCESS_H_
+#define ZELK_FLOAT_VALUE_ACCESS_H_
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "zelk/base/float_errors.h"
+#include "zelk/exact/operations.h"
+#include "zelk/float/environment.h"
+#include "zelk/float/ieee_float.h"
+#include "zelk/numbers/room.h"
+#include "zelk/rules/special.h"
+#include "zelk/words/bits.h"
+
+namespace zelk::detail {
+
+using rules::Widths;
+
+inline Widths widths(const IEEEFloat::format& f) { return {f.exp_width, f.mant_width}; }
+
+/// Gives the private parts of values to the sources that include this.
+struct ValueAccess {
+  static std::uint64_t* words(IEEEFloat& x) { return x.words(); }
+  static const std::uint64_t* words(const IEEEFloat& x) { return x.words(); }
+  static Pattern& pattern(IEEEFloat& x) { return x.pattern; }
+  static const Pattern& pattern(const IEEEFloat& x) { return x.pattern; }
+  static Kind kind(const IEEEFloat& x) { return x.head.kind; }
+  static const Head& head(const IEEEFloat& x) { return x.head; }
+  /// Whether the pattern is not one of the value's own format: a packed word of another one.
+  static bool is_foreign(const IEEEFloat& x) {
+    return !x.is_generic() && !x.head.kind.names_format();
+  }
+  static IEEEFloat generic_copy(const IEEEFloat& x) { return x.generic_copy(); }
+  static void step_magnitude(IEEEFloat& x, bool grow) { x.step_magnitude(grow); }
+  /// +0 in format f: like x if that has the format, else the best representation, with x's mode.
+  static IEEEFloat zero_like(const IEEEFloat& x, const IEEEFloat::format& f) {
+    const IEEEFloat::Repr r = f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);
+    return {f, r, x.get_mode()};
+  }
+};
+
+/// A pattern of a value's own format, whatever its representation, read-only. Flushed, a subnormal
+/// is the zero of its sign.
+class OwnPattern {
+ public:
+  explicit OwnPattern(const IEEEFloat& x, bool flush = false) : value(&x), own() {
+    if (ValueAccess::is_foreign(x)) {
+      own = ValueAccess::generic_copy(x);
+      value = &*own;
+    }
+    if (flush && value->is_subnormal()) {
+      const bool negative = value->get_sign();
+      own = IEEEFloat(x.get_format(), x.get_mode());
+      own->self_zero(negative);
+      value = &*own;
+    }
+  }
+  OwnPattern(const OwnPattern&) = delete;
+  OwnPattern& operator=(const OwnPattern&) = delete;
+  ~OwnPattern() = default;
+
+  const IEEEFloat& operator*() const { return *value; }
+  Widths widths() const { return detail::widths(value->get_format()); }
+  const std::uint64_t* words() const { return ValueAccess::words(*value); }
+  operator exact::Source() const { return {words(), widths()}; }
+
+  rules::Operand operand() const { return words::operand_of(words(), widths()); }
+  /// -1, 0 or 1 as this is less than, equal to or greater than another operand; 2 for NaNs.
+  int compare(const OwnPattern& other) const {
+    return widths() == other.widths() ? words::compare(words(), other.words(), widths())
+                                      : exact::compare(*this, other);
+  }
+
+ private:
+  const IEEEFloat* value;
+  std::optional<IEEEFloat> own;
+};
+
+/// Throws what a number that passes `max_bits` on the way gives.
+template <class Compute>
+decltype(auto) within_limits(Compute compute) {
+  try {
+    return compute();
+  } catch (const IEEEFloat::error&) {
+    throw;
+  } catch (const Exception&) {
+    throw_precision_limit();
+  }
+}
+
+}  // namespace zelk::detail
+
+#endif  // ZELK_FLOAT_VALUE_ACCESS_H_

@@ -240,69 +240,125 @@ struct Selection {
   bool number;     // a number wins over a NaN
 };
 
-// Whether the second operand is selected; both are numbers.
-bool selects_second(Selection s, const OwnPattern& a, const OwnPattern& b) {
-  const bool a_sign = a.operand().negative;
-  const bool b_sign = b.operand().negative;
-  int order = a.compare(b);
-  if (order == 0) {
-    order = static_cast<int>(b_sign) - static_cast<int>(a_sign);  // -0 is below +0
+// What a selection gives.
+enum class Selected : unsigned char { first, second, nan };
+
+// By the orders of the magnitudes and of the values, -0 being below +0.
+Selected choose(Selection s, bool first_nan, bool second_nan, int magnitudes, int values) {
+  if (first_nan || second_nan) {
+    return !s.number || (first_nan && second_nan) ? Selected::nan
+           : first_nan                            ? Selected::second
+                                                  : Selected::first;
   }
-  if (s.magnitude && a_sign != b_sign) {
-    // The order of the magnitudes is that of one value and the other with its sign changed.
-    IEEEFloat opposite = *b;
-    opposite.self_neg();
-    if (const int of_magnitudes = a.compare(OwnPattern(opposite)); of_magnitudes != 0) {
-      order = a_sign ? -of_magnitudes : of_magnitudes;
-    }
-  } else if (s.magnitude && a_sign) {
-    order = -order;
-  }
-  return s.largest ? order < 0 : order > 0;
+  const int order = s.magnitude && magnitudes != 0 ? magnitudes : values;
+  return (s.largest ? order < 0 : order > 0) ? Selected::second : Selected::first;
 }
 
-IEEEFloat select(const Environment& env, Selection s, IEEEFloat x, const IEEEFloat& y) {
+// Of two patterns in words.
+template <words::Shape S>
+Selected choose(Selection s, S shape, words::Word<S> x, words::Word<S> y) {
+  const auto key = [shape](words::Word<S> a) {
+    return static_cast<words::Signed<words::Word<S>>>(words::magnitude(shape, a) ^
+                                                      words::sign_mask(shape, a));
+  };
+  const auto order = [](auto a, auto b) {
+    return static_cast<int>(a > b) - static_cast<int>(a < b);
+  };
+  return choose(s, words::is_nan(shape, x), words::is_nan(shape, y),
+                order(words::magnitude(shape, x), words::magnitude(shape, y)),
+                order(key(x), key(y)));
+}
+
+// Of two patterns of any size.
+Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
+  const auto f = x.widths();
+  if (const int order = s.magnitude ? 0 : x.compare(y); order == 1 || order == -1) {
+    return choose(s, false, false, 0, order);
+  }
+  return choose(s, x.operand().is(Class::nan), y.operand().is(Class::nan),
+                words::compare_magnitudes(x.words(), y.words(), f),
+                words::compare_patterns(x.words(), y.words(), f));
+}
+
+// x := the one that is selected, in the representation of x.
+[[gnu::noinline]] void select_otherwise(const Environment& env, Selection s, IEEEFloat& x,
+                                        const IEEEFloat& y) {
   require_one_format(env, x, y);
   const OwnPattern a(x, env.flush_operands);
   const OwnPattern b(y, env.flush_operands);
-  const bool a_nan = a.operand().is(Class::nan);
-  const bool b_nan = b.operand().is(Class::nan);
-  IEEEFloat result = ValueAccess::zero_like(x, x.get_format());
-  if ((a_nan || b_nan) && !(s.number && a_nan != b_nan)) {
-    result.self_nan();
-    return result;
+  const Selected selected = choose(s, a, b);
+  if (selected == Selected::nan) {
+    x.self_nan();
+    return;
   }
-  IEEEFloat chosen = a_nan || (!b_nan && selects_second(s, a, b)) ? *b : *a;
-  chosen.self_specialize_repr(x.get_repr());
-  chosen.set_mode(x.get_mode());
-  return chosen;
+  if (&*a == &x && selected == Selected::first) {
+    return;
+  }
+  const auto mode = x.get_mode();
+  const auto repr = x.get_repr();
+  x = selected == Selected::second ? *b : *a;
+  x.self_specialize_repr(repr);
+  x.set_mode(mode);
+}
+
+void select(const Environment& env, Selection s, IEEEFloat& x, const IEEEFloat& y) {
+  const detail::Head& head = ValueAccess::head(x);
+  const bool in_words = head.kind.road() != detail::Road::numbers && !head.kind.is_wide();
+  if (head.kind == ValueAccess::kind(y) && head.kind.names_format() && in_words &&
+      !env.flush_operands && env.rounding <= Rounding::to_odd) [[likely]] {
+    detail::Pattern& a = ValueAccess::pattern(x);
+    const detail::Pattern& b = ValueAccess::pattern(y);
+    const std::int64_t e = head.exp_width;
+    const std::int64_t m = head.mant_width;
+    const Selected selected =
+        e + m <= 63
+            ? choose(s, words::RuntimeShape{e, m}, a.words[0], b.words[0])
+            : choose(s, words::DoubleShape{e, m}, words::uint128{a.words[1]} << 64 | a.words[0],
+                     words::uint128{b.words[1]} << 64 | b.words[0]);
+    if (selected != Selected::nan) [[likely]] {
+      if (selected == Selected::second) {
+        a.words[0] = b.words[0];
+        a.words[1] = b.words[1];
+      }
+      return;
+    }
+  }
+  select_otherwise(env, s, x, y);
 }
 
 }  // namespace
 
 IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {false, false, false}, std::move(x), y);
+  select(*this, {false, false, false}, x, y);
+  return x;
 }
 IEEEFloat Environment::maximum(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {true, false, false}, std::move(x), y);
+  select(*this, {true, false, false}, x, y);
+  return x;
 }
 IEEEFloat Environment::minimum_number(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {false, false, true}, std::move(x), y);
+  select(*this, {false, false, true}, x, y);
+  return x;
 }
 IEEEFloat Environment::maximum_number(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {true, false, true}, std::move(x), y);
+  select(*this, {true, false, true}, x, y);
+  return x;
 }
 IEEEFloat Environment::minimum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {false, true, false}, std::move(x), y);
+  select(*this, {false, true, false}, x, y);
+  return x;
 }
 IEEEFloat Environment::maximum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {true, true, false}, std::move(x), y);
+  select(*this, {true, true, false}, x, y);
+  return x;
 }
 IEEEFloat Environment::minimum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {false, true, true}, std::move(x), y);
+  select(*this, {false, true, true}, x, y);
+  return x;
 }
 IEEEFloat Environment::maximum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  return select(*this, {true, true, true}, std::move(x), y);
+  select(*this, {true, true, true}, x, y);
+  return x;
 }
 
 // ---- From outside ----

@@ -68,6 +68,10 @@ template <class Make>
   });
 }
 
+struct DeleteLimbs {
+  void operator()(std::uint64_t* limbs) const { detail::delete_limbs(limbs); }
+};
+
 }  // namespace
 
 // ---- Formats ----
@@ -112,41 +116,42 @@ void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
     swap(x);
     return;
   }
-  const Road source = conversion_road(head.kind);
   const Road target = conversion_road(to);
-  const auto direction = static_cast<Direction>(mode());
-  const bool short_road =
-      rules::is_direction(mode()) && source != Road::numbers && target != Road::numbers;
-  const Widths from = widths(get_format());
-  if (short_road && on_words(source) && on_words(target)) {
-    convert_words(source, from, pattern.words, target, widths(f), pattern.words, direction);
-    set_kind(f, r, to);
-    return;
-  }
-  const auto convert = [&](std::uint64_t* out) {
-    if (short_road) {
-      limbs::convert(words(), from, out, widths(f), direction);
-    } else {
-      exact::convert(words(), from, out, widths(f), mode());
-    }
-  };
-  // The limbs that there are serve a pattern of as many.
-  const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
-  if (head.kind.is_wide() && to.is_wide() && word_count() == size) {
-    convert(pattern.limbs);
-  } else {
-    std::unique_ptr<std::uint64_t[]> limbs(to.is_wide() ? new std::uint64_t[size] : nullptr);
-    detail::Pattern result;
-    convert(to.is_wide() ? limbs.get() : result.words);
+  const Road source = conversion_road(head.kind);
+  if (on_words(source) && on_words(target) && rules::is_direction(mode())) {
+    convert_words(source, widths(get_format()), pattern.words, target, widths(f), pattern.words,
+                  static_cast<Direction>(mode()));
+  } else if (!to.is_wide()) {
+    std::uint64_t result[2]{};
+    convert_to(f, to, result);
     if (head.kind.is_wide()) {
-      delete[] pattern.limbs;
+      detail::delete_limbs(pattern.limbs);
     }
-    if (to.is_wide()) {
-      result.limbs = limbs.release();
+    pattern.words[0] = result[0];
+    pattern.words[1] = result[1];
+  } else if (const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
+             head.kind.is_wide() && word_count() == size) {
+    // The limbs that there are serve a pattern of as many.
+    convert_to(f, to, pattern.limbs);
+  } else {
+    std::unique_ptr<std::uint64_t, DeleteLimbs> limbs(detail::new_limbs(size));
+    convert_to(f, to, limbs.get());
+    if (head.kind.is_wide()) {
+      detail::delete_limbs(pattern.limbs);
     }
-    pattern = result;
+    pattern.limbs = limbs.release();
   }
   set_kind(f, r, to);
+}
+
+// out := the value as a pattern of another format, which may have the place of its own.
+inline void IEEEFloat::convert_to(const format& f, Kind to, std::uint64_t* out) const {
+  if (conversion_road(head.kind) != Road::numbers && conversion_road(to) != Road::numbers &&
+      rules::is_direction(mode())) [[likely]] {
+    limbs::convert(words(), widths(get_format()), out, widths(f), static_cast<Direction>(mode()));
+  } else {
+    exact::convert(words(), widths(get_format()), out, widths(f), mode());
+  }
 }
 
 // ---- From exact numbers ----

@@ -66,30 +66,35 @@ IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
     : head{0, 0, rm & detail::mode_mask, Kind()} {
   set_kind(f, r & 3U, Kind::of(f.exp_width, f.mant_width, r & 3U));
   if (head.kind.is_wide()) {
-    pattern.limbs = new std::uint64_t[word_count()]();
+    const std::size_t size = word_count();
+    pattern.limbs = detail::new_limbs(size);
+    std::fill_n(pattern.limbs, size, 0);
   }
 }
 
 void IEEEFloat::copy_limbs() {
-  const std::uint64_t* from = pattern.limbs;
-  pattern.limbs = new std::uint64_t[word_count()];
-  limbs::copy(from, static_cast<long>(word_count()), pattern.limbs);
+  const std::size_t size = word_count();
+  std::uint64_t* const own = detail::new_limbs(size);
+  limbs::copy(pattern.limbs, static_cast<long>(size), own);
+  pattern.limbs = own;
 }
 
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
-  const bool both = head.kind.is_wide() && other.head.kind.is_wide();
-  if (both && (same_kind(other) || word_count() == other.word_count())) [[likely]] {
-    std::uint64_t* own = pattern.limbs;
-    limbs::copy(other.pattern.limbs, static_cast<long>(other.word_count()), own);
+  std::uint64_t* const old = head.kind.is_wide() ? pattern.limbs : nullptr;
+  if (!other.head.kind.is_wide()) {
     take_fields(other);
-    pattern.limbs = own;
-  } else if (!other.head.kind.is_wide()) {
-    delete[] pattern.limbs;
-    take_fields(other);
-  } else {
-    IEEEFloat copy(other);
-    swap(copy);
+    detail::delete_limbs(old);
+    return;
   }
+  const std::size_t size = other.word_count();
+  std::uint64_t* own = old;
+  if (old == nullptr || (!same_kind(other) && word_count() != size)) {
+    own = detail::new_limbs(size);
+    detail::delete_limbs(old);
+  }
+  limbs::copy(other.pattern.limbs, static_cast<long>(size), own);
+  take_fields(other);
+  pattern.limbs = own;
 }
 
 void IEEEFloat::self_specialize_repr(Repr r) {

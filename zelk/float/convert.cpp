@@ -30,20 +30,6 @@ bool in_one_word(Road road) {
 // The road that conversions to and from a kind take.
 Road conversion_road(Kind k) { return detail::has_short_roads ? k.road() : Road::numbers; }
 
-// Calls serve(shape, pattern) with a pattern in words.
-template <class Serve>
-[[gnu::always_inline]] inline void with_pattern(Road road, Widths f, const std::uint64_t* x,
-                                                Serve serve) {
-  if (in_one_word(road)) {
-    serve(detail::one_word<words::RuntimeShape>(f), x[0]);
-  } else if (road == Road::quad) {
-    serve(words::binary128, words::double_word(x[1], x[0]));
-  } else {
-    const words::RaisedShape s = detail::raised(f);
-    serve(s, detail::raise(s, x));
-  }
-}
-
 // Calls make(shape) for a road on words, and stores the pattern that it gives.
 template <class Make>
 [[gnu::always_inline]] inline void with_shape(Road road, Widths f, std::uint64_t* out, Make make) {
@@ -60,13 +46,29 @@ template <class Make>
   }
 }
 
-// Between any two roads on words.
-[[gnu::noinline]] void convert_words(Road from, Widths f, const std::uint64_t* x, Road to, Widths g,
-                                     std::uint64_t* out, Direction mode) {
-  with_pattern(from, f, x, [&](auto s, auto pattern) {
-    with_shape(to, g, out, [&](auto t) { return words::convert(s, t, pattern, mode); });
-  });
+// x := its value as a pattern of another format, both on words.
+using Conversion = void (*)(detail::Pattern& x, Widths f, Widths g, Direction mode);
+
+template <class From, class To>
+void convert_words(detail::Pattern& x, Widths f, Widths g, Direction mode) {
+  const auto s = From::shape(f);
+  const auto t = To::shape(g);
+  To::store(t, words::convert(s, t, From::load(s, x), mode), x);
+  if constexpr (sizeof(words::Word<decltype(t)>) == sizeof(std::uint64_t)) {
+    x.words[1] = 0;
+  }
 }
+
+// The conversions by the places of both patterns: one word, that of binary128, two words.
+unsigned place_of(Road road) { return road == Road::quad ? 1 : road == Road::double_word ? 2 : 0; }
+using One = detail::OneWord<words::RuntimeShape>;
+using detail::Quad;
+using detail::TwoWords;
+constexpr Conversion conversions[3][3]{
+    {convert_words<One, One>, convert_words<One, Quad>, convert_words<One, TwoWords>},
+    {convert_words<Quad, One>, nullptr, convert_words<Quad, TwoWords>},
+    {convert_words<TwoWords, One>, convert_words<TwoWords, Quad>, convert_words<TwoWords, TwoWords>},
+};
 
 struct DeleteLimbs {
   void operator()(std::uint64_t* limbs) const { detail::delete_limbs(limbs); }
@@ -110,18 +112,28 @@ void IEEEFloat::set_format(format f) {
 }
 
 void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
+  const Road source = conversion_road(head.kind);
+  const Road target = conversion_road(to);
+  if (head.kind.names_format() && on_words(source) && on_words(target) &&
+      rules::is_direction(mode())) [[likely]] {
+    const Widths from{head.exp_width, head.mant_width};
+    const auto direction = static_cast<Direction>(mode());
+    set_kind(f, r, to);
+    conversions[place_of(source)][place_of(target)](pattern, from, widths(f), direction);
+  } else {
+    convert_wide(f, r, to);
+  }
+}
+
+// To limbs or from them, and by way of numbers.
+void IEEEFloat::convert_wide(format f, unsigned r, Kind to) {
   if (!is_generic() && !head.kind.names_format()) {
     IEEEFloat x = generic_copy();
     x.set_format(f);
     swap(x);
     return;
   }
-  const Road target = conversion_road(to);
-  const Road source = conversion_road(head.kind);
-  if (on_words(source) && on_words(target) && rules::is_direction(mode())) {
-    convert_words(source, widths(get_format()), pattern.words, target, widths(f), pattern.words,
-                  static_cast<Direction>(mode()));
-  } else if (!to.is_wide()) {
+  if (!to.is_wide()) {
     std::uint64_t result[2]{};
     convert_to(f, to, result);
     if (head.kind.is_wide()) {

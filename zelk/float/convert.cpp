@@ -59,15 +59,25 @@ void convert_words(detail::Pattern& x, Widths f, Widths g, Direction mode) {
   }
 }
 
-// The conversions by the places of both patterns: one word, that of binary128, two words.
-unsigned place_of(Road road) { return road == Road::quad ? 1 : road == Road::double_word ? 2 : 0; }
+// The conversions by the places of both patterns, of which one is in two words.
+enum Place : unsigned { one, binary64, quad, two };
+Place place_of(Road road, Widths f) {
+  return road == Road::quad          ? quad
+         : road == Road::double_word ? two
+         : f == Widths{11, 52}       ? binary64
+                                     : one;
+}
 using One = detail::OneWord<words::RuntimeShape>;
+using Binary64 = detail::FixedWord<words::FixedShape<11, 52>>;
 using detail::Quad;
 using detail::TwoWords;
-constexpr Conversion conversions[3][3]{
-    {convert_words<One, One>, convert_words<One, Quad>, convert_words<One, TwoWords>},
-    {convert_words<Quad, One>, nullptr, convert_words<Quad, TwoWords>},
-    {convert_words<TwoWords, One>, convert_words<TwoWords, Quad>, convert_words<TwoWords, TwoWords>},
+constexpr Conversion conversions[4][4]{
+    {nullptr, nullptr, convert_words<One, Quad>, convert_words<One, TwoWords>},
+    {nullptr, nullptr, convert_words<Binary64, Quad>, convert_words<Binary64, TwoWords>},
+    {convert_words<Quad, One>, convert_words<Quad, Binary64>, nullptr,
+     convert_words<Quad, TwoWords>},
+    {convert_words<TwoWords, One>, convert_words<TwoWords, Binary64>, convert_words<TwoWords, Quad>,
+     convert_words<TwoWords, TwoWords>},
 };
 
 struct DeleteLimbs {
@@ -119,7 +129,8 @@ void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
     const Widths from{head.exp_width, head.mant_width};
     const auto direction = static_cast<Direction>(mode());
     set_kind(f, r, to);
-    conversions[place_of(source)][place_of(target)](pattern, from, widths(f), direction);
+    conversions[place_of(source, from)][place_of(target, widths(f))](pattern, from, widths(f),
+                                                                     direction);
   } else {
     convert_wide(f, r, to);
   }

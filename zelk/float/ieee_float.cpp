@@ -286,6 +286,9 @@ bool IEEEFloat::less_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
     return words::less(words::binary128, words::double_word(a.pattern.words[1], a.pattern.words[0]),
                        words::double_word(b.pattern.words[1], b.pattern.words[0]));
   }
+  if (a.same_kind(b) && a.head.kind.road() == Road::limbs) {
+    return limbs::less(a.words(), b.words(), {a.head.exp_width, a.head.mant_width});
+  }
   return order_otherwise(a, b) == -1;
 }
 

@@ -4,6 +4,7 @@
 
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/codec.h"
+#include "zelk/float/roads.h"
 #include "zelk/limbs/copy.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/numbers/room.h"
@@ -286,8 +287,13 @@ bool IEEEFloat::less_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
     return words::less(words::binary128, words::double_word(a.pattern.words[1], a.pattern.words[0]),
                        words::double_word(b.pattern.words[1], b.pattern.words[0]));
   }
+  const Widths f{a.head.exp_width, a.head.mant_width};
   if (a.same_kind(b) && a.head.kind.road() == Road::limbs) {
-    return limbs::less(a.words(), b.words(), {a.head.exp_width, a.head.mant_width});
+    return limbs::less(a.words(), b.words(), f);
+  }
+  if (a.same_kind(b) && a.head.kind.road() == Road::double_word) {
+    const words::RaisedShape s = detail::raised(f);
+    return words::less(s, detail::raise(s, a.pattern.words), detail::raise(s, b.pattern.words));
   }
   return order_otherwise(a, b) == -1;
 }

@@ -142,7 +142,7 @@ class ZELK_EXPORT IEEEFloat {
 
   ~IEEEFloat() {
     if (head.kind.is_wide()) [[unlikely]] {
-      delete[] pattern.limbs;
+      detail::delete_limbs(pattern.limbs);
     }
   }
 
@@ -353,6 +353,8 @@ class ZELK_EXPORT IEEEFloat {
   void step_magnitude(bool grow);
   bool is_own_word() const;
   void convert_otherwise(format f, unsigned r, detail::Kind to);
+  void convert_wide(format f, unsigned r, detail::Kind to);
+  void convert_to(const format& f, detail::Kind to, std::uint64_t* out) const;
   QNumber number_otherwise() const;
   QNumber integer_otherwise(unsigned direction, unsigned long w) const;
 

@@ -1,0 +1,306 @@
+// The operations of environments as IEEE 754 defines them, on rationals: what tests hold the
+// library against.
+#ifndef ZELK_TESTS_ENVIRONMENT_ORACLE_H_
+#define ZELK_TESTS_ENVIRONMENT_ORACLE_H_
+
+#include <climits>
+#include <vector>
+
+#include "tests/support.h"
+
+namespace zelk_test {
+
+using zelk::Environment;
+using zelk::Rounding;
+using zelk::Tininess;
+
+inline constexpr unsigned invalid = 1, pole = 2, overflow = 4, underflow = 8, inexact = 16;
+
+/// q * 2^k, floored or not.
+inline mpq_class scaled(mpq_class q, long k) {
+  mpz_class& part = k < 0 ? q.get_den() : q.get_num();
+  part <<= static_cast<unsigned long>(std::abs(k));
+  q.canonicalize();
+  return q;
+}
+
+/// An operand, or a result before it is rounded: a NaN, an infinity, or q * 2^k, of which a root
+/// may be meant, and which may lack less than the last digit of q (sticky).
+struct Exact {
+  enum Kind { nan, infinite, finite } kind = nan;
+  bool negative = false;
+  mpq_class q = 0;  // never negative
+  long k = 0;
+  bool root = false, sticky = false;
+  unsigned flags = 0;
+
+  bool is_zero() const { return kind == finite && q == 0; }
+  mpq_class value() const { return scaled(negative ? mpq_class(-q) : q, k); }
+
+  /// floor(magnitude * 2^n), and whether that leaves anything.
+  mpz_class digits(long n, bool& rest) const {
+    const long by = (root ? 2 * n : n) + k;
+    mpz_class num = q.get_num(), den = q.get_den(), left;
+    (by < 0 ? den : num) <<= static_cast<unsigned long>(std::abs(by));
+    mpz_fdiv_qr(num.get_mpz_t(), left.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
+    rest = sticky || left != 0;
+    if (root) {
+      mpz_sqrtrem(num.get_mpz_t(), left.get_mpz_t(), num.get_mpz_t());
+      rest = rest || left != 0;
+    }
+    return num;
+  }
+  /// floor(log2(magnitude)) of one other than 0.
+  long exponent() const {
+    const auto length = [](const mpz_class& n) {
+      return static_cast<long>(mpz_sizeinbase(n.get_mpz_t(), 2));
+    };
+    const long e = length(q.get_num()) - length(q.get_den());
+    const long log2 = e + k - static_cast<int>(scaled(q, -e) < 1);
+    return root ? (log2 - (log2 & 1)) / 2 : log2;
+  }
+};
+
+inline Exact number(const mpq_class& q, bool negative_zero = false) {
+  return {Exact::finite, q < 0 || (q == 0 && negative_zero), abs(q)};
+}
+inline Exact invalid_result() { return {.flags = invalid}; }
+inline Exact infinity(bool negative) { return {Exact::infinite, negative}; }
+
+/// A pattern and the flags that come with it.
+struct Answer {
+  mpz_class bits;
+  unsigned flags;
+};
+
+/// A format whose exponents may have no limits worth the name, e > 62; values are then near 1.
+struct Target {
+  Format f;
+  mpz_class hidden = mpz_class(1) << f.mant_width, sign = hidden << f.exp_width;
+  mpz_class inf = sign - hidden, nan = sign + inf + 1;
+  long m = static_cast<long>(f.mant_width);
+  mpz_class least = 2 - (mpz_class(1) << (f.exp_width - 1));  // the exponent of normal values
+  long emin = least > LONG_MIN / 4 ? least.get_si() : LONG_MIN / 4;
+
+  explicit Target(Format format) : f(format) {}
+
+  Exact decode(const mpz_class& p, bool flush = false) const {
+    const bool negative = p >= sign;
+    const mpz_class magnitude = p % sign, biased = magnitude / hidden;
+    if (magnitude >= inf) return magnitude > inf ? Exact{} : infinity(negative);
+    if (biased == 0 && (flush || magnitude == 0)) return number(0, negative);
+    const mpz_class e = (biased == 0 ? mpz_class(1) : biased) - 1 + least;
+    return {Exact::finite, negative, magnitude % hidden + (biased == 0 ? mpz_class(0) : hidden),
+            e.get_si() - m};
+  }
+
+  /// A magnitude rounded to a multiple of 2^unit, as that many units.
+  static mpz_class cut(const Exact& x, long unit, Rounding d, bool& exact) {
+    bool rest = false;
+    const mpz_class halves = x.digits(1 - unit, rest), n = halves / 2;
+    const bool half = halves % 2 != 0, odd = n % 2 != 0;
+    exact = !half && !rest;
+    const bool up[] = {half && (rest || odd), false, !x.negative && !exact,
+                       x.negative && !exact,  half,  !exact && !odd};
+    return n + static_cast<int>(up[static_cast<unsigned>(d)]);
+  }
+
+  bool is_tiny(const Exact& x, const Environment& env) const {
+    const long e = x.exponent();
+    if (env.tininess == Tininess::before_rounding || e < emin - 1) return e < emin;
+    bool exact = false;  // one below the least normal exponent, rounding may reach that
+    return e < emin && cut(x, e - m, env.rounding, exact) < 2 * hidden;
+  }
+
+  Answer round(const Exact& x, const Environment& env) const {
+    const mpz_class s = x.negative ? sign : mpz_class(0);
+    if (x.kind == Exact::nan) return {nan, x.flags};
+    if (x.kind == Exact::infinite) return {inf + s, x.flags};
+    if (x.is_zero()) return {s, x.flags};
+    const bool tiny = is_tiny(x, env);
+    if (tiny && env.flush_results) return {s, x.flags | underflow | inexact};
+    const long e = std::max(x.exponent(), emin);
+    bool exact = false;
+    const mpz_class n = cut(x, e - m, env.rounding, exact), p = n + (e - least) * hidden;
+    if (p >= inf) {
+      const bool infinite[] = {true, false, !x.negative, x.negative, true, false};
+      return {(infinite[static_cast<unsigned>(env.rounding)] ? inf : mpz_class(inf - 1)) + s,
+              x.flags | overflow | inexact};
+    }
+    return {p + s, x.flags | (exact ? 0 : tiny ? underflow | inexact : inexact)};
+  }
+};
+
+// ---- The operations, before rounding; `down` is toward negative ----
+
+using Operands = std::vector<Exact>;
+
+inline bool any_nan(const Operands& v) {
+  return std::ranges::any_of(v, [](const Exact& x) { return x.kind == Exact::nan; });
+}
+
+inline Exact negated(Exact x) { return x.negative = !x.negative, x; }
+
+inline Exact plus(const Exact& a, const Exact& b, bool down) {
+  if (a.kind == Exact::infinite && b.kind == Exact::infinite) {
+    return a.negative == b.negative ? a : invalid_result();
+  }
+  if (a.kind == Exact::infinite || b.kind == Exact::infinite) {
+    return a.kind == Exact::infinite ? a : b;
+  }
+  const bool both = a.is_zero() && b.is_zero() && a.negative == b.negative;
+  return number(a.value() + b.value(), both ? a.negative : down);
+}
+
+inline Exact times(const Exact& a, const Exact& b) {
+  const bool negative = a.negative != b.negative;
+  if (a.kind == Exact::finite && b.kind == Exact::finite) {
+    return {Exact::finite, negative, a.q * b.q, a.k + b.k};
+  }
+  return a.is_zero() || b.is_zero() ? invalid_result() : infinity(negative);
+}
+
+inline Exact fused(const Exact& a, const Exact& b, const Exact& c, bool down) {
+  const Exact product = times(a, b);
+  return product.kind == Exact::nan ? product : plus(product, c, down);
+}
+
+inline Exact over(const Exact& a, const Exact& b) {
+  const bool negative = a.negative != b.negative;
+  if (a.kind == b.kind && (a.kind == Exact::infinite || (a.is_zero() && b.is_zero()))) {
+    return invalid_result();
+  }
+  if (a.kind == Exact::infinite) return infinity(negative);
+  if (b.kind == Exact::infinite) return number(0, negative);
+  if (b.is_zero()) return {.kind = Exact::infinite, .negative = negative, .flags = pole};
+  return {Exact::finite, negative, a.q / b.q, a.k - b.k};
+}
+
+inline Exact left_by(const Exact& a, const Exact& b, Rounding quotient) {
+  if (a.kind == Exact::infinite || b.is_zero()) return invalid_result();
+  if (b.kind == Exact::infinite || a.is_zero()) return a;
+  bool exact = false;
+  const mpq_class n = Target::cut(number(abs(a.value() / b.value())), 0, quotient, exact);
+  const mpq_class left = abs(a.value()) - n * abs(b.value());
+  return number(a.negative ? mpq_class(-left) : left, a.negative);
+}
+
+inline Exact root_of(Exact a) {
+  if (a.is_zero()) return a;
+  if (a.negative) return invalid_result();
+  a.root = a.kind == Exact::finite;
+  return a;
+}
+
+inline Exact to_integral(const Exact& a, Rounding d) {
+  if (a.kind != Exact::finite || a.is_zero()) return a;
+  bool exact = false;
+  Exact n = number(Target::cut(a, 0, d, exact), a.negative);
+  n.negative = a.negative;
+  n.flags = exact ? 0 : inexact;
+  return n;
+}
+
+using Values = std::vector<IEEEFloat>;
+
+/// An operation in one format, or into another one, and what it means.
+struct Operation {
+  const char* name;
+  std::size_t operands;
+  IEEEFloat (*call)(Environment& env, const Values& v);
+  IEEEFloat (*into)(Environment& env, const Values& v, Format f);
+  Exact (*numbers)(const Operands& v, bool down);
+
+  Operation(const char* text, std::size_t count, auto both, decltype(numbers) meaning)
+      : name(text), operands(count), call(both), into(both), numbers(meaning) {}
+  Exact exact(const Operands& v, bool down) const {
+    return any_nan(v) ? Exact() : numbers(v, down);
+  }
+};
+
+#define ZELK_OPERATION(call, count, ...)                                                      \
+  {                                                                                           \
+#call, count,                                                                             \
+        [](Environment & env, const Values& v,                                                \
+           auto... f) { return env.call; }, [](const Operands& v, [[maybe_unused]] bool down) \
+                                                 -> Exact { return __VA_ARGS__; }             \
+  }
+inline const Operation operations[] = {
+    ZELK_OPERATION(add(v[0], v[1], f...), 2, plus(v[0], v[1], down)),
+    ZELK_OPERATION(subtract(v[0], v[1], f...), 2, plus(v[0], negated(v[1]), down)),
+    ZELK_OPERATION(multiply(v[0], v[1], f...), 2, times(v[0], v[1])),
+    ZELK_OPERATION(divide(v[0], v[1], f...), 2, over(v[0], v[1])),
+    ZELK_OPERATION(remainder(v[0], v[1], f...), 2, left_by(v[0], v[1], Rounding::nearest_even)),
+    ZELK_OPERATION(modulo(v[0], v[1], f...), 2, left_by(v[0], v[1], Rounding::toward_zero)),
+    ZELK_OPERATION(fma(v[0], v[1], v[2], f...), 3, fused(v[0], v[1], v[2], down)),
+    ZELK_OPERATION(sqrt(v[0], f...), 1, root_of(v[0])),
+    ZELK_OPERATION(convert(v[0], (v[0].get_format(), ..., f)), 1, v[0]),
+    ZELK_OPERATION(scale(v[0], 1, f...), 1, times(v[0], number(2))),
+    ZELK_OPERATION(scale(v[0], -3, f...), 1, times(v[0], number(mpq_class(1, 8))))};
+
+/// A value as operations read it: as it is, and flushed.
+struct Operand {
+  IEEEFloat x;
+  Exact exact[2];
+  bool subnormal;
+
+  Operand(const Target& t, const IEEEFloat& value)
+      : x(value), exact{t.decode(bits(x)), t.decode(bits(x), true)}, subnormal(x.is_subnormal()) {}
+};
+
+inline std::string name(const Environment& env) {
+  return "{Rounding(" + std::to_string(static_cast<unsigned>(env.rounding)) + "), Tininess(" +
+         std::to_string(static_cast<unsigned>(env.tininess)) + "), " +
+         std::to_string(env.flush_results) + ", " + std::to_string(env.flush_operands) + "} ";
+}
+
+inline std::string name(const Values& v) {
+  std::string text;
+  for (const IEEEFloat& x : v) text += name(x) + "; ";
+  return text;
+}
+
+/// Bits of an environment's flags that are none of the five.
+inline constexpr unsigned other_bits = 0xA0;
+
+inline unsigned long cases = 0;
+
+/// One operation in all roundings and, where they matter, all flush settings and both rules of
+/// tininess; elsewhere these take turns. Into the format `to`, or without one if that is the
+/// operands'.
+inline void check_operation(const Operation& op, const std::vector<const Operand*>& operands,
+                            const Target& to, bool into) {
+  Values v;
+  bool subnormal = false;
+  for (const Operand* o : operands) v.push_back(o->x), subnormal = subnormal || o->subnormal;
+  for (const bool flush : {false, true}) {
+    if (flush && !subnormal) continue;
+    Operands numbers;
+    for (const Operand* o : operands) numbers.push_back(o->exact[flush]);
+    const Exact results[] = {op.exact(numbers, false), op.exact(numbers, true)};
+    for (unsigned d = 0; d < 6; ++d) {
+      const Exact& exact = results[d == 3];
+      const bool matters =
+          exact.kind == Exact::finite && exact.q != 0 && exact.exponent() < to.emin;
+      for (unsigned i = 0; i < (matters ? 4 : 1); ++i) {
+        const unsigned long k = matters ? i : cases;
+        Environment env{static_cast<Rounding>(d), static_cast<Tininess>(k % 2), k / 2 % 2 == 1,
+                        flush || (!subnormal && k % 5 == 0), other_bits};
+        const Answer want = to.round(exact, env);
+        const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
+        ++cases;
+        ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+            << name(env) << op.name << " of " << name(v) << (into ? " into " : "") << " is "
+            << name(r) << " with flags " << env.flags % 32U << ", wanted 0x" << std::hex
+            << want.bits << " with " << std::dec << want.flags;
+        ASSERT_TRUE(r.get_mode() == v[0].get_mode() && r.get_format() == to.f &&
+                    r.get_repr() == (v[0].get_format() == to.f ? v[0].get_repr()
+                                                               : IEEEFloat::get_best_repr(to.f)));
+      }
+    }
+  }
+}
+
+}  // namespace zelk_test
+
+#endif  // ZELK_TESTS_ENVIRONMENT_ORACLE_H_

@@ -6,6 +6,9 @@
 #include "zelk/float/read_text.h"
 #include "zelk/float/rounded_roads.h"
 #include "zelk/float/value_access.h"
+#include "zelk/limbs/copy.h"
+#include "zelk/limbs/limbs.h"
+#include "zelk/words/integers.h"
 
 namespace zelk {
 
@@ -254,27 +257,59 @@ Selected choose(Selection s, bool first_nan, bool second_nan, int magnitudes, in
   return (s.largest ? order < 0 : order > 0) ? Selected::second : Selected::first;
 }
 
-// Of two patterns in words.
+// The same for two numbers in words: whether it is the second.
 template <words::Shape S>
-Selected choose(Selection s, S shape, words::Word<S> x, words::Word<S> y) {
-  const auto key = [shape](words::Word<S> a) {
-    return static_cast<words::Signed<words::Word<S>>>(words::magnitude(shape, a) ^
-                                                      words::sign_mask(shape, a));
+[[gnu::always_inline]] inline bool chooses_second(Selection s, S shape, words::Word<S> x,
+                                                  words::Word<S> y) {
+  using Key = words::Signed<words::Word<S>>;
+  auto a = static_cast<Key>(words::magnitude(shape, x));
+  auto b = static_cast<Key>(words::magnitude(shape, y));
+  if (!s.magnitude || a == b) {
+    a ^= static_cast<Key>(words::sign_mask(shape, x));
+    b ^= static_cast<Key>(words::sign_mask(shape, y));
+  }
+  return s.largest ? a < b : b < a;
+}
+
+// x := the selected one of two numbers; false if one is a NaN. Which one it is is as good as random
+// to a branch predictor.
+template <words::Shape S>
+[[gnu::always_inline]] inline bool select_number(Selection s, S shape, detail::Pattern& x,
+                                                 const detail::Pattern& y) {
+  const auto load = [](const detail::Pattern& p) {
+    if constexpr (sizeof(words::Word<S>) == 8) {
+      return p.words[0];
+    } else {
+      return words::uint128{p.words[1]} << 64 | p.words[0];
+    }
   };
-  const auto order = [](auto a, auto b) {
-    return static_cast<int>(a > b) - static_cast<int>(a < b);
-  };
-  return choose(s, words::is_nan(shape, x), words::is_nan(shape, y),
-                order(words::magnitude(shape, x), words::magnitude(shape, y)),
-                order(key(x), key(y)));
+  if (words::is_nan(shape, load(x)) || words::is_nan(shape, load(y))) [[unlikely]] {
+    return false;
+  }
+  const bool second = chooses_second(s, shape, load(x), load(y));
+  const std::uint64_t mask = words::opaque(0 - std::uint64_t{second});
+  x.words[0] ^= (x.words[0] ^ y.words[0]) & mask;
+  if constexpr (sizeof(words::Word<S>) > 8) {
+    x.words[1] ^= (x.words[1] ^ y.words[1]) & mask;
+  }
+  return true;
+}
+
+// The same in limbs; false too where the values do not decide.
+bool select_in_limbs(Selection s, std::uint64_t* x, const std::uint64_t* y, rules::Widths f) {
+  const int order = s.magnitude ? 0 : limbs::compare(x, y, f);
+  if (order != 1 && order != -1) {
+    return false;
+  }
+  if (s.largest ? order < 0 : order > 0) {
+    limbs::copy(y, limbs::size(f), x);
+  }
+  return true;
 }
 
 // Of two patterns of any size.
 Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   const auto f = x.widths();
-  if (const int order = s.magnitude ? 0 : x.compare(y); order == 1 || order == -1) {
-    return choose(s, false, false, 0, order);
-  }
   return choose(s, x.operand().is(Class::nan), y.operand().is(Class::nan),
                 words::compare_magnitudes(x.words(), y.words(), f),
                 words::compare_patterns(x.words(), y.words(), f));
@@ -301,64 +336,56 @@ Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   x.set_mode(mode);
 }
 
-void select(const Environment& env, Selection s, IEEEFloat& x, const IEEEFloat& y) {
+template <Selection s>
+[[gnu::always_inline]] inline IEEEFloat select(const Environment& env, IEEEFloat& x,
+                                               const IEEEFloat& y) {
   const detail::Head& head = ValueAccess::head(x);
-  const bool in_words = head.kind.road() != detail::Road::numbers && !head.kind.is_wide();
-  if (head.kind == ValueAccess::kind(y) && head.kind.names_format() && in_words &&
-      !env.flush_operands && env.rounding <= Rounding::to_odd) [[likely]] {
+  const detail::Road road = head.kind.road();
+  if (head.kind == ValueAccess::kind(y) && head.kind.names_format() &&
+      road != detail::Road::numbers && !env.flush_operands && env.rounding <= Rounding::to_odd)
+      [[likely]] {
     detail::Pattern& a = ValueAccess::pattern(x);
     const detail::Pattern& b = ValueAccess::pattern(y);
     const std::int64_t e = head.exp_width;
     const std::int64_t m = head.mant_width;
-    const Selected selected =
-        e + m <= 63
-            ? choose(s, words::RuntimeShape{e, m}, a.words[0], b.words[0])
-            : choose(s, words::DoubleShape{e, m}, words::uint128{a.words[1]} << 64 | a.words[0],
-                     words::uint128{b.words[1]} << 64 | b.words[0]);
-    if (selected != Selected::nan) [[likely]] {
-      if (selected == Selected::second) {
-        a.words[0] = b.words[0];
-        a.words[1] = b.words[1];
-      }
-      return;
+    if (e + m <= 63   ? select_number(s, words::RuntimeShape{e, m}, a, b)
+        : e + m > 127 ? select_in_limbs(s, ValueAccess::words(x), ValueAccess::words(y),
+                                        {head.exp_width, head.mant_width})
+        : road == detail::Road::quad ? select_number(s, words::binary128, a, b)
+                                     : select_number(s, words::DoubleShape{e, m}, a, b))
+        [[likely]] {
+      return std::move(x);
     }
   }
   select_otherwise(env, s, x, y);
+  return std::move(x);
 }
 
 }  // namespace
 
 IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {false, false, false}, x, y);
-  return x;
+  return select<Selection{false, false, false}>(*this, x, y);
 }
 IEEEFloat Environment::maximum(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {true, false, false}, x, y);
-  return x;
+  return select<Selection{true, false, false}>(*this, x, y);
 }
 IEEEFloat Environment::minimum_number(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {false, false, true}, x, y);
-  return x;
+  return select<Selection{false, false, true}>(*this, x, y);
 }
 IEEEFloat Environment::maximum_number(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {true, false, true}, x, y);
-  return x;
+  return select<Selection{true, false, true}>(*this, x, y);
 }
 IEEEFloat Environment::minimum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {false, true, false}, x, y);
-  return x;
+  return select<Selection{false, true, false}>(*this, x, y);
 }
 IEEEFloat Environment::maximum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {true, true, false}, x, y);
-  return x;
+  return select<Selection{true, true, false}>(*this, x, y);
 }
 IEEEFloat Environment::minimum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {false, true, true}, x, y);
-  return x;
+  return select<Selection{false, true, true}>(*this, x, y);
 }
 IEEEFloat Environment::maximum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  select(*this, {true, true, true}, x, y);
-  return x;
+  return select<Selection{true, true, true}>(*this, x, y);
 }
 
 // ---- From outside ----

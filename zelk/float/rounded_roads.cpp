@@ -1,5 +1,7 @@
 #include "zelk/float/rounded_roads.h"
 
+#include <type_traits>
+
 #include "zelk/float/roads.h"
 #include "zelk/words/fused.h"
 #include "zelk/words/integral.h"
@@ -37,6 +39,19 @@ struct RoundedOnWords {
   }
 };
 
+// The same on limbs; of an operation on one pattern the other means nothing.
+template <auto operation, class... Others>
+void on_limbs(Pattern& x, Others... others, unsigned long e, unsigned long m, Direction d,
+              Exceptions& exceptions) {
+  const Widths f{e, m};
+  const limbs::Rounding r(d, &exceptions);
+  if constexpr (std::is_invocable_v<decltype(operation), Word*, Widths, limbs::Rounding>) {
+    operation(words_of(x, f), f, r);
+  } else {
+    operation(words_of(x, f), words_of(others, f)..., f, r);
+  }
+}
+
 // The operation on the road of this number, of type F; packed words are as others here: flags go
 // to the environment.
 template <class Op, class F, class... Others>
@@ -60,7 +75,7 @@ constexpr F on_rounded_road(Road road) {
     case Road::double_word:
       return RoundedOnWords<OnWords, TwoWords, Others...>::usual;
     case Road::limbs:
-      return Op::on_limbs;
+      return on_limbs<Op::on_limbs, Others...>;
     default:
       return nullptr;
   }
@@ -87,47 +102,47 @@ constexpr RoundedOperations<FusedOperation> on_three() {
 
 struct RoundedSum {
   using OnWords = words::Addition;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::add<limbs::Rounding>;
 };
 
 struct RoundedDifference {
   using OnWords = words::Subtraction;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::subtract<limbs::Rounding>;
 };
 
 struct RoundedProduct {
   using OnWords = words::Multiplication;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::multiply<limbs::Rounding>;
 };
 
 struct RoundedQuotient {
   using OnWords = words::Division;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::divide<limbs::Rounding>;
 };
 
 struct RoundedRoot {
   using OnWords = words::SquareRoot;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::root;
 };
 
 struct RoundedRemainder {
   using OnWords = words::Remainder;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::remainder;
 };
 
 struct RoundedModulo {
   using OnWords = words::Modulo;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::modulo;
 };
 
 struct RoundedIntegral {
   using OnWords = words::Integral;
-  static constexpr RoundedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::round_to_integral;
 };
 
 struct RoundedFused {
   using OnWords = words::FusedMultiplyAdd;
-  static constexpr FusedOperation on_limbs = nullptr;
+  static constexpr auto on_limbs = limbs::fused;
 };
 
 }  // namespace

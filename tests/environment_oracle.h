@@ -41,6 +41,7 @@ struct Exact {
   mpz_class digits(long n, bool& rest) const {
     const long by = (root ? 2 * n : n) + k;
     mpz_class num = q.get_num(), den = q.get_den(), left;
+    if (by < -9999 && exponent() < -n) return rest = true, 0;  // at no cost
     (by < 0 ? den : num) <<= static_cast<unsigned long>(std::abs(by));
     mpz_fdiv_qr(num.get_mpz_t(), left.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
     rest = sticky || left != 0;
@@ -204,6 +205,14 @@ inline Exact to_integral(const Exact& a, Rounding d, unsigned flags) {
 
 using Values = std::vector<IEEEFloat>;
 
+/// The order of any two values; infinities are beyond all others.
+inline std::partial_ordering order(const Exact& a, const Exact& b) {
+  const auto key = [](const Exact& x) {
+    return x.kind != Exact::infinite ? x.value() : mpq_class(x.negative ? -1 : 1) << 999;
+  };
+  return any_nan({a, b}) ? std::partial_ordering::unordered : cmp(key(a), key(b)) <=> 0;
+}
+
 /// An operation in one format, or into another one, and what it means.
 struct Operation {
   const char* name;
@@ -239,8 +248,8 @@ inline const Operation operations[] = {
     ZELK_OPERATION(convert(v[0], given(v[0].get_format(), f...)), 1, v[0]),
     ZELK_OPERATION(scale(v[0], 1, f...), 1, times(v[0], power_of_two(1))),
     ZELK_OPERATION(scale(v[0], -3, f...), 1, times(v[0], power_of_two(-3))),
-    ZELK_OPERATION(scale(v[0], power(99), f...), 1, times(v[0], power_of_two(4000))),
-    ZELK_OPERATION(scale(v[0], -power(99), f...), 1, times(v[0], power_of_two(-4000)))};
+    ZELK_OPERATION(scale(v[0], 4000, f...), 1, times(v[0], power_of_two(4000))),
+    ZELK_OPERATION(scale(v[0], -4000, f...), 1, times(v[0], power_of_two(-4000)))};
 
 /// A value as operations read it: as it is, and flushed.
 struct Operand {
@@ -249,7 +258,9 @@ struct Operand {
   bool subnormal;
 
   Operand(const Target& t, const IEEEFloat& value)
-      : x(value), exact{t.decode(bits(x)), t.decode(bits(x), true)}, subnormal(x.is_subnormal()) {}
+      : x(value), exact{t.decode(bits(x)), t.decode(bits(x), true)} {
+    subnormal = !exact[0].is_zero() && exact[1].is_zero();
+  }
 };
 
 inline std::string name(const Environment& env) {

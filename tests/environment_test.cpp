@@ -19,13 +19,7 @@ static std::vector<Operand> all_of(const Target& t) {
   return all;
 }
 
-// The order of any two formats' values, -2 for NaNs; infinities are beyond all others.
-static int order(const Exact& a, const Exact& b) {
-  const auto key = [](const Exact& x) {
-    return x.kind != Exact::infinite ? x.value() : mpq_class(x.negative ? -1 : 1) << 999;
-  };
-  return any_nan({a, b}) ? -2 : cmp(key(a), key(b));
-}
+static Exact magnitude_of(Exact x) { return x.negative = false, x; }
 
 struct Selection {
   const char* name;
@@ -34,9 +28,9 @@ struct Selection {
 
   bool takes_first(const Exact& a, const Exact& b) const {
     if (any_nan({a, b})) return any_nan({b}) == number;
-    int o = magnitude ? order({a.kind, false, a.q, a.k}, {b.kind, false, b.q, b.k}) : 0;
-    if (o == 0) o = order(a, b);
-    if (o == 0) o = static_cast<int>(b.negative) - static_cast<int>(a.negative);
+    auto o = order(magnitude_of(a), magnitude_of(b));
+    if (!magnitude || o == 0) o = order(a, b);
+    if (o == 0) o = static_cast<int>(b.negative) <=> static_cast<int>(a.negative);
     return largest ? o > 0 : o < 0;
   }
 };

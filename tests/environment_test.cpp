@@ -1,6 +1,9 @@
 // Environments: every pattern, pair and triple of tiny formats against rationals.
+#include <cfenv>
+
 #include "tests/environment_oracle.h"
 #include "zelk/float/functions.h"
+#include "zelk/swflt/swflt.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
@@ -18,6 +21,9 @@ static std::vector<Operand> all_of(const Target& t) {
   }
   return all;
 }
+
+// The same in a packed word of another format.
+static Operand packed(Operand o) { return o.x.self_specialize_repr(IEEEFloat::REPR_FLOAT32), o; }
 
 static Exact magnitude_of(Exact x) { return x.negative = false, x; }
 
@@ -66,6 +72,7 @@ TEST(TinyFormats, EveryPairAndTriple) {
     for (const Operand& x : all) {
       for (const Operand& y : all) {
         check_selections(t, x, y);
+        check_selections(t, packed(x), y);
         for (const Operation& op : operations) {
           if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
           if (op.operands != 3) continue;
@@ -160,9 +167,121 @@ TEST(SmallFormats, EveryPattern) {
         check_operation(operations[7], {&x}, others[e % 3], true);
         check_integers(x);
         check_functions(t, x, bits(x.x));
+        check_functions(t, packed(x), bits(x.x));
         ASSERT_FALSE(HasFailure());
       }
     }
   }
   report("of one operand");
+}
+
+// ---- What holds for all ----
+
+static IEEEFloat value(const char* text, Format f) { return Environment().from_text(text, f); }
+
+TEST(Environments, RefuseInOneOrder) {
+  const Format f{5, 10};
+  const IEEEFloat x = value("1.5", f), y = value("3", {8, 7}), none({1, 4}, modes[0]);
+  const IEEEFloat too_wide({1UL << 62, 4}, modes[0]), nan = value("nan", f), inf = value("inf", f);
+  const Values two = {x, y}, bad = {x, none};
+  const QNumber half = QNumber(1) / 2;
+  const auto fails = [&](const std::string& text, auto call) {
+    Environment env{.flush_operands = true, .flags = other_bits};
+    EXPECT_EQ(message([&] { return call(env), 0; }), text);
+    EXPECT_EQ(env.flags, other_bits) << text;
+  };
+  const auto at_every_rounding = [&](const std::string& text, auto call) {
+    fails(text, call);
+    fails("bad rounding mode: 6", [&](Environment& env) {
+      env.rounding = static_cast<Rounding>(6);
+      call(env);
+    });
+  };
+#define FAILS(text, call) at_every_rounding(text, [&](Environment& env) { env.call; })
+  const std::string arithmetic = "format without arithmetic: (1, 4)",
+                    mixed_formats = "operands of different formats",
+                    limit = "reached limit on float precision";
+  for (const auto& o : operations) {
+    if (std::string(o.name).starts_with("convert")) continue;
+    const auto check = [&](const std::string& text, const Values& v) {
+      at_every_rounding(text, [&](Environment& env) { o.call(env, v); });
+    };
+    check(arithmetic, {none, none, none});
+    check("", {x, x, x});
+    if (o.operands > 1) check(mixed_formats, {x, y, x}), check(arithmetic, {x, none, x});
+    if (o.operands > 2) check(mixed_formats, {x, x, y}), check(arithmetic, {y, x, none});
+    at_every_rounding(arithmetic, [&](Environment& env) { o.into(env, {x, y, x}, {1, 4}); });
+    at_every_rounding("format without arithmetic: (9, 0)", [&](Environment& env) {
+      o.into(env, {x, y, x}, {9, 0});
+    });
+    check(limit, {too_wide, too_wide, too_wide});
+  }
+  for (const Selection& s : selections) {
+    at_every_rounding(mixed_formats, [&](Environment& env) { (env.*s.call)(x, y); });
+    at_every_rounding(arithmetic, [&](Environment& env) { (env.*s.call)(none, y); });
+  }
+  FAILS(arithmetic, round_to_integral(none)), FAILS(arithmetic, nearbyint(none));
+  FAILS(arithmetic, scale(none, half)), FAILS("exponent is not an integer: 1/2", scale(x, half));
+  FAILS(arithmetic, scale(x, half, {1, 4})), FAILS(arithmetic, convert(x, {1, 4}));
+  FAILS(arithmetic, from_rational(1, {1, 4})), FAILS(arithmetic, from_scaled(1, half, {1, 4}));
+  FAILS("exponent is not an integer: 1/2", from_scaled(1, half, f));
+  FAILS(arithmetic, from_integer(half, {1, 4}));
+  FAILS("number is not an integer: 1/2", from_integer(half, f));
+  FAILS(arithmetic, from_text("x", {1, 4}));
+  FAILS("invalid number at position 1: x", from_text("x", f));
+  FAILS(arithmetic, to_signed(none, 0)), FAILS("width of 0 bits", to_signed(nan, 0));
+  FAILS(arithmetic, to_unsigned(none, 0)), FAILS("width of 0 bits", to_unsigned(x, 0));
+  FAILS(arithmetic, to_integer(none)), FAILS("", to_integer(inf));
+  FAILS(arithmetic, sum(bad, f)), FAILS(arithmetic, sum({}, {1, 4})), FAILS("", sum(two, f));
+  FAILS(arithmetic, dot(two, bad, f)), FAILS(arithmetic, dot({}, two, {1, 4}));
+  FAILS("spans of different lengths", dot(two, {}, f)), FAILS("", dot(two, two, f));
+  FAILS(limit, add(x, y, {5, 1UL << 62})), FAILS(limit, from_integer(1, {1UL << 62, 1}));
+  const IEEEFloat huge = Environment().from_scaled(1, power(60), {63, 4});
+  FAILS(limit, to_integer(huge)), FAILS("", to_signed(huge, ~0UL >> 9));
+  EXPECT_EQ(message([&] { return total_order(x, y) == 0; }), mixed_formats);
+}
+
+// Bits of flags, flags of others, and the processor's state.
+TEST(Environments, TouchNothingElse) {
+  std::fesetround(FE_UPWARD);
+  std::feclearexcept(FE_ALL_EXCEPT);
+  swflt::float_exception_flags = 5;
+  for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
+    const Target t(f);
+    const Values v = {value("1.3", f), value("-inf", f), value("nan", f)};
+    const Values w = {value("1e-4", f), value("7", f), IEEEFloat::max_value(f)};
+    for (const Operation& op : operations) {
+      for (const Values& values : {v, w}) {
+        Environment fresh, full{.flags = 0xFF}, some{.flags = 0x4A};
+        op.call(fresh, values), op.call(full, values), op.call(some, values);
+        op.into(full, values, {6, 9});
+        EXPECT_TRUE(full.flags == 0xFF && some.flags == (0x4A | fresh.flags)) << op.name;
+      }
+    }
+  }
+  EXPECT_TRUE(std::fegetround() == FE_UPWARD && std::fetestexcept(FE_ALL_EXCEPT) == 0);
+  std::fesetround(FE_TONEAREST);
+  EXPECT_EQ(swflt::float_exception_flags, 5);
+}
+
+TEST(Environments, HaveNoLimitOnDistancesOfExponents) {
+  Environment env;
+  const Format f{65, 10};
+  const IEEEFloat one = value("1", f), tiny = next_up(IEEEFloat(f, modes[0]));
+  EXPECT_EQ(bits(env.add(one, IEEEFloat(f, modes[0]))), bits(one));
+  EXPECT_EQ(env.flags, 0);
+  EXPECT_EQ(bits(env.add(one, tiny)), bits(one));
+  EXPECT_EQ(env.flags, inexact);
+  env.rounding = Rounding::toward_zero;
+  EXPECT_EQ(bits(env.fma(tiny, -one, one)), bits(next_down(one)));
+  EXPECT_EQ(bits(env.remainder(one, tiny)), 0);
+  EXPECT_EQ(bits(env.modulo(tiny, one)), bits(tiny));
+  for (const auto d : {Rounding::nearest_even, Rounding::to_odd}) {
+    Environment far{.rounding = d};
+    const IEEEFloat largest = IEEEFloat::max_value(f);
+    EXPECT_EQ(bits(far.scale(one, power(200))), bits(largest) + (d == Rounding::to_odd ? 0 : 1));
+    EXPECT_EQ(far.flags, overflow | inexact);
+    EXPECT_EQ(bits(far.scale(one, -power(200))), d == Rounding::to_odd ? 1 : 0);
+    EXPECT_EQ(far.flags, overflow | inexact | underflow);
+  }
 }

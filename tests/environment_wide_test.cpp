@@ -1,7 +1,10 @@
 // Environments: mixed and wide formats, sums, and quotients of far exponents.
 #include <mpfr.h>
 
+#include <random>
+
 #include "tests/environment_oracle.h"
+#include "zelk/float/functions.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
@@ -73,6 +76,42 @@ TEST(MixedFormats, MatchRationals) {
     }
     const Operand &a = same[0], &b = others[1];
     ASSERT_TRUE(compare(a.x, b.x) == order(a.exact[0], b.exact[0])) << name({a.x, b.x});
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+static std::string scaled_text(const mpz_class& n, long k) {
+  return (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
+}
+
+// Rationals as numbers and as text.
+TEST(MixedFormats, NumbersRoundOnce) {
+  Random random;
+  for (unsigned long i = 0; i < rounds(); ++i) {
+    const Target& to = mixed[random.below(mixed.size())];
+    const Environment start{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
+                            i % 5 == 0, i % 7 == 0, other_bits};
+    const mpz_class n = random.digits(random.below(90)) - pow2(40);
+    const long k = static_cast<long>(random.below(500)) - 300;
+    const mpq_class q(n, random.below(3) == 0 ? mpz_class(1) : random.digits(70) + 1);
+    const auto check = [&](const char* what, const mpq_class& number_, auto call) {
+      Environment env = start;
+      const Answer want = to.round(number(number_), env);
+      const IEEEFloat r = call(env);
+      ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+          << name(start) << what << number_ << " is " << name(r) << ' ' << unsigned{env.flags}
+          << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+      ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+    };
+    mpq_class reduced = q;
+    reduced.canonicalize();
+    check("from_rational ", reduced,
+          [&](auto& e) { return e.from_rational(QNumber(reduced), to.f); });
+    check("from_scaled ", scaled(reduced, k),
+          [&](auto& e) { return e.from_scaled(QNumber(reduced), k, to.f); });
+    check("from_integer ", n, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
+    check("from_text ", scaled(n, k),
+          [&](auto& e) { return e.from_text(scaled_text(n, k), to.f); });
     ASSERT_FALSE(HasFailure());
   }
 }
@@ -195,6 +234,133 @@ TEST(WideFormats, ExponentsOfRemaindersCanBeFarApart) {
                 bits(env.from_scaled(left == 1 ? -1 : 1, QNumber(low, 1), f)))
           << name({x, y});
       EXPECT_EQ(env.flags, 0);
+    }
+  }
+}
+
+// ---- Sums ----
+
+// What the standard makes of a sum of terms, from the definition.
+static Exact sum_of(const Operands& terms, Rounding d) {
+  bool zeros[2] = {false, false}, infinities[2] = {false, false}, other = false, bad = false,
+       nan = false;
+  mpq_class total = 0;
+  for (const Exact& x : terms) {
+    nan = nan || (x.kind == Exact::nan && x.flags == 0);
+    bad = bad || x.flags != 0;
+    if (x.kind == Exact::infinite) infinities[x.negative] = true;
+    if (x.is_zero()) zeros[x.negative] = true;
+    other = other || (x.kind == Exact::finite && x.q != 0);
+    if (x.kind == Exact::finite) total += x.value();
+  }
+  if (nan) return {};
+  if (bad || (infinities[0] && infinities[1])) return invalid_result();
+  if (infinities[0] || infinities[1]) return infinity(infinities[1]);
+  const bool mixed_signs = other || (zeros[0] && zeros[1]);
+  return number(total, mixed_signs ? d == Rounding::toward_negative : zeros[1]);
+}
+
+static void check_sum(const Target& to, const Environment& start, const Exact& exact,
+                      const Values& x, const Values& y) {
+  Environment env = start;
+  const Answer want = to.round(exact, env);
+  const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
+  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+      << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
+      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+  ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+}
+
+TEST(Sums, MatchRationalsInAnyOrder) {
+  Random random;
+  const auto any = [&]() -> const Target& { return mixed[random.below(mixed.size())]; };
+  for (unsigned long i = 0; i < rounds(); ++i) {
+    const Environment env{static_cast<Rounding>(i % 6), static_cast<Tininess>(random.below(2)),
+                          random.below(4) == 0, random.below(4) == 0, other_bits};
+    const bool specials = random.below(4) == 0;
+    Values x, y;
+    Operands terms, products;
+    while (random.below(6) != 0) {
+      Operand a = value_near_one(random, any()), b = value_near_one(random, any());
+      if (!specials && (!zelk::is_finite(a.x) || !zelk::is_finite(b.x))) continue;
+      const Exact p = a.exact[env.flush_operands], q = b.exact[env.flush_operands];
+      for (int sign = random.below(3) == 0 ? 0 : 1; sign < 2; ++sign) {  // or a pair that cancels
+        const IEEEFloat signed_y = sign == 0 ? -b.x : b.x;
+        const Exact factor = sign == 0 && q.kind != Exact::nan ? negated(q) : q;
+        x.push_back(a.x), y.push_back(signed_y);
+        terms.push_back(p), products.push_back(any_nan({p, q}) ? Exact() : times(p, factor));
+      }
+    }
+    const Target& to = any();
+    check_sum(to, env, sum_of(terms, env.rounding), x, {});
+    if (!y.empty()) check_sum(to, env, sum_of(products, env.rounding), x, y);
+    std::reverse(x.begin(), x.end()), std::reverse(y.begin(), y.end());
+    std::rotate(x.begin(), x.begin() + static_cast<long>(x.size() / 3), x.end());
+    check_sum(to, env, sum_of(terms, env.rounding), x, {});
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+// Groups of terms, each far above the next, of which any may cancel.
+TEST(Sums, ExponentsCanBeFarApart) {
+  Random random;
+  const Format wide{62, 8};
+  for (const Format f : {Format{63, 8}, {65, 30}, {64, 1}}) {
+    const Target t(f);
+    for (unsigned long i = 0; i < rounds() / 5; ++i) {
+      const long distance = i % 3 == 0 ? 1L << 60 : static_cast<long>(20 + random.below(40));
+      Values x;
+      mpz_class groups[3];
+      for (int g = 0; g < 3; ++g) {
+        for (unsigned long n = random.below(4); n > 0; --n) {
+          const mpz_class z = mpz_class(random.digits(5)) - 16;
+          if (z == 0) continue;
+          const bool cancels = random.below(2) == 0;
+          groups[g] += cancels ? mpz_class(0) : z;
+          for (const mpz_class& term : {z, mpz_class(-z)}) {
+            if (term != z && !cancels) continue;
+            x.push_back(represented(
+                random,
+                Environment().from_scaled(QNumber(term, 1), QNumber(1 - g) * distance, wide)));
+          }
+        }
+      }
+      std::shuffle(x.begin(), x.end(), std::mt19937_64(i));
+      const int top = groups[0] != 0 ? 0 : groups[1] != 0 ? 1 : 2;
+      const int below = top < 1 && groups[1] != 0 ? sgn(groups[1]) : top < 2 ? sgn(groups[2]) : 0;
+      Exact exact = number(groups[top]);
+      exact.k = (1 - top) * distance;
+      if (i % 3 != 0) {
+        exact = number(scaled(groups[0], distance) + groups[1] + scaled(groups[2], -distance));
+      } else if (below != 0) {
+        exact.q = (exact.q << 70) - static_cast<int>(below != (exact.negative ? -1 : 1));
+        exact.k -= 70;
+        exact.sticky = true;
+      }
+      for (unsigned d = 0; d < 6; ++d) {
+        if (exact.q == 0) exact.negative = d == 3 && !x.empty();
+        check_sum(t, {.rounding = static_cast<Rounding>(d), .flags = other_bits}, exact, x, {});
+      }
+      ASSERT_FALSE(HasFailure());
+    }
+  }
+}
+
+// Rounded to odd with two bits more, results can be rounded again.
+TEST(MixedFormats, RoundingToOddFirstChangesNothing) {
+  Random random;
+  for (const Target& t : targets({{5, 10}, {8, 7}, {8, 23}, {2, 3}, {15, 112}, {11, 52}})) {
+    for (unsigned long i = 0; i < rounds(); ++i) {
+      const Values v = {value_near_one(random, t).x, value_near_one(random, t).x,
+                        value_near_one(random, t).x};
+      const Operation& op = operations[i % 8];
+      Environment odd{Rounding::to_odd}, then{static_cast<Rounding>(i / 8 % 6)}, once = then;
+      const Format wider{t.f.exp_width + 3, t.f.mant_width + 2 + random.below(70)};
+      const IEEEFloat between = op.into(odd, v, wider), want = op.call(once, v);
+      if (between.is_zero()) continue;  // a sum toward negative is -0
+      ASSERT_BITS(then.convert(between, t.f), bits(want))
+          << name(then) << op.name << " of " << name(v) << "by way of " << name(between);
+      ASSERT_EQ((odd.flags | then.flags) & inexact, once.flags & inexact);
     }
   }
 }

@@ -267,12 +267,11 @@ IEEEFloat select(const Environment& env, Selection s, IEEEFloat x, const IEEEFlo
   const OwnPattern b(y, env.flush_operands);
   const bool a_nan = a.operand().is(Class::nan);
   const bool b_nan = b.operand().is(Class::nan);
-  IEEEFloat result = ValueAccess::zero_like(x, x.get_format());
-  if ((a_nan || b_nan) && !(s.number && a_nan != b_nan)) {
-    result.self_nan();
-    return result;
-  }
+  const bool nan = (a_nan || b_nan) && !(s.number && a_nan != b_nan);
   IEEEFloat chosen = a_nan || (!b_nan && selects_second(s, a, b)) ? *b : *a;
+  if (nan) {
+    chosen.self_nan();
+  }
   chosen.self_specialize_repr(x.get_repr());
   chosen.set_mode(x.get_mode());
   return chosen;

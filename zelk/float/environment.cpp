@@ -322,16 +322,12 @@ Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   const OwnPattern a(x, env.flush_operands);
   const OwnPattern b(y, env.flush_operands);
   const Selected selected = choose(s, a, b);
-  if (selected == Selected::nan) {
-    x.self_nan();
-    return;
-  }
-  if (&*a == &x && selected == Selected::first) {
-    return;
-  }
   const auto mode = x.get_mode();
   const auto repr = x.get_repr();
   x = selected == Selected::second ? *b : *a;
+  if (selected == Selected::nan) {
+    x.self_nan();
+  }
   x.self_specialize_repr(repr);
   x.set_mode(mode);
 }

@@ -24,27 +24,42 @@ bool is_subnormal(const OwnPattern& x) {
          words::are_zeros(x.words(), x.widths().mant_width, x.widths().exp_width);
 }
 
-IEEEFloat with_sign(IEEEFloat x, bool negative) {
-  if (x.is_nan()) {
-    x.self_nan();
-  } else {
-    x.set_sign(negative);
+// x after a change that is made to the pattern in x's own format.
+template <class Change>
+IEEEFloat changed(IEEEFloat x, Change change) {
+  if (!ValueAccess::is_foreign(x)) {
+    change(x);
+    return x;
   }
-  return x;
+  IEEEFloat own = ValueAccess::generic_copy(x);
+  change(own);
+  own.self_specialize_repr(x.get_repr());
+  return own;
+}
+
+IEEEFloat with_sign(IEEEFloat x, bool negative) {
+  return changed(std::move(x), [negative](IEEEFloat& v) {
+    if (v.is_nan()) {
+      v.self_nan();
+    } else {
+      v.set_sign(negative);
+    }
+  });
 }
 
 // For a fixed sign the pattern one above is the value of next larger magnitude, that of the largest
 // finite value the infinity.
 IEEEFloat next(IEEEFloat x, bool up) {
-  if (x.is_nan()) {
-    x.self_nan();
-  } else if (x.is_zero()) {
-    x.set_sign(!up);
-    ValueAccess::step_magnitude(x, true);
-  } else if (const bool grow = up != x.get_sign(); !grow || !x.is_inf()) {
-    ValueAccess::step_magnitude(x, grow);
-  }
-  return x;
+  return changed(std::move(x), [up](IEEEFloat& v) {
+    if (v.is_nan()) {
+      v.self_nan();
+    } else if (v.is_zero()) {
+      v.set_sign(!up);
+      ValueAccess::step_magnitude(v, true);
+    } else if (const bool grow = up != v.get_sign(); !grow || !v.is_inf()) {
+      ValueAccess::step_magnitude(v, grow);
+    }
+  });
 }
 
 }  // namespace
@@ -84,11 +99,11 @@ bool is_integral(const IEEEFloat& x) {
 
 IEEEFloat abs(IEEEFloat x) { return with_sign(std::move(x), false); }
 IEEEFloat operator-(IEEEFloat x) {
-  const bool negative = x.get_sign();
+  const bool negative = operand_of(x).negative;
   return with_sign(std::move(x), !negative);
 }
 IEEEFloat copy_sign(IEEEFloat x, const IEEEFloat& sign) {
-  return with_sign(std::move(x), sign.get_sign());
+  return with_sign(std::move(x), operand_of(sign).negative);
 }
 
 IEEEFloat next_up(IEEEFloat x) { return next(std::move(x), true); }

@@ -1,0 +1,154 @@
+// Environments against the processor and its flags, in binary32 and binary64, and libm's
+// remainders.
+#include <cmath>
+#include <limits>
+#include <span>
+
+#include "tests/environment_oracle.h"
+#include "zelk/float/native.h"
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+template <typename T>
+static constexpr Format format = zelk::native_format<T>;
+
+// A value, packed or generic, and the same as the compiler's.
+template <typename T>
+static IEEEFloat value(Random& random, T& native) {
+  const Layout t(format<T>);
+  IEEEFloat x = IEEEFloat::from_encoding(QNumber(random.pattern(t), 1), t.f);
+  native = x.is_nan() ? std::numeric_limits<T>::quiet_NaN() : zelk::to_native<T>(x);
+  if (random.below(2) == 0) x.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+  return x;
+}
+
+#ifdef __SSE2__
+#include <xmmintrin.h>
+
+// The processor in the state of an environment.
+struct Control {
+  unsigned before = _mm_getcsr();
+
+  explicit Control(const Environment& env) {
+    constexpr unsigned rounding[] = {0, 0x6000, 0x4000, 0x2000};
+    _mm_setcsr(0x1F80 | rounding[static_cast<unsigned>(env.rounding)] |
+               (env.flush_results ? 0x8000U : 0U) | (env.flush_operands ? 0x40U : 0U));
+  }
+  Control(const Control&) = delete;
+  Control& operator=(const Control&) = delete;
+  ~Control() { _mm_setcsr(before); }
+  static unsigned flags() { return (_mm_getcsr() & 1) | (_mm_getcsr() >> 1 & 30); }
+};
+
+template <typename T>
+[[gnu::target("fma")]] static T fused_by_processor(T x, T y, T z) {
+  return std::fma(x, y, z);
+}
+
+// Of operands that the compiler does not know, so that it changes no order.
+template <typename T, typename R>
+struct Instruction {
+  const char* name;
+  IEEEFloat (*call)(Environment& env, const Values& v);
+  R (*native)(const volatile T* v);
+};
+template <typename T>
+using Other = std::conditional_t<sizeof(T) == 4, double, float>;
+#define ZELK_INSTRUCTION(call, ...)                                                               \
+  {                                                                                               \
+#call, [](Environment & env,                                                                  \
+              const Values& v) { return env.call; },                                              \
+                                                  [](const volatile T* v) { return __VA_ARGS__; } \
+  }
+template <typename T>
+static const Instruction<T, T> instructions[] = {
+    ZELK_INSTRUCTION(add(v[0], v[1]), v[0] + v[1]),
+    ZELK_INSTRUCTION(subtract(v[0], v[1]), v[0] - v[1]),
+    ZELK_INSTRUCTION(multiply(v[0], v[1]), v[0] * v[1]),
+    ZELK_INSTRUCTION(divide(v[0], v[1]), v[0] / v[1]),
+    ZELK_INSTRUCTION(sqrt(v[0]), std::sqrt(v[0])),
+    ZELK_INSTRUCTION(round_to_integral(v[0]), std::rint(v[0])),
+    ZELK_INSTRUCTION(nearbyint(v[0]), std::nearbyint(v[0])),
+    ZELK_INSTRUCTION(fma(v[0], v[1], v[2]), fused_by_processor<T>(v[0], v[1], v[2]))};
+template <typename T>
+static const Instruction<T, Other<T>> conversion = ZELK_INSTRUCTION(convert(v[0], format<Other<T>>),
+                                                                    static_cast<Other<T>>(v[0]));
+
+template <typename T, typename R>
+static void check(const Instruction<T, R>& i, Environment env, const Values& v, const T* operands) {
+  const volatile T natives[] = {operands[0], operands[1], operands[2]};
+  volatile R result = 0;
+  unsigned flags = 0;
+  {
+    const Control control(env);
+    result = i.native(natives);
+    flags = Control::flags();
+  }
+  const Environment start = env;
+  const IEEEFloat r = i.call(env, v);
+  ASSERT_TRUE(bits(r) == bits(zelk::from_native<R>(result)) && env.flags == flags)
+      << name(start) << i.name << " of " << name(v) << "is " << name(r) << ' '
+      << unsigned{env.flags} << ", wanted " << name(zelk::from_native<R>(result)) << ' ' << flags;
+}
+
+template <typename T>
+static void check_integers(Environment env, const IEEEFloat& x, T operand) {
+  const volatile T native = operand;
+  volatile long result = 0;
+  unsigned flags = 0;
+  {
+    const Control control(env);
+    result = std::lrint(native);
+    flags = Control::flags();
+  }
+  const auto n = env.to_signed(x, 64);
+  ASSERT_TRUE(env.flags == flags && n.has_value() == ((flags & invalid) == 0) &&
+              n.value_or(LONG_MIN) == result)
+      << name(env) << name(x) << ' ' << unsigned{env.flags} << ", wanted " << result << ' '
+      << flags;
+}
+
+template <typename T>
+static void match_processor(Random& random) {
+  const std::size_t count = std::size(instructions<T>) - (__builtin_cpu_supports("fma") ? 0 : 1);
+  for (unsigned long i = 0; i < 4 * rounds(); ++i) {
+    T n[3];
+    const Values v = {value(random, n[0]), value(random, n[1]), value(random, n[2])};
+    const Environment env{static_cast<Rounding>(i % 4), Tininess::after_rounding, i / 4 % 2 == 1,
+                          i / 8 % 2 == 1};
+    for (const auto& one : std::span(instructions<T>).first(count)) check(one, env, v, n);
+    check(conversion<T>, env, v, n);
+    check_integers(env, v[0], n[0]);
+    ASSERT_FALSE(testing::Test::HasFailure());
+  }
+}
+
+TEST(Native, OperationsMatchTheProcessor) {
+  Random random;
+  match_processor<float>(random);
+  match_processor<double>(random);
+}
+#endif
+
+template <typename T>
+static void match_libm(Random& random) {
+  for (unsigned long i = 0; i < 2 * rounds(); ++i) {
+    T x = 0, y = 0;
+    const IEEEFloat a = value(random, x), b = value(random, y);
+    Environment env{static_cast<Rounding>(i % 6)};
+    const IEEEFloat cut = zelk::from_native(std::fmod(x, y));
+    const IEEEFloat nearest = zelk::from_native(std::remainder(x, y));
+    ASSERT_BITS(env.modulo(a, b), bits(cut)) << name({a, b});
+    const IEEEFloat r = env.remainder(a, b);
+    ASSERT_TRUE(bits(r) == bits(nearest) || (r.is_zero() && nearest.is_zero()))
+        << name(r) << " of " << name({a, b}) << "wanted " << name(nearest);
+    const bool none = cut.is_nan() && !a.is_nan() && !b.is_nan();
+    ASSERT_EQ(env.flags, none ? invalid : 0) << name({a, b});
+  }
+}
+
+TEST(Native, RemaindersMatchLibm) {
+  Random random;
+  match_libm<float>(random);
+  match_libm<double>(random);
+}

@@ -1,0 +1,366 @@
+// Environments: mixed and wide formats, sums, and quotients of far exponents.
+#include <mpfr.h>
+
+#include <random>
+
+#include "tests/environment_oracle.h"
+#include "zelk/float/functions.h"
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+// In one of the representations that keep the pattern: packed words of other formats, too.
+static IEEEFloat represented(Random& random, IEEEFloat x) {
+  const Format f = x.get_format();
+  const unsigned long width = 1 + f.exp_width + f.mant_width;
+  const IEEEFloat::Repr reprs[] = {IEEEFloat::REPR_GENERIC, IEEEFloat::get_best_repr(f),
+                                   width > 64 ? IEEEFloat::REPR_GENERIC : IEEEFloat::REPR_FLOAT64,
+                                   width > 32 ? IEEEFloat::REPR_GENERIC : IEEEFloat::REPR_FLOAT32};
+  x.self_specialize_repr(reprs[random.below(4)]);
+  x.set_mode(static_cast<IEEEFloat::rounding_mode>(random.below(5)));
+  return x;
+}
+
+// Within a few powers of two of one, a subnormal of narrow formats, or special.
+static Operand value_near_one(Random& random, const Target& t) {
+  const unsigned long kind = random.below(20),
+                      reach = random.below(2) == 0 ? 4 : t.f.mant_width + 9;
+  mpz_class p = kind == 0 ? mpz_class(0) : kind == 1 ? t.inf : t.nan % t.sign;
+  if (kind > 2) {
+    const mpz_class one = 1 - t.least, top = t.inf / t.hidden - 1;
+    const mpz_class e = one + random.below(2 * reach + 1) - reach;
+    p = std::clamp<mpz_class>(e, 0, top) * t.hidden + random.digits(t.f.mant_width);
+    if (kind < 7) p = p / t.hidden * t.hidden + random.below(2);
+  }
+  p += random.below(2) * t.sign;
+  const IEEEFloat x = IEEEFloat::from_encoding(QNumber(p, 1), t.f);
+  return {t, represented(random, x)};
+}
+
+static std::vector<Target> targets(std::initializer_list<Format> formats) {
+  return {formats.begin(), formats.end()};
+}
+
+static const std::vector<Target> mixed = targets({{5, 10},
+                                                  {8, 7},
+                                                  {8, 23},
+                                                  {11, 52},
+                                                  {15, 112},
+                                                  {19, 236},
+                                                  {2, 1},
+                                                  {4, 3},
+                                                  {3, 60},
+                                                  {15, 63},
+                                                  {5, 2},
+                                                  {62, 1},
+                                                  {63, 64},
+                                                  {64, 63},
+                                                  {65, 10},
+                                                  {100, 40},
+                                                  {9, 400}});
+
+TEST(MixedFormats, MatchRationals) {
+  Random random;
+  const auto any = [&]() -> const Target& { return mixed[random.below(mixed.size())]; };
+  for (unsigned long i = 0; i < rounds(); ++i) {
+    const Target &t = any(), &to = any();
+    const Operand same[] = {value_near_one(random, t), value_near_one(random, t),
+                            value_near_one(random, t)};
+    const Operand others[] = {same[0], value_near_one(random, any()),
+                              value_near_one(random, any())};
+    for (const Operation& op : operations) {
+      std::vector<const Operand*> one, many;
+      for (std::size_t k = 0; k < op.operands; ++k)
+        one.push_back(&same[k]), many.push_back(&others[k]);
+      check_operation(op, one, t, false);
+      check_operation(op, many, i % 3 == 0 ? t : to, true);
+    }
+    const Operand &a = same[0], &b = others[1];
+    ASSERT_TRUE(compare(a.x, b.x) == order(a.exact[0], b.exact[0])) << name({a.x, b.x});
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+static std::string scaled_text(const mpz_class& n, long k) {
+  return (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
+}
+
+// Rationals as numbers and as text.
+TEST(MixedFormats, NumbersRoundOnce) {
+  Random random;
+  for (unsigned long i = 0; i < rounds(); ++i) {
+    const Target& to = mixed[random.below(mixed.size())];
+    const Environment start{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
+                            i % 5 == 0, i % 7 == 0, other_bits};
+    const mpz_class n = random.digits(random.below(90)) - pow2(40);
+    const long k = static_cast<long>(random.below(500)) - 300;
+    const mpq_class q(n, random.below(3) == 0 ? mpz_class(1) : random.digits(70) + 1);
+    const auto check = [&](const char* what, const mpq_class& number_, auto call) {
+      Environment env = start;
+      const Answer want = to.round(number(number_), env);
+      const IEEEFloat r = call(env);
+      ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+          << name(start) << what << number_ << " is " << name(r) << ' ' << unsigned{env.flags}
+          << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+      ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+    };
+    mpq_class reduced = q;
+    reduced.canonicalize();
+    check("from_rational ", reduced,
+          [&](auto& e) { return e.from_rational(QNumber(reduced), to.f); });
+    check("from_scaled ", scaled(reduced, k),
+          [&](auto& e) { return e.from_scaled(QNumber(reduced), k, to.f); });
+    check("from_integer ", n, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
+    check("from_text ", scaled(n, k),
+          [&](auto& e) { return e.from_text(scaled_text(n, k), to.f); });
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+// ---- MPFR ----
+
+static long precision = 0;
+
+// What MPFR makes of operands of any exponents: the result cut off, and whether that is all.
+template <auto function>
+static Exact by_mpfr(const Operands& v, Rounding d) {
+  mpfr_t x[4];
+  mpfr_inits2(precision, x[0], x[1], x[2], x[3], nullptr);
+  for (std::size_t i = 0; i < v.size(); ++i) {
+    mpfr_set_z_2exp(x[i], v[i].q.get_num_mpz_t(), v[i].k, MPFR_RNDN);
+    if (v[i].kind == Exact::infinite) mpfr_set_inf(x[i], 1);
+    mpfr_setsign(x[i], x[i], static_cast<int>(v[i].negative), MPFR_RNDN);
+  }
+  mpfr_ptr r = x[3];
+  const auto call = [&](mpfr_rnd_t rnd) {
+    if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_rnd_t>) {
+      return function(r, x[0], rnd);
+    } else if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_srcptr,
+                                             mpfr_rnd_t>) {
+      return function(r, x[0], x[1], rnd);
+    } else {
+      return function(r, x[0], x[1], x[2], rnd);
+    }
+  };
+  mpfr_clear_flags();
+  Exact result{Exact::finite};
+  result.sticky = call(MPFR_RNDZ) != 0;
+  if (mpfr_zero_p(r) != 0 && d == Rounding::toward_negative) call(MPFR_RNDD);
+  result.negative = mpfr_signbit(r) != 0;
+  if (mpfr_nan_p(r) != 0) result = invalid_result();
+  if (mpfr_inf_p(r) != 0) result.kind = Exact::infinite;
+  if (mpfr_divby0_p() != 0) result.flags = pole;
+  if (mpfr_regular_p(r) != 0) {
+    result.k = mpfr_get_z_2exp(result.q.get_num_mpz_t(), r);
+    result.q = abs(result.q);
+  }
+  mpfr_clears(x[0], x[1], x[2], x[3], nullptr);
+  return result;
+}
+
+TEST(WideFormats, MatchMpfr) {
+  mpfr_set_emin(mpfr_get_emin_min());
+  mpfr_set_emax(mpfr_get_emax_max());
+  std::vector<Operation> by(std::begin(operations), std::end(operations));
+  constexpr Exact (*meanings[])(const Operands&, Rounding) = {
+      by_mpfr<mpfr_add>,       by_mpfr<mpfr_sub>,  by_mpfr<mpfr_mul>, by_mpfr<mpfr_div>,
+      by_mpfr<mpfr_remainder>, by_mpfr<mpfr_fmod>, by_mpfr<mpfr_fma>, by_mpfr<mpfr_sqrt>};
+  for (std::size_t i = 0; i < std::size(meanings); ++i) by[i].numbers = meanings[i];
+  std::vector<Format> formats = {{5, 10},   {8, 7},    {8, 23},    {11, 52}, {15, 112},
+                                 {19, 236}, {15, 318}, {20, 1022}, {2, 58},  {30, 31}};
+  for (const unsigned long width : {62UL, 63UL, 64UL, 65UL, 66UL, 126UL, 127UL, 128UL, 129UL, 130UL,
+                                    191UL, 192UL, 193UL, 255UL, 256UL, 257UL}) {
+    for (const unsigned long e : {3UL, 11UL, 15UL, 30UL}) formats.push_back({e, width - 1 - e});
+  }
+  Random random;
+  for (const Format f : formats) {
+    const Target t(f);
+    const Layout layout(f);
+    precision = t.m + 9;
+    for (unsigned long i = 0; i < rounds() / 50; ++i) {
+      std::vector<Operand> all;
+      for (int k = 0; k < 3; ++k) {
+        all.emplace_back(t, represented(random, generic(f, modes[0], random.pattern(layout))));
+      }
+      for (const Operation& op : by) {
+        std::vector<const Operand*> v;
+        for (std::size_t k = 0; k < op.operands; ++k) v.push_back(&all[i % 16 == 0 ? 0 : k]);
+        check_operation(op, v, t, false);
+      }
+      ASSERT_FALSE(HasFailure());
+    }
+  }
+}
+
+// ---- Remainders ----
+
+// x / y is half of an odd number, or next to it.
+TEST(WideFormats, ParityOfFarQuotientsDecidesTies) {
+  Random random;
+  for (const Format f : {Format{11, 52}, {19, 236}, {8, 23}, {62, 1}, {15, 112}}) {
+    const Target t(f);
+    for (unsigned long i = 0; i < 300; ++i) {
+      const unsigned long bits_of_y = 1 + random.below(f.mant_width),
+                          room = f.mant_width - bits_of_y;
+      const mpz_class y = random.digits(bits_of_y),
+                      q = random.digits(random.below(room + 1)) * 2 + 1;
+      const auto value = [&](const mpz_class& n, long step) {
+        IEEEFloat x = IEEEFloat::from_number(QNumber(n, 1), f, modes[0]);
+        for (; step != 0; step -= step < 0 ? -1 : 1) x.next_representable(step > 0);
+        return Operand(t, x);
+      };
+      const Operand dividend = value(q * (y + 1), static_cast<long>(random.below(3)) - 1);
+      const Operand divisor = value(2 * (y + 1), 0);
+      check_operation(operations[4], {&dividend, &divisor}, t, false);
+      check_operation(operations[5], {&dividend, &divisor}, t, false);
+      ASSERT_FALSE(HasFailure());
+    }
+  }
+}
+
+// 2^n modulo 3 is 1 or 2 as n is even or odd, however large.
+TEST(WideFormats, ExponentsOfRemaindersCanBeFarApart) {
+  for (const Format f : {Format{11, 52}, {15, 112}, {20, 300}, {62, 1}, {63, 9}, {65, 10}}) {
+    const mpz_class bias = pow2(f.exp_width - 1) - 1, top = bias - 1;
+    for (int i = 0; i < 16; ++i) {
+      const mpz_class low = (i % 2 == 0 ? mpz_class(0) : mpz_class(-top / 2)),
+                      n = top - i / 2 - low;
+      Environment env;
+      const IEEEFloat x = env.from_scaled(1, QNumber(low + n, 1), f);
+      const IEEEFloat y = env.from_scaled(3, QNumber(low, 1), f);
+      const int left = n % 2 == 0 ? 1 : 2;
+      EXPECT_EQ(bits(env.modulo(x, y)), bits(env.from_scaled(left, QNumber(low, 1), f)))
+          << name({x, y});
+      EXPECT_EQ(bits(env.remainder(-x, y)),
+                bits(env.from_scaled(left == 1 ? -1 : 1, QNumber(low, 1), f)))
+          << name({x, y});
+      EXPECT_EQ(env.flags, 0);
+    }
+  }
+}
+
+// ---- Sums ----
+
+// What the standard makes of a sum of terms, from the definition.
+static Exact sum_of(const Operands& terms, Rounding d) {
+  bool zeros[2] = {false, false}, infinities[2] = {false, false}, other = false, bad = false,
+       nan = false;
+  mpq_class total = 0;
+  for (const Exact& x : terms) {
+    nan = nan || (x.kind == Exact::nan && x.flags == 0);
+    bad = bad || x.flags != 0;
+    if (x.kind == Exact::infinite) infinities[x.negative] = true;
+    if (x.is_zero()) zeros[x.negative] = true;
+    other = other || (x.kind == Exact::finite && x.q != 0);
+    if (x.kind == Exact::finite) total += x.value();
+  }
+  if (nan) return {};
+  if (bad || (infinities[0] && infinities[1])) return invalid_result();
+  if (infinities[0] || infinities[1]) return infinity(infinities[1]);
+  const bool mixed_signs = other || (zeros[0] && zeros[1]);
+  return number(total, mixed_signs ? d == Rounding::toward_negative : zeros[1]);
+}
+
+static void check_sum(const Target& to, const Environment& start, const Exact& exact,
+                      const Values& x, const Values& y) {
+  Environment env = start;
+  const Answer want = to.round(exact, env);
+  const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
+  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+      << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
+      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+  ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+}
+
+TEST(Sums, MatchRationalsInAnyOrder) {
+  Random random;
+  const auto any = [&]() -> const Target& { return mixed[random.below(mixed.size())]; };
+  for (unsigned long i = 0; i < rounds(); ++i) {
+    const Environment env{static_cast<Rounding>(i % 6), static_cast<Tininess>(random.below(2)),
+                          random.below(4) == 0, random.below(4) == 0, other_bits};
+    const bool specials = random.below(4) == 0;
+    Values x, y;
+    Operands terms, products;
+    while (random.below(6) != 0) {
+      Operand a = value_near_one(random, any()), b = value_near_one(random, any());
+      if (!specials && (!zelk::is_finite(a.x) || !zelk::is_finite(b.x))) continue;
+      const Exact p = a.exact[env.flush_operands], q = b.exact[env.flush_operands];
+      for (int sign = random.below(3) == 0 ? 0 : 1; sign < 2; ++sign) {  // or a pair that cancels
+        const IEEEFloat signed_y = sign == 0 ? -b.x : b.x;
+        const Exact factor = sign == 0 && q.kind != Exact::nan ? negated(q) : q;
+        x.push_back(a.x), y.push_back(signed_y);
+        terms.push_back(p), products.push_back(any_nan({p, q}) ? Exact() : times(p, factor));
+      }
+    }
+    const Target& to = any();
+    check_sum(to, env, sum_of(terms, env.rounding), x, {});
+    if (!y.empty()) check_sum(to, env, sum_of(products, env.rounding), x, y);
+    std::reverse(x.begin(), x.end()), std::reverse(y.begin(), y.end());
+    std::rotate(x.begin(), x.begin() + static_cast<long>(x.size() / 3), x.end());
+    check_sum(to, env, sum_of(terms, env.rounding), x, {});
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+// Groups of terms, each far above the next, of which any may cancel.
+TEST(Sums, ExponentsCanBeFarApart) {
+  Random random;
+  const Format wide{62, 8};
+  for (const Format f : {Format{63, 8}, {65, 30}, {64, 1}}) {
+    const Target t(f);
+    for (unsigned long i = 0; i < rounds() / 5; ++i) {
+      const long distance = i % 3 == 0 ? 1L << 60 : static_cast<long>(20 + random.below(40));
+      Values x;
+      mpz_class groups[3];
+      for (int g = 0; g < 3; ++g) {
+        for (unsigned long n = random.below(4); n > 0; --n) {
+          const mpz_class z = mpz_class(random.digits(5)) - 16;
+          if (z == 0) continue;
+          const bool cancels = random.below(2) == 0;
+          groups[g] += cancels ? mpz_class(0) : z;
+          for (const mpz_class& term : {z, mpz_class(-z)}) {
+            if (term != z && !cancels) continue;
+            x.push_back(represented(
+                random,
+                Environment().from_scaled(QNumber(term, 1), QNumber(1 - g) * distance, wide)));
+          }
+        }
+      }
+      std::shuffle(x.begin(), x.end(), std::mt19937_64(i));
+      const int top = groups[0] != 0 ? 0 : groups[1] != 0 ? 1 : 2;
+      const int below = top < 1 && groups[1] != 0 ? sgn(groups[1]) : top < 2 ? sgn(groups[2]) : 0;
+      Exact exact = number(groups[top]);
+      exact.k = (1 - top) * distance;
+      if (i % 3 != 0) {
+        exact = number(scaled(groups[0], distance) + groups[1] + scaled(groups[2], -distance));
+      } else if (below != 0) {
+        exact.q = (exact.q << 70) - static_cast<int>(below != (exact.negative ? -1 : 1));
+        exact.k -= 70;
+        exact.sticky = true;
+      }
+      for (unsigned d = 0; d < 6; ++d) {
+        if (exact.q == 0) exact.negative = d == 3 && !x.empty();
+        check_sum(t, {.rounding = static_cast<Rounding>(d), .flags = other_bits}, exact, x, {});
+      }
+      ASSERT_FALSE(HasFailure());
+    }
+  }
+}
+
+// Rounded to odd with two bits more, results can be rounded again.
+TEST(MixedFormats, RoundingToOddFirstChangesNothing) {
+  Random random;
+  for (const Target& t : targets({{5, 10}, {8, 7}, {8, 23}, {2, 3}, {15, 112}, {11, 52}})) {
+    for (unsigned long i = 0; i < rounds(); ++i) {
+      const Values v = {value_near_one(random, t).x, value_near_one(random, t).x,
+                        value_near_one(random, t).x};
+      const Operation& op = operations[i % 8];
+      Environment odd{Rounding::to_odd}, then{static_cast<Rounding>(i / 8 % 6)}, once = then;
+      const Format wider{t.f.exp_width + 3, t.f.mant_width + 2 + random.below(70)};
+      const IEEEFloat between = op.into(odd, v, wider), want = op.call(once, v);
+      if (between.is_zero()) continue;  // a sum toward negative is -0
+      ASSERT_BITS(then.convert(between, t.f), bits(want))
+          << name(then) << op.name << " of " << name(v) << "by way of " << name(between);
+      ASSERT_EQ((odd.flags | then.flags) & inexact, once.flags & inexact);
+    }
+  }
+}

@@ -327,7 +327,8 @@ Value evaluate(const Term& t) {
     const std::string name = name_of(indexed || t.items.empty() ? t : t.items[0], c);
     if (!indexed) {
       std::transform(t.items.begin() + 1, t.items.end(), std::back_inserter(c.operands), evaluate);
-    } else if (name.starts_with("bv") && consists_of(name.substr(2), digits)) {
+    } else if (name.starts_with("bv") && consists_of(name.substr(2), digits) &&
+               c.indices.size() == 1) {
       Bits b{QNumber::from_text(name.substr(2)), c.indices[0]};
       BVNumber::trim(b.n, b.width);
       return b;

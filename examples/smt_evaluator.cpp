@@ -5,7 +5,6 @@
 // the theory leaves open, and what is no term, is an error with its place.
 #include <algorithm>
 #include <compare>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -20,6 +19,7 @@
 #include <variant>
 #include <vector>
 
+#include "zelk/float/native.h"
 #include "zelk/zelk.h"
 
 namespace {
@@ -58,11 +58,12 @@ class Reader {
   Term read(int depth = 0) {
     Term t{pos, "", {}};
     if (at_end() || text[pos] == ')' || depth > 1000) {
-      throw Error(pos, depth > 1000 ? "nested too deeply" : "a term is missing");
+      give_up(pos, depth > 1000 ? "nested too deeply" : "a term is missing");
     }
     t.at = pos;
     if (text[pos] != '(') {
-      while (pos < text.size() && !is_space(text[pos]) && !std::strchr("();", text[pos])) {
+      while (pos < text.size() && !is_space(text[pos]) &&
+             std::string_view("();").find(text[pos]) == std::string_view::npos) {
         t.atom += text[pos++];
       }
       return t;
@@ -71,12 +72,17 @@ class Reader {
       t.items.push_back(read(depth + 1));
     }
     if (pos++ == text.size()) {
-      throw Error(t.at, "this parenthesis is not closed");
+      give_up(t.at, "this parenthesis is not closed");
     }
     return t;
   }
 
  private:
+  // What follows cannot be read.
+  [[noreturn]] void give_up(std::size_t at, const char* what) {
+    pos = text.size();
+    throw Error(at, what);
+  }
   static bool is_space(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
   std::string_view text;
@@ -122,14 +128,10 @@ struct Call {
   // What rounds as the first operand says.
   Environment env() const { return {.rounding = get<Rounding>(0, "rounding mode")}; }
   IEEEFloat::format format() const { return ::format(indices[0], indices[1]); }
-  IEEEFloat zero() const { return {format(), IEEEFloat::ROUND_NEAREST_EVEN}; }
 };
 
-QNumber shifted(const QNumber& n, unsigned long k) {
-  QNumber out;
-  BVNumber::bit_left_shift(n, k, &out);
-  return out;
-}
+// 2^k.
+QNumber power(unsigned long k) { return QNumber::scaled(1, static_cast<long>(k)); }
 
 Value from_fields(const Call& c) {
   const Bits& e = c.bits(1);
@@ -137,7 +139,7 @@ Value from_fields(const Call& c) {
   if (c.bits(0).width != 1) {
     fail("the sign has one bit");
   }
-  const QNumber pattern = shifted(c.bits(0).n, e.width + m.width) + shifted(e.n, m.width) + m.n;
+  const QNumber pattern = (c.bits(0).n * power(e.width) + e.n) * power(m.width) + m.n;
   return IEEEFloat::from_encoding(pattern, format(e.width, m.width + 1));
 }
 
@@ -155,7 +157,7 @@ Value to_fp(const Call& c) {
   if (std::holds_alternative<Bits>(c.operands[1])) {
     const Bits& b = c.bits(1);
     const bool negative = BVNumber::test_bit(b.n, b.width - 1);
-    return c.env().from_integer(negative ? b.n - shifted(1, b.width) : b.n, c.format());
+    return c.env().from_integer(negative ? b.n - power(b.width) : b.n, c.format());
   }
   return c.env().from_rational(c.real(1), c.format());
 }
@@ -168,25 +170,18 @@ Value to_bits(std::optional<QNumber> n, unsigned long width) {
   return Bits{std::move(*n), width};
 }
 
-Value infinity(IEEEFloat x, bool negative) {
-  x.self_inf(negative);
-  return x;
-}
-Value nan(IEEEFloat x) {
-  x.self_nan();
-  return x;
-}
+Value named(const char* text, const Call& c) { return Environment().from_text(text, c.format()); }
 
 // An operation by its name and the numbers of its indices and operands.
 using Key = std::tuple<std::string, std::size_t, std::size_t>;
 using C = const Call&;
 const std::map<Key, Value (*)(const Call&)> operations{
     {{"fp", 0, 3}, from_fields},
-    {{"+oo", 2, 0}, [](C c) { return infinity(c.zero(), false); }},
-    {{"-oo", 2, 0}, [](C c) { return infinity(c.zero(), true); }},
-    {{"+zero", 2, 0}, [](C c) -> Value { return c.zero(); }},
-    {{"-zero", 2, 0}, [](C c) -> Value { return -c.zero(); }},
-    {{"NaN", 2, 0}, [](C c) { return nan(c.zero()); }},
+    {{"+oo", 2, 0}, [](C c) { return named("inf", c); }},
+    {{"-oo", 2, 0}, [](C c) { return named("-inf", c); }},
+    {{"+zero", 2, 0}, [](C c) { return named("0", c); }},
+    {{"-zero", 2, 0}, [](C c) { return named("-0", c); }},
+    {{"NaN", 2, 0}, [](C c) { return named("nan", c); }},
     {{"fp.abs", 0, 1}, [](C c) -> Value { return abs(c.x(0)); }},
     {{"fp.neg", 0, 1}, [](C c) -> Value { return -c.x(0); }},
     {{"fp.add", 0, 3}, [](C c) -> Value { return c.env().add(c.x(1), c.x(2)); }},
@@ -289,15 +284,11 @@ Value atom(const Term& t) {
   if (s == "true" || s == "false") {
     return s == "true";
   }
-  if (s.starts_with("#x") && consists_of(s.substr(2), "0123456789abcdefABCDEF")) {
-    return Bits{QNumber::from_text("0x" + t.atom.substr(2)), 4 * (s.size() - 2)};
-  }
-  if (s.starts_with("#b") && consists_of(s.substr(2), "01")) {
-    Bits b{0, s.size() - 2};
-    for (std::size_t i = 0; i < b.width; ++i) {
-      BVNumber::set_bit(b.n, b.width - 1 - i, s[2 + i] == '1');
-    }
-    return b;
+  if ((s.starts_with("#b") && consists_of(s.substr(2), "01")) ||
+      (s.starts_with("#x") && consists_of(s.substr(2), "0123456789abcdefABCDEF"))) {
+    const bool hexadecimal = s[1] == 'x';
+    const mpz_class n(t.atom.substr(2), hexadecimal ? 16 : 2);
+    return Bits{zelk::from_mpz(n), (hexadecimal ? 4 : 1) * (s.size() - 2)};
   }
   if (consists_of(s, std::string(digits) + '.') && s.front() != '.' && s.back() != '.') {
     return QNumber::from_text(s);
@@ -341,19 +332,16 @@ Value evaluate(const Term& t) {
 
 // ---- Output ----
 
-std::string binary(const QNumber& n, unsigned long low, unsigned long width) {
-  std::string s = "#b";
-  for (unsigned long i = low + width; i-- > low;) {
-    s += BVNumber::test_bit(n, i) ? '1' : '0';
-  }
-  return s;
+std::string binary(const QNumber& n, unsigned long width) {
+  const std::string s = zelk::to_mpz(n).get_str(2);
+  return std::string(width - s.size(), '0') + s;
 }
 
 void print(const IEEEFloat& x) {
   const auto [e, m] = x.get_format();
-  const QNumber bits = x.get_bits();
-  std::cout << "(fp " << binary(bits, e + m, 1) << ' ' << binary(bits, m, e) << ' '
-            << binary(bits, 0, m) << ") ";
+  const std::string bits = binary(x.get_bits(), 1 + e + m);
+  std::cout << "(fp #b" << bits[0] << " #b" << bits.substr(1, e) << " #b" << bits.substr(1 + e)
+            << ") ";
   if (x.is_nan()) {
     std::cout << "NaN";
   } else if (x.is_inf() || x.is_zero()) {
@@ -369,7 +357,7 @@ void print(const Value& v) {
   if (const auto* x = std::get_if<IEEEFloat>(&v)) {
     print(*x);
   } else if (const auto* b = std::get_if<Bits>(&v)) {
-    std::cout << binary(b->n, 0, b->width);
+    std::cout << "#b" << binary(b->n, b->width);
   } else if (const auto* q = std::get_if<QNumber>(&v)) {
     std::cout << *q;
   } else if (const auto* truth = std::get_if<bool>(&v)) {
@@ -390,19 +378,13 @@ void report(const Error& e, std::string_view text) {
 // Whether all of a text could be evaluated.
 bool run(std::string_view text) {
   bool good = true;
-  try {
-    for (Reader reader(text); !reader.at_end();) {
-      const Term t = reader.read();
-      try {
-        print(evaluate(t));
-      } catch (const Error& e) {
-        report(e, text);
-        good = false;
-      }
+  for (Reader reader(text); !reader.at_end();) {
+    try {
+      print(evaluate(reader.read()));
+    } catch (const Error& e) {
+      report(e, text);
+      good = false;
     }
-  } catch (const Error& e) {  // what follows cannot be read
-    report(e, text);
-    good = false;
   }
   return good;
 }

@@ -71,8 +71,8 @@ rules::Operand operand_of(const Limb* x, rules::Widths f) { return operand_of(Sh
 }
 
 // Numbers in the order of two patterns, or the same where the upper 64 bits, which hold sign and
-// exponent, are not enough. As binary64 patterns are, these are ordered without a look at the single
-// fields.
+// exponent, are not enough. As binary64 patterns are, these are ordered without a look at the
+// single fields.
 struct Keys {
   std::int64_t x;
   std::int64_t y;

@@ -67,6 +67,21 @@ struct RaisedShape {
   constexpr std::int64_t below() const { return mant_width - kept_width; }
 };
 
+/// Widths known at run time, together at most 127, of a pattern in two words whose significand
+/// fills the lower one: mant_width is 64 at least. Such a pattern need not be moved.
+struct LongShape {
+  std::int64_t exp_width;
+  std::int64_t mant_width;
+  using Word = uint128;
+};
+
+/// The same, 64 to 127, of one whose significand fits a word: mant_width is 63 at most.
+struct NarrowShape {
+  std::int64_t exp_width;
+  std::int64_t mant_width;
+  using Word = uint128;
+};
+
 /// Widths known at run time, together 64 to 127, as patterns have them in two words.
 struct DoubleShape {
   std::int64_t exp_width;
@@ -104,6 +119,11 @@ constexpr Word<S> sign_bit(S s) {
   return pow2<Word<S>>(s.exp_width + s.mant_width);
 }
 constexpr uint128 sign_bit(RaisedShape /*shape*/) { return uint128{1} << 127; }
+template <Shape S>
+requires std::is_same_v<S, LongShape> || std::is_same_v<S, NarrowShape>
+constexpr uint128 sign_bit(S s) {
+  return uint128{std::uint64_t{1} << (s.exp_width + s.mant_width - 64)} << 64;
+}
 
 /// The significand's leading bit, which normal patterns leave out; also the smallest normal.
 template <Shape S>
@@ -111,6 +131,10 @@ constexpr Word<S> hidden_bit(S s) {
   return pow2<Word<S>>(s.mant_width);
 }
 constexpr uint128 hidden_bit(RaisedShape s) {
+  return uint128{std::uint64_t{1} << (s.mant_width - 64)} << 64;
+}
+
+constexpr uint128 hidden_bit(LongShape s) {
   return uint128{std::uint64_t{1} << (s.mant_width - 64)} << 64;
 }
 

@@ -148,7 +148,7 @@ template <Shape S>
   }
   const std::uint64_t sign = high_word(large) & sign_bit;
   const std::uint64_t high =
-      plus_scaled(high_word(sum) ^ sign, 1 - static_cast<std::int64_t>(field), place - 1);
+      plus_scaled(high_word(sum) - sign, 1 - static_cast<std::int64_t>(field), place - 1);
   const std::uint64_t low = low_word(sum);
   if (high == 0) [[unlikely]]
     return false;

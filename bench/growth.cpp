@@ -20,6 +20,7 @@ namespace {
 using namespace zelk_bench;  // NOLINT(google-build-using-namespace)
 
 gmp_randclass random_bits(gmp_randinit_mt);
+zelk::Environment env;
 
 // A positive value whose exponent is `distance` binades above one's.
 IEEEFloat make_value(Format f, long distance) {
@@ -74,6 +75,16 @@ void row(const char* name, Format f, Operands<Zelk>& x, Operands<Mpfr>& y) {
   std::printf("%s %lu %.1f %.1f %.2f\n", name, f.mant_width, best[0], best[1], best[1] / best[0]);
 }
 
+// On two operands, the environment's operations: a * b + b, and the root of a.
+void env_fma(IEEEFloat& r, const IEEEFloat& a, const IEEEFloat& b) { r = env.fma(a, b, b); }
+void env_sqrt(IEEEFloat& r, const IEEEFloat& a, const IEEEFloat& /*b*/) { r = env.sqrt(a); }
+void mpfr_fma_of(Mpfr::Value& r, const Mpfr::Value& a, const Mpfr::Value& b) {
+  Mpfr::fit(r, mpfr_fma(r.x, a.x, b.x, b.x, MPFR_RNDN));
+}
+void mpfr_sqrt_of(Mpfr::Value& r, const Mpfr::Value& a, const Mpfr::Value& /*b*/) {
+  Mpfr::fit(r, mpfr_sqrt(r.x, a.x, MPFR_RNDN));
+}
+
 void growth(unsigned long mant_width) {
   const Format f{30, mant_width};
   std::vector<IEEEFloat> x, y;
@@ -89,6 +100,8 @@ void growth(unsigned long mant_width) {
   row<Zelk::add, Mpfr::add>("add", f, ours, theirs);
   row<Zelk::mul, Mpfr::mul>("mul", f, ours, theirs);
   row<Zelk::div, Mpfr::div>("div", f, ours, theirs);
+  row<env_fma, mpfr_fma_of>("fma", f, ours, theirs);
+  row<env_sqrt, mpfr_sqrt_of>("sqrt", f, ours, theirs);
 }
 
 void addition_at(long distance) {

@@ -1,26 +1,17 @@
 #include "zelk/exact/operations.h"
 
-#include <algorithm>
 #include <utility>
-#include <vector>
 
 #include "zelk/exact/codec.h"
 #include "zelk/exact/numbers.h"
 #include "zelk/exact/patterns.h"
 #include "zelk/exact/rounding.h"
-#include "zelk/exact/terms.h"
+#include "zelk/exact/values.h"
 
 namespace zelk::exact {
 
-namespace {
-
 using rules::Class;
 using rules::Outcome;
-
-// An operand taken apart; the term is that of a finite value.
-struct Value : rules::Operand {
-  Term term;
-};
 
 Value read(const Source& x) {
   Value v;
@@ -35,12 +26,12 @@ Value read(const Source& x) {
   return v;
 }
 
-// The digits that rounding to a target looks at.
-unsigned long precision(const Target& t) { return t.widths.mant_width + 3; }
+namespace {
 
 void store(QNumber& pattern, const Target& t) { exact::store(pattern, t.words, t.widths); }
 
-// target := the term, rounded; a zero keeps its sign.
+}  // namespace
+
 void round(Term x, const Target& t) {
   Scratch n;
   n->exp1 = std::move(x.exponent);
@@ -52,7 +43,6 @@ void round(Term x, const Target& t) {
   store(out, t);
 }
 
-// target := what the table has; false where there is something to compute.
 bool settle(rules::Result r, const Target& t) {
   QNumber out;
   unsigned flags = 0;
@@ -79,13 +69,14 @@ bool settle(rules::Result r, const Target& t) {
   return true;
 }
 
-// A sum's term that is 0 has the sign that sums of zero have.
 Term with_zero_sign(Term x, const Target& t) {
   if (x.significand.is_zero()) {
     x.negative = rules::zero_sum_is_negative(t.direction);
   }
   return x;
 }
+
+namespace {
 
 void add_values(const Value& a, const Value& b, const Target& t) {
   if (!settle(rules::sum(a, b, t.direction), t)) {
@@ -196,98 +187,6 @@ void from_scaled(const QNumber& q, const QNumber& k, const Target& t) {
     x.significand.self_neg();
   }
   round(q.is_integer() ? std::move(x) : divide(x, Term{false, q.get_den(), 0}, precision(t)), t);
-}
-
-// ---- Sums ----
-
-namespace {
-
-// The special operands of a sum: what is seen of its terms.
-struct Sum {
-  std::vector<Term> terms;  // those that are not 0
-  bool nan = false;
-  bool invalid = false;
-  bool infinite[2] = {false, false};  // positive, negative
-  bool zero[2] = {false, false};
-
-  // Takes in a term, or the product of a and b that the table has a result for.
-  void add(rules::Result r) {
-    nan = nan || r.outcome == Outcome::left || r.outcome == Outcome::right;
-    invalid = invalid || r.outcome == Outcome::invalid;
-    infinite[r.negative] = infinite[r.negative] || r.outcome == Outcome::infinity;
-    zero[r.negative] = zero[r.negative] || r.outcome == Outcome::zero;
-  }
-
-  rules::Result result(rules::Direction d) const {
-    if (nan) {
-      return {Outcome::left};
-    }
-    if (invalid || (infinite[0] && infinite[1])) {
-      return {Outcome::invalid};
-    }
-    if (infinite[0] || infinite[1]) {
-      return {Outcome::infinity, infinite[1]};
-    }
-    if (!terms.empty()) {
-      return {Outcome::computed};
-    }
-    return {Outcome::zero, zero[1] && (!zero[0] || rules::zero_sum_is_negative(d))};
-  }
-};
-
-// The terms from the lowest exponent on are added up to islands. The next term begins a new one
-// where it is a multiple of twice what all that came before reaches: that is then below one unit of
-// the islands to come, however far they are away.
-Term total(std::vector<Term>& terms, unsigned long p) {
-  std::sort(terms.begin(), terms.end(),
-            [](const Term& a, const Term& b) { return a.exponent < b.exponent; });
-  std::vector<Term> islands;
-  for (const Term& t : terms) {
-    if (islands.empty() || islands.back().top() + 1 < t.exponent) {
-      islands.push_back(t);
-    } else {
-      islands.back() = add(islands.back(), t);
-    }
-  }
-  Term sum;
-  for (const Term& island : islands) {
-    sum = add(island, sum, p);
-  }
-  return sum;
-}
-
-void round_sum(Sum& s, const Target& t) {
-  if (!settle(s.result(t.direction), t)) {
-    round(with_zero_sign(total(s.terms, precision(t)), t), t);
-  }
-}
-
-}  // namespace
-
-void sum(std::span<const Source> x, const Target& t) {
-  Sum s;
-  for (const Source& source : x) {
-    Value a = read(source);
-    s.add(rules::same(a));
-    if (a.is(Class::finite)) {
-      s.terms.push_back(std::move(a.term));
-    }
-  }
-  round_sum(s, t);
-}
-
-void dot(std::span<const Source> x, std::span<const Source> y, const Target& t) {
-  Sum s;
-  for (std::size_t i = 0; i < x.size(); ++i) {
-    const Value a = read(x[i]);
-    const Value b = read(y[i]);
-    const rules::Result r = rules::product(a, b);
-    s.add(r);
-    if (r.outcome == Outcome::computed) {
-      s.terms.push_back(multiply(a.term, b.term));
-    }
-  }
-  round_sum(s, t);
 }
 
 // ---- Integers, order ----

@@ -30,20 +30,6 @@ bool in_one_word(Road road) {
 // The road that conversions to and from a kind take.
 Road conversion_road(Kind k) { return detail::has_short_roads ? k.road() : Road::numbers; }
 
-// Calls serve(shape, pattern) with a pattern in words.
-template <class Serve>
-[[gnu::always_inline]] inline void with_pattern(Road road, Widths f, const std::uint64_t* x,
-                                                Serve serve) {
-  if (in_one_word(road)) {
-    serve(detail::one_word<words::RuntimeShape>(f), x[0]);
-  } else if (road == Road::quad) {
-    serve(words::binary128, words::double_word(x[1], x[0]));
-  } else {
-    const words::RaisedShape s = detail::raised(f);
-    serve(s, detail::raise(s, x));
-  }
-}
-
 // Calls make(shape) for a road on words, and stores the pattern that it gives.
 template <class Make>
 [[gnu::always_inline]] inline void with_shape(Road road, Widths f, std::uint64_t* out, Make make) {
@@ -60,13 +46,43 @@ template <class Make>
   }
 }
 
-// Between any two roads on words.
-[[gnu::noinline]] void convert_words(Road from, Widths f, const std::uint64_t* x, Road to, Widths g,
-                                     std::uint64_t* out, Direction mode) {
-  with_pattern(from, f, x, [&](auto s, auto pattern) {
-    with_shape(to, g, out, [&](auto t) { return words::convert(s, t, pattern, mode); });
-  });
+// x := its value as a pattern of another format, both on words.
+using Conversion = void (*)(detail::Pattern& x, Widths f, Widths g, Direction mode);
+
+template <class From, class To>
+void convert_words(detail::Pattern& x, Widths f, Widths g, Direction mode) {
+  const auto s = From::shape(f);
+  const auto t = To::shape(g);
+  To::store(t, words::convert(s, t, From::load(s, x), mode), x);
+  if constexpr (sizeof(words::Word<decltype(t)>) == sizeof(std::uint64_t)) {
+    x.words[1] = 0;
+  }
 }
+
+// The conversions by the places of both patterns, of which one is in two words.
+enum Place : unsigned { one, binary64, quad, two };
+Place place_of(Road road, Widths f) {
+  return road == Road::quad          ? quad
+         : road == Road::double_word ? two
+         : f == Widths{11, 52}       ? binary64
+                                     : one;
+}
+using One = detail::OneWord<words::RuntimeShape>;
+using Binary64 = detail::FixedWord<words::FixedShape<11, 52>>;
+using detail::Quad;
+using detail::TwoWords;
+constexpr Conversion conversions[4][4]{
+    {nullptr, nullptr, convert_words<One, Quad>, convert_words<One, TwoWords>},
+    {nullptr, nullptr, convert_words<Binary64, Quad>, convert_words<Binary64, TwoWords>},
+    {convert_words<Quad, One>, convert_words<Quad, Binary64>, nullptr,
+     convert_words<Quad, TwoWords>},
+    {convert_words<TwoWords, One>, convert_words<TwoWords, Binary64>, convert_words<TwoWords, Quad>,
+     convert_words<TwoWords, TwoWords>},
+};
+
+struct DeleteLimbs {
+  void operator()(std::uint64_t* limbs) const { detail::delete_limbs(limbs); }
+};
 
 }  // namespace
 
@@ -106,47 +122,59 @@ void IEEEFloat::set_format(format f) {
 }
 
 void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
+  const Road source = conversion_road(head.kind);
+  const Road target = conversion_road(to);
+  if (head.kind.names_format() && on_words(source) && on_words(target) &&
+      rules::is_direction(mode())) [[likely]] {
+    const Widths from{head.exp_width, head.mant_width};
+    const auto direction = static_cast<Direction>(mode());
+    set_kind(f, r, to);
+    conversions[place_of(source, from)][place_of(target, widths(f))](pattern, from, widths(f),
+                                                                     direction);
+  } else {
+    convert_wide(f, r, to);
+  }
+}
+
+// To limbs or from them, and by way of numbers.
+void IEEEFloat::convert_wide(format f, unsigned r, Kind to) {
   if (!is_generic() && !head.kind.names_format()) {
     IEEEFloat x = generic_copy();
     x.set_format(f);
     swap(x);
     return;
   }
-  const Road source = conversion_road(head.kind);
-  const Road target = conversion_road(to);
-  const auto direction = static_cast<Direction>(mode());
-  const bool short_road =
-      rules::is_direction(mode()) && source != Road::numbers && target != Road::numbers;
-  const Widths from = widths(get_format());
-  if (short_road && on_words(source) && on_words(target)) {
-    convert_words(source, from, pattern.words, target, widths(f), pattern.words, direction);
-    set_kind(f, r, to);
-    return;
-  }
-  const auto convert = [&](std::uint64_t* out) {
-    if (short_road) {
-      limbs::convert(words(), from, out, widths(f), direction);
-    } else {
-      exact::convert(words(), from, out, widths(f), mode());
-    }
-  };
-  // The limbs that there are serve a pattern of as many.
-  const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
-  if (head.kind.is_wide() && to.is_wide() && word_count() == size) {
-    convert(pattern.limbs);
-  } else {
-    std::unique_ptr<std::uint64_t[]> limbs(to.is_wide() ? new std::uint64_t[size] : nullptr);
-    detail::Pattern result;
-    convert(to.is_wide() ? limbs.get() : result.words);
+  if (!to.is_wide()) {
+    std::uint64_t result[2]{};
+    convert_to(f, to, result);
     if (head.kind.is_wide()) {
-      delete[] pattern.limbs;
+      detail::delete_limbs(pattern.limbs);
     }
-    if (to.is_wide()) {
-      result.limbs = limbs.release();
+    pattern.words[0] = result[0];
+    pattern.words[1] = result[1];
+  } else if (const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
+             head.kind.is_wide() && word_count() == size) {
+    // The limbs that there are serve a pattern of as many.
+    convert_to(f, to, pattern.limbs);
+  } else {
+    std::unique_ptr<std::uint64_t, DeleteLimbs> limbs(detail::new_limbs(size));
+    convert_to(f, to, limbs.get());
+    if (head.kind.is_wide()) {
+      detail::delete_limbs(pattern.limbs);
     }
-    pattern = result;
+    pattern.limbs = limbs.release();
   }
   set_kind(f, r, to);
+}
+
+// out := the value as a pattern of another format, which may have the place of its own.
+inline void IEEEFloat::convert_to(const format& f, Kind to, std::uint64_t* out) const {
+  if (conversion_road(head.kind) != Road::numbers && conversion_road(to) != Road::numbers &&
+      rules::is_direction(mode())) [[likely]] {
+    limbs::convert(words(), widths(get_format()), out, widths(f), static_cast<Direction>(mode()));
+  } else {
+    exact::convert(words(), widths(get_format()), out, widths(f), mode());
+  }
 }
 
 // ---- From exact numbers ----

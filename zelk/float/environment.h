@@ -54,16 +54,18 @@ enum class Tininess : unsigned char {
 ///   "operands of different formats"; then what the member names; "reached limit on float
 ///   precision" where a pattern or a number that has to be built passes `max_bits`.
 struct ZELK_EXPORT Environment {
-  Rounding rounding = Rounding::nearest_even;
-  Tininess tininess = Tininess::after_rounding;
+  Rounding rounding = Rounding::nearest_even;    ///< the direction of every rounding
+  Tininess tininess = Tininess::after_rounding;  ///< what underflow and flushing of results go by
   /// Results that are tiny and not zero become the zero of their sign, with underflow and inexact:
   /// of rounded operations, conversions, factories and sums, exact subnormal results too.
   bool flush_results = false;
   /// Operands that are subnormal in their own format are read as the zero of their sign, by every
   /// member; it raises nothing.
   bool flush_operands = false;
+  /// The exceptions raised; clear it at will.
   unsigned char flags = 0;
 
+  /// The widths of a format.
   using format = IEEEFloat::format;
 
   /// \{

@@ -145,18 +145,7 @@ std::strong_ordering total_order(const IEEEFloat& x, const IEEEFloat& y) {
     return std::strong_ordering::equal;
   }
   const OwnPattern a(x);
-  const OwnPattern b(y);
-  const unsigned long sign = a.widths().exp_width + a.widths().mant_width;
-  const bool negative = words::test_bit(a.words(), sign);
-  if (negative != words::test_bit(b.words(), sign)) {
-    return negative ? std::strong_ordering::less : std::strong_ordering::greater;
-  }
-  for (unsigned long i = sign / 64 + 1; i-- > 0;) {
-    if (a.words()[i] != b.words()[i]) {
-      return negative ? b.words()[i] <=> a.words()[i] : a.words()[i] <=> b.words()[i];
-    }
-  }
-  return std::strong_ordering::equal;
+  return words::compare_patterns(a.words(), OwnPattern(y).words(), a.widths()) <=> 0;
 }
 
 // For any pattern of a NaN the canonical one, else what the pattern says.

@@ -4,6 +4,7 @@
 
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/codec.h"
+#include "zelk/float/roads.h"
 #include "zelk/limbs/copy.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/numbers/room.h"
@@ -66,30 +67,35 @@ IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
     : head{0, 0, rm & detail::mode_mask, Kind()} {
   set_kind(f, r & 3U, Kind::of(f.exp_width, f.mant_width, r & 3U));
   if (head.kind.is_wide()) {
-    pattern.limbs = new std::uint64_t[word_count()]();
+    const std::size_t size = word_count();
+    pattern.limbs = detail::new_limbs(size);
+    std::fill_n(pattern.limbs, size, 0);
   }
 }
 
 void IEEEFloat::copy_limbs() {
-  const std::uint64_t* from = pattern.limbs;
-  pattern.limbs = new std::uint64_t[word_count()];
-  limbs::copy(from, static_cast<long>(word_count()), pattern.limbs);
+  const std::size_t size = word_count();
+  std::uint64_t* const own = detail::new_limbs(size);
+  limbs::copy(pattern.limbs, static_cast<long>(size), own);
+  pattern.limbs = own;
 }
 
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
-  const bool both = head.kind.is_wide() && other.head.kind.is_wide();
-  if (both && (same_kind(other) || word_count() == other.word_count())) [[likely]] {
-    std::uint64_t* own = pattern.limbs;
-    limbs::copy(other.pattern.limbs, static_cast<long>(other.word_count()), own);
+  std::uint64_t* const old = head.kind.is_wide() ? pattern.limbs : nullptr;
+  if (!other.head.kind.is_wide()) {
     take_fields(other);
-    pattern.limbs = own;
-  } else if (!other.head.kind.is_wide()) {
-    delete[] pattern.limbs;
-    take_fields(other);
-  } else {
-    IEEEFloat copy(other);
-    swap(copy);
+    detail::delete_limbs(old);
+    return;
   }
+  const std::size_t size = other.word_count();
+  std::uint64_t* own = old;
+  if (old == nullptr || (!same_kind(other) && word_count() != size)) {
+    own = detail::new_limbs(size);
+    detail::delete_limbs(old);
+  }
+  limbs::copy(other.pattern.limbs, static_cast<long>(size), own);
+  take_fields(other);
+  pattern.limbs = own;
 }
 
 void IEEEFloat::self_specialize_repr(Repr r) {
@@ -280,6 +286,14 @@ bool IEEEFloat::less_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
   if (a.head.kind == b.head.kind && a.head.kind.road() == Road::quad) {
     return words::less(words::binary128, words::double_word(a.pattern.words[1], a.pattern.words[0]),
                        words::double_word(b.pattern.words[1], b.pattern.words[0]));
+  }
+  const Widths f{a.head.exp_width, a.head.mant_width};
+  if (a.same_kind(b) && a.head.kind.road() == Road::limbs) {
+    return limbs::less(a.words(), b.words(), f);
+  }
+  if (a.same_kind(b) && a.head.kind.road() == Road::double_word) {
+    const words::RaisedShape s = detail::raised(f);
+    return words::less(s, detail::raise(s, a.pattern.words), detail::raise(s, b.pattern.words));
   }
   return order_otherwise(a, b) == -1;
 }

@@ -119,7 +119,10 @@ class ZELK_EXPORT IEEEFloat {
   }
 
   /// The moved-from value is the default placeholder.
-  IEEEFloat(IEEEFloat&& other) noexcept { swap(other); }
+  IEEEFloat(IEEEFloat&& other) noexcept
+      : head(other.head), pattern(other.pattern.words[0], other.pattern.words[1]) {
+    other.forget();
+  }
 
   /// Format, mode and representation become the source's. The target is unchanged when an
   /// allocation fails.
@@ -134,15 +137,19 @@ class ZELK_EXPORT IEEEFloat {
 
   /// Takes the source's format, mode, representation and pattern; the source is the placeholder.
   IEEEFloat& operator=(IEEEFloat&& other) noexcept {
-    IEEEFloat taken;
-    taken.swap(other);
-    swap(taken);
+    if (detail::Kind::any_wide(head.kind, other.head.kind)) [[unlikely]] {
+      IEEEFloat taken(std::move(other));
+      swap(taken);
+    } else if (this != &other) {
+      take_fields(other);
+      other.forget();
+    }
     return *this;
   }
 
   ~IEEEFloat() {
     if (head.kind.is_wide()) [[unlikely]] {
-      delete[] pattern.limbs;
+      detail::delete_limbs(pattern.limbs);
     }
   }
 
@@ -342,6 +349,12 @@ class ZELK_EXPORT IEEEFloat {
     pattern.words[0] = other.pattern.words[0];
     pattern.words[1] = other.pattern.words[1];
   }
+  // Becomes the placeholder, without a look at the limbs.
+  void forget() {
+    head = detail::Head();
+    pattern.words[0] = 0;
+    pattern.words[1] = 0;
+  }
   void swap(IEEEFloat& other) noexcept {
     std::swap(head, other.head);
     std::swap(pattern, other.pattern);
@@ -353,6 +366,8 @@ class ZELK_EXPORT IEEEFloat {
   void step_magnitude(bool grow);
   bool is_own_word() const;
   void convert_otherwise(format f, unsigned r, detail::Kind to);
+  void convert_wide(format f, unsigned r, detail::Kind to);
+  void convert_to(const format& f, detail::Kind to, std::uint64_t* out) const;
   QNumber number_otherwise() const;
   QNumber integer_otherwise(unsigned direction, unsigned long w) const;
 

@@ -4,7 +4,9 @@
 #ifndef ZELK_FLOAT_KIND_H_
 #define ZELK_FLOAT_KIND_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "zelk/base/export.h"
 #include "zelk/words/shape.h"
@@ -119,6 +121,12 @@ union Pattern {
 
   constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
 };
+
+/// Limbs on the heap. Arrays would be allocated by way of the same operators, at a call more each.
+inline std::uint64_t* new_limbs(std::size_t n) {
+  return static_cast<std::uint64_t*>(::operator new(n * sizeof(std::uint64_t)));
+}
+inline void delete_limbs(std::uint64_t* limbs) { ::operator delete(limbs); }
 
 /// An operation on a road: x := x op y, patterns of one format (e, m). The mode is as stored: roads
 /// but for packed words and numbers see one of the four only.

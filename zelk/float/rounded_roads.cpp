@@ -39,6 +39,19 @@ struct RoundedOnWords {
   }
 };
 
+// The same on limbs; of an operation on one pattern the other means nothing.
+template <auto operation, class... Others>
+void on_limbs(Pattern& x, Others... others, unsigned long e, unsigned long m, Direction d,
+              Exceptions& exceptions) {
+  const Widths f{e, m};
+  const limbs::Rounding r(d, &exceptions);
+  if constexpr (std::is_invocable_v<decltype(operation), Word*, Widths, limbs::Rounding>) {
+    operation(words_of(x, f), f, r);
+  } else {
+    operation(words_of(x, f), words_of(others, f)..., f, r);
+  }
+}
+
 // The operation on the road of this number, of type F; packed words are as others here: flags go
 // to the environment.
 template <class Op, class F, class... Others>
@@ -62,7 +75,7 @@ constexpr F on_rounded_road(Road road) {
     case Road::double_word:
       return RoundedOnWords<OnWords, TwoWords, Others...>::usual;
     case Road::limbs:
-      return Op::on_limbs;
+      return on_limbs<Op::on_limbs, Others...>;
     default:
       return nullptr;
   }
@@ -77,25 +90,6 @@ constexpr RoundedOperations<F> on_rounded_roads() {
   return all;
 }
 
-// An operation on a pattern in limbs, or on two.
-template <auto operation>
-void on_limbs(Pattern& x, const Pattern& y, unsigned long e, unsigned long m, Direction d,
-              Exceptions& exceptions) {
-  const Widths f{e, m};
-  const limbs::Rounding r(d, &exceptions);
-  if constexpr (std::is_invocable_v<decltype(operation), Word*, Widths, limbs::Rounding>) {
-    operation(words_of(x, f), f, r);
-  } else {
-    operation(words_of(x, f), words_of(y, f), f, r);
-  }
-}
-
-void fused_on_limbs(Pattern& x, const Pattern& y, const Pattern& z, unsigned long e,
-                    unsigned long m, Direction d, Exceptions& exceptions) {
-  const Widths f{e, m};
-  limbs::fused(words_of(x, f), words_of(y, f), words_of(z, f), f, {d, &exceptions});
-}
-
 // A record on all roads.
 template <class Op>
 constexpr RoundedOperations<RoundedOperation> on_two() {
@@ -108,47 +102,47 @@ constexpr RoundedOperations<FusedOperation> on_three() {
 
 struct RoundedSum {
   using OnWords = words::Addition;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::add<limbs::Rounding>>;
+  static constexpr auto on_limbs = limbs::add<limbs::Rounding>;
 };
 
 struct RoundedDifference {
   using OnWords = words::Subtraction;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::subtract<limbs::Rounding>>;
+  static constexpr auto on_limbs = limbs::subtract<limbs::Rounding>;
 };
 
 struct RoundedProduct {
   using OnWords = words::Multiplication;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::multiply<limbs::Rounding>>;
+  static constexpr auto on_limbs = limbs::multiply<limbs::Rounding>;
 };
 
 struct RoundedQuotient {
   using OnWords = words::Division;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::divide<limbs::Rounding>>;
+  static constexpr auto on_limbs = limbs::divide<limbs::Rounding>;
 };
 
 struct RoundedRoot {
   using OnWords = words::SquareRoot;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::root>;
+  static constexpr auto on_limbs = limbs::root;
 };
 
 struct RoundedRemainder {
   using OnWords = words::Remainder;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::remainder>;
+  static constexpr auto on_limbs = limbs::remainder;
 };
 
 struct RoundedModulo {
   using OnWords = words::Modulo;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::modulo>;
+  static constexpr auto on_limbs = limbs::modulo;
 };
 
 struct RoundedIntegral {
   using OnWords = words::Integral;
-  static constexpr RoundedOperation on_limbs = detail::on_limbs<limbs::round_to_integral>;
+  static constexpr auto on_limbs = limbs::round_to_integral;
 };
 
 struct RoundedFused {
   using OnWords = words::FusedMultiplyAdd;
-  static constexpr FusedOperation on_limbs = fused_on_limbs;
+  static constexpr auto on_limbs = limbs::fused;
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "zelk/exact/operations.h"
 #include "zelk/float/environment.h"
 #include "zelk/float/ieee_float.h"
+#include "zelk/limbs/limbs.h"
 #include "zelk/numbers/room.h"
 #include "zelk/rules/special.h"
 #include "zelk/words/bits.h"
@@ -69,8 +70,12 @@ class OwnPattern {
   rules::Operand operand() const { return words::operand_of(words(), widths()); }
   /// -1, 0 or 1 as this is less than, equal to or greater than another operand; 2 for NaNs.
   int compare(const OwnPattern& other) const {
-    return widths() == other.widths() ? words::compare(words(), other.words(), widths())
-                                      : exact::compare(*this, other);
+    if (widths() != other.widths()) {
+      return exact::compare(*this, other);
+    }
+    const bool on_limbs = ValueAccess::kind(*value).road() == Road::limbs;
+    return on_limbs ? limbs::compare(words(), other.words(), widths())
+                    : words::compare(words(), other.words(), widths());
   }
 
  private:

@@ -97,22 +97,33 @@ rules::Operand operand_of(const Limb* x, rules::Widths f) { return operand_of(Sh
   return (order > 0) - (order < 0);
 }
 
-int compare(const Limb* x, const Limb* y, rules::Widths f) {
-  // The upper 64 bits, which hold sign and exponent, are mostly enough; as binary64 patterns are,
-  // they are ordered without a look at the single fields.
+// Numbers in the order of two patterns, or the same where the upper 64 bits, which hold sign and
+// exponent, are not enough. As binary64 patterns are, these are ordered without a look at the
+// single fields.
+struct Keys {
+  std::int64_t x;
+  std::int64_t y;
+};
+[[gnu::always_inline]] static inline Keys upper_keys(const Limb* x, const Limb* y,
+                                                     rules::Widths f) {
   const Shape s{f};
   const long n = s.significand_size();
-  const words::RuntimeShape upper{static_cast<long>(s.exp_width),
-                                  63 - static_cast<long>(s.exp_width)};
   const Limb upper_x = upper_limb(s, n, x);
   const Limb upper_y = upper_limb(s, n, y);
-  const std::int64_t key_x = words::order_key(upper, upper_x);
-  const std::int64_t key_y = words::order_key(upper, upper_y);
-  if (key_x != key_y && upper_x << 1 < s.upper_infinity() && upper_y << 1 < s.upper_infinity())
-      [[likely]] {
-    return key_x < key_y ? -1 : 1;
+  if (std::max(upper_x << 1, upper_y << 1) >= s.upper_infinity()) [[unlikely]] {
+    return {0, 0};
   }
-  return compare_below(x, y, f);
+  return {words::order_key(words::binary64, upper_x), words::order_key(words::binary64, upper_y)};
+}
+
+int compare(const Limb* x, const Limb* y, rules::Widths f) {
+  const Keys keys = upper_keys(x, y, f);
+  return keys.x == keys.y ? compare_below(x, y, f) : keys.x < keys.y ? -1 : 1;
+}
+
+bool less(const Limb* x, const Limb* y, rules::Widths f) {
+  const Keys keys = upper_keys(x, y, f);
+  return keys.x == keys.y ? compare_below(x, y, f) == -1 : keys.x < keys.y;
 }
 
 }  // namespace zelk::limbs

@@ -100,6 +100,8 @@ void round_to_integral(Limb* x, rules::Widths f, Rounding r);
 
 /// The order of two patterns: -1, 0 or 1 as x < y, x = y or x > y; 2 for NaNs.
 int compare(const Limb* x, const Limb* y, rules::Widths f);
+/// Whether x < y.
+bool less(const Limb* x, const Limb* y, rules::Widths f);
 
 /// The class and sign of a pattern.
 rules::Operand operand_of(const Limb* x, rules::Widths f);

@@ -50,25 +50,33 @@ rules::Operand operand_of(const std::uint64_t* x, rules::Widths f) {
   return {whole ? rules::Class::infinite : rules::Class::nan, negative};
 }
 
-// Patterns of one sign are in the order of their magnitudes.
+int compare_magnitudes(const std::uint64_t* x, const std::uint64_t* y, rules::Widths f) {
+  const unsigned long sign = f.exp_width + f.mant_width;
+  std::uint64_t mask = (std::uint64_t{1} << sign % 64) - 1;
+  for (unsigned long i = sign / 64 + 1; i-- > 0; mask = ~std::uint64_t{0}) {
+    if ((x[i] & mask) != (y[i] & mask)) {
+      return (x[i] & mask) < (y[i] & mask) ? -1 : 1;
+    }
+  }
+  return 0;
+}
+
+int compare_patterns(const std::uint64_t* x, const std::uint64_t* y, rules::Widths f) {
+  const bool negative = test_bit(x, f.exp_width + f.mant_width);
+  if (negative != test_bit(y, f.exp_width + f.mant_width)) {
+    return negative ? -1 : 1;
+  }
+  return negative ? compare_magnitudes(y, x, f) : compare_magnitudes(x, y, f);
+}
+
 int compare(const std::uint64_t* x, const std::uint64_t* y, rules::Widths f) {
   const rules::Operand a = operand_of(x, f);
   const rules::Operand b = operand_of(y, f);
   if (a.is(rules::Class::nan) || b.is(rules::Class::nan)) {
     return 2;
   }
-  if (a.is(rules::Class::zero) && b.is(rules::Class::zero)) {
-    return 0;
-  }
-  if (a.negative != b.negative) {
-    return a.negative ? -1 : 1;
-  }
-  for (unsigned long i = (f.exp_width + f.mant_width) / 64 + 1; i-- > 0;) {
-    if (x[i] != y[i]) {
-      return (x[i] < y[i]) != a.negative ? -1 : 1;
-    }
-  }
-  return 0;
+  const bool zeros = a.is(rules::Class::zero) && b.is(rules::Class::zero);
+  return zeros ? 0 : compare_patterns(x, y, f);
 }
 
 }  // namespace zelk::words

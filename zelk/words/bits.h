@@ -30,6 +30,13 @@ bool are_zeros(const std::uint64_t* words, unsigned long place, unsigned long co
 /// Class and sign of a pattern.
 rules::Operand operand_of(const std::uint64_t* x, rules::Widths f);
 
+/// -1, 0 or 1 as the magnitude of x, all bits below its sign, is less than that of y, equal to it
+/// or greater.
+int compare_magnitudes(const std::uint64_t* x, const std::uint64_t* y, rules::Widths f);
+
+/// The same for patterns, in the order of their values and with -0 below +0.
+int compare_patterns(const std::uint64_t* x, const std::uint64_t* y, rules::Widths f);
+
 /// -1, 0 or 1 as x < y, x == y or x > y; 2 when either is a NaN.
 int compare(const std::uint64_t* x, const std::uint64_t* y, rules::Widths f);
 

@@ -167,25 +167,25 @@ constexpr Operation on_road(Road road) {
 
 struct Addition {
   using OnWords = words::Addition;
-  static constexpr auto on_limbs = limbs::add;
+  static constexpr auto on_limbs = limbs::add<Direction>;
   static constexpr auto on_numbers = exact::add;
 };
 
 struct Subtraction {
   using OnWords = words::Subtraction;
-  static constexpr auto on_limbs = limbs::subtract;
+  static constexpr auto on_limbs = limbs::subtract<Direction>;
   static constexpr auto on_numbers = exact::subtract;
 };
 
 struct Multiplication {
   using OnWords = words::Multiplication;
-  static constexpr auto on_limbs = limbs::multiply;
+  static constexpr auto on_limbs = limbs::multiply<Direction>;
   static constexpr auto on_numbers = exact::multiply;
 };
 
 struct Division {
   using OnWords = words::Division;
-  static constexpr auto on_limbs = limbs::divide;
+  static constexpr auto on_limbs = limbs::divide<Direction>;
   static constexpr auto on_numbers = exact::divide;
 };
 

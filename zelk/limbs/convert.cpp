@@ -47,7 +47,7 @@ constexpr bool widens(Shape from, Shape to) {
 // Between two of the standard's wider formats, a normal number; false, and nothing done, for
 // others.
 template <class From, class To>
-[[gnu::noinline]] bool convert_normal(From from_shape, To to_shape, Direction d, const Limb* x,
+[[gnu::noinline]] bool convert_normal(From from_shape, To to_shape, Rounding r, const Limb* x,
                                       Limb* out) {
   const Shape from = from_shape;
   const Shape to = to_shape;
@@ -60,7 +60,7 @@ template <class From, class To>
   } else {
     Window<To::size> window;
     load(window, to, {number.low, From::size, number.top}, from.top_bit());
-    round_and_pack(to, d, number.sign, number.exp - from.bias() + to.bias(), window, out);
+    round_and_pack(to, r, number.sign, number.exp - from.bias() + to.bias(), window, out);
   }
   return true;
 }
@@ -76,7 +76,7 @@ template <class Serve>
 }
 
 // Any pattern.
-[[gnu::noinline]] void convert_any(Shape from, Shape to, Direction d, const Limb* x, Limb* out) {
+[[gnu::noinline]] void convert_any(Shape from, Shape to, Rounding r, const Limb* x, Limb* out) {
   const long n = from.significand_size();
   const Number number = unpack(from, n, x);
   if (is_normal(from, number) && widens(from, to)) [[likely]] {
@@ -97,7 +97,7 @@ template <class Serve>
       Room room(n);
       const long size = copy_significand(number, n, room.limbs());
       const std::int64_t k = number.exp - from.bias() - static_cast<long>(from.mant_width);
-      pack_scaled(to, d, number.sign, k, room.limbs(), size, out);
+      pack_scaled(to, r, number.sign, k, room.limbs(), size, out);
       break;
     }
   }
@@ -105,31 +105,31 @@ template <class Serve>
 
 }  // namespace
 
-void pack_scaled(Shape s, Direction d, Limb sign, std::int64_t k, const Limb* w, long size,
+void pack_scaled(Shape s, Rounding r, Limb sign, std::int64_t k, const Limb* w, long size,
                  Limb* out) {
   with_size(
       s, [&](auto shape, auto n) __attribute__((always_inline)) {
         if constexpr (std::is_same_v<decltype(n), long>) {
           const std::int64_t exp = k + s.bias() + static_cast<long>(s.mant_width);
-          normalize_and_pack(shape, n, d, sign, exp, w, size, false, out);
+          normalize_and_pack(shape, n, r, sign, exp, w, size, false, out);
         } else {
           Window<n> window;
           load(window, s, {w, size, w[size - 1]});
-          round_and_pack(shape, d, sign, k + s.bias() + bit_size(w, size) - 1, window, out);
+          round_and_pack(shape, r, sign, k + s.bias() + bit_size(w, size) - 1, window, out);
         }
       });
 }
 
-void convert(const Limb* x, rules::Widths from, Limb* out, rules::Widths to, Direction d) {
+void convert(const Limb* x, rules::Widths from, Limb* out, rules::Widths to, Rounding r) {
   const bool done = with_fixed_shape(
       from, [&](auto from_shape) __attribute__((always_inline)) {
         return with_fixed_shape(
             to, [&](auto to_shape) __attribute__((always_inline)) {
-              return convert_normal(from_shape, to_shape, d, x, out);
+              return convert_normal(from_shape, to_shape, r, x, out);
             });
       });
   if (!done) {
-    convert_any(Shape{from}, Shape{to}, d, x, out);
+    convert_any(Shape{from}, Shape{to}, r, x, out);
   }
 }
 

@@ -6,8 +6,8 @@
 
 namespace zelk::limbs {
 
-/// out := the pattern nearest in direction d to +-w * 2^k, w of `size` limbs, the highest not 0.
-void pack_scaled(Shape s, Direction d, Limb sign, std::int64_t k, const Limb* w, long size,
+/// out := the pattern nearest in the direction to +-w * 2^k, w of `size` limbs, the highest not 0.
+void pack_scaled(Shape s, Rounding r, Limb sign, std::int64_t k, const Limb* w, long size,
                  Limb* out);
 
 }  // namespace zelk::limbs

@@ -47,7 +47,7 @@ struct Terms {
 
 /// out := a sum that has left the exponent of its larger term, rounded. The guard is in sum[0].
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void pack_moved_sum(S shape, Direction d, const Terms& t, Limb upper,
+[[gnu::always_inline]] inline void pack_moved_sum(S shape, Rounding r, const Terms& t, Limb upper,
                                                   const Limb (&sum)[n + 2], Limb* out) {
   const Shape s = shape;
   // Below the exponent is the significand of a difference, all of it. That of a sum has two bits
@@ -62,22 +62,30 @@ template <class S, std::size_t n>
     window.w[n] |= (~static_cast<Limb>(step) & 1) << s.top_bit();
     shift_right(window, 1);
     window.w[n] |= s.hidden_bit();
-    round_and_pack(shape, d, t.sign, t.field + 1, window, out);
+    round_and_pack(shape, r, t.sign, t.field + 1, window, out);
     return;
   }
   const Limb leading = leading_limb(s, window);
   const std::int64_t zeros = std::countl_zero(leading);
   if (leading == 0 || zeros >= t.field) [[unlikely]] {
-    normalize_and_pack(s, d, t.sign, t.field, window, out);
+    normalize_and_pack(s, r, t.sign, t.field, window, out);
     return;
   }
   shift_left(window, static_cast<unsigned>(zeros));
-  pack_rounded(s, d, t.sign, t.field - zeros, window, out);
+  pack_rounded(s, r, t.sign, t.field - zeros, window, out);
+}
+
+/// out := a pattern cut off above its guard, which is in sum[0], rounded.
+template <std::size_t n>
+[[gnu::cold, gnu::noinline]] void round_at_border(Shape s, Rounding r, Limb sign,
+                                                  const Limb (&sum)[n + 2], Limb* out) {
+  std::copy_n(sum + 1, s.pattern_size(n), out);
+  round_watched(s, r, sign, sum[0], out);
 }
 
 /// out := a sum, rounded.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void pack_sum(S shape, Direction d, const Terms& t,
+[[gnu::always_inline]] inline void pack_sum(S shape, Rounding r, const Terms& t,
                                             const Window<n>& part, Limb* out) {
   const Shape s = shape;
   // The exponent is the upper digits of the number that a pattern's magnitude is. While the sum
@@ -92,11 +100,18 @@ template <class S, std::size_t n>
   const Limb upper = upper_limb(s, n, sum + 1);
   // Subnormals are in place even if they become normal.
   if (exponent_field(s, upper) != t.field && t.field > 0) {
-    pack_moved_sum<S, n>(shape, d, t, upper, sum, out);
+    pack_moved_sum<S, n>(shape, r, t, upper, sum, out);
     return;
   }
-  carry = rounds_up(d, t.sign, sum[1] % 2 != 0, sum[0]);
   sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
+  if (r.is_watched()) {
+    if (is_at_border(s, t.field)) [[unlikely]] {
+      round_at_border<n>(s, r, t.sign, sum, out);
+      return;
+    }
+    r.raise_lost(sum[0]);
+  }
+  carry = rounds_up(r, t.sign, sum[1] % 2 != 0, sum[0]);
   for (std::size_t i = 0; i < n; ++i) {
     out[i] = add_limb(sum[i + 1], 0, carry);
   }
@@ -107,11 +122,12 @@ template <class S, std::size_t n>
 
 /// The same where the smaller term is that of 2^k, k >= 64.
 template <class S, std::size_t n>
-[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, Direction d, Terms t,
-                                    Number smaller, std::uint64_t k, Limb* out) {
+[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, Rounding r, Terms t, Number smaller,
+                                    std::uint64_t k, Limb* out) {
   const Shape s = shape;
-  if (k > s.mant_width + 2 && d == rules::nearest) {
+  if (k > s.mant_width + 2 && r.direction == rules::nearest) {
     // Less than a quarter of a unit in the last place, also below a power of two.
+    r.raise_lost(Limb{!is_zero(smaller, n)});
     for (std::size_t i = 0; i < n; ++i) {
       out[i] = t.larger[i];
     }
@@ -132,16 +148,16 @@ template <class S, std::size_t n>
   for (Limb& limb : part.w) {
     limb = words::opaque(limb ^ t.minus);
   }
-  pack_sum(shape, d, t, part, out);
+  pack_sum(shape, r, t, part, out);
 }
 
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> size, Direction d, Limb* left,
+[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> size, Rounding r, Limb* left,
                                            const Limb* right, Limb flip) {
   const Shape s = shape;
   Operands operands(s, n, left, right);
   if (!operands.finite(s)) [[unlikely]] {
-    apply_table(flip != 0 ? Operation::difference : Operation::sum, s, d, left, right);
+    apply_table(flip != 0 ? Operation::difference : Operation::sum, s, r, left, right);
     return;
   }
   // Which operand is larger and whether the signs differ is as good as random to a branch
@@ -151,7 +167,7 @@ template <class S, std::size_t n>
   Terms t;
   t.minus = 0 - ((operands.upper[0] ^ operands.upper[1] ^ flip_sign) >> (limb_bits - 1));
   if ((order.equal & t.minus) != 0) [[unlikely]] {
-    pack_zero(s, Limb{rules::zero_sum_is_negative(d)}, left);
+    pack_zero(s, Limb{rules::zero_sum_is_negative(r.direction)}, left);
     return;
   }
   operands.swap_if(order.less);
@@ -163,14 +179,14 @@ template <class S, std::size_t n>
   const std::int64_t exp = t.field + std::int64_t{t.field == 0};
   const auto k = static_cast<std::uint64_t>(exp - smaller.exp);
   if (k >= limb_bits) [[unlikely]] {
-    pack_far_sum(shape, size, d, t, smaller, k, left);
+    pack_far_sum(shape, size, r, t, smaller, k, left);
     return;
   }
   Window<n> part = load_shifted<n>(smaller, static_cast<unsigned>(k));
   for (Limb& limb : part.w) {
     limb = words::opaque(limb ^ t.minus);  // no carry between these and the sum
   }
-  pack_sum(shape, d, t, part, left);
+  pack_sum(shape, r, t, part, left);
 }
 
 /// Two factors, or a dividend and its divisor.
@@ -182,7 +198,7 @@ struct Factors {
 
 /// x := x op y by way of compute(factors), whose factors are normalized.
 template <std::size_t n, class Compute>
-[[gnu::always_inline]] inline void with_factors(Operation op, Shape s, Direction d, Limb* left,
+[[gnu::always_inline]] inline void with_factors(Operation op, Shape s, Rounding r, Limb* left,
                                                 const Limb* right, Compute compute) {
   const Operands operands(s, n, left, right);
   if (operands.finite(s)) [[likely]] {
@@ -203,7 +219,7 @@ template <std::size_t n, class Compute>
       return;
     }
   }
-  apply_table(op, s, d, left, right);
+  apply_table(op, s, r, left, right);
 }
 
 template <std::size_t n>
@@ -229,7 +245,7 @@ template <unsigned long e, unsigned long m>
 
 /// left := left * right, of normalized significands.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void multiply_normal(S shape, Direction d, const Factors<n>& f,
+[[gnu::always_inline]] inline void multiply_normal(S shape, Rounding r, const Factors<n>& f,
                                                    Limb* left) {
   const Shape s = shape;
   Limb x[n];
@@ -253,16 +269,16 @@ template <class S, std::size_t n>
   }
   window.w[0] = shifted_limb(shape, below, product[n - 1], top_bit, above) | Limb{lost != 0};
   const std::int64_t exp = f.x.exp - s.bias() + f.y.exp + above;
-  round_and_pack(shape, d, f.x.sign ^ f.y.sign, exp, window, left);
+  round_and_pack(shape, r, f.x.sign ^ f.y.sign, exp, window, left);
 }
 
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+[[gnu::always_inline]] inline void multiply(S shape, Fixed<n> /*size*/, Rounding r, Limb* left,
                                             const Limb* right) {
   const auto compute = [=](const Factors<n>& f) __attribute__((always_inline)) {
-    multiply_normal(shape, d, f, left);
+    multiply_normal(shape, r, f, left);
   };
-  with_factors<n>(Operation::product, shape, d, left, right, compute);
+  with_factors<n>(Operation::product, shape, r, left, right, compute);
 }
 
 /// Whether x < y.
@@ -286,7 +302,7 @@ template <std::size_t n>
 
 /// left := left / right, of normalized significands.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void divide_normal(S shape, Direction d, const Factors<n>& f,
+[[gnu::always_inline]] inline void divide_normal(S shape, Rounding r, const Factors<n>& f,
                                                  Limb* left) {
   const Shape s = shape;
   Limb rest[n];
@@ -322,16 +338,16 @@ template <class S, std::size_t n>
   shift_right(quotient, limb_bits - 1 - top_bit);
   quotient.w[0] |= Limb{left_over != 0};
   const std::int64_t exp = f.x.exp - f.y.exp + s.bias() - 1 + halved;
-  round_and_pack(shape, d, f.x.sign ^ f.y.sign, exp, quotient, left);
+  round_and_pack(shape, r, f.x.sign ^ f.y.sign, exp, quotient, left);
 }
 
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Direction d, Limb* left,
+[[gnu::always_inline]] inline void divide(S shape, Fixed<n> /*size*/, Rounding r, Limb* left,
                                           const Limb* right) {
   const auto compute = [=](const Factors<n>& f) __attribute__((always_inline)) {
-    divide_normal(shape, d, f, left);
+    divide_normal(shape, r, f, left);
   };
-  with_factors<n>(Operation::quotient, shape, d, left, right, compute);
+  with_factors<n>(Operation::quotient, shape, r, left, right, compute);
 }
 
 }  // namespace zelk::limbs

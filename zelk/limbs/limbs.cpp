@@ -9,50 +9,77 @@ namespace {
 
 // What each operation is for a size: a function of its own, so that none pays for the others.
 
-template <class S, class N>
-[[gnu::noinline]] void add_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
-  add_sub(s, n, d, x, y, 0);
+template <class S, class N, class R>
+[[gnu::noinline]] void add_pattern(S s, N n, R r, Limb* x, const Limb* y) {
+  add_sub(s, n, r, x, y, 0);
 }
-template <class S, class N>
-[[gnu::noinline]] void subtract_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
-  add_sub(s, n, d, x, y, 1);
+template <class S, class N, class R>
+[[gnu::noinline]] void subtract_pattern(S s, N n, R r, Limb* x, const Limb* y) {
+  add_sub(s, n, r, x, y, 1);
 }
-template <class S, class N>
-[[gnu::noinline]] void multiply_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
-  multiply(s, n, d, x, y);
+template <class S, class N, class R>
+[[gnu::noinline]] void multiply_pattern(S s, N n, R r, Limb* x, const Limb* y) {
+  multiply(s, n, r, x, y);
 }
-template <class S, class N>
-[[gnu::noinline]] void divide_pattern(S s, N n, Direction d, Limb* x, const Limb* y) {
-  divide(s, n, d, x, y);
+template <class S, class N, class R>
+[[gnu::noinline]] void divide_pattern(S s, N n, R r, Limb* x, const Limb* y) {
+  divide(s, n, r, x, y);
 }
 
 constexpr Fixed<Binary256::size> few;
 
 }  // namespace
 
-void binary256::add(Limb* x, const Limb* y, Direction d) { add_sub(Binary256(), few, d, x, y, 0); }
-void binary256::subtract(Limb* x, const Limb* y, Direction d) {
-  add_sub(Binary256(), few, d, x, y, 1);
+template <class R>
+void binary256::add(Limb* x, const Limb* y, R r) {
+  add_sub(Binary256(), few, r, x, y, 0);
 }
-void binary256::multiply(Limb* x, const Limb* y, Direction d) {
-  limbs::multiply(Binary256(), few, d, x, y);
+template <class R>
+void binary256::subtract(Limb* x, const Limb* y, R r) {
+  add_sub(Binary256(), few, r, x, y, 1);
 }
-void binary256::divide(Limb* x, const Limb* y, Direction d) {
-  limbs::divide(Binary256(), few, d, x, y);
+template <class R>
+void binary256::multiply(Limb* x, const Limb* y, R r) {
+  limbs::multiply(Binary256(), few, r, x, y);
+}
+template <class R>
+void binary256::divide(Limb* x, const Limb* y, R r) {
+  limbs::divide(Binary256(), few, r, x, y);
 }
 
-void any_size::add(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  with_size(Shape{f}, [=](auto s, auto n) { add_pattern(s, n, d, x, y); });
+template <class R>
+void any_size::add(Limb* x, const Limb* y, rules::Widths f, R r) {
+  with_size(Shape{f}, [=](auto s, auto n) { add_pattern(s, n, r, x, y); });
 }
-void any_size::subtract(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  with_size(Shape{f}, [=](auto s, auto n) { subtract_pattern(s, n, d, x, y); });
+template <class R>
+void any_size::subtract(Limb* x, const Limb* y, rules::Widths f, R r) {
+  with_size(Shape{f}, [=](auto s, auto n) { subtract_pattern(s, n, r, x, y); });
 }
-void any_size::multiply(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  with_size(Shape{f}, [=](auto s, auto n) { multiply_pattern(s, n, d, x, y); });
+template <class R>
+void any_size::multiply(Limb* x, const Limb* y, rules::Widths f, R r) {
+  with_size(Shape{f}, [=](auto s, auto n) { multiply_pattern(s, n, r, x, y); });
 }
-void any_size::divide(Limb* x, const Limb* y, rules::Widths f, Direction d) {
-  with_size(Shape{f}, [=](auto s, auto n) { divide_pattern(s, n, d, x, y); });
+template <class R>
+void any_size::divide(Limb* x, const Limb* y, rules::Widths f, R r) {
+  with_size(Shape{f}, [=](auto s, auto n) { divide_pattern(s, n, r, x, y); });
 }
+
+template void binary256::add(Limb*, const Limb*, Direction);
+template void binary256::add(Limb*, const Limb*, Rounding);
+template void binary256::subtract(Limb*, const Limb*, Direction);
+template void binary256::subtract(Limb*, const Limb*, Rounding);
+template void binary256::multiply(Limb*, const Limb*, Direction);
+template void binary256::multiply(Limb*, const Limb*, Rounding);
+template void binary256::divide(Limb*, const Limb*, Direction);
+template void binary256::divide(Limb*, const Limb*, Rounding);
+template void any_size::add(Limb*, const Limb*, rules::Widths, Direction);
+template void any_size::add(Limb*, const Limb*, rules::Widths, Rounding);
+template void any_size::subtract(Limb*, const Limb*, rules::Widths, Direction);
+template void any_size::subtract(Limb*, const Limb*, rules::Widths, Rounding);
+template void any_size::multiply(Limb*, const Limb*, rules::Widths, Direction);
+template void any_size::multiply(Limb*, const Limb*, rules::Widths, Rounding);
+template void any_size::divide(Limb*, const Limb*, rules::Widths, Direction);
+template void any_size::divide(Limb*, const Limb*, rules::Widths, Rounding);
 
 rules::Operand operand_of(const Limb* x, rules::Widths f) { return operand_of(Shape{f}, x); }
 

@@ -7,6 +7,7 @@
 #define ZELK_LIMBS_LIMBS_H_
 
 #include "zelk/limbs/integers.h"
+#include "zelk/limbs/rounding.h"
 #include "zelk/numbers/qnumber.h"
 #include "zelk/rules/rounding.h"
 #include "zelk/rules/special.h"
@@ -23,59 +24,79 @@ inline bool serves(rules::Widths f) {
   return f.exp_width - 2 <= 60 && f.mant_width - 1 < max_bits / 4 - 64;
 }
 
-// x := x op y, rounded once; y may be x. Of NaN operands the left one, else the right one is passed
-// on as it is; what is invalid gives the canonical NaN.
+// x := x op y, rounded once; y may be x. R is Direction, and of NaN operands the left one, else the
+// right one is passed on as it is; or R is Rounding with exceptions, and every NaN gives the
+// canonical one, as what is invalid does in either.
 
 /// The operations on binary256, which need not look for the size of a format.
 namespace binary256 {
 
 inline constexpr rules::Widths widths{19, 236};
 
-/// x := x + y.
-void add(Limb* x, const Limb* y, rules::Direction d);
-/// x := x - y.
-void subtract(Limb* x, const Limb* y, rules::Direction d);
-/// x := x * y.
-void multiply(Limb* x, const Limb* y, rules::Direction d);
-/// x := x / y.
-void divide(Limb* x, const Limb* y, rules::Direction d);
+template <class R>
+void add(Limb* x, const Limb* y, R r);
+template <class R>
+void subtract(Limb* x, const Limb* y, R r);
+template <class R>
+void multiply(Limb* x, const Limb* y, R r);
+template <class R>
+void divide(Limb* x, const Limb* y, R r);
 
 }  // namespace binary256
 
 /// The operations on every format.
 namespace any_size {
 
-/// x := x + y.
-void add(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
-/// x := x - y.
-void subtract(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
-/// x := x * y.
-void multiply(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
-/// x := x / y.
-void divide(Limb* x, const Limb* y, rules::Widths f, rules::Direction d);
+template <class R>
+void add(Limb* x, const Limb* y, rules::Widths f, R r);
+template <class R>
+void subtract(Limb* x, const Limb* y, rules::Widths f, R r);
+template <class R>
+void multiply(Limb* x, const Limb* y, rules::Widths f, R r);
+template <class R>
+void divide(Limb* x, const Limb* y, rules::Widths f, R r);
 
 }  // namespace any_size
 
 /// x := x + y.
 /// \throws std::bad_alloc
-inline void add(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
-  f == binary256::widths ? binary256::add(x, y, d) : any_size::add(x, y, f, d);
+template <class R>
+inline void add(Limb* x, const Limb* y, rules::Widths f, R r) {
+  f == binary256::widths ? binary256::add(x, y, r) : any_size::add(x, y, f, r);
 }
 /// x := x - y.
 /// \throws std::bad_alloc
-inline void subtract(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
-  f == binary256::widths ? binary256::subtract(x, y, d) : any_size::subtract(x, y, f, d);
+template <class R>
+inline void subtract(Limb* x, const Limb* y, rules::Widths f, R r) {
+  f == binary256::widths ? binary256::subtract(x, y, r) : any_size::subtract(x, y, f, r);
 }
 /// x := x * y.
 /// \throws std::bad_alloc
-inline void multiply(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
-  f == binary256::widths ? binary256::multiply(x, y, d) : any_size::multiply(x, y, f, d);
+template <class R>
+inline void multiply(Limb* x, const Limb* y, rules::Widths f, R r) {
+  f == binary256::widths ? binary256::multiply(x, y, r) : any_size::multiply(x, y, f, r);
 }
 /// x := x / y.
 /// \throws std::bad_alloc
-inline void divide(Limb* x, const Limb* y, rules::Widths f, rules::Direction d) {
-  f == binary256::widths ? binary256::divide(x, y, d) : any_size::divide(x, y, f, d);
+template <class R>
+inline void divide(Limb* x, const Limb* y, rules::Widths f, R r) {
+  f == binary256::widths ? binary256::divide(x, y, r) : any_size::divide(x, y, f, r);
 }
+
+/// x := x * y + z.
+/// \throws std::bad_alloc
+void fused(Limb* x, const Limb* y, const Limb* z, rules::Widths f, Rounding r);
+/// x := the square root of x.
+/// \throws std::bad_alloc
+void root(Limb* x, rules::Widths f, Rounding r);
+/// x := what x / y leaves, the quotient rounded to nearest-even.
+/// \throws std::bad_alloc
+void remainder(Limb* x, const Limb* y, rules::Widths f, Rounding r);
+/// x := what x / y leaves, the quotient cut off.
+/// \throws std::bad_alloc
+void modulo(Limb* x, const Limb* y, rules::Widths f, Rounding r);
+/// x := the integer that x is rounded to; inexact when it is not x.
+void round_to_integral(Limb* x, rules::Widths f, Rounding r);
 
 /// The order of two patterns: -1, 0 or 1 as x < y, x = y or x > y; 2 for NaNs.
 int compare(const Limb* x, const Limb* y, rules::Widths f);
@@ -86,11 +107,11 @@ rules::Operand operand_of(const Limb* x, rules::Widths f);
 /// out := x rounded to another format. NaNs become the canonical one, infinities and zeros keep
 /// their sign. out has size(to) limbs, and may be x if the sizes agree.
 /// \throws std::bad_alloc
-void convert(const Limb* x, rules::Widths from, Limb* out, rules::Widths to, rules::Direction d);
+void convert(const Limb* x, rules::Widths from, Limb* out, rules::Widths to, Rounding r);
 
 /// out := the integer n rounded; 0 gives +0.
 /// \throws std::bad_alloc
-void from_integer(const QNumber& n, Limb* out, rules::Widths f, rules::Direction d);
+void from_integer(const QNumber& n, Limb* out, rules::Widths f, Rounding r);
 
 /// The exact value of a finite pattern.
 /// \throws IEEEFloat::error "reached limit on float precision", std::bad_alloc
@@ -100,7 +121,7 @@ QNumber to_number(const Limb* x, rules::Widths f);
 /// count as finite values of their exponent. For w = 0 the value cut off, 0 for those. Magnitudes
 /// below the least normal give 0 in either.
 /// \throws IEEEFloat::error "reached limit on float precision", std::bad_alloc
-QNumber to_integer(const Limb* x, rules::Widths f, rules::Direction d, unsigned long w);
+QNumber to_integer(const Limb* x, rules::Widths f, Direction d, unsigned long w);
 
 }  // namespace zelk::limbs
 

@@ -17,22 +17,16 @@ inline void assume_many(long n) {
   }
 }
 
-/// Rounds the magnitude of a pattern of `size` limbs that has `guard` below. What carries into the
-/// exponent of infinities is rounded outward and leaves a significand of 0.
-inline void round_pattern(Direction d, Limb sign, Limb guard, Limb* out, long size) {
-  increment(out, size, Limb{rounds_up(d, sign, out[0] % 2 != 0, guard)});
-}
-
 /// out, a significand of n limbs with its hidden bit in place or, for exp = 1, below, becomes the
-/// pattern nearest in direction d to it with the guard.
-inline void round_and_pack(Shape s, long n, Direction d, Limb sign, std::int64_t exp, Limb guard,
+/// pattern nearest in the direction to it with the guard.
+inline void round_and_pack(Shape s, long n, Rounding r, Limb sign, std::int64_t exp, Limb guard,
                            Limb* out) {
   if (exp >= s.exp_max()) [[unlikely]] {
-    pack_overflow(s, d, sign, out);
+    pack_overflow(s, r, sign, out);
     return;
   }
   pack_top(s, n, sign, exp - 1, out[n - 1], 0, out);
-  round_pattern(d, sign, guard, out, s.pattern_size(n));
+  round_pattern(s, n, r, sign, guard, out);
 }
 
 // ---- The operations ----
@@ -104,7 +98,7 @@ struct Normalized {
 /// out := a sum whose exponent may have moved from the larger pattern's, rounded. `upper` is of
 /// that pattern, `minus` all ones in a difference. The sum is overwritten, n + 1 limbs of it, and
 /// has its guard in the limb below. Subnormals are in place even if they become normal.
-[[gnu::noinline]] inline void round_moved_sum(Shape s, long n, Direction d, Limb upper, Limb minus,
+[[gnu::noinline]] inline void round_moved_sum(Shape s, long n, Rounding r, Limb upper, Limb minus,
                                               Limb* sum, Limb* out) {
   const long size = s.pattern_size(n);
   const Limb sign = upper >> (limb_bits - 1);
@@ -113,7 +107,7 @@ struct Normalized {
   const std::int64_t step = exponent_field(s, upper_limb(s, n, sum)) - field;
   if (step == 0 || field <= static_cast<std::int64_t>(minus & 1)) [[unlikely]] {
     std::copy_n(sum, size, out);
-    round_pattern(d, sign, sum[-1], out, size);
+    round_pattern(s, n, r, sign, sum[-1], out);
     return;
   }
   // Below the exponent is the significand of a difference, all of it. That of a sum has two bits
@@ -127,7 +121,7 @@ struct Normalized {
   if ((minus & (limb_mask(leading == 0) | limb_mask(zeros >= field))) != 0) [[unlikely]] {
     const Normalized moved = normalize_difference(s, n, sum, field, sum[-1]);
     std::copy_n(sum, n, out);
-    round_and_pack(s, n, d, sign, field - moved.k, moved.guard, out);
+    round_and_pack(s, n, r, sign, field - moved.k, moved.guard, out);
     return;
   }
   // A difference goes up by its zeros; a sum goes down by one, which is up by 63 from a limb below.
@@ -138,12 +132,12 @@ struct Normalized {
   shift_up(out, from, n, k);
   out[n - 1] |= s.hidden_bit() & ~minus;
   const auto change = static_cast<std::int64_t>((1 & ~minus) - places);
-  round_and_pack(s, n, d, sign, field + change, guard, out);
+  round_and_pack(s, n, r, sign, field + change, guard, out);
 }
 
 }  // namespace
 
-void normalize_and_pack(Shape s, long n, Direction d, Limb sign, std::int64_t exp, const Limb* w,
+void normalize_and_pack(Shape s, long n, Rounding r, Limb sign, std::int64_t exp, const Limb* w,
                         long size, bool sticky, Limb* out) {
   const long used = trimmed(w, size);
   std::int64_t shift = bit_size(w, used) - 1 - static_cast<long>(s.mant_width);
@@ -158,14 +152,14 @@ void normalize_and_pack(Shape s, long n, Direction d, Limb sign, std::int64_t ex
   } else {
     shift_left(out, n, w, used, static_cast<std::uint64_t>(-shift));
   }
-  round_and_pack(s, n, d, sign, exp, guard | Limb{sticky}, out);
+  round_and_pack(s, n, r, sign, exp, guard | Limb{sticky}, out);
 }
 
-void add_sub(Shape s, long n, Direction d, Limb* x, const Limb* y, Limb flip) {
+void add_sub(Shape s, long n, Rounding r, Limb* x, const Limb* y, Limb flip) {
   assume_many(n);
   Operands operands(s, n, x, y);
   if (!operands.finite(s)) [[unlikely]] {
-    apply_table(flip != 0 ? Operation::difference : Operation::sum, s, d, x, y);
+    apply_table(flip != 0 ? Operation::difference : Operation::sum, s, r, x, y);
     return;
   }
   Room room(n + 2);
@@ -177,7 +171,7 @@ void add_sub(Shape s, long n, Direction d, Limb* x, const Limb* y, Limb flip) {
   const Number smaller = operands.unpack(s, n, 1);
   const Limb minus = limb_mask(sign != smaller.sign);
   if ((order.equal & minus) != 0) [[unlikely]] {
-    pack_zero(s, Limb{rules::zero_sum_is_negative(d)}, x);
+    pack_zero(s, Limb{rules::zero_sum_is_negative(r.direction)}, x);
     return;
   }
   const long size = s.pattern_size(n);
@@ -210,11 +204,16 @@ void add_sub(Shape s, long n, Direction d, Limb* x, const Limb* y, Limb flip) {
   }
   if (elsewhere != 0) {
     part[-1] = guard;
-    round_moved_sum(s, n, d, upper, minus, part, x);
+    round_moved_sum(s, n, r, upper, minus, part, x);
   } else {
     // A complement lacks one if nothing is below, and then there is nothing to round.
     const Limb complement = minus & Limb{guard == 0};
-    increment(sum, size, complement | Limb{rounds_up(d, sign, sum[0] % 2 != 0, guard)});
+    if (r.is_watched()) {
+      increment(sum, size, complement);
+      round_watched(s, r, sign, guard, sum);
+    } else {
+      increment(sum, size, complement | Limb{rounds_up(r, sign, sum[0] % 2 != 0, guard)});
+    }
   }
 }
 
@@ -230,9 +229,13 @@ void align_up(Shape s, long n, const Number& x, Limb* out) {
   out[0] = x.low[0] << k;
 }
 
-/// Whether rounding depends on what a guard has lost: less than `error` units of it.
-bool is_undecided(Direction d, Limb guard, Limb error) {
-  return (d == rules::nearest ? half_limb : 0) - guard < error;
+/// Whether the result depends on what a guard has lost: less than `error` units of it. Halves
+/// matter to the nearest, whole units to other directions and to whoever asks whether a result is
+/// exact.
+bool is_undecided(Rounding r, Limb guard, Limb error) {
+  const bool nearest = r.direction == rules::nearest || r.direction == rules::nearest_away;
+  return (nearest && half_limb - guard < error) ||
+         ((!nearest || r.is_watched()) && 0 - guard < error);
 }
 
 /// What is left of two operands beside their significands: `exp` is the exponent of the result, or
@@ -252,23 +255,23 @@ struct Factors {
 /// out := x * y, x and y being significands of n limbs, y moved up to the highest bit. Rounds by
 /// the upper limbs of the product, n + 1 of them in `product`; false, and nothing done, where those
 /// do not decide.
-bool multiply_upper(Shape s, long n, Direction d, const Factors& f, const Limb* x, const Limb* y,
+bool multiply_upper(Shape s, long n, Rounding r, const Factors& f, const Limb* x, const Limb* y,
                     Limb* product, Limb* out) {
   multiply_high(product, x, y, n, product + n + 1);
   const auto above = static_cast<unsigned>(product[n] >> s.top_bit() & 1);
   const unsigned k = 1 - above;
   const Limb guard = product[0] << k;
-  if (is_undecided(d, guard, product_error(n) << k)) [[unlikely]] {
+  if (is_undecided(r, guard, product_error(n) << k)) [[unlikely]] {
     return false;
   }
   shift_up(out, product + 1, n, k);
-  round_and_pack(s, n, d, f.sign, f.exp + above, guard, out);
+  round_and_pack(s, n, r, f.sign, f.exp + above, guard, out);
   return true;
 }
 
 /// out := x / y, x and y being significands of n limbs, both moved up to the highest bit. As above,
 /// with n + 3 limbs in `quotient`.
-bool divide_upper(Shape s, long n, Direction d, const Factors& f, const Limb* x, const Limb* y,
+bool divide_upper(Shape s, long n, Rounding r, const Factors& f, const Limb* x, const Limb* y,
                   Limb* quotient, Limb* out) {
   divide_high(quotient, x, y, n, quotient + n + 3);
   quotient[n + 2] = 0;
@@ -278,46 +281,46 @@ bool divide_upper(Shape s, long n, Direction d, const Factors& f, const Limb* x,
   const Limb* from = quotient + places / limb_bits;
   const Limb guard = shifted_limb(from[0], from[1], k);
   // Less than a unit goes with the limbs that the guard is cut from.
-  if (is_undecided(d, guard, quotient_error + 1)) [[unlikely]] {
+  if (is_undecided(r, guard, quotient_error + 1)) [[unlikely]] {
     return false;
   }
   shift_down(out, from + 1, n, k);
-  round_and_pack(s, n, d, f.sign, f.exp + above, guard, out);
+  round_and_pack(s, n, r, f.sign, f.exp + above, guard, out);
   return true;
 }
 
 /// out := x * y, x and y being significands of n limbs, y moved up to the highest bit, with room
 /// for the product.
-void multiply_significands(Shape s, long n, Direction d, const Factors& f, const Limb* x,
+void multiply_significands(Shape s, long n, Rounding r, const Factors& f, const Limb* x,
                            const Limb* y, Limb* product, Limb* out) {
-  if (f.is_safe(s) && multiply_upper(s, n, d, f, x, y, product, out)) {
+  if (f.is_safe(s) && multiply_upper(s, n, r, f, x, y, product, out)) {
     return;
   }
   mpn_mul_n(product, x, y, n);
   const std::int64_t exp = f.exp - static_cast<long>(s.mant_width) - (63 - long{s.top_bit()});
-  normalize_and_pack(s, n, d, f.sign, exp, product, 2 * n, false, out);
+  normalize_and_pack(s, n, r, f.sign, exp, product, 2 * n, false, out);
 }
 
 /// out := x * x, x being a significand moved up. As a whole a square is faster.
-void square_significand(Shape s, long n, Direction d, const Factors& f, const Limb* x,
-                        Limb* product, Limb* out) {
+void square_significand(Shape s, long n, Rounding r, const Factors& f, const Limb* x, Limb* product,
+                        Limb* out) {
   mpn_sqr(product, x, n);
   const std::int64_t exp = f.exp - static_cast<long>(s.mant_width) - 2 * (63 - long{s.top_bit()});
-  normalize_and_pack(s, n, d, f.sign, exp, product, 2 * n, false, out);
+  normalize_and_pack(s, n, r, f.sign, exp, product, 2 * n, false, out);
 }
 
 }  // namespace
 
 // For large products and quotients GMP allocates, and that may throw.
 
-void multiply(Shape s, long n, Direction d, Limb* x, const Limb* y) {
+void multiply(Shape s, long n, Rounding r, Limb* x, const Limb* y) {
   assume_many(n);
   Room room(n + std::max(n + 1 + product_room(n), 2 * n));
   const Operands operands(s, n, x, y);
   const Number left = operands.unpack(s, n, 0);
   const Number right = operands.unpack(s, n, 1);
   if (!operands.finite(s) || is_zero(left, n) || is_zero(right, n)) [[unlikely]] {
-    apply_table(Operation::product, s, d, x, y);
+    apply_table(Operation::product, s, r, x, y);
     return;
   }
   const Factors f(s, left, right, left.exp - s.bias() + right.exp);
@@ -325,20 +328,20 @@ void multiply(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   Limb* product = factor + n;
   align_up(s, n, right, factor);
   if (x == y) {
-    square_significand(s, n, d, f, factor, product, x);
+    square_significand(s, n, r, f, factor, product, x);
     return;
   }
   // Without sign and exponent x is its significand.
   const Limb top = std::exchange(x[n - 1], left.top);
   try {
-    multiply_significands(s, n, d, f, x, factor, product, x);
+    multiply_significands(s, n, r, f, x, factor, product, x);
   } catch (...) {
     x[n - 1] = top;
     throw;
   }
 }
 
-void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
+void divide(Shape s, long n, Rounding r, Limb* x, const Limb* y) {
   assume_many(n);
   // A quotient of 64 q - 1 bits at least, where m + 2 are needed; the remainder is the sticky bit.
   const long q = static_cast<long>((s.mant_width + 2) / limb_bits) + 1;
@@ -347,7 +350,7 @@ void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   const Number left = operands.unpack(s, n, 0);
   const Number right = operands.unpack(s, n, 1);
   if (!operands.finite(s) || is_zero(left, n) || is_zero(right, n)) [[unlikely]] {
-    apply_table(Operation::quotient, s, d, x, y);
+    apply_table(Operation::quotient, s, r, x, y);
     return;
   }
   const Factors f(s, left, right, left.exp - right.exp + s.bias() - 1);
@@ -356,7 +359,7 @@ void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
   Limb* quotient = divisor + n;
   align_up(s, n, left, dividend);
   align_up(s, n, right, divisor);
-  if (f.is_safe(s) && divide_upper(s, n, d, f, dividend, divisor, quotient, x)) {
+  if (f.is_safe(s) && divide_upper(s, n, r, f, dividend, divisor, quotient, x)) {
     return;
   }
   const long x_size = trimmed(dividend, n);
@@ -365,7 +368,7 @@ void divide(Shape s, long n, Direction d, Limb* x, const Limb* y) {
                            bit_size(dividend, x_size) - bit_size(divisor, y_size);
   const bool sticky =
       divide_integers(quotient, q, dividend, x_size, divisor, y_size, quotient + q + 1);
-  normalize_and_pack(s, n, d, f.sign, exp, quotient, q + 1, sticky, x);
+  normalize_and_pack(s, n, r, f.sign, exp, quotient, q + 1, sticky, x);
 }
 
 }  // namespace zelk::limbs

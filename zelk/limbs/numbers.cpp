@@ -8,7 +8,7 @@
 
 namespace zelk::limbs {
 
-void from_integer(const QNumber& n, Limb* out, rules::Widths f, Direction d) {
+void from_integer(const QNumber& n, Limb* out, rules::Widths f, Rounding r) {
   const Shape s{f};
   if (n.is_zero()) {
     pack_zero(s, 0, out);
@@ -17,7 +17,7 @@ void from_integer(const QNumber& n, Limb* out, rules::Widths f, Direction d) {
   const auto size = static_cast<long>((BVNumber::bit_length(n) - 1) / limb_bits) + 1;
   Room room(size);
   BVNumber::to_words(n, std::span(room.limbs(), static_cast<std::size_t>(size)));
-  pack_scaled(s, d, Limb{n.sign() < 0}, 0, room.limbs(), size, out);
+  pack_scaled(s, r, Limb{n.sign() < 0}, 0, room.limbs(), size, out);
 }
 
 QNumber to_number(const Limb* x, rules::Widths f) {

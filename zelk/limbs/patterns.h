@@ -11,13 +11,12 @@
 #include <bit>
 
 #include "zelk/limbs/integers.h"
+#include "zelk/limbs/rounding.h"
 #include "zelk/rules/rounding.h"
 #include "zelk/rules/special.h"
 #include "zelk/words/integers.h"
 
 namespace zelk::limbs {
-
-using rules::Direction;
 
 /// The widths of a format. Passed by value: limbs are written between its uses.
 struct Shape : rules::Widths {
@@ -222,14 +221,26 @@ void pack_zero(Shape s, Limb sign, Limb* out);
 void pack_infinity(Shape s, Limb sign, Limb* out);
 /// out := the NaN that operations make.
 void pack_nan(Shape s, Limb* out);
-/// out := the infinity of this sign or the largest finite value, as the direction has it.
-[[gnu::cold]] void pack_overflow(Shape s, Direction d, Limb sign, Limb* out);
+/// out := the infinity of this sign or the largest finite value, as the direction has it; an
+/// overflow.
+[[gnu::cold]] void pack_overflow(Shape s, Rounding r, Limb sign, Limb* out);
 
-/// Whether rounding in direction d increments a magnitude that has `guard` below: what the rule
-/// says, as limbs have it.
-[[gnu::always_inline]] inline bool rounds_up(Direction d, Limb sign, bool odd, Limb guard) {
-  return d == rules::nearest ? (guard | Limb{odd}) > half_limb
-                             : guard != 0 && rules::rounds_outward(d, sign != 0);
+/// Whether a result of this exponent field can be tiny, or be rounded to an infinity.
+[[gnu::always_inline]] inline bool is_at_border(Shape s, std::int64_t field) {
+  return static_cast<Limb>(field) - 2 >= static_cast<Limb>(s.exp_max()) - 3;
+}
+
+/// Rounds the magnitude of a finite pattern that has `guard` below, with the exceptions that this
+/// raises. Tiny is what has an exponent field of 0 and is not zero.
+void round_watched(Shape s, Rounding r, Limb sign, Limb guard, Limb* out);
+/// The same with exceptions or without. What carries into the exponent of infinities is rounded
+/// outward and leaves a significand of 0.
+inline void round_pattern(Shape s, long n, Rounding r, Limb sign, Limb guard, Limb* out) {
+  if (r.is_watched()) {
+    round_watched(s, r, sign, guard, out);
+  } else {
+    increment(out, s.pattern_size(n), Limb{rounds_up(r, sign, out[0] % 2 != 0, guard)});
+  }
 }
 
 // ---- Special operands ----
@@ -240,9 +251,13 @@ rules::Operand operand_of(Shape s, const Limb* bits);
 /// Operations that the tables of special operands know.
 enum class Operation : unsigned char { sum, difference, product, quotient };
 
+/// x := what a table has for the operands x and y, with its exceptions; false, and nothing done,
+/// where that is left to be computed. With exceptions NaNs become the canonical one.
+bool settle(rules::Result result, Shape s, Rounding r, Limb* x, const Limb* y);
+
 /// x := x op y, where the tables know the result: one operand is a NaN or an infinity, or a zero
 /// that is a factor or a divisor.
-[[gnu::cold]] void apply_table(Operation op, Shape s, Direction d, Limb* x, const Limb* y);
+[[gnu::cold]] void apply_table(Operation op, Shape s, Rounding r, Limb* x, const Limb* y);
 
 }  // namespace zelk::limbs
 

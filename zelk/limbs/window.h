@@ -99,12 +99,28 @@ template <std::size_t n>
   load(s, shape, x, static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top)));
 }
 
+/// pack_rounded for exponents at the ends of the range, with exceptions.
+template <std::size_t n>
+[[gnu::cold, gnu::noinline]] void pack_at_border(Shape shape, Rounding r, Limb sign,
+                                                 std::int64_t exp, const Window<n>& s, Limb* out) {
+  std::copy_n(s.w + 1, n - 1, out);
+  pack_top(shape, n, sign, exp - 1, s.w[n], 0, out);
+  round_watched(shape, r, sign, s.w[0], out);
+}
+
 /// out := the significand rounded, for an exponent from 1 to below exp_max(). It has its leading
 /// bit where the hidden bit belongs or, for exp = 1, below.
 template <std::size_t n>
-[[gnu::always_inline]] inline void pack_rounded(Shape shape, Direction d, Limb sign,
+[[gnu::always_inline]] inline void pack_rounded(Shape shape, Rounding r, Limb sign,
                                                 std::int64_t exp, const Window<n>& s, Limb* out) {
-  Carry carry = rounds_up(d, sign, s.w[1] % 2 != 0, s.w[0]);
+  if (r.is_watched()) {
+    if (is_at_border(shape, exp)) [[unlikely]] {
+      pack_at_border(shape, r, sign, exp, s, out);
+      return;
+    }
+    r.raise_lost(s.w[0]);
+  }
+  Carry carry = rounds_up(r, sign, s.w[1] % 2 != 0, s.w[0]);
   for (std::size_t i = 0; i < n - 1; ++i) {
     out[i] = add_limb(s.w[i + 1], 0, carry);
   }
@@ -114,10 +130,10 @@ template <std::size_t n>
   pack_top(shape, n, sign, exp - 1, top, carry, out);
 }
 
-/// out := the pattern nearest in direction d to a number whose significand has its leading bit
+/// out := the pattern nearest in the direction to a number whose significand has its leading bit
 /// where the hidden bit belongs, or below.
 template <std::size_t n>
-[[gnu::noinline]] void normalize_and_pack(Shape shape, Direction d, Limb sign, std::int64_t exp,
+[[gnu::noinline]] void normalize_and_pack(Shape shape, Rounding r, Limb sign, std::int64_t exp,
                                           Window<n> s, Limb* out) {
   Limb leading = leading_limb(shape, s);
   for (; leading == 0 && exp > limb_bits; exp -= limb_bits) {
@@ -138,21 +154,21 @@ template <std::size_t n>
   shift_left(s, static_cast<unsigned>(k));
   exp -= k;
   if (exp >= shape.exp_max()) {
-    pack_overflow(shape, d, sign, out);
+    pack_overflow(shape, r, sign, out);
   } else {
-    pack_rounded(shape, d, sign, exp, s, out);
+    pack_rounded(shape, r, sign, exp, s, out);
   }
 }
 
 /// The same with the leading bit where the hidden bit belongs.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline void round_and_pack(S shape, Direction d, Limb sign, std::int64_t exp,
+[[gnu::always_inline]] inline void round_and_pack(S shape, Rounding r, Limb sign, std::int64_t exp,
                                                   const Window<n>& s, Limb* out) {
   const Shape widths = shape;
   if (static_cast<Limb>(exp - 1) < static_cast<Limb>(widths.exp_max() - 1)) [[likely]] {
-    pack_rounded(widths, d, sign, exp, s, out);
+    pack_rounded(widths, r, sign, exp, s, out);
   } else {
-    normalize_and_pack(widths, d, sign, exp, s, out);
+    normalize_and_pack(widths, r, sign, exp, s, out);
   }
 }
 

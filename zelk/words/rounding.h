@@ -4,6 +4,7 @@
 #define ZELK_WORDS_ROUNDING_H_
 
 #include <algorithm>
+#include <concepts>
 #include <cstdint>
 #include <type_traits>
 
@@ -17,22 +18,35 @@ namespace zelk::words {
 
 using rules::Direction;
 
-// A shape whose operations raise flags in a byte of the caller's. The others know no flags.
+// A shape whose operations raise flags in a byte of the caller's. Signaling NaNs are invalid.
 template <Shape S>
 struct Flagged : S {
   unsigned char* flags;
 };
+// A shape whose operations raise flags, judge tininess and flush as an environment has it. Every
+// NaN is quiet.
+template <Shape S>
+struct InEnvironment : Flagged<S> {
+  bool tiny_before;  // tininess is judged before rounding, else after it
+  bool flush;        // tiny results that are not zero become the zero of their sign
+};
 
+// The other shapes know no flags.
 template <class S>
-inline constexpr bool has_flags = false;
+concept HasFlags = requires(S s) {
+  s.flags;
+};
 template <class S>
-inline constexpr bool has_flags<Flagged<S>> = true;
+concept HasEnvironment = requires(S s) {
+  s.tiny_before;
+};
 
-// Writes only what changes: a store that the next operation has to load costs more than the test.
+// Writes only what changes, and asks for that first: flags that are up already cost no branch that
+// is hard to predict, nor a store that the next operation has to load.
 template <Shape S>
 void raise([[maybe_unused]] S s, bool condition, int flags) {
-  if constexpr (has_flags<S>) {
-    if (condition && (flags & ~*s.flags) != 0) {
+  if constexpr (HasFlags<S>) {
+    if ((flags & ~*s.flags) != 0 && condition) {
       *s.flags = static_cast<unsigned char>(*s.flags | flags);
     }
   }
@@ -97,7 +111,9 @@ Word<S> special(S s, rules::Result r, Word<S> a, Word<S> b) {
     case rules::Outcome::left:
     case rules::Outcome::right:
       if constexpr (passes_nan_on<S>) return r.outcome == rules::Outcome::left ? a : b;
-      raise(s, is_signaling(s, a) || is_signaling(s, b), rules::invalid);
+      if constexpr (!HasEnvironment<S>) {
+        raise(s, is_signaling(s, a) || is_signaling(s, b), rules::invalid);
+      }
       return canonical_nan(s);
     case rules::Outcome::zero:
       return sign;
@@ -116,7 +132,7 @@ Word<S> special(S s, rules::Result r, Word<S> a, Word<S> b) {
 
 template <Shape S>
 constexpr bool is_short(S s) {
-  return std::is_same_v<S, ShortShape> || (sizeof(Word<S>) == 8 && s.mant_width <= short_width);
+  return std::derived_from<S, ShortShape> || (sizeof(Word<S>) == 8 && s.mant_width <= short_width);
 }
 
 // a / 2^n. In double words n is 64 at least.
@@ -180,6 +196,13 @@ template <Shape S>
   return {sign_of(s, a), exp, normal_significand(s, a)};
 }
 
+// The same as unpack takes it apart.
+template <Shape S>
+[[gnu::always_inline]] constexpr Unpacked<Word<S>> unpack_normal_up(S s, Word<S> a) {
+  const auto x = unpack_normal(s, a);
+  return {x.sign, x.exp, shift_left(x.sig, lead<Word<S>> - s.mant_width)};
+}
+
 // Whether a pattern from which unpack_normal took this exponent is normal.
 template <Shape S>
 constexpr bool is_normal_exponent(S s, std::int64_t exp) {
@@ -191,7 +214,7 @@ constexpr bool is_normal_exponent(S s, std::int64_t exp) {
 // The bits of a significand that its format keeps.
 template <Shape S>
 constexpr std::int64_t kept_width(S s) {
-  if constexpr (std::is_same_v<S, RaisedShape>) return s.kept_width;
+  if constexpr (Raised<S>) return s.kept_width;
   return s.mant_width;
 }
 
@@ -207,21 +230,36 @@ constexpr bool is_inexact(S s, Word<S> sig) {
   return (sig & (2 * half_ulp(s) - 1)) != 0;
 }
 
-// A significand rounded to the format, its leading bit at mant_width or, by a carry, above. The
-// rule as one addition, whose carry into the last place is the increment.
+// The rule as one addition: what is added to the digits below a unit, so that their carry into it
+// is the increment. Whether any digit was lost beneath them is in the lowest one.
+template <class W>
+constexpr W to_carry(Direction mode, bool negative, bool odd, W unit) {
+  switch (mode) {
+    case rules::nearest:
+      return unit / 2 - 1 + W{odd};
+    case rules::nearest_away:
+      return unit / 2;
+    case rules::to_odd:
+      return odd ? 0 : unit - 1;
+    default:
+      return rules::rounds_outward(mode, negative) ? unit - 1 : 0;
+  }
+}
+
+// A significand rounded to the format, its leading bit at mant_width or, by a carry, above.
 template <Shape S>
 [[gnu::always_inline]] constexpr Word<S> rounded(S s, Word<S> sig, Word<S> sign, Direction mode) {
   const std::int64_t n = lead<Word<S>> - s.mant_width;
-  if constexpr (std::is_same_v<S, RaisedShape>) {
-    const Word<S> unit = 2 * half_ulp(s);
-    const Word<S> below = mode == rules::nearest ? half_ulp(s) - 1 + ((sig & unit) != 0)
-                          : rules::rounds_outward(mode, sign != 0) ? unit - 1
-                                                                   : 0;
+  const Word<S> unit = 2 * half_ulp(s);
+  if constexpr (Raised<S>) {
+    const bool odd = (sig & unit) != 0;
+    const Word<S> below =
+        mode == rules::nearest ? half_ulp(s) - 1 + odd : to_carry(mode, sign != 0, odd, unit);
     return shift_right((sig + below) & (0 - unit), n);
   }
   if (mode == rules::nearest) [[likely]]
     return shift_right(sig + (half_ulp(s) - 1) + (shift_right(sig, n) & 1), n);
-  return shift_right(sig + (rules::rounds_outward(mode, sign != 0) ? 2 * half_ulp(s) - 1 : 0), n);
+  return shift_right(sig + to_carry(mode, sign != 0, (sig & unit) != 0, unit), n);
 }
 
 // Rounds and packs, for an exponent of 0 or more. The significand brings its leading bit along,
@@ -236,7 +274,7 @@ template <Shape S>
 
 // Rounds and packs a normalized number near or beyond an end of the exponent range. The exponent
 // that rounding would give it there, without an end, decides on overflow and on tininess; a mode
-// that points toward zero overflows to the largest finite value.
+// that points toward zero, or to odd, overflows to the largest finite value.
 template <Shape S>
 [[gnu::cold, gnu::noinline]] Word<S> round_and_pack_at_border(S s, Word<S> sign, std::int64_t exp,
                                                               Word<S> sig, Direction mode) {
@@ -247,9 +285,17 @@ template <Shape S>
     return sign | (infinity(s) - (rules::rounds_outward(mode, sign != 0) ? 0 : ulp(s)));
   }
   if (exp < 0) {
+    bool tiny = rounded_exp <= 0;
+    if constexpr (HasEnvironment<S>) {
+      tiny = tiny || s.tiny_before;
+      if (tiny && s.flush) {
+        raise(s, true, rules::underflow | rules::inexact);
+        return sign;
+      }
+    }
     sig = shift_right_jam(sig, -exp);
     exp = 0;
-    raise(s, rounded_exp <= 0 && is_inexact(s, sig), rules::underflow);
+    raise(s, tiny && is_inexact(s, sig), rules::underflow);
   }
   return round_and_pack_inside(s, Unpacked<Word<S>>{sign, exp, sig}, mode);
 }

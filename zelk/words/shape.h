@@ -6,6 +6,7 @@
 #ifndef ZELK_WORDS_SHAPE_H_
 #define ZELK_WORDS_SHAPE_H_
 
+#include <concepts>
 #include <cstdint>
 #include <type_traits>
 
@@ -66,6 +67,8 @@ struct RaisedShape {
   /// How far the pattern was moved.
   constexpr std::int64_t below() const { return mant_width - kept_width; }
 };
+template <class S>
+concept Raised = Shape<S> && std::derived_from<S, RaisedShape>;
 
 /// Widths known at run time, together 64 to 127, as patterns have them in two words.
 struct DoubleShape {
@@ -103,14 +106,18 @@ template <Shape S>
 constexpr Word<S> sign_bit(S s) {
   return pow2<Word<S>>(s.exp_width + s.mant_width);
 }
-constexpr uint128 sign_bit(RaisedShape /*shape*/) { return uint128{1} << 127; }
+template <Raised S>
+constexpr uint128 sign_bit(S /*shape*/) {
+  return uint128{1} << 127;
+}
 
 /// The significand's leading bit, which normal patterns leave out; also the smallest normal.
 template <Shape S>
 constexpr Word<S> hidden_bit(S s) {
   return pow2<Word<S>>(s.mant_width);
 }
-constexpr uint128 hidden_bit(RaisedShape s) {
+template <Raised S>
+constexpr uint128 hidden_bit(S s) {
   return uint128{std::uint64_t{1} << (s.mant_width - 64)} << 64;
 }
 
@@ -119,7 +126,10 @@ template <Shape S>
 constexpr Word<S> ulp(S /*shape*/) {
   return 1;
 }
-constexpr uint128 ulp(RaisedShape s) { return powers_of_two.value[s.below()]; }
+template <Raised S>
+constexpr uint128 ulp(S s) {
+  return powers_of_two.value[s.below()];
+}
 
 template <Shape S>
 constexpr Word<S> infinity(S s) {

@@ -23,8 +23,11 @@ struct Window {
 [[gnu::always_inline]] inline bool rounds_up(Direction mode, bool negative, bool odd,
                                              std::uint64_t below) {
   constexpr std::uint64_t half = std::uint64_t{1} << 63;
-  return mode == rules::nearest ? (below | std::uint64_t{odd}) > half
-                                : below != 0 && rules::rounds_outward(mode, negative);
+  if (mode == rules::nearest) [[likely]]
+    return (below | std::uint64_t{odd}) > half;
+  return mode == rules::nearest_away ? below >= half
+         : mode == rules::to_odd     ? below != 0 && !odd
+                                     : below != 0 && rules::rounds_outward(mode, negative);
 }
 
 // A pattern that has digits below, rounded; a carry out of the significand goes to the exponent.
@@ -32,6 +35,7 @@ template <Shape S>
 [[gnu::always_inline]] inline uint128 round_pattern(S s, uint128 pattern, std::uint64_t below,
                                                     Direction mode) {
   const bool negative = (high_word(pattern) >> 63) != 0;
+  raise(s, below != 0 || (low_word(pattern) & (low_word(ulp(s)) - 1)) != 0, rules::inexact);
   if (ulp(s) == 1) {
     const bool odd = (low_word(pattern) & 1) != 0;
     return pattern + std::uint64_t{rounds_up(mode, negative, odd, below)};
@@ -41,8 +45,11 @@ template <Shape S>
   const std::uint64_t low = low_word(pattern);
   if (mode == rules::nearest) [[likely]] {
     pattern += (unit / 2 - 1) + std::uint64_t{(low & unit) != 0 || below != 0};
-  } else if (rules::rounds_outward(mode, negative)) {
-    pattern = (pattern | std::uint64_t{below != 0}) + (unit - 1);
+  } else if (mode == rules::nearest_away) {
+    pattern += unit / 2;
+  } else {
+    pattern =
+        (pattern | std::uint64_t{below != 0}) + to_carry(mode, negative, (low & unit) != 0, unit);
   }
   return double_word(high_word(pattern), low_word(pattern) & (0 - unit));
 }
@@ -139,6 +146,7 @@ template <Shape S>
   const uint128 sum = double_word(high_sum, low_sum);
   if ((high_word(sum) ^ high_word(large)) >> (place - 1) == 0) [[likely]] {
     out = round_pattern(s, sum, below, mode);
+    raise(s, is_inf(s, out), rules::overflow);  // which is inexact
     return true;
   }
   const std::uint64_t sign = high_word(large) & sign_bit;

@@ -123,8 +123,8 @@ template <class S, std::size_t n>
 
 /// The same where the smaller term is that of 2^k, k >= 64.
 template <class S, std::size_t n, class R>
-[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, R rounding, Terms t,
-                                    Number smaller, std::uint64_t k, Limb* out) {
+[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, R rounding, Terms t, Number smaller,
+                                    std::uint64_t k, Limb* out) {
   const Rounding r = rounding;
   const Shape s = shape;
   if (k > s.mant_width + 2 && r.direction == rules::nearest) {

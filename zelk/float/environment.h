@@ -193,10 +193,16 @@ template <class Operands, class... Others>
 [[gnu::always_inline]] inline void Environment::apply(
     const detail::RoundedOperations<Operands>& operation, IEEEFloat& x, const Others&... others) {
   const detail::Head& head = x.head;
-  const auto on_road = operation[head.kind.road()];
-  if (((others.head.kind == head.kind) && ...) && head.kind.names_format() && on_road != nullptr &&
-      rounding <= Rounding::to_odd && !flush_operands) [[likely]] {
-    on_road(x.pattern, others.pattern..., head.exp_width, head.mant_width, *this);
+  const bool same = ((others.head.kind == head.kind) && ...) && !flush_operands;
+  const bool nearest = detail::has_short_roads && same && rounding == Rounding::nearest_even;
+  if (nearest && head.kind == detail::Kind::packed64()) {
+    x.pattern.words[0] = operation.nearest64(x.pattern.words[0], others.pattern.words[0]..., *this);
+  } else if (nearest && head.kind == detail::Kind::packed32()) {
+    x.pattern.words[0] = operation.nearest32(x.pattern.words[0], others.pattern.words[0]..., *this);
+  } else if (same && head.kind.names_format() && rounding <= Rounding::to_odd &&
+             operation[head.kind.road()] != nullptr) [[likely]] {
+    operation[head.kind.road()](x.pattern, others.pattern..., head.exp_width, head.mant_width,
+                                *this);
   } else {
     apply_otherwise(operation, x, others...);
   }

@@ -17,18 +17,36 @@ namespace {
 Direction direction_in(const Environment& env) { return static_cast<Direction>(env.rounding); }
 bool is_tiny_before(const Environment& env) { return env.tininess == Tininess::before_rounding; }
 
-// An operation of words on patterns, x and others: the usual way inline, the general one in a
+// The word that an operand's pattern is.
+template <class Operand>
+using WordOf = Word;
+
+template <class S>
+words::InEnvironment<S> in_environment(S s, Environment& env) {
+  return {{s, &env.flags}, is_tiny_before(env), env.flush_results};
+}
+
+// An operation of words on packed ones, to nearest-even: the usual way inline, the general one in a
 // function of the same kind.
+template <class Op, class S, class... Words>
+struct NearestOnPacked {
+  static Word usual(Word x, Words... others, Environment& env) {
+    Word r = 0;
+    return Op::usual(in_environment(S{}, env), x, others..., rules::nearest, r)
+               ? r
+               : general(x, others..., env);
+  }
+  [[gnu::noinline]] static Word general(Word x, Words... others, Environment& env) {
+    return Op::general(in_environment(S{}, env), x, others..., rules::nearest);
+  }
+};
+
+// The same on patterns, x and others.
 template <class Op, class Place, class... Others>
 struct RoundedOnWords {
-  static auto shape(unsigned long e, unsigned long m, Environment& env) {
-    using S = decltype(Place::shape({e, m}));
-    return words::InEnvironment<S>{
-        {Place::shape({e, m}), &env.flags}, is_tiny_before(env), env.flush_results};
-  }
   static void usual(Pattern& x, Others... others, unsigned long e, unsigned long m,
                     Environment& env) {
-    const auto s = shape(e, m, env);
+    const auto s = in_environment(Place::shape({e, m}), env);
     decltype(Place::load(s, x)) r;
     if (Op::usual(s, Place::load(s, x), Place::load(s, others)..., direction_in(env), r))
         [[likely]] {
@@ -39,7 +57,7 @@ struct RoundedOnWords {
   }
   [[gnu::noinline]] static void general(Pattern& x, Others... others, unsigned long e,
                                         unsigned long m, Environment& env) {
-    const auto s = shape(e, m, env);
+    const auto s = in_environment(Place::shape({e, m}), env);
     Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, others)..., direction_in(env)),
                  x);
   }
@@ -63,7 +81,7 @@ struct RoundedOnLimbs {
   }
 };
 
-// The operation on the road of this number. A packed word is like any other: flags go to the
+// The operation on the road of this number. A packed word is like any other here: flags go to the
 // environment.
 template <class Op, class Operands, class... Others>
 constexpr typename Operands::OnRoad on_rounded_road(Road road) {
@@ -94,11 +112,16 @@ constexpr typename Operands::OnRoad on_rounded_road(Road road) {
 
 template <class Op, class Operands, class... Others>
 constexpr RoundedOperations<Operands> on_rounded_roads() {
+  using OnWords = typename Op::OnWords;
   RoundedOperations<Operands> all{};
-  for (unsigned i = 0; has_short_roads && i < road_count; ++i) {
-    all.on[i] = on_rounded_road<Op, Operands, Others...>(Road{i});
-  }
   all.on_numbers = Op::on_numbers;
+  if (has_short_roads) {
+    all.nearest32 = NearestOnPacked<OnWords, words::FixedShape<8, 23>, WordOf<Others>...>::usual;
+    all.nearest64 = NearestOnPacked<OnWords, words::FixedShape<11, 52>, WordOf<Others>...>::usual;
+    for (unsigned i = 0; i < road_count; ++i) {
+      all.on[i] = on_rounded_road<Op, Operands, Others...>(Road{i});
+    }
+  }
   return all;
 }
 

@@ -5,6 +5,8 @@
 #ifndef ZELK_FLOAT_ROUNDED_ROADS_H_
 #define ZELK_FLOAT_ROUNDED_ROADS_H_
 
+#include <cstdint>
+
 #include "zelk/base/export.h"
 #include "zelk/float/kind.h"
 
@@ -23,6 +25,7 @@ namespace detail {
 struct OnTwo {
   using OnRoad = void (*)(Pattern& x, const Pattern& y, unsigned long exp_width,
                           unsigned long mant_width, Environment& env);
+  using OnPacked = std::uint64_t (*)(std::uint64_t x, std::uint64_t y, Environment& env);
   using OnNumbers = void (*)(const exact::Source& x, const exact::Source& y,
                              const exact::Target& t);
 };
@@ -30,13 +33,18 @@ struct OnTwo {
 struct OnThree {
   using OnRoad = void (*)(Pattern& x, const Pattern& y, const Pattern& z, unsigned long exp_width,
                           unsigned long mant_width, Environment& env);
+  using OnPacked = std::uint64_t (*)(std::uint64_t x, std::uint64_t y, std::uint64_t z,
+                                     Environment& env);
   using OnNumbers = void (*)(const exact::Source& x, const exact::Source& y, const exact::Source& z,
                              const exact::Target& t);
 };
 
-/// An operation on all roads; null where it is computed on numbers.
+/// An operation on all roads; null where it is computed on numbers. Packed words that are rounded
+/// to nearest-even stay in registers: their way through memory takes longer than a sum does.
 template <class Operands>
 struct RoundedOperations {
+  typename Operands::OnPacked nearest32;
+  typename Operands::OnPacked nearest64;
   typename Operands::OnRoad on[road_count];
   typename Operands::OnNumbers on_numbers;
 

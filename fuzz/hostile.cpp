@@ -21,7 +21,7 @@ static IEEEFloat through_mpfr(const IEEEFloat& x, Format f, IEEEFloat::rounding_
 }
 
 static void call(Input& in, IEEEFloat& x, const IEEEFloat& y, QNumber& n) {
-  const unsigned long which = in.below(std::size(calls) + 13), argument = in.byte();
+  const unsigned long which = in.below(std::size(calls) + 14), argument = in.byte();
   const long other = static_cast<long>(which - std::size(calls));
   const auto rm = static_cast<IEEEFloat::rounding_mode>(argument < 16 ? argument : argument % 4);
   const auto repr = static_cast<IEEEFloat::Repr>(argument / 4);
@@ -43,6 +43,7 @@ static void call(Input& in, IEEEFloat& x, const IEEEFloat& y, QNumber& n) {
   if (other == 10) n = zelk::PatternHash()(x) + (zelk::to_native<float>(x) > 0);
   if (other == 11) x = zelk::FormatLimits(format()).epsilon();
   if (other == 12) x = through_mpfr(x, format(), rm);
+  if (other == 13) environment_calls[argument % std::size(environment_calls)](x, y, format(), n);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -236,11 +236,13 @@ static void fail_everything() {
       y.self_specialize_repr(x.get_repr());
       x.set_sign(kind > 7);
       for (const Format g : formats) {
-        for (std::size_t i = 0; i < std::size(calls); ++i) {
-          fail_everywhere(x, i, [&](IEEEFloat& v) {
-            QNumber n = QNumber(-2) / 7;
-            calls[i](v, y, g, n);
-          });
+        for (const auto& table : {std::span<const Call>(calls), {environment_calls}}) {
+          for (const Call& call : table) {
+            fail_everywhere(x, static_cast<std::size_t>(&call - table.data()), [&](IEEEFloat& v) {
+              QNumber n = QNumber(-2) / 7;
+              call(v, y, g, n);
+            });
+          }
         }
       }
     }

@@ -32,12 +32,17 @@ std::size_t run(Format f, IEEEFloat::Repr repr) {
     }
     const mpz_class n = random.get_z_bits(random.below(70)) - random.get_z_bits(8);
     const QNumber q(n, random.get_z_bits(random.below(70)) + 1);
-    for (std::size_t k = 0; k < std::size(calls); ++k) {
-      if (huge && k >= first_exact && k < first_of_g) continue;
-      const Format g = wide_formats[i % std::size(wide_formats)];
-      const std::string result = outcome(calls[k], x, i % 9 == 0 ? nullptr : &y, g, q);
+    const Format g = wide_formats[i % std::size(wide_formats)];
+    const auto add = [&](Call call) {
+      const std::string result = outcome(call, x, i % 9 == 0 ? nullptr : &y, g, q);
       digest = std::hash<std::string>()(result + std::to_string(digest));
       ++results;
+    };
+    for (std::size_t k = 0; k < std::size(calls); ++k) {
+      if (!huge || k < first_exact || k >= first_of_g) add(calls[k]);
+    }
+    for (std::size_t k = 0; i % 4 == 0 && k < last_exact + (huge ? 0 : 1); ++k) {
+      add(environment_calls[k]);
     }
   }
   return digest;

@@ -135,11 +135,8 @@ TEST(Rules, EverySpellingIsTheRule) {
   check_pattern(words::binary128, 0);
   for_all([](const Rest& r) {
     const std::uint64_t below = words::low_word(r.digits(64));
-    return words::rounds_up(r.d, r.negative, r.odd, below) == r.increments();
-  });
-  for_all([](const Rest& r) {
-    const limbs::Limb below = words::low_word(r.digits(64));
-    return limbs::rounds_up(r.d, limbs::Limb{r.negative}, r.odd, below) == r.increments();
+    return words::rounds_up(r.d, r.negative, r.odd, below) == r.increments() &&
+           limbs::rounds_up(r.d, limbs::Limb{r.negative}, r.odd, below) == r.increments();
   });
 }
 

@@ -161,6 +161,43 @@ inline constexpr Call calls[] = {
 inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,
                              first_exact = 21, first_of_g = 24;
 
+/// Calls of environments, which differ with modes and signs; n gets the flags.
+inline zelk::Environment environment(const IEEEFloat& x, const IEEEFloat& y) {
+  const unsigned k = x.get_mode() + 5U * x.get_sign() + 11U * y.get_sign();
+  return {static_cast<zelk::Rounding>(k % 6), static_cast<zelk::Tininess>(k / 2 % 2), k % 5 == 0,
+          k % 7 == 1};
+}
+#define IN_ENVIRONMENT(...) \
+  ON_VALUES(auto env = environment(x, y); __VA_ARGS__; n = static_cast<long>(env.flags))
+inline constexpr Call environment_calls[] = {
+    IN_ENVIRONMENT(x = env.add(x, y)), IN_ENVIRONMENT(x = env.subtract(x, y)),
+    IN_ENVIRONMENT(x = env.multiply(x, y)), IN_ENVIRONMENT(x = env.divide(x, y)),
+    IN_ENVIRONMENT(x = env.sqrt(x)), IN_ENVIRONMENT(x = env.fma(x, y, x)),
+    IN_ENVIRONMENT(x = env.fma(y, y, x)), IN_ENVIRONMENT(x = env.round_to_integral(x)),
+    IN_ENVIRONMENT(x = env.nearbyint(x)), IN_ENVIRONMENT(x = env.minimum(x, y)),
+    IN_ENVIRONMENT(x = env.maximum_magnitude_number(x, y)), ON_VALUES(x = abs(-x)),
+    ON_VALUES(x = copy_sign(x, y)), ON_VALUES(x = y.get_sign() ? next_up(x) : next_down(x)),
+    ON_VALUES(n = static_cast<long>(classify(x)) + 16L * is_normal(x) + 32L * is_integral(x)),
+    ON_VALUES(n = static_cast<int>(total_order(x, y) < 0)), IN_ENVIRONMENT(x = env.scale(x, 40)),
+    // From here on they may allocate.
+    IN_ENVIRONMENT(x = env.remainder(x, y)), IN_ENVIRONMENT(x = env.modulo(x, y)),
+    IN_ENVIRONMENT(n = env.to_signed(x, 70).value_or(7); x.self_zero(env.flags == 16)),
+    IN_ENVIRONMENT(n = env.to_unsigned(x, 9).value_or(7); x.self_zero(env.flags == 16)),
+    ON_VALUES(n = exponent_of(x)),
+    // From here on g matters.
+    IN_ENVIRONMENT(x = env.add(x, y, g)), IN_ENVIRONMENT(x = env.subtract(x, y, g)),
+    IN_ENVIRONMENT(x = env.multiply(x, y, g)), IN_ENVIRONMENT(x = env.divide(x, y, g)),
+    IN_ENVIRONMENT(x = env.sqrt(x, g)), IN_ENVIRONMENT(x = env.fma(x, y, x, g)),
+    IN_ENVIRONMENT(x = env.remainder(x, y, g)), IN_ENVIRONMENT(x = env.modulo(y, x, g)),
+    IN_ENVIRONMENT(x = env.convert(x, g)), IN_ENVIRONMENT(x = env.scale(x, -power(70), g)),
+    IN_ENVIRONMENT(const IEEEFloat all[] = {x, y, x}; x = env.sum(all, g)),
+    IN_ENVIRONMENT(const IEEEFloat all[] = {x, y, x}; x = env.dot(all, all, g)),
+    IN_ENVIRONMENT(x = env.from_scaled(n, 3, g)), IN_ENVIRONMENT(x = env.from_text("-7.3e-9", g)),
+    ON_VALUES(n = static_cast<int>(compare(x, zelk::Environment().from_integer(3, g)) < 0)),
+    IN_ENVIRONMENT(n = env.to_integer(x).value_or(7))};  // of any length
+inline constexpr std::size_t first_growing = 17, first_into = 22, last_exact = 37;
+static_assert(std::size(environment_calls) == last_exact + 1);
+
 /// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.
 inline std::string outcome(Call call, IEEEFloat x, const IEEEFloat* y, Format g, QNumber n) {
   const std::string text = message([&] { return call(x, y != nullptr ? *y : x, g, n), 0; });

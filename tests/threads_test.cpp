@@ -85,6 +85,9 @@ class Work {
     for (std::size_t k = 0; k < std::size(calls); ++k) {
       if (!huge || k < first_exact || k >= first_of_g) all << outcome(calls[k], x, &y, g, a);
     }
+    for (std::size_t k = 0; k < last_exact + (huge ? 0 : 1); ++k) {
+      all << outcome(environment_calls[k], x, &y, g, a);
+    }
     for (unsigned long which = 0; which < Numbers::calls; ++which) {
       Numbers some{{a, b, b, a}, {a.to_mpq(), b.to_mpq(), b.to_mpq(), a.to_mpq()}};
       some.call(which, i % 16, 1UL << i % 64);

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "zelk/float/read_text.h"
-#include "zelk/float/rounded_roads.h"
 #include "zelk/float/value_access.h"
 #include "zelk/limbs/copy.h"
 #include "zelk/limbs/limbs.h"
@@ -113,93 +112,47 @@ IEEEFloat into_format(Environment& env, const IEEEFloat::format& f, Compute comp
   return on_numbers(env, f, compute, operands...);
 }
 
-// x := the result of an operation in one format: on the road of x, else on numbers.
-template <class Operations, class Compute, class... Others>
-void in_one_format(Environment& env, const Operations& operations, Compute compute, IEEEFloat& x,
-                   const Others&... others) {
-  const detail::Head& head = ValueAccess::head(x);
-  const auto operation = operations[head.kind.road()];
-  const bool ready = head.kind.names_format() && operation != nullptr && !env.flush_operands &&
-                     env.rounding <= Rounding::to_odd &&
-                     ((ValueAccess::kind(others) == head.kind) && ...);
-  if (ready) [[likely]] {
-    rules::Exceptions exceptions = exceptions_of(env);
-    if constexpr (sizeof...(Others) == 0) {
-      operation(ValueAccess::pattern(x), ValueAccess::pattern(x), head.exp_width, head.mant_width,
-                direction_of(env), exceptions);
-    } else {
-      operation(ValueAccess::pattern(x), ValueAccess::pattern(others)..., head.exp_width,
-                head.mant_width, direction_of(env), exceptions);
-    }
-    raise(env, exceptions.flags);
-    return;
-  }
-  require_one_format(env, x, others...);
-  x = on_numbers(env, x.get_format(), compute, x, others...);
-}
-
 }  // namespace
 
 // ---- Rounded operations ----
 
-IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y) {
-  in_one_format(*this, detail::rounded_sum, exact::plus, x, y);
-  return x;
+void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation,
+                                  IEEEFloat& x, const IEEEFloat& y) {
+  require_one_format(*this, x, y);
+  x = on_numbers(*this, x.get_format(), operation.on_numbers, x, y);
 }
+void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnThree>& operation,
+                                  IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z) {
+  require_one_format(*this, x, y, z);
+  x = on_numbers(*this, x.get_format(), operation.on_numbers, x, y, z);
+}
+
 IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y, format f) {
   return into_format(*this, f, exact::plus, x, y);
 }
 
-IEEEFloat Environment::subtract(IEEEFloat x, const IEEEFloat& y) {
-  in_one_format(*this, detail::rounded_difference, exact::minus, x, y);
-  return x;
-}
 IEEEFloat Environment::subtract(IEEEFloat x, const IEEEFloat& y, format f) {
   return into_format(*this, f, exact::minus, x, y);
 }
 
-IEEEFloat Environment::multiply(IEEEFloat x, const IEEEFloat& y) {
-  in_one_format(*this, detail::rounded_product, exact::times, x, y);
-  return x;
-}
 IEEEFloat Environment::multiply(IEEEFloat x, const IEEEFloat& y, format f) {
   return into_format(*this, f, exact::times, x, y);
 }
 
-IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y) {
-  in_one_format(*this, detail::rounded_quotient, exact::over, x, y);
-  return x;
-}
 IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y, format f) {
   return into_format(*this, f, exact::over, x, y);
 }
 
-IEEEFloat Environment::sqrt(IEEEFloat x) {
-  in_one_format(*this, detail::rounded_root, exact::root, x);
-  return x;
-}
 IEEEFloat Environment::sqrt(IEEEFloat x, format f) { return into_format(*this, f, exact::root, x); }
 
-IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z) {
-  in_one_format(*this, detail::rounded_fused, exact::fused, x, y, z);
-  return x;
-}
 IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z, format f) {
   return into_format(*this, f, exact::fused, x, y, z);
 }
 
-IEEEFloat Environment::remainder(IEEEFloat x, const IEEEFloat& y) {
-  in_one_format(*this, detail::rounded_remainder, exact::remainder, x, y);
-  return x;
-}
 IEEEFloat Environment::remainder(IEEEFloat x, const IEEEFloat& y, format f) {
   return into_format(*this, f, exact::remainder, x, y);
 }
 
-IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y) {
-  in_one_format(*this, detail::rounded_modulo, exact::modulo, x, y);
-  return x;
-}
 IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) {
   return into_format(*this, f, exact::modulo, x, y);
 }
@@ -217,11 +170,6 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
 
 IEEEFloat Environment::convert(IEEEFloat x, format f) {
   return into_format(*this, f, exact::convert, x);
-}
-
-IEEEFloat Environment::round_to_integral(IEEEFloat x) {
-  in_one_format(*this, detail::rounded_integral, exact::round_to_integral, x);
-  return x;
 }
 
 IEEEFloat Environment::nearbyint(IEEEFloat x) {

@@ -8,6 +8,7 @@
 
 #include "zelk/base/export.h"
 #include "zelk/float/ieee_float.h"
+#include "zelk/float/rounded_roads.h"
 
 namespace zelk {
 
@@ -175,7 +176,74 @@ struct ZELK_EXPORT Environment {
   IEEEFloat sum(std::span<const IEEEFloat> x, format f);
   IEEEFloat dot(std::span<const IEEEFloat> x, std::span<const IEEEFloat> y, format f);
   /// \}
+
+ private:
+  // x := the result of an operation on operands of one format: on its road where they are of one
+  // kind, else on numbers.
+  template <class Operands, class... Others>
+  void apply(const detail::RoundedOperations<Operands>& operation, IEEEFloat& x,
+             const Others&... others);
+  void apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation, IEEEFloat& x,
+                       const IEEEFloat& y);
+  void apply_otherwise(const detail::RoundedOperations<detail::OnThree>& operation, IEEEFloat& x,
+                       const IEEEFloat& y, const IEEEFloat& z);
 };
+
+template <class Operands, class... Others>
+[[gnu::always_inline]] inline void Environment::apply(
+    const detail::RoundedOperations<Operands>& operation, IEEEFloat& x, const Others&... others) {
+  const detail::Head& head = x.head;
+  const bool same = ((others.head.kind == head.kind) && ...) && !flush_operands;
+  const bool nearest = detail::has_short_roads && same && rounding == Rounding::nearest_even;
+  if (nearest && head.kind == detail::Kind::packed64()) {
+    x.pattern.words[0] = operation.nearest64(x.pattern.words[0], others.pattern.words[0]..., *this);
+  } else if (nearest && head.kind == detail::Kind::packed32()) {
+    x.pattern.words[0] = operation.nearest32(x.pattern.words[0], others.pattern.words[0]..., *this);
+  } else if (same && head.kind.names_format() && rounding <= Rounding::to_odd &&
+             operation[head.kind.road()] != nullptr) [[likely]] {
+    operation[head.kind.road()](x.pattern, others.pattern..., head.exp_width, head.mant_width,
+                                *this);
+  } else {
+    apply_otherwise(operation, x, others...);
+  }
+}
+
+inline IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y) {
+  apply(detail::rounded_sum, x, y);
+  return x;
+}
+inline IEEEFloat Environment::subtract(IEEEFloat x, const IEEEFloat& y) {
+  apply(detail::rounded_difference, x, y);
+  return x;
+}
+inline IEEEFloat Environment::multiply(IEEEFloat x, const IEEEFloat& y) {
+  apply(detail::rounded_product, x, y);
+  return x;
+}
+inline IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y) {
+  apply(detail::rounded_quotient, x, y);
+  return x;
+}
+inline IEEEFloat Environment::sqrt(IEEEFloat x) {
+  apply(detail::rounded_root, x, x);
+  return x;
+}
+inline IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z) {
+  apply(detail::rounded_fused, x, y, z);
+  return x;
+}
+inline IEEEFloat Environment::remainder(IEEEFloat x, const IEEEFloat& y) {
+  apply(detail::rounded_remainder, x, y);
+  return x;
+}
+inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y) {
+  apply(detail::rounded_modulo, x, y);
+  return x;
+}
+inline IEEEFloat Environment::round_to_integral(IEEEFloat x) {
+  apply(detail::rounded_integral, x, x);
+  return x;
+}
 
 }  // namespace zelk
 

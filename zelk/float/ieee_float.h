@@ -26,6 +26,8 @@
 
 namespace zelk {
 
+struct Environment;
+
 namespace detail {
 struct PatternAccess;
 struct ValueAccess;
@@ -319,6 +321,7 @@ class ZELK_EXPORT IEEEFloat {
   friend bool operator<(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
   friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+  friend Environment;
   friend detail::PatternAccess;
   friend detail::ValueAccess;
 

@@ -2,6 +2,8 @@
 
 #include <type_traits>
 
+#include "zelk/exact/operations.h"
+#include "zelk/float/environment.h"
 #include "zelk/float/roads.h"
 #include "zelk/words/fused.h"
 #include "zelk/words/integral.h"
@@ -12,50 +14,77 @@ namespace zelk::detail {
 
 namespace {
 
-using rules::Exceptions;
+Direction direction_in(const Environment& env) { return static_cast<Direction>(env.rounding); }
+bool is_tiny_before(const Environment& env) { return env.tininess == Tininess::before_rounding; }
 
-// An operation of words on patterns, x and others: the usual way inline, the general one in a
+// The word that an operand's pattern is.
+template <class Operand>
+using WordOf = Word;
+
+template <class S>
+words::InEnvironment<S> in_environment(S s, Environment& env) {
+  return {{s, &env.flags}, is_tiny_before(env), env.flush_results};
+}
+
+// An operation of words on packed ones, to nearest-even: the usual way inline, the general one in a
 // function of the same kind.
-template <class Op, class Place, class... Others>
-struct RoundedOnWords {
-  static auto shape(unsigned long e, unsigned long m, Exceptions& exceptions) {
-    const auto s = Place::shape({e, m});
-    return words::InEnvironment<std::remove_const_t<decltype(s)>>{s, &exceptions};
+template <class Op, class S, class... Words>
+struct NearestOnPacked {
+  static Word usual(Word x, Words... others, Environment& env) {
+    Word r = 0;
+    return Op::usual(in_environment(S{}, env), x, others..., rules::nearest, r)
+               ? r
+               : general(x, others..., env);
   }
-  static void usual(Pattern& x, Others... others, unsigned long e, unsigned long m, Direction d,
-                    Exceptions& exceptions) {
-    const auto s = shape(e, m, exceptions);
-    words::Word<std::remove_const_t<decltype(s)>> r;
-    if (Op::usual(s, Place::load(s, x), Place::load(s, others)..., d, r)) [[likely]] {
-      Place::store(s, r, x);
-    } else {
-      general(x, others..., e, m, d, exceptions);
-    }
-  }
-  [[gnu::noinline]] static void general(Pattern& x, Others... others, unsigned long e,
-                                        unsigned long m, Direction d, Exceptions& exceptions) {
-    const auto s = shape(e, m, exceptions);
-    Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, others)..., d), x);
+  [[gnu::noinline]] static Word general(Word x, Words... others, Environment& env) {
+    return Op::general(in_environment(S{}, env), x, others..., rules::nearest);
   }
 };
 
-// The same on limbs; of an operation on one pattern the other means nothing.
-template <auto operation, class... Others>
-void on_limbs(Pattern& x, Others... others, unsigned long e, unsigned long m, Direction d,
-              Exceptions& exceptions) {
-  const Widths f{e, m};
-  const limbs::Rounding r(d, &exceptions);
-  if constexpr (std::is_invocable_v<decltype(operation), Word*, Widths, limbs::Rounding>) {
-    operation(words_of(x, f), f, r);
-  } else {
-    operation(words_of(x, f), words_of(others, f)..., f, r);
+// The same on patterns, x and others.
+template <class Op, class Place, class... Others>
+struct RoundedOnWords {
+  static void usual(Pattern& x, Others... others, unsigned long e, unsigned long m,
+                    Environment& env) {
+    const auto s = in_environment(Place::shape({e, m}), env);
+    decltype(Place::load(s, x)) r;
+    if (Op::usual(s, Place::load(s, x), Place::load(s, others)..., direction_in(env), r))
+        [[likely]] {
+      Place::store(s, r, x);
+    } else {
+      general(x, others..., e, m, env);
+    }
   }
-}
+  [[gnu::noinline]] static void general(Pattern& x, Others... others, unsigned long e,
+                                        unsigned long m, Environment& env) {
+    const auto s = in_environment(Place::shape({e, m}), env);
+    Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, others)..., direction_in(env)),
+                 x);
+  }
+};
 
-// The operation on the road of this number, of type F; packed words are as others here: flags go
-// to the environment.
-template <class Op, class F, class... Others>
-constexpr F on_rounded_road(Road road) {
+// The same of limbs. One on one operand has no others there.
+template <class Op, class... Others>
+struct RoundedOnLimbs {
+  static void limbs(Pattern& x, Others... others, unsigned long e, unsigned long m,
+                    Environment& env) {
+    rules::Exceptions exceptions{is_tiny_before(env), env.flush_results, 0};
+    const Widths f{e, m};
+    const zelk::limbs::Rounding r(direction_in(env), &exceptions);
+    if constexpr (std::is_invocable_v<decltype(Op::on_limbs), Word*, Widths,
+                                      zelk::limbs::Rounding>) {
+      Op::on_limbs(words_of(x, f), f, r);
+    } else {
+      Op::on_limbs(words_of(x, f), words_of(others, f)..., f, r);
+    }
+    env.flags = static_cast<unsigned char>(env.flags | exceptions.flags);
+  }
+};
+
+// The operation on the road of this number. A packed word is like any other here: flags go to the
+// environment.
+template <class Op, class Operands, class... Others>
+constexpr typename Operands::OnRoad on_rounded_road(Road road) {
   using OnWords = typename Op::OnWords;
   switch (road) {
     case Road::packed32:
@@ -75,87 +104,107 @@ constexpr F on_rounded_road(Road road) {
     case Road::double_word:
       return RoundedOnWords<OnWords, TwoWords, Others...>::usual;
     case Road::limbs:
-      return on_limbs<Op::on_limbs, Others...>;
+      return RoundedOnLimbs<Op, Others...>::limbs;
     default:
       return nullptr;
   }
 }
 
-template <class Op, class F, class... Others>
-constexpr RoundedOperations<F> on_rounded_roads() {
-  RoundedOperations<F> all{};
-  for (unsigned i = 0; i < road_count; ++i) {
-    all.on[i] = on_rounded_road<Op, F, Others...>(Road{i});
+template <class Op, class Operands, class... Others>
+constexpr RoundedOperations<Operands> on_rounded_roads() {
+  using OnWords = typename Op::OnWords;
+  RoundedOperations<Operands> all{};
+  all.on_numbers = Op::on_numbers;
+  if (has_short_roads) {
+    all.nearest32 = NearestOnPacked<OnWords, words::FixedShape<8, 23>, WordOf<Others>...>::usual;
+    all.nearest64 = NearestOnPacked<OnWords, words::FixedShape<11, 52>, WordOf<Others>...>::usual;
+    for (unsigned i = 0; i < road_count; ++i) {
+      all.on[i] = on_rounded_road<Op, Operands, Others...>(Road{i});
+    }
   }
   return all;
 }
 
 // A record on all roads.
 template <class Op>
-constexpr RoundedOperations<RoundedOperation> on_two() {
-  return on_rounded_roads<Op, RoundedOperation, const Pattern&>();
+constexpr RoundedOperations<OnTwo> on_two() {
+  return on_rounded_roads<Op, OnTwo, const Pattern&>();
 }
 template <class Op>
-constexpr RoundedOperations<FusedOperation> on_three() {
-  return on_rounded_roads<Op, FusedOperation, const Pattern&, const Pattern&>();
+constexpr RoundedOperations<OnThree> on_three() {
+  return on_rounded_roads<Op, OnThree, const Pattern&, const Pattern&>();
 }
 
-struct RoundedSum {
+// Of one operand, on numbers.
+template <void (*operation)(const exact::Source&, const exact::Target&)>
+void on_left(const exact::Source& x, const exact::Source& /*unused*/, const exact::Target& t) {
+  operation(x, t);
+}
+
+struct Sum {
   using OnWords = words::Addition;
   static constexpr auto on_limbs = limbs::add<limbs::Rounding>;
+  static constexpr auto on_numbers = exact::plus;
 };
 
-struct RoundedDifference {
+struct Difference {
   using OnWords = words::Subtraction;
   static constexpr auto on_limbs = limbs::subtract<limbs::Rounding>;
+  static constexpr auto on_numbers = exact::minus;
 };
 
-struct RoundedProduct {
+struct Product {
   using OnWords = words::Multiplication;
   static constexpr auto on_limbs = limbs::multiply<limbs::Rounding>;
+  static constexpr auto on_numbers = exact::times;
 };
 
-struct RoundedQuotient {
+struct Quotient {
   using OnWords = words::Division;
   static constexpr auto on_limbs = limbs::divide<limbs::Rounding>;
+  static constexpr auto on_numbers = exact::over;
 };
 
-struct RoundedRoot {
+struct Root {
   using OnWords = words::SquareRoot;
   static constexpr auto on_limbs = limbs::root;
+  static constexpr auto on_numbers = on_left<exact::root>;
 };
 
-struct RoundedRemainder {
+struct Remainder {
   using OnWords = words::Remainder;
   static constexpr auto on_limbs = limbs::remainder;
+  static constexpr auto on_numbers = exact::remainder;
 };
 
-struct RoundedModulo {
+struct Modulo {
   using OnWords = words::Modulo;
   static constexpr auto on_limbs = limbs::modulo;
+  static constexpr auto on_numbers = exact::modulo;
 };
 
-struct RoundedIntegral {
+struct Integral {
   using OnWords = words::Integral;
   static constexpr auto on_limbs = limbs::round_to_integral;
+  static constexpr auto on_numbers = on_left<exact::round_to_integral>;
 };
 
-struct RoundedFused {
+struct Fused {
   using OnWords = words::FusedMultiplyAdd;
   static constexpr auto on_limbs = limbs::fused;
+  static constexpr auto on_numbers = exact::fused;
 };
 
 }  // namespace
 
-constinit const RoundedOperations<RoundedOperation> rounded_sum = on_two<RoundedSum>();
-constinit const RoundedOperations<RoundedOperation> rounded_difference =
-    on_two<RoundedDifference>();
-constinit const RoundedOperations<RoundedOperation> rounded_product = on_two<RoundedProduct>();
-constinit const RoundedOperations<RoundedOperation> rounded_quotient = on_two<RoundedQuotient>();
-constinit const RoundedOperations<RoundedOperation> rounded_root = on_two<RoundedRoot>();
-constinit const RoundedOperations<RoundedOperation> rounded_remainder = on_two<RoundedRemainder>();
-constinit const RoundedOperations<RoundedOperation> rounded_modulo = on_two<RoundedModulo>();
-constinit const RoundedOperations<RoundedOperation> rounded_integral = on_two<RoundedIntegral>();
-constinit const RoundedOperations<FusedOperation> rounded_fused = on_three<RoundedFused>();
+constinit const RoundedOperations<OnTwo> rounded_sum = on_two<Sum>();
+constinit const RoundedOperations<OnTwo> rounded_difference = on_two<Difference>();
+constinit const RoundedOperations<OnTwo> rounded_product = on_two<Product>();
+constinit const RoundedOperations<OnTwo> rounded_quotient = on_two<Quotient>();
+constinit const RoundedOperations<OnTwo> rounded_root = on_two<Root>();
+constinit const RoundedOperations<OnTwo> rounded_remainder = on_two<Remainder>();
+constinit const RoundedOperations<OnTwo> rounded_modulo = on_two<Modulo>();
+constinit const RoundedOperations<OnTwo> rounded_integral = on_two<Integral>();
+constinit const RoundedOperations<OnThree> rounded_fused = on_three<Fused>();
 
 }  // namespace zelk::detail

@@ -1,41 +1,67 @@
 // The table of roads of environments: which function computes a rounded operation, with flags, on
 // patterns of a kind.
+//
+// Included by environment.h, whose inline functions take the first step; not for users.
 #ifndef ZELK_FLOAT_ROUNDED_ROADS_H_
 #define ZELK_FLOAT_ROUNDED_ROADS_H_
 
-#include "zelk/float/kind.h"
-#include "zelk/rules/flags.h"
-#include "zelk/rules/rounding.h"
+#include <cstdint>
 
-namespace zelk::detail {
+#include "zelk/base/export.h"
+#include "zelk/float/kind.h"
+
+namespace zelk {
+
+struct Environment;
+
+namespace exact {
+struct Source;
+struct Target;
+}  // namespace exact
+
+namespace detail {
 
 /// x := x op y, patterns of one format (e, m); of an operation on one operand y means nothing.
-using RoundedOperation = void (*)(Pattern& x, const Pattern& y, unsigned long exp_width,
-                                  unsigned long mant_width, rules::Direction d,
-                                  rules::Exceptions& exceptions);
+struct OnTwo {
+  using OnRoad = void (*)(Pattern& x, const Pattern& y, unsigned long exp_width,
+                          unsigned long mant_width, Environment& env);
+  using OnPacked = std::uint64_t (*)(std::uint64_t x, std::uint64_t y, Environment& env);
+  using OnNumbers = void (*)(const exact::Source& x, const exact::Source& y,
+                             const exact::Target& t);
+};
 /// x := x * y + z.
-using FusedOperation = void (*)(Pattern& x, const Pattern& y, const Pattern& z,
-                                unsigned long exp_width, unsigned long mant_width,
-                                rules::Direction d, rules::Exceptions& exceptions);
-
-/// An operation on all roads; null where it is computed on numbers, by `exact`.
-template <class F>
-struct RoundedOperations {
-  F on[road_count];
-
-  F operator[](Road r) const { return has_short_roads ? on[static_cast<unsigned>(r)] : nullptr; }
+struct OnThree {
+  using OnRoad = void (*)(Pattern& x, const Pattern& y, const Pattern& z, unsigned long exp_width,
+                          unsigned long mant_width, Environment& env);
+  using OnPacked = std::uint64_t (*)(std::uint64_t x, std::uint64_t y, std::uint64_t z,
+                                     Environment& env);
+  using OnNumbers = void (*)(const exact::Source& x, const exact::Source& y, const exact::Source& z,
+                             const exact::Target& t);
 };
 
-extern const RoundedOperations<RoundedOperation> rounded_sum;
-extern const RoundedOperations<RoundedOperation> rounded_difference;
-extern const RoundedOperations<RoundedOperation> rounded_product;
-extern const RoundedOperations<RoundedOperation> rounded_quotient;
-extern const RoundedOperations<RoundedOperation> rounded_root;
-extern const RoundedOperations<RoundedOperation> rounded_remainder;  ///< quotient to nearest-even
-extern const RoundedOperations<RoundedOperation> rounded_modulo;     ///< quotient cut off
-extern const RoundedOperations<RoundedOperation> rounded_integral;  ///< to an integer, with inexact
-extern const RoundedOperations<FusedOperation> rounded_fused;
+/// An operation on all roads; null where it is computed on numbers. Packed words that are rounded
+/// to nearest-even stay in registers: their way through memory takes longer than a sum does.
+template <class Operands>
+struct RoundedOperations {
+  typename Operands::OnPacked nearest32;
+  typename Operands::OnPacked nearest64;
+  typename Operands::OnRoad on[road_count];
+  typename Operands::OnNumbers on_numbers;
 
-}  // namespace zelk::detail
+  typename Operands::OnRoad operator[](Road r) const { return on[static_cast<unsigned>(r)]; }
+};
+
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_sum;         ///< of `add`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_difference;  ///< of `subtract`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_product;     ///< of `multiply`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_quotient;    ///< of `divide`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_root;        ///< of `sqrt`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_remainder;   ///< of `remainder`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_modulo;      ///< of `modulo`
+extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_integral;    ///< of `round_to_integral`
+extern ZELK_EXPORT const RoundedOperations<OnThree> rounded_fused;     ///< of `fma`
+
+}  // namespace detail
+}  // namespace zelk
 
 #endif  // ZELK_FLOAT_ROUNDED_ROADS_H_

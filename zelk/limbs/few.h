@@ -103,15 +103,16 @@ template <class S, std::size_t n>
     pack_moved_sum<S, n>(shape, r, t, upper, sum, out);
     return;
   }
-  sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
   if (r.is_watched()) {
     if (is_at_border(s, t.field)) [[unlikely]] {
+      sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
       round_at_border<n>(s, r, t.sign, sum, out);
       return;
     }
     r.raise_lost(sum[0]);
   }
   carry = rounds_up(r, t.sign, sum[1] % 2 != 0, sum[0]);
+  sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
   for (std::size_t i = 0; i < n; ++i) {
     out[i] = add_limb(sum[i + 1], 0, carry);
   }
@@ -121,9 +122,10 @@ template <class S, std::size_t n>
 }
 
 /// The same where the smaller term is that of 2^k, k >= 64.
-template <class S, std::size_t n>
-[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, Rounding r, Terms t, Number smaller,
+template <class S, std::size_t n, class R>
+[[gnu::noinline]] void pack_far_sum(S shape, Fixed<n> /*size*/, R rounding, Terms t, Number smaller,
                                     std::uint64_t k, Limb* out) {
+  const Rounding r = rounding;
   const Shape s = shape;
   if (k > s.mant_width + 2 && r.direction == rules::nearest) {
     // Less than a quarter of a unit in the last place, also below a power of two.
@@ -151,10 +153,11 @@ template <class S, std::size_t n>
   pack_sum(shape, r, t, part, out);
 }
 
-template <class S, std::size_t n>
-[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> size, Rounding r, Limb* left,
+template <class S, std::size_t n, class R>
+[[gnu::always_inline]] inline void add_sub(S shape, Fixed<n> size, R rounding, Limb* left,
                                            const Limb* right, Limb flip) {
   const Shape s = shape;
+  const Rounding r = rounding;
   Operands operands(s, n, left, right);
   if (!operands.finite(s)) [[unlikely]] {
     apply_table(flip != 0 ? Operation::difference : Operation::sum, s, r, left, right);
@@ -179,7 +182,7 @@ template <class S, std::size_t n>
   const std::int64_t exp = t.field + std::int64_t{t.field == 0};
   const auto k = static_cast<std::uint64_t>(exp - smaller.exp);
   if (k >= limb_bits) [[unlikely]] {
-    pack_far_sum(shape, size, r, t, smaller, k, left);
+    pack_far_sum(shape, size, rounding, t, smaller, k, left);
     return;
   }
   Window<n> part = load_shifted<n>(smaller, static_cast<unsigned>(k));

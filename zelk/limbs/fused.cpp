@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "zelk/limbs/convert.h"
+#include "zelk/limbs/few.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/limbs/patterns.h"
 #include "zelk/limbs/room.h"
@@ -79,20 +80,16 @@ void pack_sum(Shape s, long n, Rounding r, Term x, Term y, Limb* room, Limb* out
   return true;
 }
 
-}  // namespace
-
-void fused(Limb* x, const Limb* y, const Limb* z, rules::Widths f, Rounding r) {
-  const Shape s{f};
+// Any operands.
+[[gnu::noinline]] void fuse_any(Shape s, Rounding r, Limb* x, const Limb* y, const Limb* z) {
+  if (settle_fused(s, r, x, y, z)) {
+    return;
+  }
   const long n = s.significand_size();
   Room room(5 * n + 2 * sum_size(n));
   const Number a = unpack(s, n, x);
   const Number b = unpack(s, n, y);
   const Number c = unpack(s, n, z);
-  const bool finite = a.exp != s.exp_max() && b.exp != s.exp_max() && c.exp != s.exp_max();
-  const bool normal = (a.top & b.top & c.top & s.hidden_bit()) != 0;
-  if (!(finite && normal) && settle_fused(s, r, x, y, z)) [[unlikely]] {
-    return;
-  }
   Limb* left = room.limbs();
   Limb* right = left + n;
   Limb* addend = right + n;
@@ -108,6 +105,106 @@ void fused(Limb* x, const Limb* y, const Limb* z, rules::Widths f, Rounding r) {
     pack_scaled(s, r, p.sign, p.exp, p.w, p.size, x);
   } else {
     pack_sum(s, n, r, p, t, product + 2 * n, x);
+  }
+}
+
+// The window that begins at the leading bit, in limb `top`, of the sum. There are n + 1 limbs below
+// that one, and a limb of 0 above.
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline Window<n> leading_window(S shape, const Limb* sum, std::size_t top) {
+  const unsigned top_bit = Shape(shape).top_bit();
+  const auto leading = static_cast<unsigned>(limb_bits - 1 - std::countl_zero(sum[top]));
+  const unsigned k = (leading - top_bit) % limb_bits;
+  const std::size_t first = top - n - std::size_t{leading < top_bit};
+  Limb lost = shifted_limb(0, sum[first], k);
+  for (std::size_t i = 0; i < first; ++i) {
+    lost |= sum[i];
+  }
+  Window<n> window;
+  for (std::size_t i = 0; i <= n; ++i) {
+    window.w[i] = shifted_limb(sum[first + i], sum[first + i + 1], k);
+  }
+  window.w[0] |= Limb{lost != 0};
+  return window;
+}
+
+// Normal numbers of a few limbs where the addend's last place is in the product, or at most a limb
+// above it: the sum is exact. False, and nothing done, for others.
+template <class S, std::size_t n>
+[[gnu::always_inline]] inline bool fuse_near(S shape, Fixed<n> /*size*/, Rounding r, Limb* x,
+                                             const Limb* y, const Limb* z) {
+  constexpr std::size_t size = 2 * n + 2;
+  const Shape s = shape;
+  const Number a = unpack(s, n, x);
+  const Number b = unpack(s, n, y);
+  const Number c = unpack(s, n, z);
+  const auto m = static_cast<std::int64_t>(s.mant_width);
+  const auto k = static_cast<std::uint64_t>(c.exp - (a.exp - s.bias() + b.exp - m));
+  const std::int64_t end = s.exp_max();
+  if ((a.top & b.top & c.top & s.hidden_bit()) == 0 || a.exp == end || b.exp == end ||
+      c.exp == end || k >= (n + 1) * limb_bits) [[unlikely]] {
+    return false;
+  }
+  Limb left[n];
+  Limb right[n];
+  copy_limbs(a, left);
+  copy_limbs(b, right);
+  Limb product[2 * n];
+  multiply_few<n>(product, left, right);
+
+  const Limb minus = limb_mask((a.sign ^ b.sign) != c.sign);
+  const auto bits = static_cast<unsigned>(k % limb_bits);
+  Limb addend[size] = {};
+  Limb below = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const Limb limb = i + 1 < n ? c.low[i] : c.top;
+    addend[k / limb_bits + i] = limb << bits | below >> 1 >> (limb_bits - 1 - bits);
+    below = limb;
+  }
+  addend[k / limb_bits + n] = below >> 1 >> (limb_bits - 1 - bits);
+
+  Limb sum[size];
+  Carry carry = minus & 1;
+  for (std::size_t i = 0; i < size; ++i) {
+    sum[i] = add_limb(i < 2 * n ? product[i] : 0, addend[i] ^ minus, carry);
+  }
+  // A difference below zero is complemented.
+  const Limb negative = words::opaque(limb_mask(sum[size - 1] >> (limb_bits - 1) != 0));
+  carry = negative & 1;
+  for (Limb& limb : sum) {
+    limb = add_limb(limb ^ negative, 0, carry);
+  }
+  std::size_t top = size - 2;
+  while (sum[top] == 0 && top > n) {
+    --top;
+  }
+  if (top <= n) [[unlikely]] {
+    return false;
+  }
+  const std::int64_t exp = a.exp - s.bias() + b.exp - 2 * m + static_cast<long>(top) * limb_bits +
+                           limb_bits - 1 - std::countl_zero(sum[top]);
+  const Limb sign = a.sign ^ b.sign ^ (negative & 1);
+  round_and_pack(shape, r, sign, exp, leading_window<S, n>(shape, sum, top), x);
+  return true;
+}
+
+template <class S, class N>
+[[gnu::noinline]] void fuse(S shape, N n, Rounding r, Limb* x, const Limb* y, const Limb* z) {
+  if constexpr (!std::is_same_v<N, long>) {
+    if (fuse_near(shape, n, r, x, y, z)) [[likely]] {
+      return;
+    }
+  }
+  fuse_any(shape, r, x, y, z);
+}
+
+}  // namespace
+
+void fused(Limb* x, const Limb* y, const Limb* z, rules::Widths f, Rounding r) {
+  if (f == binary256::widths) {
+    fuse(Binary256(), Fixed<Binary256::size>(), r, x, y, z);
+  } else {
+    with_size(Shape{f}, [=](auto s, auto n) { fuse(s, n, r, x, y, z); });
   }
 }
 

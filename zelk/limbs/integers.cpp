@@ -8,7 +8,7 @@ Limb shift_right(Limb* out, long n, const Limb* w, long size, std::uint64_t k) {
   const auto bits = static_cast<unsigned>(k % limb_bits);
   const auto limbs = static_cast<long>(k / limb_bits);
   if (limbs > size) {
-    std::fill_n(out, n, 0);
+    clear(out, n);
     return 1;
   }
   const Limb last = limbs > 0 ? w[limbs - 1] : 0;
@@ -21,21 +21,21 @@ Limb shift_right(Limb* out, long n, const Limb* w, long size, std::uint64_t k) {
     const Limb above = limbs + have < size ? w[limbs + have] : 0;
     out[have - 1] = shifted_limb(w[limbs + have - 1], above, bits);
   }
-  std::fill_n(out + have, n - have, 0);
+  clear(out + have, n - have);
   return guard | Limb{lost};
 }
 
 void shift_left(Limb* out, long n, const Limb* w, long size, std::uint64_t k) {
   const auto bits = static_cast<unsigned>(k % limb_bits);
   const auto limbs = static_cast<long>(k / limb_bits);
-  std::fill_n(out, limbs, 0);
+  clear(out, limbs);
   long have = limbs + size;
   if (bits == 0) {
     std::copy_n(w, size, out + limbs);
   } else if (const Limb carry = mpn_lshift(out + limbs, w, size, bits); carry != 0) {
     out[have++] = carry;
   }
-  std::fill_n(out + have, n - have, 0);
+  clear(out + have, n - have);
 }
 
 bool divide_integers(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, long y_size,

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "zelk/words/integers.h"
 #include "zelk/words/shape.h"
 
 namespace zelk::limbs {
@@ -44,6 +45,14 @@ inline Limb increment(Limb* x, long n, Limb carry) {
     carry = Limb{x[i] < carry};
   } while (carry != 0 && ++i < n);
   return carry;
+}
+
+/// out := n limbs of 0, mostly few: the call that compilers make of it costs more.
+inline void clear(Limb* out, long n) {
+  const Limb zero = words::opaque(Limb{0});
+  for (long i = 0; i < n; ++i) {
+    out[i] = zero;
+  }
 }
 
 /// The number of limbs without the zeros on top.

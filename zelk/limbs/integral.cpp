@@ -17,7 +17,7 @@ void round_below_one(Shape s, Rounding r, Limb sign, std::int64_t places, Limb* 
   const bool half = places == static_cast<long>(s.mant_width) + 1;
   const Limb guard = half ? half_limb | Limb{!zeros} : 1;
   const bool up = rounds_up(r, sign, false, guard);
-  std::fill_n(x, n - 1, 0);
+  clear(x, n - 1);
   pack_top(s, n, sign, up ? s.bias() : 0, 0, 0, x);
   r.raise(rules::inexact);
 }
@@ -54,7 +54,7 @@ void round_to_integral(Limb* x, rules::Widths f, Rounding r) {
     return;
   }
   const Limb up = Limb{rounds_up(r, sign, (x[limb] >> bit & 1) != 0, guard)};
-  std::fill_n(x, limb, 0);
+  clear(x, limb);
   x[limb] &= ~Limb{0} << bit;
   increment(x + limb, s.pattern_size() - limb, up << bit);
   if (exponent_field(s, upper_limb(s, n, x)) == s.exp_max()) [[unlikely]] {

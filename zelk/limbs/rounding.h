@@ -35,16 +35,10 @@ struct Rounding {
 /// Whether rounding increments a magnitude that has `guard` below: what the rule says, as limbs
 /// have it.
 [[gnu::always_inline]] inline bool rounds_up(Rounding r, Limb sign, bool odd, Limb guard) {
-  switch (r.direction) {
-    case rules::nearest:
-      return (guard | Limb{odd}) > half_limb;
-    case rules::nearest_away:
-      return guard >= half_limb;
-    case rules::to_odd:
-      return guard != 0 && !odd;
-    default:
-      return guard != 0 && rules::rounds_outward(r.direction, sign != 0);
+  if (r.direction == rules::nearest) {
+    return (guard | Limb{odd}) > half_limb;
   }
+  return guard != 0 && rules::increments(r.direction, sign != 0, odd, guard >= half_limb, true);
 }
 
 }  // namespace zelk::limbs

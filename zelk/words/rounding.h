@@ -22,26 +22,23 @@ using rules::Direction;
 template <Shape S>
 struct Flagged : S {
   unsigned char* flags;
-
-  unsigned char& raised() const { return *flags; }
 };
 // A shape whose operations raise flags, judge tininess and flush as an environment has it. Every
 // NaN is quiet.
 template <Shape S>
-struct InEnvironment : S {
-  rules::Exceptions* exceptions;
-
-  unsigned char& raised() const { return exceptions->flags; }
+struct InEnvironment : Flagged<S> {
+  bool tiny_before;  // tininess is judged before rounding, else after it
+  bool flush;        // tiny results that are not zero become the zero of their sign
 };
 
 // The other shapes know no flags.
 template <class S>
 concept HasFlags = requires(S s) {
-  s.raised();
+  s.flags;
 };
 template <class S>
 concept HasEnvironment = requires(S s) {
-  s.exceptions;
+  s.tiny_before;
 };
 
 // Writes only what changes, and asks for that first: flags that are up already cost no branch that
@@ -49,8 +46,8 @@ concept HasEnvironment = requires(S s) {
 template <Shape S>
 void raise([[maybe_unused]] S s, bool condition, int flags) {
   if constexpr (HasFlags<S>) {
-    if ((flags & ~s.raised()) != 0 && condition) {
-      s.raised() = static_cast<unsigned char>(s.raised() | flags);
+    if ((flags & ~*s.flags) != 0 && condition) {
+      *s.flags = static_cast<unsigned char>(*s.flags | flags);
     }
   }
 }
@@ -296,8 +293,8 @@ template <Shape S>
   if (exp < 0) {
     bool tiny = rounded_exp <= 0;
     if constexpr (HasEnvironment<S>) {
-      tiny = tiny || s.exceptions->tiny_before;
-      if (tiny && s.exceptions->flush) {
+      tiny = tiny || s.tiny_before;
+      if (tiny && s.flush) {
         raise(s, true, rules::underflow | rules::inexact);
         return sign;
       }

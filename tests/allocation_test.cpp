@@ -109,6 +109,20 @@ TEST(Allocation, ReusedTargetsAllocateNothing) {
   }
 }
 
+TEST(Allocation, BigNumbersAreMadeInOneBlock) {
+  for (const bool inverse : {false, true}) {
+    const mp_limb_t limbs[] = {5, 0, 1};
+    const unsigned long before = heap.calls;
+    const QNumber n = QNumber::scaled(limbs, 3, true, inverse ? -200 : 200);
+    QNumber copy = n;
+    EXPECT_EQ(heap.calls, before + 2);
+    const QNumber moved = std::move(copy);
+    copy = 7, copy = n;
+    EXPECT_TRUE(moved == n && copy == n && (copy += 1) - n == 1 && moved == n);
+    EXPECT_EQ(n * power(200), QNumber(-(pow2(128) + 5) * pow2(inverse ? 0 : 400), 1));
+  }
+}
+
 // Whether a call has on the heap, beyond what there was, what the library promises for numbers of
 // so many bits.
 static bool stays_within(unsigned long times, unsigned long bits, auto call) {

@@ -7,6 +7,7 @@
 #include "zelk/limbs/patterns.h"
 #include "zelk/rules/rounding.h"
 #include "zelk/rules/special.h"
+#include "zelk/words/narrow.h"
 #include "zelk/words/rounding.h"
 #include "zelk/words/two_words.h"
 
@@ -82,7 +83,7 @@ static void check_rounded(S s) {
 // than a half is in either.
 template <words::Shape S>
 static void check_pattern(S s, std::int64_t n) {
-  constexpr uint128 exponent = uint128{1} << 125;
+  const uint128 sign = words::sign_bit(s), exponent = sign >> 2;
   for_all([&](const Rest& r) {
     const uint128 unit = uint128{1} << n;
     bool same = true;
@@ -90,10 +91,26 @@ static void check_pattern(S s, std::int64_t n) {
       const uint128 digits = n < 2 || apart ? r.half * unit / 2 : r.digits(n);
       const uint128 below = n == 0 ? r.digits(64) : n < 2 || apart ? r.less_of(~0UL) : 0;
       for (const uint128 even : {exponent, exponent - 2 * unit}) {  // the second may carry
-        const uint128 kept = uint128{r.negative} << 127 | even | r.odd * unit;
+        const uint128 kept = r.negative * sign | even | r.odd * unit;
         const uint128 got = words::round_pattern(s, kept + digits, words::low_word(below), r.d);
         same = same && got == kept + r.increments() * unit;
       }
+    }
+    return same;
+  });
+}
+
+// A significand at the upper end of two words, of which one keeps all that is kept.
+static void check_narrow(words::NarrowShape s) {
+  const std::int64_t n = 127 - s.mant_width;
+  for_all([&](const Rest& r) {
+    const uint128 sign = r.negative ? words::sign_bit(s) : 0, least = words::hidden_bit(s);
+    bool same = true;
+    for (const uint128 even : {least, 2 * least - 2}) {
+      const uint128 kept = even | uint128{r.odd}, sig = kept << n | r.digits(n);
+      const uint128 got = words::pack_narrow(s, words::high_word(sign), 0, words::high_word(sig),
+                                             words::low_word(sig), r.d);
+      same = same && got == (sign | (kept + r.increments()));
     }
     return same;
   });
@@ -112,6 +129,7 @@ TEST(Rules, EverySpellingIsTheRule) {
       if (!words::serves_in_two_words(e, m)) continue;
       check_rounded(words::RaisedShape{e, m});
       check_pattern(words::RaisedShape{e, m}, 127 - e - m);
+      m < 64 ? check_narrow({e, m}) : check_pattern(words::LongShape{e, m}, 0);
     }
   }
   check_pattern(words::binary128, 0);

@@ -17,7 +17,9 @@ MAX_LIMBS = 200
 def integer(mpz):
     """A GMP integer."""
     size = int(mpz["_mp_size"])
-    if abs(size) > max(MAX_LIMBS, MAX_BITS // 64 + 1) or abs(size) > max(int(mpz["_mp_alloc"]), 1):
+    # 0: the words are in the block of the number.
+    room = int(mpz["_mp_alloc"]) or MAX_BITS
+    if abs(size) > max(MAX_LIMBS, MAX_BITS // 64 + 1) or abs(size) > room:
         raise ValueError(f"integer of {abs(size)} words")
     limbs = mpz["_mp_d"]
     magnitude = sum(int(limbs[i]) << (64 * i) for i in range(abs(size)))

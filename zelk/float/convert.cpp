@@ -184,32 +184,36 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
   const Road road = conversion_road(x.head.kind);
   const Widths w = widths(f);
   const auto direction = static_cast<Direction>(rm);
-  const QNumber num = q.get_num();
-  const QNumber den = q.get_den();
-  if (on_words(road) && rules::is_direction(rm) && num.fits_long() && den.fits_long()) {
-    const long n = num.to_long();
-    const long d = den.to_long();
-    with_shape(road, w, x.pattern.words, [&](auto s) {
+  const bool short_road = road != Road::numbers && rules::is_direction(rm);
+  if (q.is_small() && short_road && on_words(road)) [[likely]] {
+    const long n = q.get_num().to_long();
+    const long d = q.get_den().to_long();
+    const auto divide = [&](auto s) {
       const auto rounded = words::from_integer(s, n, direction);
       return d == 1 ? rounded
                     : words::div(s, rounded, words::from_integer(s, d, direction), direction);
-    });
+    };
+    if (road == Road::packed64) {
+      x.pattern.words[0] = divide(words::binary64);
+    } else {
+      with_shape(road, w, x.pattern.words, divide);
+    }
     if (d != 1 && !x.is_generic()) {
       swflt::float_exception_flags = 0;  // as by the division of packed values
     }
     return x;
   }
   const auto round = [&](const QNumber& n, IEEEFloat& out) {
-    if (rules::is_direction(rm) && road != Road::numbers) {
+    if (short_road) {
       limbs::from_integer(n, out.words(), w, direction);
     } else {
       exact::from_integer(n, out.words(), w, rm);
     }
   };
-  round(num, x);
+  round(q.get_num(), x);
   if (!q.is_integer()) {
     IEEEFloat divisor(f, rm);
-    round(den, divisor);
+    round(q.get_den(), divisor);
     x /= divisor;
   }
   return x;
@@ -247,7 +251,8 @@ bool IEEEFloat::is_own_word() const {
 }
 
 QNumber IEEEFloat::to_number() const {
-  if (is_own_word() && !is_nan() && !is_inf()) [[likely]] {
+  if (is_own_word() && words::magnitude(shape(), pattern.words[0]) < words::infinity(shape()))
+      [[likely]] {
     return words::to_number(shape(), pattern.words[0]);
   }
   return number_otherwise();
@@ -288,18 +293,24 @@ QNumber IEEEFloat::integer_otherwise(unsigned direction, unsigned long w) const 
     return QNumber(mpz_class(q.get_num() / q.get_den()), 1);
   }
   const Widths f = widths(get_format());
-  QNumber result;
-  if (conversion_road(head.kind) != Road::numbers) {
-    result = limbs::to_integer(words(), f, static_cast<Direction>(direction), w);
-  } else if (w > 0) {
-    result = exact::to_integer(words(), f, direction, w);
-  } else if (!is_zero() && !is_nan() && !is_inf()) {
-    const mpq_class q = exact::to_number(words(), f, true).to_mpq();
-    result = QNumber(mpz_class(q.get_num() / q.get_den()), 1);  // truncating, as GMP's / does
+  const bool on_numbers = conversion_road(head.kind) == Road::numbers;
+  if (w > 0) {
+    return on_numbers ? exact::to_integer(words(), f, direction, w)
+                      : limbs::to_integer(words(), f, static_cast<Direction>(direction), w);
   }
   // Without a width the result is small exactly when it fits a signed 32-bit integer.
-  const bool small = result.is_small() && static_cast<int>(result.to_long()) == result.to_long();
-  return w > 0 || small ? result : QNumber(result.to_mpq());
+  if (!on_numbers) {
+    QNumber n = limbs::to_integer(words(), f, static_cast<Direction>(direction), w);
+    if (n.is_small() && static_cast<int>(n.to_long()) == n.to_long()) {
+      return n;
+    }
+    return QNumber(n.to_mpq());
+  }
+  if (is_zero() || is_nan() || is_inf()) {
+    return 0;
+  }
+  const mpq_class q = exact::to_number(words(), f, true).to_mpq();
+  return QNumber(mpz_class(q.get_num() / q.get_den()), 1);  // truncating, as GMP's / does
 }
 
 // A packed word that is a pattern of another format than its own, as a generic value.

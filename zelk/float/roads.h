@@ -58,7 +58,7 @@ constexpr void lower(words::RaisedShape s, words::uint128 a, Word* out) {
 
 /// An operation of words on patterns: the usual way inline, the general one in a function of the
 /// same kind, so that nothing has to be kept across its call.
-template <class Op, class Place>
+template <class Op, class Place, class GeneralPlace = Place>
 struct OnWords {
   static void usual(Pattern& x, const Pattern& y, unsigned long e, unsigned long m, unsigned mode) {
     const auto s = Place::shape({e, m});
@@ -66,7 +66,7 @@ struct OnWords {
     if (Op::usual(s, Place::load(s, x), Place::load(s, y), Place::direction(mode), r)) [[likely]] {
       Place::store(s, r, x);
     } else {
-      general(x, y, e, m, mode);
+      OnWords<Op, GeneralPlace>::general(x, y, e, m, mode);
     }
   }
   [[gnu::noinline]] static void general(Pattern& x, const Pattern& y, unsigned long e,
@@ -106,10 +106,12 @@ struct Packed : FixedWord<S> {
   }
 };
 
-/// binary128.
-struct Quad : FourModes {
-  using S = words::FixedShape<15, 112>;
-  static S shape(Widths /*f*/) { return {}; }
+/// A pattern in two words, as it is.
+template <class S>
+struct DoubleWord : FourModes {
+  static S shape(Widths f) {
+    return {static_cast<std::int64_t>(f.exp_width), static_cast<std::int64_t>(f.mant_width)};
+  }
   static words::uint128 load(S /*shape*/, const Pattern& x) {
     return words::double_word(x.words[1], x.words[0]);
   }
@@ -119,6 +121,12 @@ struct Quad : FourModes {
   }
 };
 
+/// binary128.
+struct Quad : DoubleWord<words::FixedShape<15, 112>> {
+  using S = words::FixedShape<15, 112>;
+  static S shape(Widths /*f*/) { return {}; }
+};
+
 /// A pattern in two words.
 struct TwoWords : FourModes {
   using S = words::RaisedShape;
@@ -126,6 +134,13 @@ struct TwoWords : FourModes {
   static words::uint128 load(S s, const Pattern& x) { return raise(s, x.words); }
   static void store(S s, words::uint128 r, Pattern& x) { lower(s, r, x.words); }
 };
+
+/// An operation on two words: the usual way by the size of the significand.
+template <class Op>
+void on_two_words(Pattern& x, const Pattern& y, unsigned long e, unsigned long m, unsigned mode) {
+  m >= 64 ? OnWords<Op, DoubleWord<words::LongShape>, TwoWords>::usual(x, y, e, m, mode)
+          : OnWords<Op, DoubleWord<words::NarrowShape>, TwoWords>::usual(x, y, e, m, mode);
+}
 
 template <class Op>
 struct OnOthers {
@@ -157,7 +172,7 @@ constexpr Operation on_road(Road road) {
     case Road::quad:
       return OnWords<typename Op::OnWords, Quad>::usual;
     case Road::double_word:
-      return OnWords<typename Op::OnWords, TwoWords>::usual;
+      return on_two_words<typename Op::OnWords>;
     case Road::limbs:
       return OnOthers<Op>::limbs;
     default:

@@ -27,12 +27,16 @@ std::string IEEEFloat::to_float_str() const {
   if (is_inf()) {
     throw error("can't convert Infinity to float str");
   }
-  const QNumber q = to_number();
+  QNumber q = to_number();
+  std::string text;
+  if (q.sign() < 0) {
+    text = '-';
+    q.self_neg();
+  }
   mpf_class value(0, mpf_get_default_prec());
-  value = abs(q.to_mpq());
+  value = q.to_mpq();
   mp_exp_t point = 0;  // value = 0.digits * 10^point
   std::string digits = value.get_str(point);
-  std::string text = q.sign() < 0 ? "-" : "";
   if (point <= 0) {
     return text.append("0.").append(static_cast<std::size_t>(-point), '0').append(digits);
   }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
+#include <new>
 #include <numeric>
 #include <ostream>
 #include <string>
@@ -45,10 +45,65 @@ struct Integers {
 };
 using Scratch = detail::ThreadScratch<Integers>;
 
-// Makes room for so many limbs in z; z keeps its value.
+bool has_storage(mpz_srcptr z) { return z->_mp_alloc != 0; }
+
+// Gives z storage of its own for so many limbs; z keeps its value.
 void reserve(mpz_ptr z, std::size_t limbs) {
-  if (static_cast<std::size_t>(z->_mp_alloc) < limbs) {
+  if (!has_storage(z)) {
+    mpz_t own;
+    mpz_init2(own, 64 * std::max({limbs, mpz_size(z), std::size_t{1}}));
+    mpz_set(own, z);
+    *z = *own;
+  } else if (static_cast<std::size_t>(z->_mp_alloc) < limbs) {
     mpz_realloc2(z, 64 * limbs);
+  }
+}
+
+// Sets a part of a big number, wherever its limbs are.
+void set_word(mpz_ptr z, bool negative, unsigned long magnitude) noexcept {
+  z->_mp_d[0] = magnitude;
+  z->_mp_size = magnitude == 0 ? 0 : negative ? -1 : 1;
+}
+
+// Sets the size of a part whose limbs are written, of which the highest may be 0.
+void finish(mpz_ptr z, std::size_t size, bool negative) noexcept {
+  while (size > 0 && z->_mp_d[size - 1] == 0) {
+    --size;
+  }
+  const int n = static_cast<int>(size);
+  z->_mp_size = negative ? -n : n;
+}
+
+// The most limbs in a block: where a part has left it, they are lost while the number lives.
+constexpr std::size_t most_in_block = 512;
+
+// A block for so many limbs, both parts in it and 0.
+mpq_ptr new_block(std::size_t num_limbs, std::size_t den_limbs) {
+  auto* q = static_cast<mpq_ptr>(
+      ::operator new(sizeof(__mpq_struct) + sizeof(mp_limb_t) * (num_limbs + den_limbs)));
+  auto* limbs = reinterpret_cast<mp_limb_t*>(q + 1);
+  *mpq_numref(q) = {0, 0, limbs + den_limbs};
+  *mpq_denref(q) = {0, 0, limbs};
+  return q;
+}
+
+void copy_limbs(mpz_srcptr z, mp_limb_t* to) { std::copy_n(mpz_limbs_read(z), mpz_size(z), to); }
+
+// To size + k / 64 + 1 limbs, and to size - k / 64.
+void shift_left(const mp_limb_t* limbs, std::size_t size, unsigned long k, mp_limb_t* to) {
+  to = std::fill_n(to, k / 64, 0);
+  mp_limb_t carry = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    to[i] = limbs[i] << k % 64 | carry;
+    carry = limbs[i] >> 1 >> (63 - k % 64);
+  }
+  to[size] = carry;
+}
+void shift_right(const mp_limb_t* limbs, std::size_t size, unsigned long k, mp_limb_t* to) {
+  mp_limb_t carry = 0;
+  for (std::size_t i = size; i-- > k / 64;) {
+    to[i - k / 64] = limbs[i] >> k % 64 | carry;
+    carry = limbs[i] << 1 << (63 - k % 64);
   }
 }
 
@@ -82,29 +137,50 @@ void QNumber::require_bits(unsigned long bits) {
 
 // What follows makes room before it changes anything: an allocator of GMP's may throw.
 
+template <class Write>
+void QNumber::init_parts(std::size_t num_limbs, std::size_t den_limbs, Write write) {
+  QNumber big;
+  if (num_limbs + den_limbs <= most_in_block) [[likely]] {
+    big.gmp = new_block(num_limbs, den_limbs);
+    big.den = 0;
+  } else {
+    big = big_zero(num_limbs);
+    big.reserve_den(den_limbs);
+  }
+  const bool negative = write(mpq_numref(big.gmp)->_mp_d, mpq_denref(big.gmp)->_mp_d);
+  finish(mpq_numref(big.gmp), num_limbs, negative);
+  finish(mpq_denref(big.gmp), den_limbs, false);
+  take(big);
+}
+
+void QNumber::init_big(bool negative, unsigned long magnitude) {
+  init_parts(1, 1, [&](mp_limb_t* n, mp_limb_t* d) {
+    *n = magnitude;
+    *d = 1;
+    return negative;
+  });
+}
+
 QNumber QNumber::big_zero(std::size_t limbs) {
-  auto storage = std::make_unique<detail::BigRational>();
-  mpz_init2(mpq_numref(storage), 64 * std::max<std::size_t>(limbs, 1));
-  storage->word = 1;
-  mpz_roinit_n(mpq_denref(storage), &storage->word, 1);
   QNumber q;
-  q.gmp = storage.release();
-  q.den = 0;
+  q.init_big(false, 0);
+  reserve(mpq_numref(q.gmp), limbs);
   return q;
 }
 
 void QNumber::release() noexcept {
-  mpz_clear(mpq_numref(gmp));
-  if (owns_den()) {
-    mpz_clear(mpq_denref(gmp));
+  for (mpz_ptr part : {mpq_numref(gmp), mpq_denref(gmp)}) {
+    if (has_storage(part)) {
+      mpz_clear(part);
+    }
   }
-  delete gmp;
+  ::operator delete(gmp);
 }
 
 mpz_ptr QNumber::room(std::size_t limbs) {
   if (is_small()) {
     QNumber big = big_zero(limbs);
-    mpz_set_si(mpq_numref(big.gmp), num);
+    set_word(mpq_numref(big.gmp), num < 0, static_cast<unsigned long>(detail::magnitude(num)));
     take(big);
   } else {
     reserve(mpq_numref(gmp), limbs);
@@ -113,37 +189,30 @@ mpz_ptr QNumber::room(std::size_t limbs) {
 }
 
 void QNumber::reserve_den(std::size_t limbs) {
-  if (owns_den()) {
+  if (limbs > 1) {
     reserve(mpq_denref(gmp), limbs);
-  } else if (limbs > 1) {
-    mpz_t own;
-    mpz_init2(own, 64 * limbs);
-    mpz_set_ui(own, gmp->word);
-    *mpq_denref(gmp) = *own;
   }
 }
 
 void QNumber::set_den(mpz_srcptr d) noexcept {
-  if (owns_den()) {
+  if (mpz_size(d) > 1) {
     mpz_abs(mpq_denref(gmp), d);
   } else {
-    gmp->word = mpz_getlimbn(d, 0);
+    set_den(mpz_getlimbn(d, 0));
   }
 }
 
-void QNumber::set_den(unsigned long d) noexcept {
-  if (owns_den()) {
-    mpz_set_ui(mpq_denref(gmp), d);
-  } else {
-    gmp->word = d;
-  }
-}
+void QNumber::set_den(unsigned long d) noexcept { set_word(mpq_denref(gmp), false, d); }
 
 void QNumber::assign_ratio(mpz_srcptr n, mpz_srcptr d) {
   if (is_small()) {
-    QNumber big = big_zero(mpz_size(n));
-    big.assign_ratio(n, d);
-    take(big);
+    init_parts(std::max<std::size_t>(mpz_size(n), 1), mpz_size(d),
+               [&](mp_limb_t* num_limbs, mp_limb_t* den_limbs) {
+                 num_limbs[0] = 0;
+                 copy_limbs(n, num_limbs);
+                 copy_limbs(d, den_limbs);
+                 return mpz_sgn(n) < 0;
+               });
   } else {
     reserve(mpq_numref(gmp), mpz_size(n));
     reserve_den(mpz_size(d));
@@ -153,20 +222,12 @@ void QNumber::assign_ratio(mpz_srcptr n, mpz_srcptr d) {
 }
 
 void QNumber::take_ratio(mpz_ptr n, mpz_srcptr d) {
-  if (is_small()) {
+  if (is_small() || !has_storage(mpq_numref(gmp))) {
     assign_ratio(n, d);
   } else {
     reserve_den(mpz_size(d));
     mpz_swap(mpq_numref(gmp), n);
     set_den(d);
-  }
-}
-
-void QNumber::init_big(bool negative, unsigned long magnitude) {
-  mpz_ptr z = room(1);
-  mpz_set_ui(z, magnitude);
-  if (negative) {
-    mpz_neg(z, z);
   }
 }
 
@@ -188,26 +249,26 @@ void QNumber::init_ratio(mpz_srcptr n, mpz_srcptr d) {
   normalize();
 }
 
-QNumber QNumber::scaled_big(mpz_srcptr n, long k) {
+void QNumber::init_scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
+  const auto size = static_cast<std::size_t>(n);
   const auto shift = static_cast<unsigned long>(detail::magnitude(k));
-  require_bits(k < 0 ? shift + 1 : shift + bit_length(n));
-  QNumber q = big_zero(mpz_size(n) + (k < 0 ? 0 : shift / 64 + 1));
-  mpz_ptr z = mpq_numref(q.gmp);
   if (k >= 0) {
-    mpz_mul_2exp(z, n, shift);
-    return q;
+    require_bits(shift + 64 * size - static_cast<unsigned long>(std::countl_zero(limbs[n - 1])));
+    init_parts(size + shift / 64 + 1, 1, [&](mp_limb_t* num_limbs, mp_limb_t* den_limbs) {
+      shift_left(limbs, size, shift, num_limbs);
+      *den_limbs = 1;
+      return negative;
+    });
+    return;
   }
-  const unsigned long twos = std::min(mpz_scan1(n, 0), shift);
+  require_bits(shift + 1);
+  const unsigned long twos = limbs[0] % 2 != 0 ? 0 : std::min(mpn_scan1(limbs, 0), shift);
   const unsigned long left = shift - twos;
-  mpz_tdiv_q_2exp(z, n, twos);
-  if (left < 64) {
-    q.set_den(1UL << left);
-  } else {
-    q.reserve_den(left / 64 + 1);
-    mpz_set_ui(mpq_denref(q.gmp), 0);
-    mpz_setbit(mpq_denref(q.gmp), left);
-  }
-  return q;
+  init_parts(size - twos / 64, left / 64 + 1, [&](mp_limb_t* num_limbs, mp_limb_t* den_limbs) {
+    shift_right(limbs, size, twos, num_limbs);
+    *std::fill_n(den_limbs, left / 64, 0) = mp_limb_t{1} << left % 64;
+    return negative;
+  });
 }
 
 QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
@@ -215,8 +276,9 @@ QNumber QNumber::scaled(const mp_limb_t* limbs, long n, bool negative, long k) {
     const auto word = static_cast<long>(limbs[0]);
     return scaled(negative ? -word : word, k);
   }
-  mpz_t significand;
-  return scaled_big(mpz_roinit_n(significand, limbs, negative ? -n : n), k);
+  QNumber q;
+  q.init_scaled(limbs, n, negative, k);
+  return q;
 }
 
 void QNumber::assign_big(const QNumber& other) {
@@ -231,8 +293,8 @@ void QNumber::assign_big(const QNumber& other) {
 }
 
 void QNumber::assign_small_in_place(const QNumber& other) noexcept {
-  const detail::Operand n = other.numerator();
-  mpz_set(mpq_numref(gmp), n);
+  set_word(mpq_numref(gmp), other.num < 0,
+           static_cast<unsigned long>(detail::magnitude(other.num)));
   set_den(static_cast<unsigned long>(other.den));
 }
 
@@ -407,8 +469,9 @@ QNumber QNumber::big_part(mpz_srcptr z) {
   if (mpz_fits_sint_p(z) != 0) {
     return mpz_get_si(z);
   }
-  QNumber part = big_zero(mpz_size(z));
-  mpz_set(mpq_numref(part.gmp), z);
+  const detail::Operand one(1);
+  QNumber part;
+  part.assign_ratio(z, one);
   return part;
 }
 

@@ -50,12 +50,6 @@ concept other_integer = standard_integer<T> && !std::same_as<T, long>;
 template <typename T>
 concept no_number = !std::is_convertible_v<const T&, QNumber>;
 
-/// The big form: a GMP rational on the heap. A denominator below 2^64 need not have a block of its
-/// own: then it is a read-only integer of GMP's, as `mpz_roinit_n` makes it, whose limb is `word`.
-struct BigRational : __mpq_struct {
-  mp_limb_t word;  ///< The denominator, or junk.
-};
-
 /// An integer as GMP reads it. A word becomes one in this object, as `MPZ_ROINIT_N` makes it.
 class Operand {
  public:
@@ -146,7 +140,8 @@ class ZELK_EXPORT QNumber {
     } else if (exponent > 0 && exponent < std::countl_zero(magnitude)) {
       q.num = n * (1L << exponent);
     } else {
-      q = scaled_big(detail::Operand(numerator), exponent);
+      const auto limb = static_cast<mp_limb_t>(detail::magnitude(numerator));
+      q.init_scaled(&limb, 1, n < 0, exponent);
     }
     return q;
   }
@@ -290,7 +285,7 @@ class ZELK_EXPORT QNumber {
     if (is_small()) {
       num = -num;
     } else {
-      mpz_neg(mpq_numref(gmp), mpq_numref(gmp));
+      mpq_numref(gmp)->_mp_size = -mpq_numref(gmp)->_mp_size;
     }
   }
 
@@ -303,12 +298,14 @@ class ZELK_EXPORT QNumber {
   friend bool operator<(const QNumber& a, const QNumber& b);
   friend std::ostream& operator<<(std::ostream& os, const QNumber& q);
 
-  // Of a big number the numerator always has storage, for one limb at least, and a denominator of
-  // more limbs than one has its own, too. So to take a word needs no memory.
+  // A big number begins as one block: the rational, and the limbs of both parts behind it. A part
+  // there has no storage of its own (`_mp_alloc` is 0, as `mpz_roinit_n` leaves it), and before
+  // GMP may write it, it must have. Either way there is room for a limb, so that to take a word
+  // needs no memory. The fields are those of "Integer Internals" in GMP's manual.
 
   void init_big(bool negative, unsigned long magnitude);
   void init_ratio(mpz_srcptr n, mpz_srcptr d);
-  static QNumber scaled_big(mpz_srcptr n, long k);
+  void init_scaled(const mp_limb_t* limbs, long n, bool negative, long k);
   void assign_big(const QNumber& other);
   void assign_small_in_place(const QNumber& other) noexcept;
   void move_big(QNumber& other) noexcept;
@@ -332,19 +329,21 @@ class ZELK_EXPORT QNumber {
   }
   void release() noexcept;
 
+  // Makes this small number big: write(n, d) sets the so many limbs of each part and returns
+  // whether the number is negative.
+  template <class Write>
+  void init_parts(std::size_t num_limbs, std::size_t den_limbs, Write write);
   // A big 0 whose numerator has room for so many limbs.
   static QNumber big_zero(std::size_t limbs);
   // The numerator, once this number has the big form and room for so many limbs there. An integer
   // keeps its value, and every number its form when there is no memory; a small fraction must be
   // overwritten.
   mpz_ptr room(std::size_t limbs);
-  // Of a big number: whether the denominator has storage of its own; its room; its new value, |d|
-  // or d, for which there is room.
-  bool owns_den() const { return mpz_limbs_read(mpq_denref(gmp)) != &gmp->word; }
+  // Of a big number: room for a denominator; its new value, |d| or d, for which there is room.
   void reserve_den(std::size_t limbs);
   void set_den(mpz_srcptr d) noexcept;
   void set_den(unsigned long d) noexcept;
-  // Becomes n/|d|, big; the other's n takes the storage of the old numerator.
+  // Becomes n/|d|, big; the other's n may get the storage of the old numerator.
   void assign_ratio(mpz_srcptr n, mpz_srcptr d);
   void take_ratio(mpz_ptr n, mpz_srcptr d);
 
@@ -373,7 +372,7 @@ class ZELK_EXPORT QNumber {
   // den != 0: the small form num/den. den == 0: the big form, and this object owns *gmp.
   union {
     long num;
-    detail::BigRational* gmp;
+    mpq_ptr gmp;
   };
   long den;
 };

@@ -35,7 +35,9 @@ inline unsigned long sign_place(unsigned long exp_width, unsigned long mant_widt
 /// Throws unless a significand times 2^k is within the limit, and so is all that leads there.
 inline void require_room_for_value(long k, unsigned long mant_width) {
   const auto shift = static_cast<unsigned long>(magnitude(k));
-  require_bits(2 + (k < 0 ? std::max(shift, mant_width) : shift + mant_width));
+  if (shift + mant_width > 254) {  // no limit is below 256
+    require_bits(2 + (k < 0 ? std::max(shift, mant_width) : shift + mant_width));
+  }
 }
 
 }  // namespace zelk::detail

@@ -46,7 +46,7 @@ inline bool mul_checked(long a, long b, long& r) {
 
 inline long magnitude(long a) { return a < 0 ? -a : a; }
 
-/// Computes gcd(x, y), 1 <= x, y <= 1023, and enters it into the table both ways.
+/// Computes gcd(x, y), 0 <= x, y <= 1023, and enters it into the table both ways.
 ZELK_EXPORT long fill_gcd_cache(long x, long y);
 
 /// a/b for a divisor b > 0 of a, mostly 1: dividing is what costs.
@@ -59,17 +59,18 @@ inline long small_gcd(unsigned long x, unsigned long y) {
 
 /// The greatest common divisor of a, b >= 0; gcd(x, 0) = x.
 ///
-/// One step of Euclid's algorithm brings the operands to one size; then both are made odd, and
-/// their difference, which is even, loses its twos until both are below 1024, where the table
-/// ends it (D. E. Knuth, The Art of Computer Programming, volume 2, 4.5.2, algorithm B).
+/// Small operands are looked up. Of others one step of Euclid's algorithm brings both to one size;
+/// then both are made odd, and their difference, which is even, loses its twos until both are below
+/// 1024, where the table ends it (D. E. Knuth, The Art of Computer Programming, volume 2, 4.5.2,
+/// algorithm B).
 inline long gcd(long a, long b) {
+  if ((a | b) < 1024) {
+    return small_gcd(static_cast<unsigned long>(a), static_cast<unsigned long>(b));
+  }
   auto x = static_cast<unsigned long>(a < b ? b : a);
   auto y = static_cast<unsigned long>(a < b ? a : b);
   if (y == 0) {
     return static_cast<long>(x);
-  }
-  if (x < 1024) {
-    return small_gcd(x, y);
   }
   x %= y;
   if (x == 0) {

@@ -11,16 +11,11 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "zelk/words/narrow.h"
 #include "zelk/words/rounding.h"
 #include "zelk/words/two_words.h"
 
 namespace zelk::words {
-
-// Whether an exponent less the one of the leading bit needs no look at an end of the range.
-template <Shape S>
-constexpr bool is_inside(S s, std::int64_t exp) {
-  return static_cast<std::uint64_t>(exp) < static_cast<std::uint64_t>(exp_max(s) - 2);
-}
 
 // ---- Sums ----
 
@@ -184,6 +179,7 @@ template <bool divide, Shape S>
 template <bool divide, Shape S>
 [[gnu::always_inline]] inline bool scale_usual(S s, Word<S> a, Word<S> b, Direction mode,
                                                Word<S>& out) {
+  if constexpr (std::is_same_v<S, NarrowShape>) return scale_narrow<divide>(s, a, b, mode, out);
   const auto x = unpack_normal(s, a);
   const auto y = unpack_normal(s, b);
   if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]

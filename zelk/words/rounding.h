@@ -209,6 +209,12 @@ constexpr bool is_normal_exponent(S s, std::int64_t exp) {
   return static_cast<std::uint64_t>(exp) < static_cast<std::uint64_t>(exp_max(s)) - 1;
 }
 
+// Whether an exponent less the one of the leading bit needs no look at an end of the range.
+template <Shape S>
+constexpr bool is_inside(S s, std::int64_t exp) {
+  return static_cast<std::uint64_t>(exp) < static_cast<std::uint64_t>(exp_max(s) - 2);
+}
+
 // ---- Rounding and packing ----
 
 // The bits of a significand that its format keeps.

@@ -70,6 +70,21 @@ struct RaisedShape {
 template <class S>
 concept Raised = Shape<S> && std::derived_from<S, RaisedShape>;
 
+/// Widths known at run time, together at most 127, of a pattern in two words whose significand
+/// fills the lower one: mant_width is 64 at least. Such a pattern need not be moved.
+struct LongShape {
+  std::int64_t exp_width;
+  std::int64_t mant_width;
+  using Word = uint128;
+};
+
+/// The same, 64 to 127, of one whose significand fits a word: mant_width is 63 at most.
+struct NarrowShape {
+  std::int64_t exp_width;
+  std::int64_t mant_width;
+  using Word = uint128;
+};
+
 /// Widths known at run time, together 64 to 127, as patterns have them in two words.
 struct DoubleShape {
   std::int64_t exp_width;
@@ -110,6 +125,11 @@ template <Raised S>
 constexpr uint128 sign_bit(S /*shape*/) {
   return uint128{1} << 127;
 }
+template <Shape S>
+requires std::is_same_v<S, LongShape> || std::is_same_v<S, NarrowShape>
+constexpr uint128 sign_bit(S s) {
+  return uint128{std::uint64_t{1} << (s.exp_width + s.mant_width - 64)} << 64;
+}
 
 /// The significand's leading bit, which normal patterns leave out; also the smallest normal.
 template <Shape S>
@@ -118,6 +138,10 @@ constexpr Word<S> hidden_bit(S s) {
 }
 template <Raised S>
 constexpr uint128 hidden_bit(S s) {
+  return uint128{std::uint64_t{1} << (s.mant_width - 64)} << 64;
+}
+
+constexpr uint128 hidden_bit(LongShape s) {
   return uint128{std::uint64_t{1} << (s.mant_width - 64)} << 64;
 }
 

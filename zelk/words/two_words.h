@@ -34,7 +34,7 @@ struct Window {
 template <Shape S>
 [[gnu::always_inline]] inline uint128 round_pattern(S s, uint128 pattern, std::uint64_t below,
                                                     Direction mode) {
-  const bool negative = (high_word(pattern) >> 63) != 0;
+  const bool negative = (high_word(pattern) & high_word(sign_bit(s))) != 0;
   raise(s, below != 0 || (low_word(pattern) & (low_word(ulp(s)) - 1)) != 0, rules::inexact);
   if (ulp(s) == 1) {
     const bool odd = (low_word(pattern) & 1) != 0;
@@ -88,12 +88,14 @@ struct Shifted {
 
 // Two patterns, the one of larger magnitude first. Which one that is is as good as random to a
 // branch predictor: this takes no branch. Compilers do not keep to conditional moves, so they are
-// spelt out. The sign is the highest bit: a high word doubled is without it.
+// spelt out. What a high word has above its magnitude is shifted out by `above`.
 struct OrderedPatterns {
   uint128 large;
   uint128 small;
 };
-[[gnu::always_inline]] inline OrderedPatterns order_patterns(uint128 a, uint128 b) {
+[[gnu::always_inline]] inline OrderedPatterns order_patterns(uint128 a, uint128 b,
+                                                             std::uint64_t a_key,
+                                                             std::uint64_t b_key) {
 #ifdef __x86_64__
   const std::uint64_t a_low = low_word(a);
   const std::uint64_t b_low = low_word(b);
@@ -103,18 +105,19 @@ struct OrderedPatterns {
   std::uint64_t large_high = a_high;
   std::uint64_t small_low = b_low;
   std::uint64_t small_high = b_high;
-  std::uint64_t difference = a_high << 1;
-  asm("cmpq %[b_low], %[a_low]\n\tsbbq %[b_twice], %[difference]\n\t"
+  std::uint64_t difference = a_key;
+  asm("cmpq %[b_low], %[a_low]\n\tsbbq %[b_key], %[difference]\n\t"
       "cmovbq %[b_low], %[large_low]\n\tcmovbq %[b_high], %[large_high]\n\t"
       "cmovbq %[a_low], %[small_low]\n\tcmovbq %[a_high], %[small_high]"
       : [large_low] "+&r"(large_low), [large_high] "+&r"(large_high), [small_low] "+&r"(small_low),
         [small_high] "+&r"(small_high), [difference] "+&r"(difference)
       : [a_low] "r"(a_low), [b_low] "r"(b_low), [a_high] "r"(a_high), [b_high] "r"(b_high),
-        [b_twice] "r"(b_high << 1)
+        [b_key] "r"(b_key)
       : "cc");
   return {double_word(large_high, large_low), double_word(small_high, small_low)};
 #else
-  const auto less = mask_if<uint128>(a << 1 < b << 1);
+  const auto less =
+      mask_if<uint128>(double_word(a_key, low_word(a)) < double_word(b_key, low_word(b)));
   const uint128 change = (a ^ b) & less;
   return {a ^ change, b ^ change};
 #endif
@@ -125,12 +128,14 @@ struct OrderedPatterns {
 template <Shape S>
 [[gnu::always_inline]] inline bool add_patterns(S s, uint128 a, uint128 b, Direction mode,
                                                 uint128& out) {
-  constexpr std::uint64_t sign_bit = std::uint64_t{1} << 63;
-  const auto [large, small] = order_patterns(a, b);
-  const std::uint64_t minus = 0 - ((high_word(a) ^ high_word(b)) >> 63);  // all ones or none
+  const std::uint64_t sign_bit = high_word(words::sign_bit(s));
+  const std::int64_t above = 128 - s.exp_width - s.mant_width;  // bits from the sign up
+  const auto [large, small] = order_patterns(a, b, high_word(a) << above, high_word(b) << above);
+  const std::uint64_t minus =
+      0 - ((high_word(a) ^ high_word(b)) << (above - 1) >> 63);  // all ones or none
   const std::int64_t place = s.mant_width - 63;
-  const std::uint64_t field = high_word(large) << 1 >> place;
-  const std::uint64_t small_field = high_word(small) << 1 >> place;
+  const std::uint64_t field = high_word(large) << above >> (64 - s.exp_width);
+  const std::uint64_t small_field = high_word(small) << above >> (64 - s.exp_width);
   if (field - 2 >= static_cast<std::uint64_t>(exp_max(s)) - 2) [[unlikely]]
     return false;
   const std::uint64_t small_exp = small_field - 1 + (small_field < 1);
@@ -151,7 +156,7 @@ template <Shape S>
   }
   const std::uint64_t sign = high_word(large) & sign_bit;
   const std::uint64_t high =
-      plus_scaled(high_word(sum) ^ sign, 1 - static_cast<std::int64_t>(field), place - 1);
+      plus_scaled(high_word(sum) - sign, 1 - static_cast<std::int64_t>(field), place - 1);
   const std::uint64_t low = low_word(sum);
   if (high == 0) [[unlikely]]
     return false;

@@ -128,21 +128,63 @@ template <class S, std::size_t n>
   return window;
 }
 
-// Normal numbers of a few limbs where the addend's last place is in the product, or at most a limb
-// above it: the sum is exact. False, and nothing done, for others.
+// The limbs of a sum of a few: the product is above one limb, an addend begins in one of n + 1
+// limbs, and above both are a carry and a 0.
+template <std::size_t n>
+using Sum = Limb[2 * n + 3];
+
+// x := x / 2^k; what is lost is one bit.
+template <std::size_t size>
+[[gnu::noinline]] void shift_sticky(Limb (&x)[size], std::uint64_t k) {
+  const auto bits = static_cast<unsigned>(k % limb_bits);
+  const auto limbs = static_cast<std::size_t>(std::min<std::uint64_t>(k / limb_bits, size));
+  Limb lost = limbs < size ? shifted_limb(0, x[limbs], bits) : 0;
+  for (std::size_t i = 0; i < limbs; ++i) {
+    lost |= x[i];
+  }
+  const auto limb = [&](std::size_t i) { return i < size ? x[i] : 0; };
+  for (std::size_t i = 0; i < size; ++i) {
+    x[i] = shifted_limb(limb(i + limbs), limb(i + limbs + 1), bits);
+  }
+  x[0] |= Limb{lost != 0};
+}
+
+// out := the significand of x times 2^k, k < 64 (n + 1).
+template <std::size_t n>
+[[gnu::always_inline]] inline void place(const Number& x, std::uint64_t k, Sum<n>& out) {
+  const auto bits = static_cast<unsigned>(k % limb_bits);
+  Limb* from = out + k / limb_bits;
+  Limb below = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const Limb limb = i + 1 < n ? x.low[i] : x.top;
+    from[i] = limb << bits | below >> 1 >> (limb_bits - 1 - bits);
+    below = limb;
+  }
+  from[n] = below >> 1 >> (limb_bits - 1 - bits);
+}
+
+// Finite numbers of a few limbs. False, and nothing done, for others, for a product of zero, and
+// where the leading digit of the sum does not have n + 1 limbs below.
+//
+// The last place of the addend is 2^k units. In reach, the sum is exact; beyond, one of the terms
+// is moved down. The lowest limb has room for the bit that stands for what is lost.
 template <class S, std::size_t n>
-[[gnu::always_inline]] inline bool fuse_near(S shape, Fixed<n> /*size*/, Rounding r, Limb* x,
-                                             const Limb* y, const Limb* z) {
-  constexpr std::size_t size = 2 * n + 2;
+[[gnu::always_inline]] inline bool fuse_few(S shape, Fixed<n> /*size*/, Rounding r, Limb* x,
+                                            const Limb* y, const Limb* z) {
+  constexpr std::int64_t reach = (n + 1) * limb_bits;
   const Shape s = shape;
   const Number a = unpack(s, n, x);
   const Number b = unpack(s, n, y);
   const Number c = unpack(s, n, z);
-  const auto m = static_cast<std::int64_t>(s.mant_width);
-  const auto k = static_cast<std::uint64_t>(c.exp - (a.exp - s.bias() + b.exp - m));
   const std::int64_t end = s.exp_max();
-  if ((a.top & b.top & c.top & s.hidden_bit()) == 0 || a.exp == end || b.exp == end ||
-      c.exp == end || k >= (n + 1) * limb_bits) [[unlikely]] {
+  if (a.exp == end || b.exp == end || c.exp == end) [[unlikely]] {
+    return false;
+  }
+  const auto m = static_cast<std::int64_t>(s.mant_width);
+  std::int64_t unit = a.exp - s.bias() + b.exp - m - limb_bits;
+  const std::int64_t k = c.exp - unit;
+  const bool normal = (a.top & b.top & s.hidden_bit()) != 0;
+  if (!normal && (is_zero(a, n) || is_zero(b, n))) [[unlikely]] {
     return false;
   }
   Limb left[n];
@@ -152,46 +194,51 @@ template <class S, std::size_t n>
   Limb product[2 * n];
   multiply_few<n>(product, left, right);
 
+  Sum<n> sum;
+  Sum<n> addend;
+  sum[0] = 0;
+  for (std::size_t i = 0; i < 2 * n; ++i) {
+    sum[i + 1] = product[i];
+  }
+  sum[2 * n + 1] = 0;
+  sum[2 * n + 2] = 0;
+  clear(addend, 2 * n + 3);
+  constexpr std::int64_t highest = reach - limb_bits;
+  const std::int64_t at = k < 0 ? 0 : k < reach ? k : highest;
+  place<n>(c, static_cast<std::uint64_t>(at), addend);
+  if (k < 0) [[unlikely]] {
+    shift_sticky(addend, static_cast<std::uint64_t>(-k));
+  } else if (k >= reach) [[unlikely]] {
+    shift_sticky(sum, static_cast<std::uint64_t>(k - highest));
+    unit += k - highest;
+  }
   const Limb minus = limb_mask((a.sign ^ b.sign) != c.sign);
-  const auto bits = static_cast<unsigned>(k % limb_bits);
-  Limb addend[size] = {};
-  Limb below = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const Limb limb = i + 1 < n ? c.low[i] : c.top;
-    addend[k / limb_bits + i] = limb << bits | below >> 1 >> (limb_bits - 1 - bits);
-    below = limb;
-  }
-  addend[k / limb_bits + n] = below >> 1 >> (limb_bits - 1 - bits);
-
-  Limb sum[size];
   Carry carry = minus & 1;
-  for (std::size_t i = 0; i < size; ++i) {
-    sum[i] = add_limb(i < 2 * n ? product[i] : 0, addend[i] ^ minus, carry);
+  for (std::size_t i = 0; i < 2 * n + 3; ++i) {
+    sum[i] = add_limb(sum[i], addend[i] ^ minus, carry);
   }
-  // A difference below zero is complemented.
-  const Limb negative = words::opaque(limb_mask(sum[size - 1] >> (limb_bits - 1) != 0));
-  carry = negative & 1;
-  for (Limb& limb : sum) {
-    limb = add_limb(limb ^ negative, 0, carry);
+  const Limb negative = sum[2 * n + 2] >> (limb_bits - 1);
+  if (negative != 0) {
+    mpn_neg(sum, sum, 2 * n + 3);
   }
-  std::size_t top = size - 2;
+  std::size_t top = 2 * n + 1;
   while (sum[top] == 0 && top > n) {
     --top;
   }
   if (top <= n) [[unlikely]] {
     return false;
   }
-  const std::int64_t exp = a.exp - s.bias() + b.exp - 2 * m + static_cast<long>(top) * limb_bits +
-                           limb_bits - 1 - std::countl_zero(sum[top]);
-  const Limb sign = a.sign ^ b.sign ^ (negative & 1);
-  round_and_pack(shape, r, sign, exp, leading_window<S, n>(shape, sum, top), x);
+  const std::int64_t leading =
+      static_cast<std::int64_t>(top + 1) * limb_bits - 1 - std::countl_zero(sum[top]);
+  round_and_pack(shape, r, a.sign ^ b.sign ^ negative, unit - m + leading,
+                 leading_window<S, n>(shape, sum, top), x);
   return true;
 }
 
 template <class S, class N>
 [[gnu::noinline]] void fuse(S shape, N n, Rounding r, Limb* x, const Limb* y, const Limb* z) {
   if constexpr (!std::is_same_v<N, long>) {
-    if (fuse_near(shape, n, r, x, y, z)) [[likely]] {
+    if (fuse_few(shape, n, r, x, y, z)) [[likely]] {
       return;
     }
   }

@@ -178,6 +178,8 @@ struct ZELK_EXPORT Environment {
   /// \}
 
  private:
+  friend detail::ValueAccess;
+
   // x := the result of an operation on operands of one format: on its road where they are of one
   // kind, else on numbers.
   template <class Operands, class... Others>

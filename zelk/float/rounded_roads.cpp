@@ -4,6 +4,7 @@
 
 #include "zelk/exact/operations.h"
 #include "zelk/float/environment.h"
+#include "zelk/float/evaluation.h"
 #include "zelk/float/roads.h"
 #include "zelk/words/fused.h"
 #include "zelk/words/integral.h"
@@ -14,17 +15,9 @@ namespace zelk::detail {
 
 namespace {
 
-Direction direction_in(const Environment& env) { return static_cast<Direction>(env.rounding); }
-bool is_tiny_before(const Environment& env) { return env.tininess == Tininess::before_rounding; }
-
 // The word that an operand's pattern is.
 template <class Operand>
 using WordOf = Word;
-
-template <class S>
-words::InEnvironment<S> in_environment(S s, Environment& env) {
-  return {{s, &env.flags}, is_tiny_before(env), env.flush_results};
-}
 
 // An operation of words on packed ones, to nearest-even: the usual way inline, the general one in a
 // function of the same kind.
@@ -48,7 +41,7 @@ struct RoundedOnWords {
                     Environment& env) {
     const auto s = in_environment(Place::shape({e, m}), env);
     decltype(Place::load(s, x)) r;
-    if (Op::usual(s, Place::load(s, x), Place::load(s, others)..., direction_in(env), r))
+    if (Op::usual(s, Place::load(s, x), Place::load(s, others)..., direction_of(env), r))
         [[likely]] {
       Place::store(s, r, x);
     } else {
@@ -58,7 +51,7 @@ struct RoundedOnWords {
   [[gnu::noinline]] static void general(Pattern& x, Others... others, unsigned long e,
                                         unsigned long m, Environment& env) {
     const auto s = in_environment(Place::shape({e, m}), env);
-    Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, others)..., direction_in(env)),
+    Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, others)..., direction_of(env)),
                  x);
   }
 };
@@ -68,16 +61,16 @@ template <class Op, class... Others>
 struct RoundedOnLimbs {
   static void limbs(Pattern& x, Others... others, unsigned long e, unsigned long m,
                     Environment& env) {
-    rules::Exceptions exceptions{is_tiny_before(env), env.flush_results, 0};
+    rules::Exceptions exceptions = exceptions_of(env);
     const Widths f{e, m};
-    const zelk::limbs::Rounding r(direction_in(env), &exceptions);
+    const zelk::limbs::Rounding r(direction_of(env), &exceptions);
     if constexpr (std::is_invocable_v<decltype(Op::on_limbs), Word*, Widths,
                                       zelk::limbs::Rounding>) {
       Op::on_limbs(words_of(x, f), f, r);
     } else {
       Op::on_limbs(words_of(x, f), words_of(others, f)..., f, r);
     }
-    env.flags = static_cast<unsigned char>(env.flags | exceptions.flags);
+    raise(env, exceptions.flags);
   }
 };
 

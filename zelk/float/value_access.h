@@ -34,6 +34,15 @@ struct ValueAccess {
     return !x.is_generic() && !x.head.kind.names_format();
   }
   static IEEEFloat generic_copy(const IEEEFloat& x) { return x.generic_copy(); }
+  static void set_kind(IEEEFloat& x, const IEEEFloat::format& f, unsigned repr, Kind k) {
+    x.set_kind(f, repr, k);
+  }
+  /// x := the result of an operation on operands of one format.
+  template <class Operation, class... Others>
+  static void apply(Environment& env, const Operation& operation, IEEEFloat& x,
+                    const Others&... others) {
+    env.apply(operation, x, others...);
+  }
   static void step_magnitude(IEEEFloat& x, bool grow) { x.step_magnitude(grow); }
   /// +0 in format f: like x if that has the format, else the best representation, with x's mode.
   static IEEEFloat zero_like(const IEEEFloat& x, const IEEEFloat::format& f) {

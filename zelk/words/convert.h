@@ -17,7 +17,7 @@ template <Shape From, Shape To>
   if (is_zero(from, a)) return sign;
   if (is_inf(from, a)) return sign | infinity(to);
   if (is_nan(from, a)) {
-    raise(to, is_signaling(from, a), rules::invalid);
+    if constexpr (!HasEnvironment<To>) raise(to, is_signaling(from, a), rules::invalid);
     return canonical_nan(to);
   }
   const auto x = unpack(from, a);

@@ -1,0 +1,98 @@
+// How environments compute: the errors of their operations, and results on numbers.
+#ifndef ZELK_FLOAT_EVALUATION_H_
+#define ZELK_FLOAT_EVALUATION_H_
+
+#include <string>
+#include <utility>
+
+#include "zelk/float/environment.h"
+#include "zelk/float/value_access.h"
+#include "zelk/rules/flags.h"
+#include "zelk/rules/rounding.h"
+#include "zelk/words/rounding.h"
+
+namespace zelk::detail {
+
+inline void require_rounding(const Environment& env) {
+  if (env.rounding > Rounding::to_odd) {
+    throw_bad_mode(static_cast<unsigned>(env.rounding));
+  }
+}
+
+inline void require_arithmetic(const IEEEFloat::format& f) {
+  if (f.exp_width < 2 || f.mant_width < 1) {
+    throw_error("format without arithmetic: (" + std::to_string(f.exp_width) + ", " +
+                std::to_string(f.mant_width) + ')');
+  }
+}
+
+/// The errors of an operation without a format of its own.
+template <class... Others>
+void require_one_format(const Environment& env, const IEEEFloat& x, const Others&... others) {
+  require_rounding(env);
+  (require_arithmetic(x.get_format()), ..., require_arithmetic(others.get_format()));
+  if (((x.get_format() != others.get_format()) || ...)) {
+    throw_error("operands of different formats");
+  }
+}
+
+/// Those of one with a format.
+template <class... Operands>
+void require_formats(const Environment& env, const IEEEFloat::format& f,
+                     const Operands&... operands) {
+  require_rounding(env);
+  (require_arithmetic(operands.get_format()), ...);
+  require_arithmetic(f);
+}
+
+inline rules::Exceptions exceptions_of(const Environment& env) {
+  return {env.tininess == Tininess::before_rounding, env.flush_results, 0};
+}
+
+inline void raise(Environment& env, unsigned flags) {
+  env.flags = static_cast<unsigned char>(env.flags | flags);
+}
+
+inline rules::Direction direction_of(const Environment& env) {
+  return static_cast<rules::Direction>(env.rounding);
+}
+
+/// Calls compute(target), whose target is the value `out`.
+template <class Compute>
+void round_to(Environment& env, IEEEFloat& out, Compute compute) {
+  rules::Exceptions exceptions = exceptions_of(env);
+  // A packed word of another format has room for the low bits of a pattern.
+  const bool foreign = ValueAccess::is_foreign(out);
+  IEEEFloat target = foreign ? ValueAccess::generic_copy(out) : std::move(out);
+  within_limits([&] {
+    compute(exact::Target{ValueAccess::words(target), widths(target.get_format()),
+                          direction_of(env), &exceptions});
+  });
+  if (foreign) {
+    target.self_specialize_repr(out.get_repr());
+  }
+  out = std::move(target);
+  raise(env, exceptions.flags);
+}
+
+/// An operation on numbers, of operands of any formats into format f.
+template <class Compute, class... Others>
+IEEEFloat on_numbers(Environment& env, const IEEEFloat::format& f, Compute compute,
+                     const IEEEFloat& x, const Others&... others) {
+  IEEEFloat result = ValueAccess::zero_like(x, f);
+  round_to(env, result, [&](const exact::Target& t) {
+    const bool flush = env.flush_operands;
+    compute(OwnPattern(x, flush), OwnPattern(others, flush)..., t);
+  });
+  return result;
+}
+
+/// A shape of words whose operations tell the environment.
+template <class S>
+words::InEnvironment<S> in_environment(S s, Environment& env) {
+  return {{s, &env.flags}, env.tininess == Tininess::before_rounding, env.flush_results};
+}
+
+}  // namespace zelk::detail
+
+#endif  // ZELK_FLOAT_EVALUATION_H_

@@ -79,10 +79,12 @@ void IEEEFloat::copy_limbs() {
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
   const bool both = head.kind.is_wide() && other.head.kind.is_wide();
   if (both && (same_kind(other) || word_count() == other.word_count())) [[likely]] {
-    std::uint64_t* own = pattern.limbs;
-    limbs::copy(other.pattern.limbs, static_cast<long>(other.word_count()), own);
-    take_fields(other);
-    pattern.limbs = own;
+    limbs::copy(other.pattern.limbs, static_cast<long>(other.word_count()), pattern.limbs);
+    head = other.head;
+    // Whoever moves the value next reads both words at once, and waits for one just written.
+    if (pattern.words[1] != other.pattern.words[1]) [[unlikely]] {
+      pattern.words[1] = other.pattern.words[1];
+    }
   } else if (!other.head.kind.is_wide()) {
     delete[] pattern.limbs;
     take_fields(other);

@@ -81,21 +81,26 @@ void IEEEFloat::copy_limbs() {
 }
 
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
-  std::uint64_t* const old = head.kind.is_wide() ? pattern.limbs : nullptr;
-  if (!other.head.kind.is_wide()) {
-    take_fields(other);
-    detail::delete_limbs(old);
+  const bool wide = head.kind.is_wide();
+  const std::size_t size = other.word_count();
+  if (wide && other.head.kind.is_wide() && (same_kind(other) || word_count() == size)) [[likely]] {
+    limbs::copy(other.pattern.limbs, static_cast<long>(size), pattern.limbs);
+    head = other.head;
+    // Whoever moves the value next reads both words at once, and waits for one just written.
+    if (pattern.words[1] != other.pattern.words[1]) [[unlikely]] {
+      pattern.words[1] = other.pattern.words[1];
+    }
     return;
   }
-  const std::size_t size = other.word_count();
-  std::uint64_t* own = old;
-  if (old == nullptr || (!same_kind(other) && word_count() != size)) {
-    own = detail::new_limbs(size);
-    detail::delete_limbs(old);
+  std::uint64_t* const own = other.head.kind.is_wide() ? detail::new_limbs(size) : nullptr;
+  if (wide) {
+    detail::delete_limbs(pattern.limbs);
   }
-  limbs::copy(other.pattern.limbs, static_cast<long>(size), own);
   take_fields(other);
-  pattern.limbs = own;
+  if (own != nullptr) {
+    limbs::copy(other.pattern.limbs, static_cast<long>(size), own);
+    pattern.limbs = own;
+  }
 }
 
 void IEEEFloat::self_specialize_repr(Repr r) {

@@ -5,6 +5,7 @@
 // once, to odd, with two digits more than the last format keeps, and then into that.
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <utility>
 
@@ -45,24 +46,32 @@ using Single = detail::FixedWord<words::FixedShape<8, 23>>;
 using Double = detail::FixedWord<words::FixedShape<11, 52>>;
 using detail::Quad;
 using detail::TwoWords;
-constexpr unsigned places = 5;
+constexpr unsigned char places = 5;
 
-unsigned place_of(Kind k) {
-  switch (k.road()) {
-    case Road::packed32:
-      return 1;
-    case Road::packed64:
-      return 2;
-    case Road::quad:
-      return 3;
-    case Road::double_word:
-      return 4;
-    case Road::numbers:
-    case Road::limbs:
-      return places;
-    default:
-      return 0;
+// The place of a pattern by its road; `places` for other roads.
+constexpr std::array<unsigned char, detail::road_count> places_of_roads = [] {
+  std::array<unsigned char, detail::road_count> all{};
+  const auto set = [&all](Road road, unsigned char place) {
+    all[static_cast<unsigned>(road)] = detail::has_short_roads ? place : places;
+  };
+  for (const Road road : {Road::half, Road::bfloat16, Road::short_word, Road::word}) {
+    set(road, 0);
   }
+  set(Road::packed32, 1);
+  set(Road::packed64, 2);
+  set(Road::quad, 3);
+  set(Road::double_word, 4);
+  set(Road::numbers, places);
+  set(Road::limbs, places);
+  return all;
+}();
+unsigned place_of(Kind k) { return places_of_roads[static_cast<unsigned>(k.road())]; }
+
+// The kind of the best representation of a format.
+Kind kind_of(const Format& f) {
+  return f == Format{8, 23}    ? Kind::packed32()
+         : f == Format{11, 52} ? Kind::packed64()
+                               : Kind::of(f.exp_width, f.mant_width, IEEEFloat::REPR_GENERIC);
 }
 
 template <class From>
@@ -75,28 +84,29 @@ constexpr const Conversion* conversions[places] = {
     ConversionsFrom<One>::to, ConversionsFrom<Single>::to, ConversionsFrom<Double>::to,
     ConversionsFrom<Quad>::to, ConversionsFrom<TwoWords>::to};
 
-// Whether values of these formats and kinds are converted without numbers.
-bool on_short_roads(Kind a, Kind b) {
-  return detail::has_short_roads && a.road() != Road::numbers && b.road() != Road::numbers;
+// Whether patterns of a kind need no numbers.
+bool on_short_road(Kind k) { return detail::has_short_roads && k.road() != Road::numbers; }
+
+// x := its pattern in a format of the kind `to`, both on words.
+void convert_pattern(Environment& env, Pattern& x, Kind from, Widths f, Kind to, Widths g) {
+  conversions[place_of(from)][place_of(to)](x, f, g, env);
 }
 
+Widths widths_of(const detail::Head& head) { return {head.exp_width, head.mant_width}; }
+
 // The same value in another format, from a kind that names its own.
-IEEEFloat converted(Environment& env, IEEEFloat x, const Format& f) {
+IEEEFloat converted(Environment& env, IEEEFloat x, const Format& f, Kind to) {
   const detail::Head head = ValueAccess::head(x);
-  const Widths from{head.exp_width, head.mant_width};
-  const IEEEFloat::Repr repr = IEEEFloat::get_best_repr(f);
-  const Kind to = Kind::of(f.exp_width, f.mant_width, repr);
-  const unsigned place = place_of(head.kind);
-  const unsigned target = place_of(to);
-  if (place < places && target < places) [[likely]] {
-    conversions[place][target](ValueAccess::pattern(x), from, detail::widths(f), env);
-    ValueAccess::set_kind(x, f, repr, to);
+  if (place_of(head.kind) < places && place_of(to) < places) {
+    convert_pattern(env, ValueAccess::pattern(x), head.kind, widths_of(head), to,
+                    detail::widths(f));
+    ValueAccess::set_kind(x, f, to);
     return x;
   }
-  IEEEFloat result(f, repr, x.get_mode());
+  IEEEFloat result(f, IEEEFloat::get_best_repr(f), x.get_mode());
   rules::Exceptions exceptions = detail::exceptions_of(env);
-  limbs::convert(ValueAccess::words(x), from, ValueAccess::words(result), detail::widths(f),
-                 {detail::direction_of(env), &exceptions});
+  limbs::convert(ValueAccess::words(x), widths_of(head), ValueAccess::words(result),
+                 detail::widths(f), {detail::direction_of(env), &exceptions});
   detail::raise(env, exceptions.flags);
   return result;
 }
@@ -104,13 +114,21 @@ IEEEFloat converted(Environment& env, IEEEFloat x, const Format& f) {
 }  // namespace
 
 IEEEFloat Environment::convert(IEEEFloat x, format f) {
-  detail::require_formats(*this, f, x);
-  const Kind kind = ValueAccess::kind(x);
-  const Kind to = Kind::of(f.exp_width, f.mant_width, IEEEFloat::get_best_repr(f));
-  if (!flush_operands && kind.names_format() && f != x.get_format() && on_short_roads(kind, to))
-      [[likely]] {
-    return converted(*this, std::move(x), f);
+  const detail::Head head = ValueAccess::head(x);
+  const Kind to = kind_of(f);
+  // Arithmetic is defined for all formats on words and on limbs.
+  const bool ready = on_short_road(head.kind) && on_short_road(to) && head.kind.names_format() &&
+                     !flush_operands && rounding <= Rounding::to_odd;
+  if (ready && widths_of(head) != detail::widths(f)) [[likely]] {
+    if (place_of(head.kind) < places && place_of(to) < places) [[likely]] {
+      convert_pattern(*this, ValueAccess::pattern(x), head.kind, widths_of(head), to,
+                      detail::widths(f));
+      ValueAccess::set_kind(x, f, to);
+      return x;
+    }
+    return converted(*this, std::move(x), f, to);
   }
+  detail::require_formats(*this, f, x);
   return detail::on_numbers(
       *this, f, [](const exact::Source& a, const exact::Target& t) { exact::convert(a, t); }, x);
 }
@@ -138,64 +156,107 @@ Format wide_format(const Format& f, const Formats&... operands) {
           std::max(mant_width, f.mant_width + 2)};
 }
 
-// x in a format that has its value, in the best representation.
-IEEEFloat widened(const IEEEFloat& x, const Format& f) {
-  Environment env;
-  IEEEFloat same = x;
-  if (x.get_format() == f) {
-    same.self_specialize_repr(IEEEFloat::get_best_repr(f));
-    return same;
-  }
-  return converted(env, std::move(same), f);
-}
-
-// An operation of two or three operands, or of one that is given twice, in format g, and from there
-// into f.
-template <class Operation, class... Others>
-IEEEFloat by_way_of(Environment& env, const Format& g, const Format& f, const Operation& operation,
-                    const IEEEFloat& x, const Others&... others) {
-  if (g == f) {
-    IEEEFloat result = widened(x, g);
-    ValueAccess::apply(env, operation, result, widened(others, g)...);
-    return result;
+// Calls compute(environment) for a result in format g that is to be rounded again, unless g is the
+// last format: to odd, and if it is zero in the direction asked for, which decides on its sign.
+template <class IsZero, class Compute>
+void round_to_odd(Environment& env, bool last, IsZero is_zero, Compute compute) {
+  if (last) {
+    compute(env);
+    return;
   }
   Environment odd;
   odd.rounding = Rounding::to_odd;
-  IEEEFloat result = widened(x, g);
-  ValueAccess::apply(odd, operation, result, widened(others, g)...);
-  if (result.is_zero() && env.rounding == Rounding::toward_negative) {  // which decides on its sign
+  compute(odd);
+  if (env.rounding == Rounding::toward_negative && is_zero()) {
     odd.rounding = env.rounding;
-    result = widened(x, g);
-    ValueAccess::apply(odd, operation, result, widened(others, g)...);
+    compute(odd);
   }
-  // What is inexact in g is so in f, too.
+  // What is inexact in g is so in the last format, too.
   detail::raise(env, odd.flags & ~unsigned{rules::inexact});
-  return converted(env, std::move(result), f);
+}
+
+// The pattern of x in a format of the kind `to` that has its value, both on words.
+Pattern taken_over(const IEEEFloat& x, Kind to, Widths g) {
+  Pattern p = ValueAccess::pattern(x);
+  const detail::Head& head = ValueAccess::head(x);
+  if (widths_of(head) != g) {
+    Environment exact;
+    convert_pattern(exact, p, head.kind, widths_of(head), to, g);
+  }
+  return p;
+}
+
+// x := the result in format f, by way of g, all formats being on words.
+template <class Operation, class... Others>
+void compute_in_words(Environment& env, const Format& g, const Format& f,
+                      const Operation& operation, IEEEFloat& x, const Others&... others) {
+  const Kind wide = kind_of(g);
+  const Kind to = kind_of(f);
+  const Widths w = detail::widths(g);
+  const Pattern first = taken_over(x, wide, w);
+  Pattern result;
+  round_to_odd(
+      env, g == f, [&] { return words::are_zeros(result.words, 0, w.exp_width + w.mant_width); },
+      [&](Environment& e) {
+        result = first;
+        operation[wide.road()](result, taken_over(others, wide, w)..., w.exp_width, w.mant_width,
+                               e);
+      });
+  if (g != f) {
+    convert_pattern(env, result, wide, w, to, detail::widths(f));
+  }
+  ValueAccess::pattern(x) = result;
+  ValueAccess::set_kind(x, f, to);
+}
+
+// The same on any roads but that of numbers.
+template <class Operation, class... Others>
+IEEEFloat compute_in_limbs(Environment& env, const Format& g, const Format& f,
+                           const Operation& operation, const IEEEFloat& x,
+                           const Others&... others) {
+  const auto widened = [&g](IEEEFloat value) {
+    Environment exact;
+    value.self_specialize_repr(IEEEFloat::get_best_repr(value.get_format()));
+    return value.get_format() == g ? value : converted(exact, std::move(value), g, kind_of(g));
+  };
+  IEEEFloat result;
+  round_to_odd(
+      env, g == f, [&] { return result.is_zero(); },
+      [&](Environment& e) {
+        result = widened(x);
+        ValueAccess::apply(e, operation, result, widened(others)...);
+      });
+  return g == f ? result : converted(env, std::move(result), f, kind_of(f));
 }
 
 template <class Operation, class... Others>
-IEEEFloat into_format(Environment& env, const Format& f, const Operation& operation,
-                      const IEEEFloat& x, const Others&... others) {
-  detail::require_formats(env, f, x, others...);
-  const bool ready = !env.flush_operands && ValueAccess::kind(x).names_format() &&
-                     (ValueAccess::kind(others).names_format() && ...);
-  const bool fits =
-      has_values_of(f, x.get_format()) && (has_values_of(f, others.get_format()) && ...);
-  const Format g = fits ? f : wide_format(f, x.get_format(), others.get_format()...);
-  const auto road_of = [](const Format& format) {
-    return Kind::of(format.exp_width, format.mant_width, IEEEFloat::get_best_repr(format)).road();
-  };
-  const auto on_road = [&](Kind k) { return detail::has_short_roads && k.road() != Road::numbers; };
-  if (ready && detail::has_short_roads && g.exp_width > 0 && road_of(f) != Road::numbers &&
-      road_of(g) != Road::numbers && on_road(ValueAccess::kind(x)) &&
-      (on_road(ValueAccess::kind(others)) && ...)) {
-    IEEEFloat result = by_way_of(env, g, f, operation, x, others...);
-    if (f == x.get_format()) {
-      result.self_specialize_repr(x.get_repr());
+IEEEFloat into_format(Environment& env, const Format& f, const Operation& operation, IEEEFloat& x,
+                      const Others&... others) {
+  const bool ready =
+      !env.flush_operands && env.rounding <= Rounding::to_odd &&
+      ValueAccess::kind(x).names_format() && on_short_road(ValueAccess::kind(x)) &&
+      ((ValueAccess::kind(others).names_format() && on_short_road(ValueAccess::kind(others))) &&
+       ...);
+  if (ready && on_short_road(kind_of(f))) {
+    const bool fits =
+        has_values_of(f, x.get_format()) && (has_values_of(f, others.get_format()) && ...);
+    const Format g = fits ? f : wide_format(f, x.get_format(), others.get_format()...);
+    const auto in_words = [](Kind k) { return place_of(k) < places; };
+    if (on_short_road(kind_of(g))) {
+      const IEEEFloat::Repr repr = f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);
+      const IEEEFloat::rounding_mode mode = x.get_mode();
+      if (in_words(kind_of(f)) && in_words(kind_of(g)) && in_words(ValueAccess::kind(x)) &&
+          (in_words(ValueAccess::kind(others)) && ...)) {
+        compute_in_words(env, g, f, operation, x, others...);
+      } else {
+        x = compute_in_limbs(env, g, f, operation, x, others...);
+      }
+      x.self_specialize_repr(repr);
+      x.set_mode(mode);
+      return std::move(x);
     }
-    result.set_mode(x.get_mode());
-    return result;
   }
+  detail::require_formats(env, f, x, others...);
   return detail::on_numbers(env, f, operation.on_numbers, x, others...);
 }
 

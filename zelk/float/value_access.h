@@ -34,8 +34,9 @@ struct ValueAccess {
     return !x.is_generic() && !x.head.kind.names_format();
   }
   static IEEEFloat generic_copy(const IEEEFloat& x) { return x.generic_copy(); }
-  static void set_kind(IEEEFloat& x, const IEEEFloat::format& f, unsigned repr, Kind k) {
-    x.set_kind(f, repr, k);
+  /// x := a value of format f, in the best representation, k being its kind.
+  static void set_kind(IEEEFloat& x, const IEEEFloat::format& f, Kind k) {
+    x.set_kind(f, IEEEFloat::get_best_repr(f), k);
   }
   /// x := the result of an operation on operands of one format.
   template <class Operation, class... Others>

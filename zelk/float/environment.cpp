@@ -116,15 +116,44 @@ IEEEFloat into_format(Environment& env, const IEEEFloat::format& f, Compute comp
 
 // ---- Rounded operations ----
 
+namespace {
+
+// Calls compute(env, x) with an environment that flushes no operands and x flushed; x keeps its
+// representation.
+template <class Compute>
+void with_flushed(Environment& env, IEEEFloat& x, Compute compute) {
+  Environment inner = env;
+  inner.flush_operands = false;
+  IEEEFloat result = *OwnPattern(x, true);
+  compute(inner, result);
+  result.self_specialize_repr(x.get_repr());
+  x = std::move(result);
+  env.flags = inner.flags;
+}
+
+}  // namespace
+
 void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation,
                                   IEEEFloat& x, const IEEEFloat& y) {
   require_one_format(*this, x, y);
-  x = on_numbers(*this, x.get_format(), operation.on_numbers, x, y);
+  if (flush_operands) {
+    const OwnPattern b(y, true);
+    with_flushed(*this, x, [&](Environment& env, IEEEFloat& a) { env.apply(operation, a, *b); });
+  } else {
+    x = on_numbers(*this, x.get_format(), operation.on_numbers, x, y);
+  }
 }
 void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnThree>& operation,
                                   IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z) {
   require_one_format(*this, x, y, z);
-  x = on_numbers(*this, x.get_format(), operation.on_numbers, x, y, z);
+  if (flush_operands) {
+    const OwnPattern b(y, true);
+    const OwnPattern c(z, true);
+    with_flushed(*this, x,
+                 [&](Environment& env, IEEEFloat& a) { env.apply(operation, a, *b, *c); });
+  } else {
+    x = on_numbers(*this, x.get_format(), operation.on_numbers, x, y, z);
+  }
 }
 
 IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y, format f) {

@@ -195,7 +195,7 @@ inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(x = env.from_scaled(n, 3, g)), IN_ENVIRONMENT(x = env.from_text("-7.3e-9", g)),
     ON_VALUES(n = static_cast<int>(compare(x, zelk::Environment().from_integer(3, g)) < 0)),
     IN_ENVIRONMENT(n = env.to_integer(x).value_or(7))};  // of any length
-inline constexpr std::size_t first_growing = 17, first_into = 22, last_exact = 37;
+inline constexpr std::size_t first_growing = 16, first_into = 22, last_exact = 37;
 static_assert(std::size(environment_calls) == last_exact + 1);
 
 /// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.

@@ -149,18 +149,17 @@ template <std::size_t size>
   x[0] |= Limb{lost != 0};
 }
 
-// out := the significand of x times 2^k, k < 64 (n + 1).
+// sum := sum + part * 2^(64 at), or less that if `minus` is all ones, at <= n.
 template <std::size_t n>
-[[gnu::always_inline]] inline void place(const Number& x, std::uint64_t k, Sum<n>& out) {
-  const auto bits = static_cast<unsigned>(k % limb_bits);
-  Limb* from = out + k / limb_bits;
-  Limb below = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const Limb limb = i + 1 < n ? x.low[i] : x.top;
-    from[i] = limb << bits | below >> 1 >> (limb_bits - 1 - bits);
-    below = limb;
+[[gnu::always_inline]] inline void add_part(Sum<n>& sum, const Limb (&part)[n + 1], std::size_t at,
+                                            Limb minus) {
+  Carry carry = minus & 1;
+  for (std::size_t i = 0; i <= n; ++i) {
+    sum[at + i] = add_limb(sum[at + i], part[i] ^ minus, carry);
   }
-  from[n] = below >> 1 >> (limb_bits - 1 - bits);
+  for (std::size_t i = at + n + 1; i < 2 * n + 3; ++i) {
+    sum[i] = add_limb(sum[i], minus, carry);
+  }
 }
 
 // Finite numbers of a few limbs. False, and nothing done, for others, for a product of zero, and
@@ -195,28 +194,37 @@ template <class S, std::size_t n>
   multiply_few<n>(product, left, right);
 
   Sum<n> sum;
-  Sum<n> addend;
   sum[0] = 0;
   for (std::size_t i = 0; i < 2 * n; ++i) {
     sum[i + 1] = product[i];
   }
   sum[2 * n + 1] = 0;
   sum[2 * n + 2] = 0;
-  clear(addend, 2 * n + 3);
   constexpr std::int64_t highest = reach - limb_bits;
-  const std::int64_t at = k < 0 ? 0 : k < reach ? k : highest;
-  place<n>(c, static_cast<std::uint64_t>(at), addend);
-  if (k < 0) [[unlikely]] {
-    shift_sticky(addend, static_cast<std::uint64_t>(-k));
-  } else if (k >= reach) [[unlikely]] {
-    shift_sticky(sum, static_cast<std::uint64_t>(k - highest));
-    unit += k - highest;
+  const auto bits = static_cast<unsigned>(k % limb_bits);
+  auto at = static_cast<std::size_t>(k / limb_bits);
+  Limb part[n + 1];
+  if (k >= 0 && k < reach) [[likely]] {
+    Limb below = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      const Limb limb = i + 1 < n ? c.low[i] : c.top;
+      part[i] = limb << bits | below >> 1 >> (limb_bits - 1 - bits);
+      below = limb;
+    }
+    part[n] = below >> 1 >> (limb_bits - 1 - bits);
+  } else {
+    std::copy_n(c.low, n - 1, part);
+    part[n - 1] = c.top;
+    part[n] = 0;
+    at = k < 0 ? 0 : n;
+    if (k < 0) {
+      shift_sticky(part, static_cast<std::uint64_t>(-k));
+    } else {
+      shift_sticky(sum, static_cast<std::uint64_t>(k - highest));
+      unit += k - highest;
+    }
   }
-  const Limb minus = limb_mask((a.sign ^ b.sign) != c.sign);
-  Carry carry = minus & 1;
-  for (std::size_t i = 0; i < 2 * n + 3; ++i) {
-    sum[i] = add_limb(sum[i], addend[i] ^ minus, carry);
-  }
+  add_part<n>(sum, part, at, limb_mask((a.sign ^ b.sign) != c.sign));
   const Limb negative = sum[2 * n + 2] >> (limb_bits - 1);
   if (negative != 0) {
     mpn_neg(sum, sum, 2 * n + 3);

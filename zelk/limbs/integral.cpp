@@ -22,10 +22,9 @@ void round_below_one(Shape s, Rounding r, Limb sign, std::int64_t places, Limb* 
   r.raise(rules::inexact);
 }
 
-}  // namespace
-
-void round_to_integral(Limb* x, rules::Widths f, Rounding r) {
-  const Shape s{f};
+template <class S>
+[[gnu::noinline]] void round_pattern_to_integral(S shape, Rounding r, Limb* x) {
+  const Shape s = shape;
   const long n = s.significand_size();
   const Limb upper = upper_limb(s, n, x);
   const Limb sign = upper >> (limb_bits - 1);
@@ -61,6 +60,16 @@ void round_to_integral(Limb* x, rules::Widths f, Rounding r) {
     pack_overflow(s, r, sign, x);
   }
   r.raise(rules::inexact);
+}
+
+}  // namespace
+
+void round_to_integral(Limb* x, rules::Widths f, Rounding r) {
+  if (f == binary256::widths) {
+    round_pattern_to_integral(Binary256(), r, x);
+  } else {
+    round_pattern_to_integral(Shape{f}, r, x);
+  }
 }
 
 }  // namespace zelk::limbs

@@ -183,6 +183,7 @@ struct ZELK_EXPORT Environment {
   template <class Operands, class... Others>
   void apply(const detail::RoundedOperations<Operands>& operation, IEEEFloat& x,
              const Others&... others);
+  static std::uint64_t word(const IEEEFloat& x) { return x.pattern.words[0]; }
   void apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation, IEEEFloat& x,
                        const IEEEFloat& y);
   void apply_otherwise(const detail::RoundedOperations<detail::OnThree>& operation, IEEEFloat& x,
@@ -193,12 +194,13 @@ template <class Operands, class... Others>
 [[gnu::always_inline]] inline void Environment::apply(
     const detail::RoundedOperations<Operands>& operation, IEEEFloat& x, const Others&... others) {
   const detail::Head& head = x.head;
+  std::uint64_t& low = x.pattern.words[0];
   const bool same = ((others.head.kind == head.kind) && ...) && !flush_operands;
   const bool nearest = detail::has_short_roads && same && rounding == Rounding::nearest_even;
   if (nearest && head.kind == detail::Kind::packed64()) {
-    x.pattern.words[0] = operation.nearest64(x.pattern.words[0], others.pattern.words[0]..., *this);
+    low = operation.nearest64(low, word(others)..., *this);
   } else if (nearest && head.kind == detail::Kind::packed32()) {
-    x.pattern.words[0] = operation.nearest32(x.pattern.words[0], others.pattern.words[0]..., *this);
+    low = operation.nearest32(low, word(others)..., *this);
   } else if (same && head.kind.names_format() && rounding <= Rounding::to_odd &&
              operation[head.kind.road()] != nullptr) [[likely]] {
     operation[head.kind.road()](x.pattern, others.pattern..., head.exp_width, head.mant_width,

@@ -46,20 +46,23 @@ template <class Op, class Place, class... Others>
 struct RoundedOnWords {
   static void usual(Pattern& x, Others... others, unsigned long e, unsigned long m,
                     Environment& env) {
-    const auto s = in_environment(Place::shape({e, m}), env);
-    decltype(Place::load(s, x)) r;
-    if (Op::usual(s, Place::load(s, x), Place::load(s, others)..., direction_in(env), r))
+    const auto place = Place::shape({e, m});
+    const auto s = in_environment(place, env);
+    decltype(Place::load(place, x)) r;
+    if (Op::usual(s, Place::load(place, x), Place::load(place, others)..., direction_in(env), r))
         [[likely]] {
-      Place::store(s, r, x);
+      Place::store(place, r, x);
     } else {
       general(x, others..., e, m, env);
     }
   }
   [[gnu::noinline]] static void general(Pattern& x, Others... others, unsigned long e,
                                         unsigned long m, Environment& env) {
-    const auto s = in_environment(Place::shape({e, m}), env);
-    Place::store(s, Op::general(s, Place::load(s, x), Place::load(s, others)..., direction_in(env)),
-                 x);
+    const auto place = Place::shape({e, m});
+    const auto s = in_environment(place, env);
+    Place::store(
+        place,
+        Op::general(s, Place::load(place, x), Place::load(place, others)..., direction_in(env)), x);
   }
 };
 

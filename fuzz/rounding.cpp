@@ -1,4 +1,4 @@
-// Every rounded or exact result in any format against MPFR.
+// Every rounded or exact result in any format against MPFR, and those of environments.
 #include "fuzz/input.h"
 #include "tests/mpfr_oracle.h"
 
@@ -14,5 +14,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Input in(data, size);
   Mpfr t(format(in)), to(format(in));
   check_all(t, to, in);
+  static const std::vector<Operation> by = mpfr_operations();
+  const Target target(t.f);
+  mpfr_precision = target.m + 9;
+  std::vector<Operand> all;
+  for (int i = 0; i < 3; ++i) all.emplace_back(target, generic(t.f, modes[0], in.pattern(t)));
+  cases = 0;  // what decides settings
+  for (const Operation& op : by) {
+    std::vector<const Operand*> v;
+    for (std::size_t k = 0; k < op.operands; ++k) v.push_back(&all[k]);
+    check_operation(op, v, target, false);
+  }
   return 0;
 }

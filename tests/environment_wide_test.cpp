@@ -1,9 +1,7 @@
 // Environments: mixed and wide formats, sums, and quotients of far exponents.
-#include <mpfr.h>
-
 #include <random>
 
-#include "tests/environment_oracle.h"
+#include "tests/mpfr_oracle.h"
 #include "zelk/float/functions.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
@@ -118,53 +116,9 @@ TEST(MixedFormats, NumbersRoundOnce) {
 
 // ---- MPFR ----
 
-static long precision = 0;
-
-// What MPFR makes of operands of any exponents: the result cut off, and whether that is all.
-template <auto function>
-static Exact by_mpfr(const Operands& v, Rounding d) {
-  mpfr_t x[4];
-  mpfr_inits2(precision, x[0], x[1], x[2], x[3], nullptr);
-  for (std::size_t i = 0; i < v.size(); ++i) {
-    mpfr_set_z_2exp(x[i], v[i].q.get_num_mpz_t(), v[i].k, MPFR_RNDN);
-    if (v[i].kind == Exact::infinite) mpfr_set_inf(x[i], 1);
-    mpfr_setsign(x[i], x[i], static_cast<int>(v[i].negative), MPFR_RNDN);
-  }
-  mpfr_ptr r = x[3];
-  const auto call = [&](mpfr_rnd_t rnd) {
-    if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_rnd_t>) {
-      return function(r, x[0], rnd);
-    } else if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_srcptr,
-                                             mpfr_rnd_t>) {
-      return function(r, x[0], x[1], rnd);
-    } else {
-      return function(r, x[0], x[1], x[2], rnd);
-    }
-  };
-  mpfr_clear_flags();
-  Exact result{Exact::finite};
-  result.sticky = call(MPFR_RNDZ) != 0;
-  if (mpfr_zero_p(r) != 0 && d == Rounding::toward_negative) call(MPFR_RNDD);
-  result.negative = mpfr_signbit(r) != 0;
-  if (mpfr_nan_p(r) != 0) result = invalid_result();
-  if (mpfr_inf_p(r) != 0) result.kind = Exact::infinite;
-  if (mpfr_divby0_p() != 0) result.flags = pole;
-  if (mpfr_regular_p(r) != 0) {
-    result.k = mpfr_get_z_2exp(result.q.get_num_mpz_t(), r);
-    result.q = abs(result.q);
-  }
-  mpfr_clears(x[0], x[1], x[2], x[3], nullptr);
-  return result;
-}
-
 TEST(WideFormats, MatchMpfr) {
-  mpfr_set_emin(mpfr_get_emin_min());
-  mpfr_set_emax(mpfr_get_emax_max());
-  std::vector<Operation> by(std::begin(operations), std::end(operations));
-  constexpr Exact (*meanings[])(const Operands&, Rounding) = {
-      by_mpfr<mpfr_add>,       by_mpfr<mpfr_sub>,  by_mpfr<mpfr_mul>, by_mpfr<mpfr_div>,
-      by_mpfr<mpfr_remainder>, by_mpfr<mpfr_fmod>, by_mpfr<mpfr_fma>, by_mpfr<mpfr_sqrt>};
-  for (std::size_t i = 0; i < std::size(meanings); ++i) by[i].numbers = meanings[i];
+  set_range(mpfr_get_emin_min(), mpfr_get_emax_max());
+  const std::vector<Operation> by = mpfr_operations();
   std::vector<Format> formats = {{5, 10},   {8, 7},    {8, 23},    {11, 52}, {15, 112},
                                  {19, 236}, {15, 318}, {20, 1022}, {2, 58},  {30, 31}};
   for (const unsigned long width : {62UL, 63UL, 64UL, 65UL, 66UL, 126UL, 127UL, 128UL, 129UL, 130UL,
@@ -175,7 +129,7 @@ TEST(WideFormats, MatchMpfr) {
   for (const Format f : formats) {
     const Target t(f);
     const Layout layout(f);
-    precision = t.m + 9;
+    mpfr_precision = t.m + 9;
     for (unsigned long i = 0; i < rounds() / 50; ++i) {
       std::vector<Operand> all;
       for (int k = 0; k < 3; ++k) {

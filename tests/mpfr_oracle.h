@@ -5,7 +5,10 @@
 
 #include <mpfr.h>
 
-#include "tests/support.h"
+#include <type_traits>
+#include <vector>
+
+#include "tests/environment_oracle.h"
 
 namespace zelk_test {
 
@@ -97,6 +100,56 @@ void check_all(Mpfr& t, Mpfr& to, auto& patterns) {
     check_value(t, x);
     check_number(t, patterns, x.get_mode());
   }
+}
+
+/// Of results of MPFR: that of a format and a few digits more.
+inline mpfr_prec_t mpfr_precision = 0;
+
+/// What MPFR makes of operands of any exponents: the result cut off, and whether that is all.
+template <auto function>
+Exact by_mpfr(const Operands& v, Rounding d) {
+  mpfr_t x[4];
+  mpfr_inits2(mpfr_precision, x[0], x[1], x[2], x[3], nullptr);
+  for (std::size_t i = 0; i < v.size(); ++i) {
+    mpfr_set_z_2exp(x[i], v[i].q.get_num_mpz_t(), v[i].k, MPFR_RNDN);
+    if (v[i].kind == Exact::infinite) mpfr_set_inf(x[i], 1);
+    mpfr_setsign(x[i], x[i], static_cast<int>(v[i].negative), MPFR_RNDN);
+  }
+  mpfr_ptr r = x[3];
+  const auto call = [&](mpfr_rnd_t rnd) {
+    if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_rnd_t>) {
+      return function(r, x[0], rnd);
+    } else if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_srcptr,
+                                             mpfr_rnd_t>) {
+      return function(r, x[0], x[1], rnd);
+    } else {
+      return function(r, x[0], x[1], x[2], rnd);
+    }
+  };
+  mpfr_clear_flags();
+  Exact result{Exact::finite};
+  result.sticky = call(MPFR_RNDZ) != 0;
+  if (mpfr_zero_p(r) != 0 && d == Rounding::toward_negative) call(MPFR_RNDD);
+  result.negative = mpfr_signbit(r) != 0;
+  if (mpfr_nan_p(r) != 0) result = invalid_result();
+  if (mpfr_inf_p(r) != 0) result.kind = Exact::infinite;
+  if (mpfr_divby0_p() != 0) result.flags = pole;
+  if (mpfr_regular_p(r) != 0) {
+    result.k = mpfr_get_z_2exp(result.q.get_num_mpz_t(), r);
+    result.q = abs(result.q);
+  }
+  mpfr_clears(x[0], x[1], x[2], x[3], nullptr);
+  return result;
+}
+
+/// The operations of environments, by MPFR.
+inline std::vector<Operation> mpfr_operations() {
+  std::vector<Operation> by(std::begin(operations), std::end(operations));
+  constexpr Exact (*meanings[])(const Operands&, Rounding) = {
+      by_mpfr<mpfr_add>,       by_mpfr<mpfr_sub>,  by_mpfr<mpfr_mul>, by_mpfr<mpfr_div>,
+      by_mpfr<mpfr_remainder>, by_mpfr<mpfr_fmod>, by_mpfr<mpfr_fma>, by_mpfr<mpfr_sqrt>};
+  for (std::size_t i = 0; i < std::size(meanings); ++i) by[i].numbers = meanings[i];
+  return by;
 }
 
 }  // namespace zelk_test

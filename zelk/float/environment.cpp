@@ -16,15 +16,45 @@ using rules::Class;
 
 // ---- Rounded operations ----
 
+namespace {
+
+// An operand in this representation, flushed if that is asked for.
+IEEEFloat taken_over(const IEEEFloat& x, bool flush, IEEEFloat::Repr repr) {
+  IEEEFloat own = *OwnPattern(x, flush);
+  own.self_specialize_repr(repr);
+  return own;
+}
+
+// Operands that are flushed, or of several kinds, get ready for their road; x keeps its
+// representation. All others are for numbers.
+template <class Operation, class... Others>
+void apply_operation(Environment& env, const Operation& operation, IEEEFloat& x,
+                     const Others&... others) {
+  detail::require_one_format(env, x, others...);
+  const bool one_kind = ((ValueAccess::kind(others) == ValueAccess::kind(x)) && ...);
+  if (one_kind && !env.flush_operands) {
+    x = detail::on_numbers(env, x.get_format(), operation.on_numbers, x, others...);
+    return;
+  }
+  const auto repr = ValueAccess::is_foreign(x) ? IEEEFloat::REPR_GENERIC : x.get_repr();
+  Environment inner = env;
+  inner.flush_operands = false;
+  IEEEFloat result = taken_over(x, env.flush_operands, repr);
+  ValueAccess::apply(inner, operation, result, taken_over(others, env.flush_operands, repr)...);
+  result.self_specialize_repr(x.get_repr());
+  x = std::move(result);
+  env.flags = inner.flags;
+}
+
+}  // namespace
+
 void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation,
                                   IEEEFloat& x, const IEEEFloat& y) {
-  detail::require_one_format(*this, x, y);
-  x = detail::on_numbers(*this, x.get_format(), operation.on_numbers, x, y);
+  apply_operation(*this, operation, x, y);
 }
 void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnThree>& operation,
                                   IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z) {
-  detail::require_one_format(*this, x, y, z);
-  x = detail::on_numbers(*this, x.get_format(), operation.on_numbers, x, y, z);
+  apply_operation(*this, operation, x, y, z);
 }
 
 IEEEFloat Environment::nearbyint(IEEEFloat x) {

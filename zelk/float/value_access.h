@@ -63,7 +63,7 @@ class OwnPattern {
     }
     if (flush && value->is_subnormal()) {
       const bool negative = value->get_sign();
-      own = IEEEFloat(x.get_format(), x.get_mode());
+      own = IEEEFloat(x.get_format(), value->get_repr(), x.get_mode());
       own->self_zero(negative);
       value = &*own;
     }

@@ -139,10 +139,10 @@ class ZELK_EXPORT IEEEFloat {
 
   /// Takes the source's format, mode, representation and pattern; the source is the placeholder.
   IEEEFloat& operator=(IEEEFloat&& other) noexcept {
-    if (detail::Kind::any_wide(head.kind, other.head.kind)) [[unlikely]] {
-      IEEEFloat taken(std::move(other));
-      swap(taken);
-    } else if (this != &other) {
+    if (this != &other) {
+      if (head.kind.is_wide()) [[unlikely]] {
+        detail::delete_limbs(pattern.limbs);
+      }
       take_fields(other);
       other.forget();
     }
@@ -337,8 +337,8 @@ class ZELK_EXPORT IEEEFloat {
   }
 
   void set_kind(const format& f, unsigned r, detail::Kind k) {
-    head = {static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
-            r << 30 | mode(), k};
+    head.set(static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
+             r << 30 | mode(), k);
     if (k.is_huge()) [[unlikely]] {
       set_huge_format(f);
     }

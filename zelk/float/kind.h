@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 
 #include "zelk/base/export.h"
@@ -53,12 +54,12 @@ class Kind {
   /// Of values of format (e, m) in the representation `repr`: 0 and 1 are packed.
   static Kind of(unsigned long exp_width, unsigned long mant_width, unsigned repr) {
     return repr >= 2 && has_word_road && words::serves_in_one_word(exp_width, mant_width)
-               ? Kind(with(word_road(exp_width, mant_width)) | code(exp_width, mant_width))
+               ? Kind(with(word_road(exp_width, mant_width)) | widths_code(exp_width, mant_width))
                : of_other(exp_width, mant_width, repr);
   }
 
-  static constexpr Kind packed32() { return Kind(with(Road::packed32) | code(8, 23)); }
-  static constexpr Kind packed64() { return Kind(with(Road::packed64) | code(11, 52)); }
+  static constexpr Kind packed32() { return Kind(with(Road::packed32) | widths_code(8, 23)); }
+  static constexpr Kind packed64() { return Kind(with(Road::packed64) | widths_code(11, 52)); }
 
   Road road() const { return static_cast<Road>(bits >> road_place & 15U); }
   /// Whether the pattern is in limbs on the heap; else it is in the two words of the value.
@@ -73,6 +74,9 @@ class Kind {
   bool names_format() const { return (bits & code_mask) != 0; }
 
   bool operator==(const Kind&) const = default;
+
+  /// All that it says, as a number.
+  std::uint32_t code() const { return bits; }
 
  private:
   static constexpr int huge_place = 26;
@@ -92,7 +96,7 @@ class Kind {
     return static_cast<std::uint32_t>(r) << road_place;
   }
   // 0 for widths that have no room.
-  static constexpr std::uint32_t code(unsigned long e, unsigned long m) {
+  static constexpr std::uint32_t widths_code(unsigned long e, unsigned long m) {
     return e < 64 && m < 1UL << 20 ? static_cast<std::uint32_t>(m << 6 | e) : 0;
   }
 
@@ -109,6 +113,15 @@ struct Head {
   std::uint32_t mant_width = 0;
   std::uint32_t control = 0;
   Kind kind;  // follows from format and representation
+
+  /// All at once: whoever moves a value next reads all at once, and waits for what was written in
+  /// pieces.
+  void set(std::uint32_t e, std::uint32_t m, std::uint32_t c, Kind k) {
+    using Words [[gnu::vector_size(16)]] = std::uint64_t;
+    const Words words{std::uint64_t{m} << 32 | e, std::uint64_t{k.code()} << 32 | c};
+    static_assert(sizeof(Head) == sizeof words);
+    std::memcpy(this, &words, sizeof words);
+  }
 
   /// Whether this is a packed value of this kind that rounds to nearest-even.
   bool is_nearest(std::uint32_t repr, Kind k) const { return kind == k && control == repr << 30; }

@@ -18,6 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Target target(t.f);
   mpfr_precision = target.m + 9;
   std::vector<Operand> all;
+  all.reserve(3);
   for (int i = 0; i < 3; ++i) all.emplace_back(target, generic(t.f, modes[0], in.pattern(t)));
   cases = 0;  // what decides settings
   for (const Operation& op : by) {

@@ -4,6 +4,7 @@
 #define ZELK_TESTS_ENVIRONMENT_ORACLE_H_
 
 #include <climits>
+#include <utility>
 #include <vector>
 
 #include "tests/support.h"
@@ -257,10 +258,10 @@ struct Operand {
   Exact exact[2];
   bool subnormal;
 
-  Operand(const Target& t, const IEEEFloat& value)
-      : x(value), exact{t.decode(bits(x)), t.decode(bits(x), true)} {
-    subnormal = !exact[0].is_zero() && exact[1].is_zero();
-  }
+  Operand(const Target& t, IEEEFloat value)
+      : x(std::move(value)),
+        exact{t.decode(bits(x)), t.decode(bits(x), true)},
+        subnormal(!exact[0].is_zero() && exact[1].is_zero()) {}
 };
 
 inline std::string name(const Environment& env) {

@@ -35,9 +35,9 @@ struct Selection {
   bool takes_first(const Exact& a, const Exact& b) const {
     if (any_nan({a, b})) return any_nan({b}) == number;
     auto o = order(magnitude_of(a), magnitude_of(b));
-    if (!magnitude || o == 0) o = order(a, b);
-    if (o == 0) o = static_cast<int>(b.negative) <=> static_cast<int>(a.negative);
-    return largest ? o > 0 : o < 0;
+    if (!magnitude || std::is_eq(o)) o = order(a, b);
+    if (std::is_eq(o)) o = static_cast<int>(b.negative) <=> static_cast<int>(a.negative);
+    return largest ? std::is_gt(o) : std::is_lt(o);
   }
 };
 static const Selection selections[] = {
@@ -238,7 +238,7 @@ TEST(Environments, RefuseInOneOrder) {
   FAILS(limit, add(x, y, {5, 1UL << 62})), FAILS(limit, from_integer(1, {1UL << 62, 1}));
   const IEEEFloat huge = Environment().from_scaled(1, power(60), {63, 4});
   FAILS(limit, to_integer(huge)), FAILS("", to_signed(huge, ~0UL >> 9));
-  EXPECT_EQ(message([&] { return total_order(x, y) == 0; }), mixed_formats);
+  EXPECT_EQ(message([&] { return std::is_eq(total_order(x, y)); }), mixed_formats);
 }
 
 // Bits of flags, flags of others, and the processor's state.

@@ -132,6 +132,7 @@ TEST(WideFormats, MatchMpfr) {
     mpfr_precision = t.m + 9;
     for (unsigned long i = 0; i < rounds() / 50; ++i) {
       std::vector<Operand> all;
+      all.reserve(3);
       for (int k = 0; k < 3; ++k) {
         all.emplace_back(t, represented(random, generic(f, modes[0], random.pattern(layout))));
       }

@@ -178,7 +178,7 @@ inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(x = env.maximum_magnitude_number(x, y)), ON_VALUES(x = abs(-x)),
     ON_VALUES(x = copy_sign(x, y)), ON_VALUES(x = y.get_sign() ? next_up(x) : next_down(x)),
     ON_VALUES(n = static_cast<long>(classify(x)) + 16L * is_normal(x)),
-    ON_VALUES(n = static_cast<int>(total_order(x, y) < 0)),
+    ON_VALUES(n = static_cast<int>(std::is_lt(total_order(x, y)))),
     // From here on they may allocate.
     IN_ENVIRONMENT(x = env.scale(x, 40)), IN_ENVIRONMENT(x = env.remainder(x, y)),
     IN_ENVIRONMENT(x = env.modulo(x, y)),
@@ -194,7 +194,7 @@ inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(const IEEEFloat all[] = {x, y, x}; x = env.sum(all, g)),
     IN_ENVIRONMENT(const IEEEFloat all[] = {x, y, x}; x = env.dot(all, all, g)),
     IN_ENVIRONMENT(x = env.from_scaled(n, 3, g)), IN_ENVIRONMENT(x = env.from_text("-7.3e-9", g)),
-    ON_VALUES(n = static_cast<int>(compare(x, zelk::Environment().from_integer(3, g)) < 0)),
+    ON_VALUES(n = static_cast<int>(std::is_lt(compare(x, zelk::Environment().from_integer(3, g))))),
     IN_ENVIRONMENT(n = env.to_integer(x).value_or(7))};  // of any length
 inline constexpr std::size_t first_growing = 16, first_into = 22, last_exact = 37;
 static_assert(std::size(environment_calls) == last_exact + 1);

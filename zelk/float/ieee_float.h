@@ -113,16 +113,14 @@ class ZELK_EXPORT IEEEFloat {
   IEEEFloat(format f, rounding_mode rm) : IEEEFloat(f, get_best_repr(f), rm) {}
 
   /// A copy owns a pattern of its own.
-  IEEEFloat(const IEEEFloat& other)
-      : head(other.head), pattern(other.pattern.words[0], other.pattern.words[1]) {
+  IEEEFloat(const IEEEFloat& other) : head(other.head), pattern(other.pattern) {
     if (head.kind.is_wide()) [[unlikely]] {
       copy_limbs();
     }
   }
 
   /// The moved-from value is the default placeholder.
-  IEEEFloat(IEEEFloat&& other) noexcept
-      : head(other.head), pattern(other.pattern.words[0], other.pattern.words[1]) {
+  IEEEFloat(IEEEFloat&& other) noexcept : head(other.head), pattern(other.pattern) {
     other.forget();
   }
 
@@ -345,18 +343,14 @@ class ZELK_EXPORT IEEEFloat {
   }
   format huge_format() const;
   void set_huge_format(const format& f);
-  // The pattern word by word: a result is written so, and a processor waits where two such words
-  // are read at once.
   void take_fields(const IEEEFloat& other) {
     head = other.head;
-    pattern.words[0] = other.pattern.words[0];
-    pattern.words[1] = other.pattern.words[1];
+    pattern = other.pattern;
   }
   // Becomes the placeholder, without a look at the limbs.
   void forget() {
     head = detail::Head();
-    pattern.words[0] = 0;
-    pattern.words[1] = 0;
+    pattern = detail::Pattern();
   }
   void swap(IEEEFloat& other) noexcept {
     std::swap(head, other.head);

@@ -19,7 +19,7 @@ Road road_of(unsigned long e, unsigned long m) {
 }  // namespace
 
 Kind Kind::of_other(unsigned long exp_width, unsigned long mant_width, unsigned repr) {
-  const std::uint32_t widths = code(exp_width, mant_width);
+  const std::uint32_t widths = widths_code(exp_width, mant_width);
   if (repr < 2) {
     const Kind best = repr == 0 ? packed32() : packed64();
     const bool huge = (exp_width | mant_width) >> 32 != 0;

@@ -4,6 +4,8 @@
 #ifndef ZELK_FLOAT_KIND_H_
 #define ZELK_FLOAT_KIND_H_
 
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -118,9 +120,12 @@ struct Head {
   /// pieces.
   void set(std::uint32_t e, std::uint32_t m, std::uint32_t c, Kind k) {
     using Words [[gnu::vector_size(16)]] = std::uint64_t;
-    const Words words{std::uint64_t{m} << 32 | e, std::uint64_t{k.code()} << 32 | c};
+    const auto word = [](std::uint32_t first, std::uint32_t second) {
+      return std::bit_cast<std::uint64_t>(std::array{first, second});
+    };
+    const Words words{word(e, m), word(c, k.code())};
     static_assert(sizeof(Head) == sizeof words);
-    std::memcpy(this, &words, sizeof words);
+    std::memcpy(static_cast<void*>(this), &words, sizeof words);
   }
 
   /// Whether this is a packed value of this kind that rounds to nearest-even.
@@ -133,6 +138,15 @@ union Pattern {
   std::uint64_t* limbs;  // owned by the value, where its kind is wide
 
   constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
+  /// Copies go word by word: a result is written so, and a processor waits where two such words are
+  /// read at once.
+  constexpr Pattern(const Pattern& other) : words{other.words[0], other.words[1]} {}
+  constexpr Pattern& operator=(const Pattern& other) {
+    words[0] = other.words[0];
+    words[1] = other.words[1];
+    return *this;
+  }
+  ~Pattern() = default;
 };
 
 /// Limbs on the heap. Arrays would be allocated by way of the same operators, at a call more each.

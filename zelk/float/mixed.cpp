@@ -30,15 +30,35 @@ namespace {
 // x := its value as a pattern of another format, both on words.
 using Conversion = void (*)(Pattern& x, Widths f, Widths g, Environment& env);
 
+// The usual way inline, the general one in a function of the same kind.
 template <class From, class To>
-void convert_words(Pattern& x, Widths f, Widths g, Environment& env) {
-  const auto s = detail::in_environment(From::shape(f), env);
-  const auto t = detail::in_environment(To::shape(g), env);
-  To::store(t, words::convert(s, t, From::load(s, x), detail::direction_of(env)), x);
-  if constexpr (sizeof(To::load(t, x)) == sizeof(std::uint64_t)) {
-    x.words[1] = 0;
+struct ConvertWords {
+  static void usual(Pattern& x, Widths f, Widths g, Environment& env) {
+    const auto from = From::shape(f);
+    const auto to = To::shape(g);
+    decltype(To::load(to, x)) r;
+    if (words::convert_usual(from, detail::in_environment(to, env), From::load(from, x),
+                             detail::direction_of(env), r)) [[likely]] {
+      store(to, r, x);
+    } else {
+      general(x, f, g, env);
+    }
   }
-}
+  [[gnu::noinline]] static void general(Pattern& x, Widths f, Widths g, Environment& env) {
+    const auto from = From::shape(f);
+    const auto to = To::shape(g);
+    store(to,
+          words::convert_general(from, detail::in_environment(to, env), From::load(from, x),
+                                 detail::direction_of(env)),
+          x);
+  }
+  static void store(auto to, auto r, Pattern& x) {
+    To::store(to, r, x);
+    if constexpr (sizeof r == sizeof(std::uint64_t)) {
+      x.words[1] = 0;
+    }
+  }
+};
 
 // The places that patterns have on words, with the widths of some as constants.
 using One = detail::OneWord<words::RuntimeShape>;
@@ -47,6 +67,7 @@ using Double = detail::FixedWord<words::FixedShape<11, 52>>;
 using detail::Quad;
 using detail::TwoWords;
 constexpr unsigned char places = 5;
+constexpr unsigned char one_word_places = 3;  // the first
 
 // The place of a pattern by its road; `places` for other roads.
 constexpr std::array<unsigned char, detail::road_count> places_of_roads = [] {
@@ -75,14 +96,13 @@ Kind kind_of(const Format& f) {
 }
 
 template <class From>
-struct ConversionsFrom {
-  static constexpr Conversion to[places] = {convert_words<From, One>, convert_words<From, Single>,
-                                            convert_words<From, Double>, convert_words<From, Quad>,
-                                            convert_words<From, TwoWords>};
-};
-constexpr const Conversion* conversions[places] = {
-    ConversionsFrom<One>::to, ConversionsFrom<Single>::to, ConversionsFrom<Double>::to,
-    ConversionsFrom<Quad>::to, ConversionsFrom<TwoWords>::to};
+constexpr std::array<Conversion, places> conversions_from{
+    ConvertWords<From, One>::usual, ConvertWords<From, Single>::usual,
+    ConvertWords<From, Double>::usual, ConvertWords<From, Quad>::usual,
+    ConvertWords<From, TwoWords>::usual};
+constexpr std::array<std::array<Conversion, places>, places> conversions{
+    conversions_from<One>, conversions_from<Single>, conversions_from<Double>,
+    conversions_from<Quad>, conversions_from<TwoWords>};
 
 // Whether patterns of a kind need no numbers.
 bool on_short_road(Kind k) { return detail::has_short_roads && k.road() != Road::numbers; }
@@ -176,14 +196,46 @@ void round_to_odd(Environment& env, bool last, IsZero is_zero, Compute compute) 
 }
 
 // The pattern of x in a format of the kind `to` that has its value, both on words.
-Pattern taken_over(const IEEEFloat& x, Kind to, Widths g) {
+[[gnu::always_inline]] inline Pattern taken_over(const IEEEFloat& x, Kind to, Widths g) {
   Pattern p = ValueAccess::pattern(x);
   const detail::Head& head = ValueAccess::head(x);
-  if (widths_of(head) != g) {
-    Environment exact;
-    convert_pattern(exact, p, head.kind, widths_of(head), to, g);
+  const Widths f = widths_of(head);
+  if (f == g) {
+    return p;
   }
+  if (detail::Word r = 0;
+      place_of(head.kind) < one_word_places && place_of(to) < one_word_places &&
+      words::convert_usual(One::shape(f), One::shape(g), p.words[0], rules::nearest, r)) {
+    return r;
+  }
+  Environment exact;
+  convert_pattern(exact, p, head.kind, f, to, g);
   return p;
+}
+
+// x := the result in format f, if it is on words and has all values of the operands' formats.
+template <class Operation, class... Others>
+[[gnu::always_inline]] inline bool compute_in(const Format& f, Environment& env,
+                                              const Operation& operation, IEEEFloat& x,
+                                              const Others&... others) {
+  const Kind to = kind_of(f);
+  const auto fits = [&f](const IEEEFloat& value) {
+    const detail::Head& head = ValueAccess::head(value);
+    return place_of(head.kind) < places && head.kind.names_format() &&
+           head.exp_width <= f.exp_width && head.mant_width <= f.mant_width;
+  };
+  if (place_of(to) == places || env.flush_operands || env.rounding > Rounding::to_odd || !fits(x) ||
+      !(fits(others) && ...)) [[unlikely]] {
+    return false;
+  }
+  const Widths w = detail::widths(f);
+  Pattern result = taken_over(x, to, w);
+  operation[to.road()](result, taken_over(others, to, w)..., w.exp_width, w.mant_width, env);
+  if (widths_of(ValueAccess::head(x)) != w) {
+    ValueAccess::set_kind(x, f, to);
+  }
+  ValueAccess::pattern(x) = result;
+  return true;
 }
 
 // x := the result in format f, by way of g, all formats being on words.
@@ -230,8 +282,9 @@ IEEEFloat compute_in_limbs(Environment& env, const Format& g, const Format& f,
 }
 
 template <class Operation, class... Others>
-IEEEFloat into_format(Environment& env, const Format& f, const Operation& operation, IEEEFloat& x,
-                      const Others&... others) {
+[[gnu::noinline]] void compute_otherwise(Environment& env, const Format& f,
+                                         const Operation& operation, IEEEFloat& x,
+                                         const Others&... others) {
   const bool ready =
       !env.flush_operands && env.rounding <= Rounding::to_odd &&
       ValueAccess::kind(x).names_format() && on_short_road(ValueAccess::kind(x)) &&
@@ -244,7 +297,6 @@ IEEEFloat into_format(Environment& env, const Format& f, const Operation& operat
     const auto in_words = [](Kind k) { return place_of(k) < places; };
     if (on_short_road(kind_of(g))) {
       const IEEEFloat::Repr repr = f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);
-      const IEEEFloat::rounding_mode mode = x.get_mode();
       if (in_words(kind_of(f)) && in_words(kind_of(g)) && in_words(ValueAccess::kind(x)) &&
           (in_words(ValueAccess::kind(others)) && ...)) {
         compute_in_words(env, g, f, operation, x, others...);
@@ -252,39 +304,55 @@ IEEEFloat into_format(Environment& env, const Format& f, const Operation& operat
         x = compute_in_limbs(env, g, f, operation, x, others...);
       }
       x.self_specialize_repr(repr);
-      x.set_mode(mode);
-      return std::move(x);
+      return;
     }
   }
   detail::require_formats(env, f, x, others...);
-  return detail::on_numbers(env, f, operation.on_numbers, x, others...);
+  x = detail::on_numbers(env, f, operation.on_numbers, x, others...);
+}
+
+template <class Operation, class... Others>
+[[gnu::always_inline]] inline void into_format(Environment& env, const Format& f,
+                                               const Operation& operation, IEEEFloat& x,
+                                               const Others&... others) {
+  if (!compute_in(f, env, operation, x, others...)) {
+    compute_otherwise(env, f, operation, x, others...);
+  }
 }
 
 }  // namespace
 
 IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y, format f) {
-  return into_format(*this, f, detail::rounded_sum, x, y);
+  into_format(*this, f, detail::rounded_sum, x, y);
+  return x;
 }
 IEEEFloat Environment::subtract(IEEEFloat x, const IEEEFloat& y, format f) {
-  return into_format(*this, f, detail::rounded_difference, x, y);
+  into_format(*this, f, detail::rounded_difference, x, y);
+  return x;
 }
 IEEEFloat Environment::multiply(IEEEFloat x, const IEEEFloat& y, format f) {
-  return into_format(*this, f, detail::rounded_product, x, y);
+  into_format(*this, f, detail::rounded_product, x, y);
+  return x;
 }
 IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y, format f) {
-  return into_format(*this, f, detail::rounded_quotient, x, y);
+  into_format(*this, f, detail::rounded_quotient, x, y);
+  return x;
 }
 IEEEFloat Environment::sqrt(IEEEFloat x, format f) {
-  return into_format(*this, f, detail::rounded_root, x, x);
+  into_format(*this, f, detail::rounded_root, x, x);
+  return x;
 }
 IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z, format f) {
-  return into_format(*this, f, detail::rounded_fused, x, y, z);
+  into_format(*this, f, detail::rounded_fused, x, y, z);
+  return x;
 }
 IEEEFloat Environment::remainder(IEEEFloat x, const IEEEFloat& y, format f) {
-  return into_format(*this, f, detail::rounded_remainder, x, y);
+  into_format(*this, f, detail::rounded_remainder, x, y);
+  return x;
 }
 IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) {
-  return into_format(*this, f, detail::rounded_modulo, x, y);
+  into_format(*this, f, detail::rounded_modulo, x, y);
+  return x;
 }
 
 }  // namespace zelk

@@ -10,10 +10,49 @@
 
 namespace zelk::words {
 
-// The conversion of a pattern that is not normal; every NaN becomes the canonical one.
+// Whether one shape has all values of another, and its patterns room for the significand.
 template <Shape From, Shape To>
-[[gnu::cold, gnu::noinline]] Word<To> convert_special(From from, To to, Word<From> a, Word<To> sign,
+constexpr bool widens(From from, To to) {
+  return from.exp_width <= to.exp_width && kept_width(from) <= kept_width(to) &&
+         from.mant_width <= to.mant_width && sizeof(Word<From>) <= sizeof(Word<To>);
+}
+
+template <Shape From, Shape To>
+constexpr Word<To> converted_sign(From from, To to, Word<From> a) {
+  return sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
+}
+
+// out := the pattern `a` of one shape rounded to another; false where `a` is not normal, and where
+// the result is not or may be beyond the range.
+template <Shape From, Shape To>
+[[gnu::always_inline]] inline bool convert_usual(From from, To to, Word<From> a, Direction mode,
+                                                 Word<To>& out) {
+  const Word<To> sign = converted_sign(from, to, a);
+  const auto normal = unpack_normal(from, a);
+  if (!is_normal_exponent(from, normal.exp)) [[unlikely]]
+    return false;
+  const std::int64_t bias_change = bias(to) - bias(from);
+  if (widens(from, to)) {
+    // Nothing to round: more zeros behind the significand, and another bias.
+    const std::int64_t zeros = std::max<std::int64_t>(to.mant_width - from.mant_width, 0);
+    out = sign | plus_scaled(static_cast<Word<To>>(magnitude(from, a)) << zeros, bias_change,
+                             to.mant_width);
+    return true;
+  }
+  if (!is_inside(to, normal.exp + bias_change)) [[unlikely]]
+    return false;
+  const auto sig = shift_left(normal.sig, lead<Word<From>> - from.mant_width);
+  using Number = Unpacked<Word<To>>;
+  out = round_and_pack_inside(to, Number{sign, normal.exp + bias_change, resized<Word<To>>(sig)},
+                              mode);
+  return true;
+}
+
+// Any pattern; every NaN becomes the canonical one.
+template <Shape From, Shape To>
+[[gnu::cold, gnu::noinline]] Word<To> convert_general(From from, To to, Word<From> a,
                                                       Direction mode) {
+  const Word<To> sign = converted_sign(from, to, a);
   if (is_zero(from, a)) return sign;
   if (is_inf(from, a)) return sign | infinity(to);
   if (is_nan(from, a)) {
@@ -26,30 +65,11 @@ template <Shape From, Shape To>
                         mode);
 }
 
-// Whether one shape has all values of another, and its patterns room for the significand.
-template <Shape From, Shape To>
-constexpr bool widens(From from, To to) {
-  return from.exp_width <= to.exp_width && kept_width(from) <= kept_width(to) &&
-         from.mant_width <= to.mant_width && sizeof(Word<From>) <= sizeof(Word<To>);
-}
-
 // The pattern `a` of one shape rounded to another.
 template <Shape From, Shape To>
 [[gnu::always_inline]] inline Word<To> convert(From from, To to, Word<From> a, Direction mode) {
-  const Word<To> sign = sign_bit(to) & mask_if<Word<To>>(sign_of(from, a) != 0);
-  const auto normal = unpack_normal(from, a);
-  if (!is_normal_exponent(from, normal.exp)) [[unlikely]]
-    return convert_special(from, to, a, sign, mode);
-  const std::int64_t bias_change = bias(to) - bias(from);
-  if (widens(from, to)) {
-    // Nothing to round: more zeros behind the significand, and another bias.
-    const std::int64_t zeros = std::max<std::int64_t>(to.mant_width - from.mant_width, 0);
-    return sign | plus_scaled(static_cast<Word<To>>(magnitude(from, a)) << zeros, bias_change,
-                              to.mant_width);
-  }
-  const auto sig = shift_left(normal.sig, lead<Word<From>> - from.mant_width);
-  using Number = Unpacked<Word<To>>;
-  return round_and_pack(to, Number{sign, normal.exp + bias_change, resized<Word<To>>(sig)}, mode);
+  Word<To> r;
+  return convert_usual(from, to, a, mode, r) ? r : convert_general(from, to, a, mode);
 }
 
 // The integer n, above -2^63, rounded.

@@ -16,12 +16,11 @@ using rules::Outcome;
 Value read(const Source& x) {
   Value v;
   QNumber bits;
-  static_cast<rules::Operand&>(v) =
-      read_operand(x.words, x.widths, bits, v.term.exponent, v.term.significand);
-  if (v.is(Class::zero) || v.is(Class::finite)) {
+  v.operand = read_operand(x.words, x.widths, bits, v.term.exponent, v.term.significand);
+  if (v.operand.is(Class::zero) || v.operand.is(Class::finite)) {
     decompose(x.widths, bias(x.widths), v.term.exponent, v.term.significand);
     v.term.exponent -= x.widths.mant_width;
-    v.term.negative = v.negative;
+    v.term.negative = v.operand.negative;
   }
   return v;
 }
@@ -79,7 +78,7 @@ Term with_zero_sign(Term x, const Target& t) {
 namespace {
 
 void add_values(const Value& a, const Value& b, const Target& t) {
-  if (!settle(rules::sum(a, b, t.direction), t)) {
+  if (!settle(rules::sum(a.operand, b.operand, t.direction), t)) {
     round(with_zero_sign(add(a.term, b.term, precision(t)), t), t);
   }
 }
@@ -87,8 +86,8 @@ void add_values(const Value& a, const Value& b, const Target& t) {
 void leave(const Source& x, const Source& y, bool nearest, const Target& t) {
   const Value a = read(x);
   const Value b = read(y);
-  if (!settle(rules::remainder(a, b), t)) {
-    round(b.is(Class::infinite) ? a.term : remainder(a.term, b.term, nearest), t);
+  if (!settle(rules::remainder(a.operand, b.operand), t)) {
+    round(b.operand.is(Class::infinite) ? a.term : remainder(a.term, b.term, nearest), t);
   }
 }
 
@@ -117,15 +116,15 @@ void plus(const Source& x, const Source& y, const Target& t) { add_values(read(x
 
 void minus(const Source& x, const Source& y, const Target& t) {
   Value b = read(y);
-  b.negative = !b.negative;
-  b.term.negative = b.negative;
+  b.operand.negative = !b.operand.negative;
+  b.term.negative = b.operand.negative;
   add_values(read(x), b, t);
 }
 
 void times(const Source& x, const Source& y, const Target& t) {
   const Value a = read(x);
   const Value b = read(y);
-  if (!settle(rules::product(a, b), t)) {
+  if (!settle(rules::product(a.operand, b.operand), t)) {
     round(multiply(a.term, b.term), t);
   }
 }
@@ -133,14 +132,14 @@ void times(const Source& x, const Source& y, const Target& t) {
 void over(const Source& x, const Source& y, const Target& t) {
   const Value a = read(x);
   const Value b = read(y);
-  if (!settle(rules::quotient(a, b), t)) {
+  if (!settle(rules::quotient(a.operand, b.operand), t)) {
     round(divide(a.term, b.term, precision(t)), t);
   }
 }
 
 void root(const Source& x, const Target& t) {
   const Value a = read(x);
-  if (!settle(rules::root(a), t)) {
+  if (!settle(rules::root(a.operand), t)) {
     round(sqrt(a.term, precision(t)), t);
   }
 }
@@ -149,21 +148,21 @@ void fused(const Source& x, const Source& y, const Source& z, const Target& t) {
   const Value a = read(x);
   const Value b = read(y);
   const Value c = read(z);
-  if (!settle(rules::fused(a, b, c, t.direction), t)) {
+  if (!settle(rules::fused(a.operand, b.operand, c.operand, t.direction), t)) {
     round(with_zero_sign(add(multiply(a.term, b.term), c.term, precision(t)), t), t);
   }
 }
 
 void convert(const Source& x, const Target& t) {
   Value a = read(x);
-  if (!settle(rules::same(a), t)) {
+  if (!settle(rules::same(a.operand), t)) {
     round(std::move(a.term), t);
   }
 }
 
 void scale(const Source& x, const QNumber& n, const Target& t) {
   Value a = read(x);
-  if (!settle(rules::same(a), t)) {
+  if (!settle(rules::same(a.operand), t)) {
     a.term.exponent += n;
     round(std::move(a.term), t);
   }
@@ -174,7 +173,7 @@ void modulo(const Source& x, const Source& y, const Target& t) { leave(x, y, fal
 
 void round_to_integral(const Source& x, const Target& t) {
   Value a = read(x);
-  if (!settle(rules::same(a), t)) {
+  if (!settle(rules::same(a.operand), t)) {
     const bool changed = make_integral(a.term, t.direction);
     round(std::move(a.term), t);
     t.exceptions->raise(changed ? unsigned{rules::inexact} : 0);
@@ -200,15 +199,15 @@ Integer to_integer(const Source& x, rules::Direction d, bool is_signed, unsigned
   }
   // Of a length that is at most w, or that a number can have.
   const QNumber length = a.term.top();
-  const bool least = is_signed && a.negative &&
+  const bool least = is_signed && a.operand.negative &&
                      BVNumber::lowest_one(n) + 1 == BVNumber::bit_length(n);  // a power of two
   result.fits =
-      w == 0 || (length <= (is_signed && !least ? w - 1 : w) && (is_signed || !a.negative));
+      w == 0 || (length <= (is_signed && !least ? w - 1 : w) && (is_signed || !a.operand.negative));
   if (result.fits) {
     detail::require_bits(length.fits_long() ? static_cast<unsigned long>(length.to_long())
                                             : BVNumber::npos);
     BVNumber::bit_left_shift(n, static_cast<unsigned long>(a.term.exponent.to_long()), &n);
-    result.value = a.negative ? -n : n;
+    result.value = a.operand.negative ? -n : n;
   }
   return result;
 }

@@ -187,8 +187,8 @@ void sum(std::span<const Source> x, const Target& t) {
   Sum s;
   for (const Source& source : x) {
     Value a = read(source);
-    s.add(rules::same(a));
-    if (a.is(Class::finite)) {
+    s.add(rules::same(a.operand));
+    if (a.operand.is(Class::finite)) {
       s.terms.push_back(std::move(a.term));
     }
   }
@@ -203,7 +203,7 @@ void dot(std::span<const Source> x, std::span<const Source> y, const Target& t) 
   for (std::size_t i = 0; i < x.size(); ++i) {
     const Value a = read(x[i]);
     const Value b = read(y[i]);
-    const rules::Result r = rules::product(a, b);
+    const rules::Result r = rules::product(a.operand, b.operand);
     s.add(r);
     if (r.outcome == Outcome::computed) {
       s.terms.push_back(multiply(a.term, b.term));

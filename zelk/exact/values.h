@@ -10,7 +10,8 @@
 namespace zelk::exact {
 
 /// An operand taken apart; the term is that of a finite value.
-struct Value : rules::Operand {
+struct Value {
+  rules::Operand operand;
   Term term;
 };
 

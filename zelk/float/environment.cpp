@@ -89,8 +89,9 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n) {
 IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
   detail::require_formats(*this, f, x);
   require_integer(n, "exponent");
-  return detail::on_numbers(
+  x = detail::on_numbers(
       *this, f, [&n](const Source& a, const Target& t) { exact::scale(a, n, t); }, x);
+  return x;
 }
 
 // ---- From outside ----

@@ -63,15 +63,16 @@ void round_to(Environment& env, IEEEFloat& out, Compute compute) {
   rules::Exceptions exceptions = exceptions_of(env);
   // A packed word of another format has room for the low bits of a pattern.
   const bool foreign = ValueAccess::is_foreign(out);
-  IEEEFloat target = foreign ? ValueAccess::generic_copy(out) : std::move(out);
+  IEEEFloat own = foreign ? ValueAccess::generic_copy(out) : IEEEFloat();
+  IEEEFloat& target = foreign ? own : out;
   within_limits([&] {
     compute(exact::Target{ValueAccess::words(target), widths(target.get_format()),
                           direction_of(env), &exceptions});
   });
   if (foreign) {
-    target.self_specialize_repr(out.get_repr());
+    own.self_specialize_repr(out.get_repr());
+    out = std::move(own);
   }
-  out = std::move(target);
   raise(env, exceptions.flags);
 }
 

@@ -141,6 +141,7 @@ union Pattern {
   /// Copies go word by word: a result is written so, and a processor waits where two such words are
   /// read at once.
   constexpr Pattern(const Pattern& other) : words{other.words[0], other.words[1]} {}
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): words are copied to themselves
   constexpr Pattern& operator=(const Pattern& other) {
     words[0] = other.words[0];
     words[1] = other.words[1];

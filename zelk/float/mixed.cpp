@@ -149,8 +149,9 @@ IEEEFloat Environment::convert(IEEEFloat x, format f) {
     return converted(*this, std::move(x), f, to);
   }
   detail::require_formats(*this, f, x);
-  return detail::on_numbers(
+  x = detail::on_numbers(
       *this, f, [](const exact::Source& a, const exact::Target& t) { exact::convert(a, t); }, x);
+  return x;
 }
 
 // ---- Operations ----

@@ -56,7 +56,7 @@ struct ValueAccess {
 /// is the zero of its sign.
 class OwnPattern {
  public:
-  explicit OwnPattern(const IEEEFloat& x, bool flush = false) : value(&x), own() {
+  explicit OwnPattern(const IEEEFloat& x, bool flush = false) : value(&x) {
     if (ValueAccess::is_foreign(x)) {
       own = ValueAccess::generic_copy(x);
       value = &*own;

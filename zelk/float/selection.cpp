@@ -121,12 +121,18 @@ template <Selection s>
     const detail::Pattern& b = ValueAccess::pattern(y);
     const std::int64_t e = head.exp_width;
     const std::int64_t m = head.mant_width;
-    if (e + m <= 63   ? select_number(s, words::RuntimeShape{e, m}, a, b)
-        : e + m > 127 ? select_in_limbs(s, ValueAccess::words(x), ValueAccess::words(y),
-                                        {head.exp_width, head.mant_width})
-        : road == detail::Road::quad ? select_number(s, words::binary128, a, b)
-                                     : select_number(s, words::DoubleShape{e, m}, a, b))
-        [[likely]] {
+    bool done = false;
+    if (e + m <= 63) {
+      done = select_number(s, words::RuntimeShape{e, m}, a, b);
+    } else if (e + m > 127) {
+      done = select_in_limbs(s, ValueAccess::words(x), ValueAccess::words(y),
+                             {head.exp_width, head.mant_width});
+    } else if (road == detail::Road::quad) {
+      done = select_number(s, words::binary128, a, b);
+    } else {
+      done = select_number(s, words::DoubleShape{e, m}, a, b);
+    }
+    if (done) [[likely]] {
       return std::move(x);
     }
   }

@@ -109,7 +109,11 @@ void round_and_pack_float(Numbers& n, Widths f, Rounding r, bool sign, QNumber& 
   }
   if (BVNumber::test_bit(mant, m)) {
     BVNumber::set_bit(mant, m, false);
-    exp = biased.sign() > 0 ? biased : 1;
+    if (biased.sign() > 0) {
+      exp = biased;
+    } else {
+      exp = 1;
+    }
   } else {
     exp = 0;
   }

@@ -109,9 +109,10 @@ Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   x.set_mode(mode);
 }
 
-template <Selection s>
+template <bool largest, bool magnitude, bool number>
 [[gnu::always_inline]] inline IEEEFloat select(const Environment& env, IEEEFloat& x,
                                                const IEEEFloat& y) {
+  constexpr Selection s{largest, magnitude, number};
   const detail::Head& head = ValueAccess::head(x);
   const detail::Road road = head.kind.road();
   if (head.kind == ValueAccess::kind(y) && head.kind.names_format() &&
@@ -123,14 +124,16 @@ template <Selection s>
     const std::int64_t m = head.mant_width;
     bool done = false;
     if (e + m <= 63) {
-      done = select_number(s, words::RuntimeShape{e, m}, a, b);
+      const words::RuntimeShape shape{e, m};
+      done = select_number(s, shape, a, b);
     } else if (e + m > 127) {
       done = select_in_limbs(s, ValueAccess::words(x), ValueAccess::words(y),
                              {head.exp_width, head.mant_width});
     } else if (road == detail::Road::quad) {
       done = select_number(s, words::binary128, a, b);
     } else {
-      done = select_number(s, words::DoubleShape{e, m}, a, b);
+      const words::DoubleShape shape{e, m};
+      done = select_number(s, shape, a, b);
     }
     if (done) [[likely]] {
       return std::move(x);
@@ -143,28 +146,28 @@ template <Selection s>
 }  // namespace
 
 IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{false, false, false}>(*this, x, y);
+  return select<false, false, false>(*this, x, y);
 }
 IEEEFloat Environment::maximum(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{true, false, false}>(*this, x, y);
+  return select<true, false, false>(*this, x, y);
 }
 IEEEFloat Environment::minimum_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{false, false, true}>(*this, x, y);
+  return select<false, false, true>(*this, x, y);
 }
 IEEEFloat Environment::maximum_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{true, false, true}>(*this, x, y);
+  return select<true, false, true>(*this, x, y);
 }
 IEEEFloat Environment::minimum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{false, true, false}>(*this, x, y);
+  return select<false, true, false>(*this, x, y);
 }
 IEEEFloat Environment::maximum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{true, true, false}>(*this, x, y);
+  return select<true, true, false>(*this, x, y);
 }
 IEEEFloat Environment::minimum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{false, true, true}>(*this, x, y);
+  return select<false, true, true>(*this, x, y);
 }
 IEEEFloat Environment::maximum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<Selection{true, true, true}>(*this, x, y);
+  return select<true, true, true>(*this, x, y);
 }
 
 }  // namespace zelk

@@ -185,6 +185,8 @@ struct ZELK_EXPORT Environment {
   template <class Operands, class... Others>
   void apply(const detail::RoundedOperations<Operands>& operation, IEEEFloat& x,
              const Others&... others);
+  template <detail::Selection s>
+  void select(IEEEFloat& x, const IEEEFloat& y) const;
   void convert_value(IEEEFloat& x, const format& f);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
                   IEEEFloat& x, const IEEEFloat& y);
@@ -297,6 +299,39 @@ inline IEEEFloat Environment::convert(IEEEFloat x, format f) {
     }
   }
   convert_value(x, f);
+  return x;
+}
+
+inline IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{false, false, false}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{true, false, false}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::minimum_number(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{false, false, true}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum_number(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{true, false, true}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::minimum_magnitude(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{false, true, false}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum_magnitude(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{true, true, false}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::minimum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{false, true, true}>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
+  select<detail::Selection{true, true, true}>(x, y);
   return x;
 }
 

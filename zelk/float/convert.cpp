@@ -2,12 +2,11 @@
 
 #include "zelk/words/convert.h"
 
-#include <memory>
-
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/exact.h"
 #include "zelk/float/ieee_float.h"
 #include "zelk/float/roads.h"
+#include "zelk/float/value_access.h"
 #include "zelk/limbs/limbs.h"
 #include "zelk/words/numbers.h"
 
@@ -80,10 +79,6 @@ constexpr Conversion conversions[4][4]{
      convert_words<TwoWords, TwoWords>},
 };
 
-struct DeleteLimbs {
-  void operator()(std::uint64_t* limbs) const { detail::delete_limbs(limbs); }
-};
-
 }  // namespace
 
 // ---- Formats ----
@@ -132,39 +127,19 @@ void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
     conversions[place_of(source, from)][place_of(target, widths(f))](pattern, from, widths(f),
                                                                      direction);
   } else {
-    convert_wide(f, r, to);
+    convert_wide(f, to);
   }
 }
 
 // To limbs or from them, and by way of numbers.
-void IEEEFloat::convert_wide(format f, unsigned r, Kind to) {
+void IEEEFloat::convert_wide(const format& f, Kind to) {
   if (!is_generic() && !head.kind.names_format()) {
     IEEEFloat x = generic_copy();
     x.set_format(f);
     swap(x);
     return;
   }
-  if (!to.is_wide()) {
-    std::uint64_t result[2]{};
-    convert_to(f, to, result);
-    if (head.kind.is_wide()) {
-      detail::delete_limbs(pattern.limbs);
-    }
-    pattern.words[0] = result[0];
-    pattern.words[1] = result[1];
-  } else if (const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
-             head.kind.is_wide() && word_count() == size) {
-    // The limbs that there are serve a pattern of as many.
-    convert_to(f, to, pattern.limbs);
-  } else {
-    std::unique_ptr<std::uint64_t, DeleteLimbs> limbs(detail::new_limbs(size));
-    convert_to(f, to, limbs.get());
-    if (head.kind.is_wide()) {
-      detail::delete_limbs(pattern.limbs);
-    }
-    pattern.limbs = limbs.release();
-  }
-  set_kind(f, r, to);
+  replace_pattern(f, to, [&](std::uint64_t* out) { convert_to(f, to, out); });
 }
 
 // out := the value as a pattern of another format, which may have the place of its own.

@@ -185,6 +185,13 @@ struct ZELK_EXPORT Environment {
   template <class Operands, class... Others>
   void apply(const detail::RoundedOperations<Operands>& operation, IEEEFloat& x,
              const Others&... others);
+  template <bool largest, bool magnitude, bool number>
+  void select(IEEEFloat& x, const IEEEFloat& y) const;
+  void convert_value(IEEEFloat& x, const format& f);
+  void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
+                  IEEEFloat& x, const IEEEFloat& y);
+  void apply_into(const format& f, const detail::RoundedOperations<detail::OnThree>& operation,
+                  IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z);
   static std::uint64_t word(const IEEEFloat& x) { return x.pattern.words[0]; }
   void apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation, IEEEFloat& x,
                        const IEEEFloat& y);
@@ -246,6 +253,85 @@ inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y) {
 }
 inline IEEEFloat Environment::round_to_integral(IEEEFloat x) {
   apply(detail::rounded_integral, x, x);
+  return x;
+}
+
+inline IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y, format f) {
+  apply_into(f, detail::rounded_sum, x, y);
+  return x;
+}
+inline IEEEFloat Environment::subtract(IEEEFloat x, const IEEEFloat& y, format f) {
+  apply_into(f, detail::rounded_difference, x, y);
+  return x;
+}
+inline IEEEFloat Environment::multiply(IEEEFloat x, const IEEEFloat& y, format f) {
+  apply_into(f, detail::rounded_product, x, y);
+  return x;
+}
+inline IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y, format f) {
+  apply_into(f, detail::rounded_quotient, x, y);
+  return x;
+}
+inline IEEEFloat Environment::sqrt(IEEEFloat x, format f) {
+  apply_into(f, detail::rounded_root, x, x);
+  return x;
+}
+inline IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z, format f) {
+  apply_into(f, detail::rounded_fused, x, y, z);
+  return x;
+}
+inline IEEEFloat Environment::remainder(IEEEFloat x, const IEEEFloat& y, format f) {
+  apply_into(f, detail::rounded_remainder, x, y);
+  return x;
+}
+inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) {
+  apply_into(f, detail::rounded_modulo, x, y);
+  return x;
+}
+
+inline IEEEFloat Environment::convert(IEEEFloat x, format f) {
+  if (detail::has_short_roads && !flush_operands && rounding == Rounding::nearest_even) {
+    if (x.head.kind == detail::Kind::packed32() && f == format{11, 52}) {
+      return x.like(detail::binary64_of(word(x), *this), {11, 52}, detail::Kind::packed64());
+    }
+    if (x.head.kind == detail::Kind::packed64() && f == format{8, 23}) {
+      return x.like(detail::binary32_of(word(x), *this), {8, 23}, detail::Kind::packed32());
+    }
+  }
+  convert_value(x, f);
+  return x;
+}
+
+inline IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
+  select<false, false, false>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum(IEEEFloat x, const IEEEFloat& y) {
+  select<true, false, false>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::minimum_number(IEEEFloat x, const IEEEFloat& y) {
+  select<false, false, true>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum_number(IEEEFloat x, const IEEEFloat& y) {
+  select<true, false, true>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::minimum_magnitude(IEEEFloat x, const IEEEFloat& y) {
+  select<false, true, false>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum_magnitude(IEEEFloat x, const IEEEFloat& y) {
+  select<true, true, false>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::minimum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
+  select<false, true, true>(x, y);
+  return x;
+}
+inline IEEEFloat Environment::maximum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
+  select<true, true, true>(x, y);
   return x;
 }
 

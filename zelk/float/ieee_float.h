@@ -341,6 +341,19 @@ class ZELK_EXPORT IEEEFloat {
       set_huge_format(f);
     }
   }
+  // Becomes the value in format f whose pattern is in one word, in the best representation.
+  void set_word(std::uint64_t word, const format& f, detail::Kind k) {
+    head.set(static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
+             std::uint32_t{get_best_repr(f)} << 30 | mode(), k);
+    pattern.words[0] = word;
+  }
+  // Such a value with this mode.
+  IEEEFloat like(std::uint64_t word, const format& f, detail::Kind k) const {
+    IEEEFloat x;
+    x.head.control = head.control;
+    x.set_word(word, f, k);
+    return x;
+  }
   format huge_format() const;
   void set_huge_format(const format& f);
   void take_fields(const IEEEFloat& other) {
@@ -363,7 +376,9 @@ class ZELK_EXPORT IEEEFloat {
   void step_magnitude(bool grow);
   bool is_own_word() const;
   void convert_otherwise(format f, unsigned r, detail::Kind to);
-  void convert_wide(format f, unsigned r, detail::Kind to);
+  void convert_wide(const format& f, detail::Kind to);
+  template <class Convert>
+  void replace_pattern(const format& f, detail::Kind to, Convert convert);
   void convert_to(const format& f, detail::Kind to, std::uint64_t* out) const;
   QNumber number_otherwise() const;
   QNumber integer_otherwise(unsigned direction, unsigned long w) const;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstddef>
+#include <tuple>
 #include <utility>
 
 #include "zelk/float/environment.h"
@@ -20,6 +22,7 @@ using detail::Kind;
 using detail::Pattern;
 using detail::Road;
 using detail::ValueAccess;
+using detail::Word;
 using rules::Widths;
 using Format = IEEEFloat::format;
 
@@ -27,8 +30,10 @@ using Format = IEEEFloat::format;
 
 namespace {
 
-// x := its value as a pattern of another format, both on words.
+// x := its value as a pattern of another format, both on words; one of the two is in two.
 using Conversion = void (*)(Pattern& x, Widths f, Widths g, Environment& env);
+// The same of patterns in one word.
+using WordConversion = Word (*)(Word x, Widths f, Widths g, Environment& env);
 
 // The usual way inline, the general one in a function of the same kind.
 template <class From, class To>
@@ -60,110 +65,199 @@ struct ConvertWords {
   }
 };
 
-// The places that patterns have on words, with the widths of some as constants.
 using One = detail::OneWord<words::RuntimeShape>;
+
+// Any word; none but those that the usual way leaves get here.
+[[gnu::noinline]] Word convert_any_word(Word x, Widths f, Widths g, Environment& env) {
+  return words::convert_general(One::shape(f), detail::in_environment(One::shape(g), env), x,
+                                detail::direction_of(env));
+}
+template <class From, class To>
+Word convert_word(Word x, Widths f, Widths g, Environment& env) {
+  Word r = 0;
+  return words::convert_usual(From::shape(f), detail::in_environment(To::shape(g), env), x,
+                              detail::direction_of(env), r)
+             ? r
+             : convert_any_word(x, f, g, env);
+}
+
+// The places that patterns have on words, with the widths of some as constants.
+using Half = detail::FixedWord<words::FixedShape<5, 10>>;
+using BFloat16 = detail::FixedWord<words::FixedShape<8, 7>>;
 using Single = detail::FixedWord<words::FixedShape<8, 23>>;
 using Double = detail::FixedWord<words::FixedShape<11, 52>>;
 using detail::Quad;
 using detail::TwoWords;
-constexpr unsigned char places = 5;
-constexpr unsigned char one_word_places = 3;  // the first
+constexpr unsigned char one_word_places = 5;  // the first
+constexpr unsigned char places = 7;
 
 // The place of a pattern by its road; `places` for other roads.
 constexpr std::array<unsigned char, detail::road_count> places_of_roads = [] {
   std::array<unsigned char, detail::road_count> all{};
-  const auto set = [&all](Road road, unsigned char place) {
-    all[static_cast<unsigned>(road)] = detail::has_short_roads ? place : places;
-  };
-  for (const Road road : {Road::half, Road::bfloat16, Road::short_word, Road::word}) {
-    set(road, 0);
+  all.fill(places);
+  const std::array<Road, places> roads{Road::word,     Road::half, Road::bfloat16,   Road::packed32,
+                                       Road::packed64, Road::quad, Road::double_word};
+  for (unsigned char i = 0; detail::has_short_roads && i < places; ++i) {
+    all[static_cast<unsigned>(roads[i])] = i;
   }
-  set(Road::packed32, 1);
-  set(Road::packed64, 2);
-  set(Road::quad, 3);
-  set(Road::double_word, 4);
-  set(Road::numbers, places);
-  set(Road::limbs, places);
+  if (detail::has_short_roads) {
+    all[static_cast<unsigned>(Road::short_word)] = 0;
+  }
   return all;
 }();
 unsigned place_of(Kind k) { return places_of_roads[static_cast<unsigned>(k.road())]; }
 
 // The kind of the best representation of a format.
-Kind kind_of(const Format& f) {
+[[gnu::always_inline]] inline Kind kind_of(const Format& f) {
   return f == Format{8, 23}    ? Kind::packed32()
          : f == Format{11, 52} ? Kind::packed64()
                                : Kind::of(f.exp_width, f.mant_width, IEEEFloat::REPR_GENERIC);
 }
 
 template <class From>
-constexpr std::array<Conversion, places> conversions_from{
-    ConvertWords<From, One>::usual, ConvertWords<From, Single>::usual,
-    ConvertWords<From, Double>::usual, ConvertWords<From, Quad>::usual,
+constexpr std::array<WordConversion, one_word_places> word_conversions_from{
+    convert_word<From, One>, convert_word<From, Half>, convert_word<From, BFloat16>,
+    convert_word<From, Single>, convert_word<From, Double>};
+constexpr std::array<std::array<WordConversion, one_word_places>, one_word_places> word_conversions{
+    word_conversions_from<One>, word_conversions_from<Half>, word_conversions_from<BFloat16>,
+    word_conversions_from<Single>, word_conversions_from<Double>};
+
+template <class From>
+constexpr std::array<Conversion, places> conversions_to_two{nullptr,
+                                                            nullptr,
+                                                            nullptr,
+                                                            nullptr,
+                                                            nullptr,
+                                                            ConvertWords<From, Quad>::usual,
+                                                            ConvertWords<From, TwoWords>::usual};
+template <class From>
+constexpr std::array<Conversion, places> conversions_from_two{
+    ConvertWords<From, One>::usual,     ConvertWords<From, One>::usual,
+    ConvertWords<From, One>::usual,     ConvertWords<From, Single>::usual,
+    ConvertWords<From, Double>::usual,  ConvertWords<From, Quad>::usual,
     ConvertWords<From, TwoWords>::usual};
 constexpr std::array<std::array<Conversion, places>, places> conversions{
-    conversions_from<One>, conversions_from<Single>, conversions_from<Double>,
-    conversions_from<Quad>, conversions_from<TwoWords>};
+    conversions_to_two<One>,       conversions_to_two<One>,    conversions_to_two<One>,
+    conversions_to_two<Single>,    conversions_to_two<Double>, conversions_from_two<Quad>,
+    conversions_from_two<TwoWords>};
 
 // Whether patterns of a kind need no numbers.
 bool on_short_road(Kind k) { return detail::has_short_roads && k.road() != Road::numbers; }
 
 // x := its pattern in a format of the kind `to`, both on words.
 void convert_pattern(Environment& env, Pattern& x, Kind from, Widths f, Kind to, Widths g) {
-  conversions[place_of(from)][place_of(to)](x, f, g, env);
+  const unsigned i = place_of(from);
+  const unsigned j = place_of(to);
+  if (i < one_word_places && j < one_word_places) {
+    x.words[0] = word_conversions[i][j](x.words[0], f, g, env);
+  } else {
+    conversions[i][j](x, f, g, env);
+  }
 }
 
 Widths widths_of(const detail::Head& head) { return {head.exp_width, head.mant_width}; }
 
-// The same value in another format, from a kind that names its own.
-IEEEFloat converted(Environment& env, IEEEFloat x, const Format& f, Kind to) {
-  const detail::Head head = ValueAccess::head(x);
-  if (place_of(head.kind) < places && place_of(to) < places) {
-    convert_pattern(env, ValueAccess::pattern(x), head.kind, widths_of(head), to,
-                    detail::widths(f));
+// x := its value in another format, from a kind that names its own; all on words or limbs.
+void convert_in_place(Environment& env, IEEEFloat& x, const Format& f, Kind to) {
+  const Kind kind = ValueAccess::kind(x);
+  const Widths from = widths_of(ValueAccess::head(x));
+  if (place_of(kind) < places && place_of(to) < places) [[likely]] {
     ValueAccess::set_kind(x, f, to);
-    return x;
+    convert_pattern(env, ValueAccess::pattern(x), kind, from, to, detail::widths(f));
+    return;
   }
-  IEEEFloat result(f, IEEEFloat::get_best_repr(f), x.get_mode());
   rules::Exceptions exceptions = detail::exceptions_of(env);
-  limbs::convert(ValueAccess::words(x), widths_of(head), ValueAccess::words(result),
-                 detail::widths(f), {detail::direction_of(env), &exceptions});
+  ValueAccess::replace_pattern(x, f, to, [&](Word* out) {
+    limbs::convert(ValueAccess::words(x), from, out, detail::widths(f),
+                   {detail::direction_of(env), &exceptions});
+  });
   detail::raise(env, exceptions.flags);
-  return result;
+}
+// The same of a value that stays.
+IEEEFloat converted(Environment& env, IEEEFloat x, const Format& f, Kind to) {
+  convert_in_place(env, x, f, to);
+  return x;
 }
 
-}  // namespace
-
-IEEEFloat Environment::convert(IEEEFloat x, format f) {
+// Any value into any format.
+[[gnu::noinline]] void convert_otherwise(Environment& env, IEEEFloat& x, const Format& f) {
   const detail::Head head = ValueAccess::head(x);
   const Kind to = kind_of(f);
   // Arithmetic is defined for all formats on words and on limbs.
   const bool ready = on_short_road(head.kind) && on_short_road(to) && head.kind.names_format() &&
-                     !flush_operands && rounding <= Rounding::to_odd;
+                     !env.flush_operands && env.rounding <= Rounding::to_odd;
   const bool same = widths_of(head) == detail::widths(f);
-  if (ready && place_of(head.kind) < places && place_of(to) < places) [[likely]] {
-    convert_pattern(*this, ValueAccess::pattern(x), head.kind, widths_of(head), to,
-                    detail::widths(f));
-    if (!same) {
-      ValueAccess::set_kind(x, f, to);
-    }
-    return x;
-  }
   if (ready && !same) {
-    return converted(*this, std::move(x), f, to);
+    convert_in_place(env, x, f, to);
+    return;
   }
-  detail::require_formats(*this, f, x);
-  if (flush_operands) {
-    Environment inner = *this;
+  if (ready && place_of(head.kind) < places) {
+    convert_pattern(env, ValueAccess::pattern(x), head.kind, widths_of(head), to,
+                    detail::widths(f));
+    return;
+  }
+  detail::require_formats(env, f, x);
+  if (env.flush_operands) {
+    Environment inner = env;
     inner.flush_operands = false;
     const IEEEFloat::Repr repr = ValueAccess::zero_like(x, f).get_repr();
     IEEEFloat result = inner.convert(*detail::OwnPattern(x, true), f);
     result.self_specialize_repr(repr);
-    flags = inner.flags;
-    return result;
+    x = std::move(result);
+    env.flags = inner.flags;
+    return;
   }
   x = detail::on_numbers(
-      *this, f, [](const exact::Source& a, const exact::Target& t) { exact::convert(a, t); }, x);
-  return x;
+      env, f, [](const exact::Source& a, const exact::Target& t) { exact::convert(a, t); }, x);
+}
+
+// The same; the usual way of values in two words.
+[[gnu::noinline]] void convert_two_words(Environment& env, IEEEFloat& x, const Format& f, Kind to) {
+  const detail::Head& head = ValueAccess::head(x);
+  const unsigned i = place_of(head.kind);
+  const unsigned j = place_of(to);
+  const Widths from = widths_of(head);
+  if (i < places && j < places && std::max(i, j) >= one_word_places && head.kind.names_format() &&
+      !env.flush_operands && env.rounding <= Rounding::to_odd && from != detail::widths(f))
+      [[likely]] {
+    ValueAccess::set_kind(x, f, to);
+    conversions[i][j](ValueAccess::pattern(x), from, detail::widths(f), env);
+  } else {
+    convert_otherwise(env, x, f);
+  }
+}
+
+}  // namespace
+
+// With the direction as a constant, too.
+template <class From, class To>
+static Word convert_to_nearest(From from, To to, Word a, Environment& env) {
+  Word r = 0;
+  return words::convert_usual(from, detail::in_environment(to, env), a, rules::nearest, r)
+             ? r
+             : convert_any_word(a, {from.exp_width, from.mant_width}, {to.exp_width, to.mant_width},
+                                env);
+}
+Word detail::binary64_of(Word a, Environment& env) {
+  return convert_to_nearest(words::binary32, words::binary64, a, env);
+}
+Word detail::binary32_of(Word a, Environment& env) {
+  return convert_to_nearest(words::binary64, words::binary32, a, env);
+}
+
+void Environment::convert_value(IEEEFloat& x, const format& f) {
+  const detail::Head& head = ValueAccess::head(x);
+  const Kind to = kind_of(f);
+  const unsigned i = place_of(head.kind);
+  const unsigned j = place_of(to);
+  const Widths from = widths_of(head);
+  if (i < one_word_places && j < one_word_places && head.kind.names_format() && !flush_operands &&
+      rounding <= Rounding::to_odd && from != detail::widths(f)) [[likely]] {
+    const Word a = ValueAccess::pattern(x).words[0];
+    ValueAccess::set_word(x, word_conversions[i][j](a, from, detail::widths(f), *this), f, to);
+    return;
+  }
+  convert_two_words(*this, x, f, to);
 }
 
 // ---- Operations ----
@@ -343,10 +437,64 @@ template <class Operation, class... Others>
   x = detail::on_numbers(env, f, operation.on_numbers, x, others...);
 }
 
+// r := the word of x in a packed format; false if x is not in one word, or has other values.
+template <class S>
+[[gnu::always_inline]] inline bool take_over(const IEEEFloat& x, S to, Kind packed, Word& r) {
+  const detail::Head& head = ValueAccess::head(x);
+  const Word a = ValueAccess::pattern(x).words[0];
+  if (head.kind == packed) {
+    r = a;
+    return true;
+  }
+  if (head.kind.road() == Road::half) {  // with widths as constants
+    r = words::convert(Half::shape({}), to, a, rules::nearest);
+    return true;
+  }
+  if (!head.kind.is_one_word() && head.kind != Kind::packed32()) {
+    return false;
+  }
+  const words::RuntimeShape from{head.exp_width, head.mant_width};
+  if (from.exp_width > to.exp_width || from.mant_width > to.mant_width) {
+    return false;
+  }
+  r = words::convert(from, to, a, rules::nearest);
+  return true;
+}
+
+// x := the result in a packed format that has all operands' values, in registers.
+template <class S, class Operation, class... Others>
+[[gnu::always_inline]] inline bool compute_packed(S to, Kind packed, Environment& env,
+                                                  Operation nearest, IEEEFloat& x,
+                                                  const Others&... others) {
+  std::array<Word, 1 + sizeof...(others)> words;
+  std::size_t i = 0;
+  if (!take_over(x, to, packed, words[0]) || !(take_over(others, to, packed, words[++i]) && ...)) {
+    return false;
+  }
+  const Widths f{to.exp_width, to.mant_width};
+  const Word result = std::apply([&env, nearest](auto... w) { return nearest(w..., env); }, words);
+  if (widths_of(ValueAccess::head(x)) != f) {
+    ValueAccess::set_kind(x, {f.exp_width, f.mant_width}, packed);
+  }
+  ValueAccess::pattern(x).words[0] = result;
+  return true;
+}
+
 template <class Operation, class... Others>
 [[gnu::always_inline]] inline void into_format(Environment& env, const Format& f,
                                                const Operation& operation, IEEEFloat& x,
                                                const Others&... others) {
+  if (detail::has_short_roads && env.rounding == Rounding::nearest_even && !env.flush_operands) {
+    if (f == Format{8, 23}) {
+      if (compute_packed(words::binary32, Kind::packed32(), env, operation.nearest32, x,
+                         others...)) {
+        return;
+      }
+    } else if (f == Format{11, 52} && compute_packed(words::binary64, Kind::packed64(), env,
+                                                     operation.nearest64, x, others...)) {
+      return;
+    }
+  }
   if (!compute_in(f, env, operation, x, others...)) {
     compute_otherwise(env, f, operation, x, others...);
   }
@@ -354,37 +502,15 @@ template <class Operation, class... Others>
 
 }  // namespace
 
-IEEEFloat Environment::add(IEEEFloat x, const IEEEFloat& y, format f) {
-  into_format(*this, f, detail::rounded_sum, x, y);
-  return x;
+void Environment::apply_into(const format& f,
+                             const detail::RoundedOperations<detail::OnTwo>& operation,
+                             IEEEFloat& x, const IEEEFloat& y) {
+  into_format(*this, f, operation, x, y);
 }
-IEEEFloat Environment::subtract(IEEEFloat x, const IEEEFloat& y, format f) {
-  into_format(*this, f, detail::rounded_difference, x, y);
-  return x;
-}
-IEEEFloat Environment::multiply(IEEEFloat x, const IEEEFloat& y, format f) {
-  into_format(*this, f, detail::rounded_product, x, y);
-  return x;
-}
-IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y, format f) {
-  into_format(*this, f, detail::rounded_quotient, x, y);
-  return x;
-}
-IEEEFloat Environment::sqrt(IEEEFloat x, format f) {
-  into_format(*this, f, detail::rounded_root, x, x);
-  return x;
-}
-IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z, format f) {
-  into_format(*this, f, detail::rounded_fused, x, y, z);
-  return x;
-}
-IEEEFloat Environment::remainder(IEEEFloat x, const IEEEFloat& y, format f) {
-  into_format(*this, f, detail::rounded_remainder, x, y);
-  return x;
-}
-IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) {
-  into_format(*this, f, detail::rounded_modulo, x, y);
-  return x;
+void Environment::apply_into(const format& f,
+                             const detail::RoundedOperations<detail::OnThree>& operation,
+                             IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z) {
+  into_format(*this, f, operation, x, y, z);
 }
 
 }  // namespace zelk

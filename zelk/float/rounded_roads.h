@@ -61,6 +61,10 @@ extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_modulo;      ///< of `
 extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_integral;    ///< of `round_to_integral`
 extern ZELK_EXPORT const RoundedOperations<OnThree> rounded_fused;     ///< of `fma`
 
+/// A packed binary32 or binary64 word as one of the other format, rounded to nearest-even.
+ZELK_EXPORT std::uint64_t binary64_of(std::uint64_t a, Environment& env);
+ZELK_EXPORT std::uint64_t binary32_of(std::uint64_t a, Environment& env);
+
 }  // namespace detail
 }  // namespace zelk
 

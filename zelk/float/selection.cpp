@@ -72,18 +72,6 @@ template <words::Shape S>
   return true;
 }
 
-// The same in limbs; false too where the values do not decide.
-bool select_in_limbs(Selection s, std::uint64_t* x, const std::uint64_t* y, rules::Widths f) {
-  const int order = s.magnitude ? 0 : limbs::compare(x, y, f);
-  if (order != 1 && order != -1) {
-    return false;
-  }
-  if (s.largest ? order < 0 : order > 0) {
-    limbs::copy(y, limbs::size(f), x);
-  }
-  return true;
-}
-
 // Of two patterns of any size.
 Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   const auto f = x.widths();
@@ -109,65 +97,85 @@ Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   x.set_mode(mode);
 }
 
+// x := y where `mask` is all ones.
+[[gnu::always_inline]] inline void move_if(std::uint64_t mask, const std::uint64_t* y, long n,
+                                           std::uint64_t* x) {
+  for (long i = 0; i < n; ++i) {
+    x[i] ^= (x[i] ^ y[i]) & mask;
+  }
+}
+
+// Whether two values can be looked at as they are.
+bool are_ready(const Environment& env, const IEEEFloat& x, const IEEEFloat& y) {
+  const detail::Kind kind = ValueAccess::kind(x);
+  return kind == ValueAccess::kind(y) && kind.names_format() &&
+         kind.road() != detail::Road::numbers && !env.flush_operands &&
+         env.rounding <= Rounding::to_odd;
+}
+
+// The same of an x in limbs.
+[[gnu::noinline]] void select_in_limbs(const Environment& env, Selection s, IEEEFloat& x,
+                                       const IEEEFloat& y) {
+  std::uint64_t* a = ValueAccess::words(x);
+  const std::uint64_t* b = ValueAccess::words(y);
+  const rules::Widths f{ValueAccess::head(x).exp_width, ValueAccess::head(x).mant_width};
+  const int order = s.magnitude || !are_ready(env, x, y) ? 0 : limbs::compare(a, b, f);
+  if (order != 1 && order != -1) [[unlikely]] {
+    select_otherwise(env, s, x, y);
+    return;
+  }
+  const bool second = s.largest ? order < 0 : order > 0;
+  if (const long n = limbs::size(f); n == 4) {
+    move_if(words::opaque(0 - std::uint64_t{second}), b, 4, a);
+  } else if (second) {
+    limbs::copy(b, n, a);
+  }
+}
+
+}  // namespace
+
 template <bool largest, bool magnitude, bool number>
-[[gnu::always_inline]] inline IEEEFloat select(const Environment& env, IEEEFloat& x,
-                                               const IEEEFloat& y) {
+void Environment::select(IEEEFloat& x, const IEEEFloat& y) const {
   constexpr Selection s{largest, magnitude, number};
   const detail::Head& head = ValueAccess::head(x);
-  const detail::Road road = head.kind.road();
-  if (head.kind == ValueAccess::kind(y) && head.kind.names_format() &&
-      road != detail::Road::numbers && !env.flush_operands && env.rounding <= Rounding::to_odd)
-      [[likely]] {
+  if (head.kind.is_wide()) {
+    select_in_limbs(*this, s, x, y);
+    return;
+  }
+  if (are_ready(*this, x, y)) [[likely]] {
     detail::Pattern& a = ValueAccess::pattern(x);
     const detail::Pattern& b = ValueAccess::pattern(y);
     const std::int64_t e = head.exp_width;
     const std::int64_t m = head.mant_width;
     bool done = false;
     if (e + m <= 63) {
-      const words::RuntimeShape shape{e, m};
-      done = select_number(s, shape, a, b);
-    } else if (e + m > 127) {
-      done = select_in_limbs(s, ValueAccess::words(x), ValueAccess::words(y),
-                             {head.exp_width, head.mant_width});
-    } else if (road == detail::Road::quad) {
+      done = select_number(s, words::RuntimeShape{e, m}, a, b);
+    } else if (head.kind.road() == detail::Road::quad) {
       done = select_number(s, words::binary128, a, b);
     } else {
-      const words::DoubleShape shape{e, m};
-      done = select_number(s, shape, a, b);
+      done = select_number(s, words::DoubleShape{e, m}, a, b);
     }
     if (done) [[likely]] {
-      return std::move(x);
+      return;
     }
   }
-  select_otherwise(env, s, x, y);
-  return std::move(x);
+  select_otherwise(*this, s, x, y);
 }
 
-}  // namespace
-
-IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
-  return select<false, false, false>(*this, x, y);
-}
-IEEEFloat Environment::maximum(IEEEFloat x, const IEEEFloat& y) {
-  return select<true, false, false>(*this, x, y);
-}
-IEEEFloat Environment::minimum_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<false, false, true>(*this, x, y);
-}
-IEEEFloat Environment::maximum_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<true, false, true>(*this, x, y);
-}
-IEEEFloat Environment::minimum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  return select<false, true, false>(*this, x, y);
-}
-IEEEFloat Environment::maximum_magnitude(IEEEFloat x, const IEEEFloat& y) {
-  return select<true, true, false>(*this, x, y);
-}
-IEEEFloat Environment::minimum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<false, true, true>(*this, x, y);
-}
-IEEEFloat Environment::maximum_magnitude_number(IEEEFloat x, const IEEEFloat& y) {
-  return select<true, true, true>(*this, x, y);
-}
+template ZELK_EXPORT void Environment::select<false, false, false>(IEEEFloat&,
+                                                                   const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<false, false, true>(IEEEFloat&,
+                                                                  const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<false, true, false>(IEEEFloat&,
+                                                                  const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<false, true, true>(IEEEFloat&,
+                                                                 const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<true, false, false>(IEEEFloat&,
+                                                                  const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<true, false, true>(IEEEFloat&,
+                                                                 const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<true, true, false>(IEEEFloat&,
+                                                                 const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select<true, true, true>(IEEEFloat&, const IEEEFloat&) const;
 
 }  // namespace zelk

@@ -2,6 +2,7 @@
 #ifndef ZELK_FLOAT_VALUE_ACCESS_H_
 #define ZELK_FLOAT_VALUE_ACCESS_H_
 
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -14,6 +15,38 @@
 #include "zelk/rules/special.h"
 #include "zelk/words/bits.h"
 #include "zelk/words/magnitude.h"
+
+namespace zelk {
+
+template <class Convert>
+void IEEEFloat::replace_pattern(const format& f, detail::Kind to, Convert convert) {
+  struct DeleteLimbs {
+    void operator()(std::uint64_t* limbs) const { detail::delete_limbs(limbs); }
+  };
+  if (!to.is_wide()) {
+    std::uint64_t result[2]{};
+    convert(result);
+    if (head.kind.is_wide()) {
+      detail::delete_limbs(pattern.limbs);
+    }
+    pattern.words[0] = result[0];
+    pattern.words[1] = result[1];
+  } else if (const std::size_t size = (f.exp_width + f.mant_width) / 64 + 1;
+             head.kind.is_wide() && word_count() == size) {
+    // The limbs that there are serve a pattern of as many.
+    convert(pattern.limbs);
+  } else {
+    std::unique_ptr<std::uint64_t, DeleteLimbs> limbs(detail::new_limbs(size));
+    convert(limbs.get());
+    if (head.kind.is_wide()) {
+      detail::delete_limbs(pattern.limbs);
+    }
+    pattern.limbs = limbs.release();
+  }
+  set_kind(f, get_best_repr(f), to);
+}
+
+}  // namespace zelk
 
 namespace zelk::detail {
 
@@ -37,6 +70,15 @@ struct ValueAccess {
   /// x := a value of format f, in the best representation, k being its kind.
   static void set_kind(IEEEFloat& x, const IEEEFloat::format& f, Kind k) {
     x.set_kind(f, IEEEFloat::get_best_repr(f), k);
+  }
+  /// The same with the word that is its pattern.
+  static void set_word(IEEEFloat& x, std::uint64_t word, const IEEEFloat::format& f, Kind k) {
+    x.set_word(word, f, k);
+  }
+  /// x := a value of format f, whose pattern convert(out) writes; it may have the place of x's own.
+  template <class Convert>
+  static void replace_pattern(IEEEFloat& x, const IEEEFloat::format& f, Kind to, Convert convert) {
+    x.replace_pattern(f, to, convert);
   }
   /// x := the result of an operation on operands of one format.
   template <class Operation, class... Others>

@@ -116,13 +116,18 @@ struct Keys {
   return {words::order_key(words::binary64, upper_x), words::order_key(words::binary64, upper_y)};
 }
 
+// With the widths of binary256 as constants.
+static inline Keys keys_of(const Limb* x, const Limb* y, rules::Widths f) {
+  return f == binary256::widths ? upper_keys(x, y, binary256::widths) : upper_keys(x, y, f);
+}
+
 int compare(const Limb* x, const Limb* y, rules::Widths f) {
-  const Keys keys = upper_keys(x, y, f);
+  const Keys keys = keys_of(x, y, f);
   return keys.x == keys.y ? compare_below(x, y, f) : keys.x < keys.y ? -1 : 1;
 }
 
 bool less(const Limb* x, const Limb* y, rules::Widths f) {
-  const Keys keys = upper_keys(x, y, f);
+  const Keys keys = keys_of(x, y, f);
   return keys.x == keys.y ? compare_below(x, y, f) == -1 : keys.x < keys.y;
 }
 

@@ -51,31 +51,49 @@ inline Root<std::uint64_t> root_of_word(std::uint64_t n) {
   return {s, n - s * s};
 }
 
-// Of n from 2^124 up to 2^126.
-inline Root<std::uint64_t> root_of_two_words(uint128 n) {
+// Of n from 2^124 up to 2^126: the root or one more, and what the division that gave its lower
+// half has left.
+struct NearRoot {
+  std::uint64_t root;
+  std::uint64_t lower;
+  std::uint64_t rest;
+};
+inline NearRoot near_root_of_two_words(uint128 n) {
   constexpr std::uint64_t half = (std::uint64_t{1} << 31) - 1;
   const auto [high, rest] = root_of_word(static_cast<std::uint64_t>(n >> 62));
-  const std::uint64_t low = low_word(n);
-  const std::uint64_t dividend = (rest << 31) + (low >> 31 & half);
+  const std::uint64_t dividend = (rest << 31) + (low_word(n) >> 31 & half);
   const std::uint64_t q = dividend / (2 * high);
-  const std::uint64_t u = dividend % (2 * high);
-  std::uint64_t s = (high << 31) + q;
+  return {(high << 31) + q, q, dividend % (2 * high)};
+}
+inline Root<std::uint64_t> corrected(const NearRoot& near, uint128 n) {
+  constexpr std::uint64_t half = (std::uint64_t{1} << 31) - 1;
+  std::uint64_t s = near.root;
   // From -q^2 up, less than 2s + 1.
-  uint128 left = (uint128{u} << 31) + (low & half) - uint128{q} * q;
+  uint128 left =
+      (uint128{near.rest} << 31) + (low_word(n) & half) - uint128{near.lower} * near.lower;
   while (high_word(left) >> 63 != 0) {
     left += 2 * uint128{s} - 1;
     --s;
   }
   return {s, low_word(left)};
 }
+inline Root<std::uint64_t> root_of_two_words(uint128 n) {
+  return corrected(near_root_of_two_words(n), n);
+}
 
 // Significands, their leading bits at `lead` or, of odd exponents, one above: the root has it
-// there.
-inline std::uint64_t sticky_root(std::uint64_t sig, bool odd) {
-  const auto [s, rest] = root_of_two_words(uint128{sig} << (lead<std::uint64_t> + odd));
+// there. Before its last correction a root is too large by less than `close`. If what it has in the
+// places of `below`, where all is sticky, is more than that, there is nothing to correct.
+constexpr std::uint64_t close = 4;
+inline std::uint64_t sticky_root(std::uint64_t sig, bool odd, std::uint64_t below) {
+  const uint128 n = uint128{sig} << (lead<std::uint64_t> + odd);
+  const NearRoot near = near_root_of_two_words(n);
+  if ((near.root & below) > close) [[likely]]
+    return near.root | 1;
+  const auto [s, rest] = corrected(near, n);
   return s | std::uint64_t{rest != 0};
 }
-inline uint128 sticky_root(uint128 sig, bool odd) {
+inline uint128 sticky_root(uint128 sig, bool odd, uint128 below) {
   const auto [high, rest] = root_of_two_words(sig >> (2 - odd));
   const std::uint64_t low = low_word(sig) << (62 + odd);
   const std::uint64_t divisor = 2 * high;
@@ -84,6 +102,8 @@ inline uint128 sticky_root(uint128 sig, bool odd) {
     return double_word(high, ~std::uint64_t{0});
   const auto [q, u] = divide_word(double_word(rest, low), divisor);
   uint128 s = double_word(high, q);
+  if ((q & low_word(below)) > close) [[likely]]
+    return s | 1;
   const uint128 square = uint128{q} * q;
   uint128 left = uint128{u} << 64;
   if (left >= square) return s | uint128{left != square};
@@ -107,7 +127,7 @@ template <Shape S>
       return {0, exp, root << 31 | std::uint64_t{rest != 0}};
     }
   }
-  return {0, exp, sticky_root(x.sig, odd)};
+  return {0, exp, sticky_root(x.sig, odd, half_ulp(s) - 1)};
 }
 
 /// The square root of a as a record of both ways; the second operand means nothing.

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string>
 
+#include "zelk/numbers/room.h"
 #include "zelk/zelk.h"
 
 namespace zelk_test {
@@ -161,9 +162,14 @@ inline constexpr Call calls[] = {
 inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,
                              first_exact = 21, first_of_g = 24;
 
-/// Calls of environments, which differ with modes and signs; n gets the flags.
+/// Calls of environments, which differ with modes and, where formats have patterns, with signs; n
+/// gets the flags.
 inline zelk::Environment environment(const IEEEFloat& x, const IEEEFloat& y) {
-  const unsigned k = x.get_mode() + 5U * x.get_sign() + 11U * y.get_sign();
+  const auto is_negative = [](const IEEEFloat& v) {
+    const Format f = v.get_format();
+    return zelk::detail::has_patterns(f.exp_width, f.mant_width) && v.get_sign();
+  };
+  const unsigned k = x.get_mode() + 5U * is_negative(x) + 11U * is_negative(y);
   return {static_cast<zelk::Rounding>(k % 6), static_cast<zelk::Tininess>(k / 2 % 2), k % 5 == 0,
           k % 7 == 1};
 }

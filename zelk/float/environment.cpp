@@ -1,5 +1,6 @@
 #include "zelk/float/environment.h"
 
+#include <bit>
 #include <memory>
 #include <vector>
 
@@ -80,6 +81,12 @@ void require_integer(const QNumber& n, const char* what) {
   }
 }
 
+// Whether an exponent is so small that sums of a few of them are words.
+bool is_near(const QNumber& n) {
+  constexpr long far = 1L << 60;
+  return n.fits_long() && n.to_long() > -far && n.to_long() < far;
+}
+
 }  // namespace
 
 IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n) {
@@ -89,9 +96,18 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n) {
 IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
   detail::require_formats(*this, f, x);
   require_integer(n, "exponent");
-  x = detail::on_numbers(
-      *this, f, [&n](const Source& a, const Target& t) { exact::scale(a, n, t); }, x);
-  return x;
+  const OwnPattern own(x, flush_operands);
+  const rules::Operand o = own.operand();
+  const auto number = own.magnitude();
+  IEEEFloat result = ValueAccess::zero_like(x, f);
+  const auto round = [&](auto s) {
+    return detail::rounded_number(*this, s, o.negative, number->exponent + n.to_long(),
+                                  number->sig);
+  };
+  if (!(number && o.is(Class::finite) && is_near(n) && detail::make_in_words(result, round))) {
+    detail::round_to(*this, result, [&](const Target& t) { exact::scale(own, n, t); });
+  }
+  return result;
 }
 
 // ---- From outside ----
@@ -100,7 +116,16 @@ namespace {
 
 IEEEFloat make(Environment& env, const QNumber& q, const QNumber& k, const IEEEFloat::format& f) {
   IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
-  detail::round_to(env, result, [&](const Target& t) { exact::from_scaled(q, k, t); });
+  const auto round = [&](auto s) {
+    const long n = q.get_num().to_long();
+    return words::from_ratio(
+        detail::in_environment(s, env), n < 0, static_cast<std::uint64_t>(detail::magnitude(n)),
+        static_cast<std::uint64_t>(q.get_den().to_long()), k.to_long(), detail::direction_of(env));
+  };
+  const bool small = q.is_small() && !q.is_zero() && is_near(k);
+  if (!(small && detail::make_in_words(result, round))) {
+    detail::round_to(env, result, [&](const Target& t) { exact::from_scaled(q, k, t); });
+  }
   return result;
 }
 
@@ -146,7 +171,17 @@ std::optional<QNumber> integer_of(Environment& env, const IEEEFloat& x, bool is_
     return 0;
   }
   exact::Integer n{0, false, false};
-  if (o.is(Class::finite)) {
+  const auto number = a.magnitude();
+  if (words::RoundedInteger small{};
+      o.is(Class::finite) && number &&
+      words::round_to_integer(*number, detail::direction_of(env), o.negative, small)) {
+    const auto length = static_cast<unsigned long>(std::bit_width(small.value));
+    const bool least = o.negative && std::has_single_bit(small.value);
+    const bool fits = small.value == 0 || (is_signed ? length < w || (least && length == w)
+                                                     : !o.negative && length <= w);
+    const auto value = static_cast<long>(small.value);
+    n = {o.negative ? -value : value, small.changed, w == 0 || fits};
+  } else if (o.is(Class::finite)) {
     n = detail::within_limits(
         [&] { return exact::to_integer(a, detail::direction_of(env), is_signed, w); });
   }
@@ -188,7 +223,7 @@ struct Sources {
   Sources(const Environment& env, std::span<const IEEEFloat> values) {
     sources.reserve(values.size());
     for (const IEEEFloat& x : values) {
-      if (ValueAccess::is_foreign(x) || env.flush_operands) {
+      if (ValueAccess::is_foreign(x) || (env.flush_operands && x.is_subnormal())) {
         operands.push_back(std::make_unique<OwnPattern>(x, env.flush_operands));
         sources.push_back(*operands.back());
       } else {

@@ -6,9 +6,11 @@
 #include <utility>
 
 #include "zelk/float/environment.h"
+#include "zelk/float/roads.h"
 #include "zelk/float/value_access.h"
 #include "zelk/rules/flags.h"
 #include "zelk/rules/rounding.h"
+#include "zelk/words/convert.h"
 #include "zelk/words/rounding.h"
 
 namespace zelk::detail {
@@ -92,6 +94,43 @@ IEEEFloat on_numbers(Environment& env, const IEEEFloat::format& f, Compute compu
 template <class S>
 words::InEnvironment<S> in_environment(S s, Environment& env) {
   return {{s, &env.flags}, env.tininess == Tininess::before_rounding, env.flush_results};
+}
+
+/// out := the pattern that make(shape) gives, if its format is on words; else false.
+template <class Make>
+bool make_in_words(IEEEFloat& out, Make make) {
+  const Head& head = ValueAccess::head(out);
+  Pattern& pattern = ValueAccess::pattern(out);
+  const auto store = [&](auto place) {
+    const auto s = decltype(place)::shape({head.exp_width, head.mant_width});
+    decltype(place)::store(s, make(s), pattern);
+    return true;
+  };
+  switch (has_short_roads && head.kind.names_format() ? head.kind.road() : Road::numbers) {
+    case Road::numbers:
+    case Road::limbs:
+      return false;
+    case Road::quad:
+      return store(Quad());
+    case Road::double_word:
+      return store(TwoWords());
+    default:
+      return store(OneWord<words::RuntimeShape>());
+  }
+}
+
+/// +-sig / 2^127 * 2^exponent rounded to a shape of words, the leading bit of sig in the highest
+/// place and the lowest bit clear.
+template <class S>
+words::Word<S> rounded_number(Environment& env, S shape, bool negative, std::int64_t exponent,
+                              words::uint128 sig) {
+  const auto s = in_environment(shape, env);
+  using W = words::Word<S>;
+  return words::round_and_pack(
+      s,
+      words::Unpacked<W>{negative ? sign_bit(s) : W{0}, exponent + words::bias(s) - 1,
+                         words::resized<W>(sig >> 1)},
+      direction_of(env));
 }
 
 }  // namespace zelk::detail

@@ -94,7 +94,12 @@ bool is_finite(const IEEEFloat& x) {
 
 bool is_integral(const IEEEFloat& x) {
   const rules::Operand o = operand_of(x);
-  return o.is(Class::zero) || (o.is(Class::finite) && exact::is_integral(OwnPattern(x)));
+  if (!o.is(Class::finite)) {
+    return o.is(Class::zero);
+  }
+  const OwnPattern own(x);
+  const auto n = own.magnitude();
+  return n ? n->lowest() >= 0 : exact::is_integral(own);
 }
 
 IEEEFloat abs(IEEEFloat x) { return with_sign(std::move(x), false); }
@@ -110,7 +115,6 @@ IEEEFloat next_up(IEEEFloat x) { return next(std::move(x), true); }
 IEEEFloat next_down(IEEEFloat x) { return next(std::move(x), false); }
 
 QNumber exponent_of(const IEEEFloat& x) {
-  const OwnPattern o(x);
   switch (operand_of(x).what) {
     case Class::nan:
       detail::throw_error("NaN has no exponent");
@@ -119,8 +123,11 @@ QNumber exponent_of(const IEEEFloat& x) {
     case Class::zero:
       detail::throw_error("zero has no exponent");
     default:
-      return detail::within_limits([&] { return exact::exponent_of(o); });
+      break;
   }
+  const OwnPattern o(x);
+  const auto n = o.magnitude();
+  return n ? n->exponent : detail::within_limits([&] { return exact::exponent_of(o); });
 }
 
 std::partial_ordering compare(const IEEEFloat& x, const IEEEFloat& y) {

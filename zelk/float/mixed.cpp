@@ -139,16 +139,28 @@ IEEEFloat Environment::convert(IEEEFloat x, format f) {
   // Arithmetic is defined for all formats on words and on limbs.
   const bool ready = on_short_road(head.kind) && on_short_road(to) && head.kind.names_format() &&
                      !flush_operands && rounding <= Rounding::to_odd;
-  if (ready && widths_of(head) != detail::widths(f)) [[likely]] {
-    if (place_of(head.kind) < places && place_of(to) < places) [[likely]] {
-      convert_pattern(*this, ValueAccess::pattern(x), head.kind, widths_of(head), to,
-                      detail::widths(f));
+  const bool same = widths_of(head) == detail::widths(f);
+  if (ready && place_of(head.kind) < places && place_of(to) < places) [[likely]] {
+    convert_pattern(*this, ValueAccess::pattern(x), head.kind, widths_of(head), to,
+                    detail::widths(f));
+    if (!same) {
       ValueAccess::set_kind(x, f, to);
-      return x;
     }
+    return x;
+  }
+  if (ready && !same) {
     return converted(*this, std::move(x), f, to);
   }
   detail::require_formats(*this, f, x);
+  if (flush_operands) {
+    Environment inner = *this;
+    inner.flush_operands = false;
+    const IEEEFloat::Repr repr = ValueAccess::zero_like(x, f).get_repr();
+    IEEEFloat result = inner.convert(*detail::OwnPattern(x, true), f);
+    result.self_specialize_repr(repr);
+    flags = inner.flags;
+    return result;
+  }
   x = detail::on_numbers(
       *this, f, [](const exact::Source& a, const exact::Target& t) { exact::convert(a, t); }, x);
   return x;
@@ -195,6 +207,9 @@ void round_to_odd(Environment& env, bool last, IsZero is_zero, Compute compute) 
   // What is inexact in g is so in the last format, too.
   detail::raise(env, odd.flags & ~unsigned{rules::inexact});
 }
+
+// An operand as it is read where operands are flushed.
+IEEEFloat flushed(const IEEEFloat& x) { return *detail::OwnPattern(x, true); }
 
 // The pattern of x in a format of the kind `to` that has its value, both on words.
 [[gnu::always_inline]] inline Pattern taken_over(const IEEEFloat& x, Kind to, Widths g) {
@@ -286,8 +301,23 @@ template <class Operation, class... Others>
 [[gnu::noinline]] void compute_otherwise(Environment& env, const Format& f,
                                          const Operation& operation, IEEEFloat& x,
                                          const Others&... others) {
+  detail::require_formats(env, f, x, others...);
+  if (env.flush_operands) {
+    Environment inner = env;
+    inner.flush_operands = false;
+    const IEEEFloat::Repr repr = ValueAccess::zero_like(x, f).get_repr();
+    IEEEFloat result = flushed(x);
+    compute_otherwise(inner, f, operation, result, flushed(others)...);
+    result.self_specialize_repr(repr);
+    x = std::move(result);
+    env.flags = inner.flags;
+    return;
+  }
+  if (x.get_format() == f && ((others.get_format() == f) && ...)) {
+    ValueAccess::apply(env, operation, x, others...);
+    return;
+  }
   const bool ready =
-      !env.flush_operands && env.rounding <= Rounding::to_odd &&
       ValueAccess::kind(x).names_format() && on_short_road(ValueAccess::kind(x)) &&
       ((ValueAccess::kind(others).names_format() && on_short_road(ValueAccess::kind(others))) &&
        ...);
@@ -302,13 +332,14 @@ template <class Operation, class... Others>
           (in_words(ValueAccess::kind(others)) && ...)) {
         compute_in_words(env, g, f, operation, x, others...);
       } else {
-        x = compute_in_limbs(env, g, f, operation, x, others...);
+        Environment inner = env;  // what throws later has raised nothing
+        x = compute_in_limbs(inner, g, f, operation, x, others...);
+        env.flags = inner.flags;
       }
       x.self_specialize_repr(repr);
       return;
     }
   }
-  detail::require_formats(env, f, x, others...);
   x = detail::on_numbers(env, f, operation.on_numbers, x, others...);
 }
 

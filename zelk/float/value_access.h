@@ -3,7 +3,6 @@
 #define ZELK_FLOAT_VALUE_ACCESS_H_
 
 #include <optional>
-#include <string>
 #include <utility>
 
 #include "zelk/base/float_errors.h"
@@ -14,6 +13,7 @@
 #include "zelk/numbers/room.h"
 #include "zelk/rules/special.h"
 #include "zelk/words/bits.h"
+#include "zelk/words/magnitude.h"
 
 namespace zelk::detail {
 
@@ -56,7 +56,9 @@ struct ValueAccess {
 /// is the zero of its sign.
 class OwnPattern {
  public:
+  /// \throws IEEEFloat::error "reached limit on float precision" for formats too wide for patterns.
   explicit OwnPattern(const IEEEFloat& x, bool flush = false) : value(&x) {
+    sign_place(x.get_format().exp_width, x.get_format().mant_width);
     if (ValueAccess::is_foreign(x)) {
       own = ValueAccess::generic_copy(x);
       value = &*own;
@@ -78,10 +80,16 @@ class OwnPattern {
   operator exact::Source() const { return {words(), widths()}; }
 
   rules::Operand operand() const { return words::operand_of(words(), widths()); }
+  /// The magnitude of a finite value other than 0 in words.
+  std::optional<words::Magnitude> magnitude() const {
+    return has_short_roads && words::has_magnitudes(widths())
+               ? std::optional(words::magnitude_of(widths(), words()))
+               : std::nullopt;
+  }
   /// -1, 0 or 1 as this is less than, equal to or greater than another operand; 2 for NaNs.
   int compare(const OwnPattern& other) const {
     if (widths() != other.widths()) {
-      return exact::compare(*this, other);
+      return compare_values(other);
     }
     const bool on_limbs = ValueAccess::kind(*value).road() == Road::limbs;
     return on_limbs ? limbs::compare(words(), other.words(), widths())
@@ -89,6 +97,18 @@ class OwnPattern {
   }
 
  private:
+  int compare_values(const OwnPattern& other) const {
+    const rules::Operand a = operand();
+    const rules::Operand b = other.operand();
+    const auto x = magnitude();
+    const auto y = other.magnitude();
+    const bool finite = a.is(rules::Class::finite) && b.is(rules::Class::finite);
+    if (!finite || a.negative != b.negative || !x || !y) {
+      return exact::compare(*this, other);
+    }
+    return *x == *y ? 0 : (*x < *y) != a.negative ? -1 : 1;
+  }
+
   const IEEEFloat* value;
   std::optional<IEEEFloat> own;
 };

@@ -65,6 +65,21 @@ static void check_selections(const Target& t, const Operand& x, const Operand& y
   }
 }
 
+// All orders; the total one is that of the places of patterns.
+static void check_orders(const Target& t, const Operand& x, const Operand& y) {
+  const auto place = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - 1 - p); };
+  const auto o = order(x.exact[0], y.exact[0]);
+  using Pair = std::pair<IEEEFloat, IEEEFloat>;
+  using Vector = std::vector<IEEEFloat>;
+  static const IEEEFloat one = Environment().from_integer(1, {8, 7});
+  ++cases;
+  ASSERT_TRUE(total_order(x.x, y.x) == (cmp(place(bits(x.x)), place(bits(y.x))) <=> 0) &&
+              (x.x <=> y.x) == o && (Pair(one, x.x) <=> Pair(one, y.x)) == o &&
+              (Vector{x.x} <=> Vector{y.x, one}) ==
+                  (std::is_eq(o) ? std::partial_ordering::less : o))
+      << name({x.x, y.x});
+}
+
 TEST(TinyFormats, EveryPairAndTriple) {
   for (const Format f : {Format{2, 1}, {2, 2}, {3, 2}, {2, 3}}) {
     const Target t(f);
@@ -73,6 +88,8 @@ TEST(TinyFormats, EveryPairAndTriple) {
       for (const Operand& y : all) {
         check_selections(t, x, y);
         check_selections(t, packed(x), y);
+        check_orders(t, x, y);
+        check_orders(t, packed(x), y);
         for (const Operation& op : operations) {
           if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
           if (op.operands != 3) continue;
@@ -239,6 +256,14 @@ TEST(Environments, RefuseInOneOrder) {
   const IEEEFloat huge = Environment().from_scaled(1, power(60), {63, 4});
   FAILS(limit, to_integer(huge)), FAILS("", to_signed(huge, ~0UL >> 9));
   EXPECT_EQ(message([&] { return std::is_eq(total_order(x, y)); }), mixed_formats);
+  EXPECT_EQ(message([&] { return x > y; }), mixed_formats);
+  EXPECT_EQ(message([&] { return x >= y; }), mixed_formats);
+  EXPECT_EQ(message([&] { return x != y; }), mixed_formats);
+  // In two's complement, or cut off, these would be NaNs.
+  for (const QNumber& n : {QNumber(-1), 0x7C01 + half, power(16) + 0x7C01}) {
+    EXPECT_TRUE(message([&] { return IEEEFloat::from_encoding(n, f); })
+                    .starts_with("invalid bit pattern for IEEEFloat: "));
+  }
 }
 
 // Bits of flags, flags of others, and the processor's state.

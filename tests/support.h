@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string>
 
+#include "zelk/numbers/room.h"
 #include "zelk/zelk.h"
 
 namespace zelk_test {
@@ -161,30 +162,51 @@ inline constexpr Call calls[] = {
 inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,
                              first_exact = 21, first_of_g = 24;
 
-/// Calls of environments, which differ with modes and signs; n gets the flags.
+/// Calls of environments, which differ with modes and, where formats have patterns, with signs; n
+/// gets the flags.
 inline zelk::Environment environment(const IEEEFloat& x, const IEEEFloat& y) {
-  const unsigned k = x.get_mode() + 5U * x.get_sign() + 11U * y.get_sign();
+  const auto is_negative = [](const IEEEFloat& v) {
+    const Format f = v.get_format();
+    return zelk::detail::has_patterns(f.exp_width, f.mant_width) && v.get_sign();
+  };
+  const unsigned k = x.get_mode() + 5U * is_negative(x) + 11U * is_negative(y);
   return {static_cast<zelk::Rounding>(k % 6), static_cast<zelk::Tininess>(k / 2 % 2), k % 5 == 0,
           k % 7 == 1};
 }
+/// Those of a call that computes something; one that throws raises none.
+inline long flags_of(zelk::Environment env, auto compute) {
+  try {
+    compute(env);
+  } catch (...) {
+    EXPECT_EQ(env.flags, 0) << "after a throw";
+    throw;
+  }
+  return env.flags;
+}
 #define IN_ENVIRONMENT(...) \
-  ON_VALUES(auto env = environment(x, y); __VA_ARGS__; n = static_cast<long>(env.flags))
+  ON_VALUES(n = flags_of(environment(x, y), [&](auto& env) { __VA_ARGS__; }))
 inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(x = env.add(x, y)), IN_ENVIRONMENT(x = env.subtract(x, y)),
     IN_ENVIRONMENT(x = env.multiply(x, y)), IN_ENVIRONMENT(x = env.divide(x, y)),
     IN_ENVIRONMENT(x = env.sqrt(x)), IN_ENVIRONMENT(x = env.fma(x, y, x)),
     IN_ENVIRONMENT(x = env.fma(y, y, x)), IN_ENVIRONMENT(x = env.round_to_integral(x)),
     IN_ENVIRONMENT(x = env.nearbyint(x)), IN_ENVIRONMENT(x = env.minimum(x, y)),
-    IN_ENVIRONMENT(x = env.maximum_magnitude_number(x, y)), ON_VALUES(x = abs(-x)),
-    ON_VALUES(x = copy_sign(x, y)), ON_VALUES(x = y.get_sign() ? next_up(x) : next_down(x)),
+    IN_ENVIRONMENT(x = env.maximum_magnitude_number(x, y)),
+    IN_ENVIRONMENT(x = env.maximum(env.minimum_number(x, y), env.minimum_magnitude(y, x))),
+    IN_ENVIRONMENT(
+        x = env.maximum_number(env.maximum_magnitude(x, y), env.minimum_magnitude_number(y, x))),
+    ON_VALUES(x = abs(-x)), ON_VALUES(x = copy_sign(x, y)),
+    ON_VALUES(x = y.get_sign() ? next_up(x) : next_down(x)),
     ON_VALUES(n = static_cast<long>(classify(x)) + 16L * is_normal(x)),
-    ON_VALUES(n = static_cast<int>(std::is_lt(total_order(x, y)))),
+    ON_VALUES(n = std::is_lt(total_order(x, y)) + 2 * std::is_lt(x <=> y)),
     // From here on they may allocate.
     IN_ENVIRONMENT(x = env.scale(x, 40)), IN_ENVIRONMENT(x = env.remainder(x, y)),
     IN_ENVIRONMENT(x = env.modulo(x, y)),
     IN_ENVIRONMENT(n = env.to_signed(x, 70).value_or(7); x.self_zero(env.flags == 16)),
     IN_ENVIRONMENT(n = env.to_unsigned(x, 9).value_or(7); x.self_zero(env.flags == 16)),
     ON_VALUES(n = is_integral(x) ? 1 : exponent_of(x)),
+    IN_ENVIRONMENT(x = env.convert(x, y.get_format())),
+    ON_VALUES(x = IEEEFloat::from_encoding(y.get_bits(), x.get_format())),
     // From here on g matters.
     IN_ENVIRONMENT(x = env.add(x, y, g)), IN_ENVIRONMENT(x = env.subtract(x, y, g)),
     IN_ENVIRONMENT(x = env.multiply(x, y, g)), IN_ENVIRONMENT(x = env.divide(x, y, g)),
@@ -194,9 +216,11 @@ inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(const IEEEFloat all[] = {x, y, x}; x = env.sum(all, g)),
     IN_ENVIRONMENT(const IEEEFloat all[] = {x, y, x}; x = env.dot(all, all, g)),
     IN_ENVIRONMENT(x = env.from_scaled(n, 3, g)), IN_ENVIRONMENT(x = env.from_text("-7.3e-9", g)),
+    IN_ENVIRONMENT(x = env.from_rational(n, g)),
+    IN_ENVIRONMENT(x = env.from_integer(n.get_num(), g)),
     ON_VALUES(n = static_cast<int>(std::is_lt(compare(x, zelk::Environment().from_integer(3, g))))),
     IN_ENVIRONMENT(n = env.to_integer(x).value_or(7))};  // of any length
-inline constexpr std::size_t first_growing = 16, first_into = 22, last_exact = 37;
+inline constexpr std::size_t first_growing = 18, last_exact = 43;
 static_assert(std::size(environment_calls) == last_exact + 1);
 
 /// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.

@@ -261,8 +261,9 @@ TEST(Environments, RefuseInOneOrder) {
   EXPECT_EQ(message([&] { return x != y; }), mixed_formats);
   // In two's complement, or cut off, these would be NaNs.
   for (const QNumber& n : {QNumber(-1), 0x7C01 + half, power(16) + 0x7C01}) {
-    EXPECT_TRUE(message([&] { return IEEEFloat::from_encoding(n, f); })
-                    .starts_with("invalid bit pattern for IEEEFloat: "));
+    EXPECT_TRUE(message([&] {
+                  return IEEEFloat::from_encoding(n, f);
+                }).starts_with("invalid bit pattern for IEEEFloat: "));
   }
 }
 

@@ -199,13 +199,16 @@ inline constexpr Call environment_calls[] = {
     ON_VALUES(x = y.get_sign() ? next_up(x) : next_down(x)),
     ON_VALUES(n = static_cast<long>(classify(x)) + 16L * is_normal(x)),
     ON_VALUES(n = std::is_lt(total_order(x, y)) + 2 * std::is_lt(x <=> y)),
-    // From here on they may allocate.
-    IN_ENVIRONMENT(x = env.scale(x, 40)), IN_ENVIRONMENT(x = env.remainder(x, y)),
+    // From here on they may allocate but on words.
+    IN_ENVIRONMENT(x = env.scale(x, 40)), IN_ENVIRONMENT(x = env.convert(x, y.get_format())),
+    IN_ENVIRONMENT(n = env.to_unsigned(x, 9).value_or(7); x.self_zero(env.flags == 16)),
+    ON_VALUES(n = is_integral(x)                                     ? 1
+                  : classify(x) == zelk::FloatClass::positive_normal ? exponent_of(x)
+                                                                     : QNumber(0)),
+    // And from here on there, too.
+    ON_VALUES(n = is_integral(x) ? 1 : exponent_of(x)), IN_ENVIRONMENT(x = env.remainder(x, y)),
     IN_ENVIRONMENT(x = env.modulo(x, y)),
     IN_ENVIRONMENT(n = env.to_signed(x, 70).value_or(7); x.self_zero(env.flags == 16)),
-    IN_ENVIRONMENT(n = env.to_unsigned(x, 9).value_or(7); x.self_zero(env.flags == 16)),
-    ON_VALUES(n = is_integral(x) ? 1 : exponent_of(x)),
-    IN_ENVIRONMENT(x = env.convert(x, y.get_format())),
     ON_VALUES(x = IEEEFloat::from_encoding(y.get_bits(), x.get_format())),
     // From here on g matters.
     IN_ENVIRONMENT(x = env.add(x, y, g)), IN_ENVIRONMENT(x = env.subtract(x, y, g)),
@@ -220,7 +223,7 @@ inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(x = env.from_integer(n.get_num(), g)),
     ON_VALUES(n = static_cast<int>(std::is_lt(compare(x, zelk::Environment().from_integer(3, g))))),
     IN_ENVIRONMENT(n = env.to_integer(x).value_or(7))};  // of any length
-inline constexpr std::size_t first_growing = 18, last_exact = 43;
+inline constexpr std::size_t first_growing = 18, first_on_words = 22, last_exact = 44;
 static_assert(std::size(environment_calls) == last_exact + 1);
 
 /// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.

@@ -65,7 +65,9 @@ static void call_all(Format f, Format g, IEEEFloat::Repr repr) {
           ASSERT_EQ(allocations, before) << "call " << k << ' ' << name(x) << ' ' << name(y);
         };
         for (std::size_t k = 0; k < end; ++k) check(calls[k], k);
-        for (std::size_t k = 0; k < first_growing; ++k) check(environment_calls[k], 100 + k);
+        const std::size_t environment_end =
+            only_limbs || !on_words ? first_growing : first_on_words;
+        for (std::size_t k = 0; k < environment_end; ++k) check(environment_calls[k], 100 + k);
       }
     }
   }

@@ -100,6 +100,10 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
   const rules::Operand o = own.operand();
   const auto number = own.magnitude();
   IEEEFloat result = ValueAccess::zero_like(x, f);
+  if (!o.is(Class::finite) && !ValueAccess::is_foreign(result)) {
+    detail::set_special(result, {o.what, o.negative, 0, 0});
+    return result;
+  }
   const auto round = [&](auto s) {
     return detail::rounded_number(*this, s, o.negative, number->exponent + n.to_long(),
                                   number->sig);
@@ -181,7 +185,9 @@ std::optional<QNumber> integer_of(Environment& env, const IEEEFloat& x, bool is_
                                                      : !o.negative && length <= w);
     const auto value = static_cast<long>(small.value);
     n = {o.negative ? -value : value, small.changed, w == 0 || fits};
-  } else if (o.is(Class::finite)) {
+  } else if (const bool beyond = number && w != 0 && number->exponent > 62 &&
+                                 static_cast<unsigned long>(number->exponent) >= w;
+             o.is(Class::finite) && !beyond) {
     n = detail::within_limits(
         [&] { return exact::to_integer(a, detail::direction_of(env), is_signed, w); });
   }

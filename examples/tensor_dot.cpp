@@ -1,4 +1,4 @@
-// Dot products of halves accumulated in four ways, and how far each is from the exact result.
+// Dot products of halves accumulated in five ways, and how far each is from the exact result.
 #include <iomanip>
 #include <iostream>
 #include <string>

@@ -50,8 +50,8 @@ struct ValueAccess;
 class ZELK_EXPORT IEEEFloat {
  public:
   /// What kind of value this is. Generic ones pass on the patterns of NaN operands and report
-  /// modes that are none of the four; packed ones do neither. Operands must agree in it. A stored 3
-  /// acts as `REPR_GENERIC` everywhere.
+  /// modes that are none of the four; packed ones do neither. Operands of operators, but `<=>`,
+  /// must agree in it. A stored 3 acts as `REPR_GENERIC` everywhere.
   enum Repr : unsigned {
     REPR_FLOAT32 = 0,  ///< a packed 32-bit word, for (8, 23)
     REPR_FLOAT64 = 1,  ///< a packed 64-bit word, for (11, 52)

@@ -102,7 +102,8 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
   IEEEFloat result = ValueAccess::zero_like(x, f);
   if (!o.is(Class::finite) && !ValueAccess::is_foreign(result)) {
     detail::set_special(result, {o.what, o.negative, 0, 0});
-    return result;
+    x = std::move(result);
+    return x;
   }
   const auto round = [&](auto s) {
     return detail::rounded_number(*this, s, o.negative, number->exponent + n.to_long(),
@@ -111,7 +112,8 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
   if (!(number && o.is(Class::finite) && is_near(n) && detail::make_in_words(result, round))) {
     detail::round_to(*this, result, [&](const Target& t) { exact::scale(own, n, t); });
   }
-  return result;
+  x = std::move(result);
+  return x;
 }
 
 // ---- From outside ----

@@ -25,6 +25,7 @@ struct Magnitude {
   std::int64_t exponent;
   uint128 sig;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): of what the compiler writes
   auto operator<=>(const Magnitude&) const = default;
 
   /// The exponent of the lowest digit.

@@ -124,7 +124,7 @@ class OwnPattern {
   rules::Operand operand() const { return words::operand_of(words(), widths()); }
   /// The magnitude of a finite value other than 0 in words.
   std::optional<words::Magnitude> magnitude() const {
-    return has_short_roads && words::has_magnitudes(widths())
+    return has_short_roads && words::has_magnitudes(widths()) && operand().is(rules::Class::finite)
                ? std::optional(words::magnitude_of(widths(), words()))
                : std::nullopt;
   }

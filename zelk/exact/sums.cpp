@@ -103,7 +103,7 @@ struct Range {
 
   // Takes in a format; false where patterns are too long, or exponents too far apart.
   bool include(rules::Widths f) {
-    if (f.exp_width > 15 || f.exp_width + f.mant_width > 63) {
+    if (f.exp_width > 15 || f.mant_width > 63 - f.exp_width) {
       return false;
     }
     const std::int64_t bias = (std::int64_t{1} << (f.exp_width - 1)) - 1;

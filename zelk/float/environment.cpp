@@ -109,7 +109,7 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
     return detail::rounded_number(*this, s, o.negative, number->exponent + n.to_long(),
                                   number->sig);
   };
-  if (!(number && o.is(Class::finite) && is_near(n) && detail::make_in_words(result, round))) {
+  if (!(number && is_near(n) && detail::make_in_words(result, round))) {
     detail::round_to(*this, result, [&](const Target& t) { exact::scale(own, n, t); });
   }
   x = std::move(result);
@@ -179,8 +179,7 @@ std::optional<QNumber> integer_of(Environment& env, const IEEEFloat& x, bool is_
   exact::Integer n{0, false, false};
   const auto number = a.magnitude();
   if (words::RoundedInteger small{};
-      o.is(Class::finite) && number &&
-      words::round_to_integer(*number, detail::direction_of(env), o.negative, small)) {
+      number && words::round_to_integer(*number, detail::direction_of(env), o.negative, small)) {
     const auto length = static_cast<unsigned long>(std::bit_width(small.value));
     const bool least = o.negative && std::has_single_bit(small.value);
     const bool fits = small.value == 0 || (is_signed ? length < w || (least && length == w)

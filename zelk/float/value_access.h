@@ -140,15 +140,13 @@ class OwnPattern {
 
  private:
   int compare_values(const OwnPattern& other) const {
-    const rules::Operand a = operand();
-    const rules::Operand b = other.operand();
+    const bool negative = operand().negative;
     const auto x = magnitude();
     const auto y = other.magnitude();
-    const bool finite = a.is(rules::Class::finite) && b.is(rules::Class::finite);
-    if (!finite || a.negative != b.negative || !x || !y) {
+    if (!x || !y || negative != other.operand().negative) {
       return exact::compare(*this, other);
     }
-    return *x == *y ? 0 : (*x < *y) != a.negative ? -1 : 1;
+    return *x == *y ? 0 : (*x < *y) != negative ? -1 : 1;
   }
 
   const IEEEFloat* value;

@@ -75,14 +75,6 @@ template <class S, std::size_t n>
   pack_rounded(s, r, t.sign, t.field - zeros, window, out);
 }
 
-/// out := a pattern cut off above its guard, which is in sum[0], rounded.
-template <std::size_t n>
-[[gnu::cold, gnu::noinline]] void round_at_border(Shape s, Rounding r, Limb sign,
-                                                  const Limb (&sum)[n + 2], Limb* out) {
-  std::copy_n(sum + 1, s.pattern_size(n), out);
-  round_watched(s, r, sign, sum[0], out);
-}
-
 /// out := a sum, rounded.
 template <class S, std::size_t n>
 [[gnu::always_inline]] inline void pack_sum(S shape, Rounding r, const Terms& t,
@@ -106,7 +98,8 @@ template <class S, std::size_t n>
   if (r.is_watched()) {
     if (is_at_border(s, t.field)) [[unlikely]] {
       sum[s.pattern_size(n)] ^= t.flip_sign >> s.unused_bits();
-      round_at_border<n>(s, r, t.sign, sum, out);
+      std::copy_n(sum + 1, s.pattern_size(n), out);
+      round_watched(s, r, t.sign, sum[0], out);
       return;
     }
     r.raise_lost(sum[0]);

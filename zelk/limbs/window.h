@@ -99,15 +99,6 @@ template <std::size_t n>
   load(s, shape, x, static_cast<unsigned>(limb_bits - 1 - std::countl_zero(x.top)));
 }
 
-/// pack_rounded for exponents at the ends of the range, with exceptions.
-template <std::size_t n>
-[[gnu::cold, gnu::noinline]] void pack_at_border(Shape shape, Rounding r, Limb sign,
-                                                 std::int64_t exp, const Window<n>& s, Limb* out) {
-  std::copy_n(s.w + 1, n - 1, out);
-  pack_top(shape, n, sign, exp - 1, s.w[n], 0, out);
-  round_watched(shape, r, sign, s.w[0], out);
-}
-
 /// out := the significand rounded, for an exponent from 1 to below exp_max(). It has its leading
 /// bit where the hidden bit belongs or, for exp = 1, below.
 template <std::size_t n>
@@ -115,7 +106,9 @@ template <std::size_t n>
                                                 std::int64_t exp, const Window<n>& s, Limb* out) {
   if (r.is_watched()) {
     if (is_at_border(shape, exp)) [[unlikely]] {
-      pack_at_border(shape, r, sign, exp, s, out);
+      std::copy_n(s.w + 1, n - 1, out);
+      pack_top(shape, n, sign, exp - 1, s.w[n], 0, out);
+      round_watched(shape, r, sign, s.w[0], out);
       return;
     }
     r.raise_lost(s.w[0]);

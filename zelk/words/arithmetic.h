@@ -181,9 +181,10 @@ template <bool divide, Shape S>
                                                Word<S>& out) {
   if constexpr (std::is_same_v<S, NarrowShape>) return scale_narrow<divide>(s, a, b, mode, out);
   const auto x = unpack_normal(s, a);
-  const auto y = unpack_normal(s, b);
+  auto y = unpack_normal(s, b);
   if (!is_normal_exponent(s, x.exp) || !is_normal_exponent(s, y.exp)) [[unlikely]]
     return false;
+  if constexpr (!divide && sizeof(Word<S>) > 8) y.sig = b;  // all that `multiply` asks for
   const auto r = scale<divide>(s, x, y);
   if (!is_inside(s, r.exp)) [[unlikely]]
     return false;

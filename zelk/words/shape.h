@@ -168,6 +168,11 @@ constexpr Word<S> canonical_nan(S s) {
 
 template <Shape S>
 constexpr Word<S> magnitude(S s, Word<S> a) {
+  if constexpr (sizeof(Word<S>) > 8) {
+    // A sign bit is in the high word; compilers do not see that the low one stays as it is.
+    const auto below = static_cast<std::uint64_t>(sign_bit(s) >> 64) - 1;
+    return a & (Word<S>{below} << 64 | ~std::uint64_t{0});
+  }
   return a & (sign_bit(s) - 1);
 }
 

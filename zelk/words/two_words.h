@@ -179,10 +179,13 @@ template <Shape S>
 }
 
 // The product of two significands with the hidden bit in place, exp being the sum of their fields.
+// What y has above its hidden bit, and that bit itself, play no part.
 template <Shape S>
 [[gnu::always_inline]] inline Window multiply(S s, uint128 sign, uint128 x, uint128 y,
                                               std::int64_t exp) {
-  const uint128 z = shift_left(y, 127 - s.mant_width);
+  const std::uint64_t z_high = high_word(y) << (127 - s.mant_width) |
+                               low_word(y) >> 1 >> (s.mant_width - 64) | std::uint64_t{1} << 63;
+  const uint128 z = double_word(z_high, low_word(y) << (127 - s.mant_width));
   const uint128 low = uint128{low_word(x)} * low_word(z);
   const uint128 cross = uint128{high_word(x)} * low_word(z) + high_word(low);
   const uint128 middle = uint128{low_word(x)} * high_word(z) + low_word(cross);

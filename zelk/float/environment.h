@@ -187,7 +187,7 @@ struct ZELK_EXPORT Environment {
              const Others&... others);
   template <bool largest, bool magnitude, bool number>
   void select(IEEEFloat& x, const IEEEFloat& y) const;
-  void convert_value(IEEEFloat& x, const format& f);
+  void convert_value(IEEEFloat& x, format f);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
                   IEEEFloat& x, const IEEEFloat& y);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnThree>& operation,

@@ -341,17 +341,17 @@ class ZELK_EXPORT IEEEFloat {
       set_huge_format(f);
     }
   }
-  // Becomes the value in format f whose pattern is in one word, in the best representation.
-  void set_word(std::uint64_t word, const format& f, detail::Kind k) {
+  // The same for formats on words, in the best representation.
+  void set_kind_on_words(const format& f, detail::Kind k) {
     head.set(static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
              std::uint32_t{get_best_repr(f)} << 30 | mode(), k);
-    pattern.words[0] = word;
   }
-  // Such a value with this mode.
+  // A value with this mode whose pattern is a word.
   IEEEFloat like(std::uint64_t word, const format& f, detail::Kind k) const {
     IEEEFloat x;
     x.head.control = head.control;
-    x.set_word(word, f, k);
+    x.set_kind_on_words(f, k);
+    x.pattern.words[0] = word;
     return x;
   }
   format huge_format() const;
@@ -375,7 +375,7 @@ class ZELK_EXPORT IEEEFloat {
   IEEEFloat generic_copy() const;
   void step_magnitude(bool grow);
   bool is_own_word() const;
-  void convert_otherwise(format f, unsigned r, detail::Kind to);
+  void convert_otherwise(format f, detail::Kind to);
   void convert_wide(const format& f, detail::Kind to);
   template <class Convert>
   void replace_pattern(const format& f, detail::Kind to, Convert convert);

@@ -2,9 +2,13 @@
 #ifndef ZELK_FLOAT_CONVERSIONS_H_
 #define ZELK_FLOAT_CONVERSIONS_H_
 
-#include "zelk/float/ieee_float.h"
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "zelk/float/environment.h"
 #include "zelk/float/roads.h"
-#include "zelk/words/convert.h"
 
 namespace zelk::detail {
 
@@ -16,146 +20,68 @@ constexpr bool in_one_word(Road road) {
 
 /// The kind of the best representation of a format.
 [[gnu::always_inline]] inline Kind best_kind(const IEEEFloat::format& f) {
-  return f == IEEEFloat::format{8, 23}    ? Kind::packed32()
-         : f == IEEEFloat::format{11, 52} ? Kind::packed64()
-                                          : Kind::of(f.exp_width, f.mant_width, 2);
+  return Kind::best(f.exp_width, f.mant_width);
 }
 
-// A context is what rounds: with context.shape(s) as the last shape, in context.direction().
+/// The widths of a format on words: a pair that is in one register.
+struct ShortWidths {
+  std::uint32_t exp_width;
+  std::uint32_t mant_width;
 
-/// What rounds values: a direction.
-struct InDirection {
-  Direction d;
-
-  Direction direction() const { return d; }
-  template <class S>
-  S shape(S s) const {
-    return s;
+  operator Widths() const { return {exp_width, mant_width}; }
+  bool operator==(const ShortWidths& other) const {
+    return std::bit_cast<std::uint64_t>(*this) == std::bit_cast<std::uint64_t>(other);
   }
 };
+inline ShortWidths short_widths(Widths f) {
+  return {static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width)};
+}
+inline ShortWidths short_widths(const IEEEFloat::format& f) {
+  return short_widths(Widths{f.exp_width, f.mant_width});
+}
+inline ShortWidths short_widths(const Head& head) {
+  ShortWidths f;
+  static_assert(offsetof(Head, exp_width) == 0 && offsetof(Head, mant_width) == 4);
+  std::memcpy(&f, static_cast<const void*>(&head), sizeof f);
+  return f;
+}
 
-/// x := its value as a pattern of another format; one of the two is in two words.
-template <class Context>
-using Conversion = void (*)(Pattern& x, Widths f, Widths g, Context c);
+/// x := its value as a pattern of another format, rounded as the environment has it; both are on
+/// words, and one is in two.
+using Conversion = void (*)(Pattern& x, ShortWidths f, ShortWidths g, Environment& env);
 /// The same of patterns in one word.
-template <class Context>
-using WordConversion = Word (*)(Word x, Widths f, Widths g, Context c);
+using WordConversion = Word (*)(Word x, ShortWidths f, ShortWidths g, Environment& env);
 
-using AnyWord = OneWord<words::RuntimeShape>;
-
-/// Any word; none but those that the usual way leaves get here.
-template <class Context>
-[[gnu::noinline]] Word convert_any_word(Word x, Widths f, Widths g, Context c) {
-  return words::convert_general(AnyWord::shape(f), c.shape(AnyWord::shape(g)), x, c.direction());
-}
-
-template <class From, class To, class Context>
-Word convert_word(Word x, Widths f, Widths g, Context c) {
-  Word r = 0;
-  return words::convert_usual(From::shape(f), c.shape(To::shape(g)), x, c.direction(), r)
-             ? r
-             : convert_any_word(x, f, g, c);
-}
-
-/// The usual way inline, the general one in a function of the same kind.
-template <class From, class To, class Context>
-struct ConvertWords {
-  static void usual(Pattern& x, Widths f, Widths g, Context c) {
-    const auto from = From::shape(f);
-    const auto to = To::shape(g);
-    decltype(To::load(to, x)) r;
-    if (words::convert_usual(from, c.shape(to), From::load(from, x), c.direction(), r)) [[likely]] {
-      store(to, r, x);
-    } else {
-      general(x, f, g, c);
-    }
-  }
-  [[gnu::noinline]] static void general(Pattern& x, Widths f, Widths g, Context c) {
-    const auto from = From::shape(f);
-    const auto to = To::shape(g);
-    store(to, words::convert_general(from, c.shape(to), From::load(from, x), c.direction()), x);
-  }
-  static void store(auto to, auto r, Pattern& x) {
-    To::store(to, r, x);
-    if constexpr (sizeof r == sizeof(Word)) {
-      x.words[1] = 0;
-    }
-  }
-};
-
-/// The conversions of a context.
-template <class Context>
-class Conversions {
- public:
-  constexpr Conversions() {
-    for (unsigned i = 0; has_short_roads && i < road_count; ++i) {
-      for (unsigned j = 0; j < road_count; ++j) {
-        with_place(Road{i}, [&](auto from) {
-          with_place(Road{j}, [&](auto to) { add(from, to, words[i][j], patterns[i][j]); });
-        });
-      }
-    }
-  }
+/// The conversions by the roads from and to which they lead.
+struct Conversions {
+  WordConversion words[road_count][road_count];
+  Conversion patterns[road_count][road_count];
 
   /// Of patterns in one word; null for all others.
-  WordConversion<Context> of_words(Kind from, Kind to) const {
+  WordConversion of_words(Kind from, Kind to) const {
     return words[static_cast<unsigned>(from.road())][static_cast<unsigned>(to.road())];
   }
   /// Of patterns on words of which one is in two; null for all others.
-  Conversion<Context> of_patterns(Kind from, Kind to) const {
+  Conversion of_patterns(Kind from, Kind to) const {
     return patterns[static_cast<unsigned>(from.road())][static_cast<unsigned>(to.road())];
   }
   /// x := its pattern in a format of another kind, both on words.
-  void operator()(Pattern& x, Kind from, Widths f, Kind to, Widths g, Context c) const {
+  void operator()(Pattern& x, Kind from, ShortWidths f, Kind to, ShortWidths g,
+                  Environment& env) const {
     if (const auto convert = of_words(from, to); convert != nullptr) {
-      x.words[0] = convert(x.words[0], f, g, c);
+      x.words[0] = convert(x.words[0], f, g, env);
     } else {
-      of_patterns(from, to)(x, f, g, c);
+      of_patterns(from, to)(x, f, g, env);
     }
   }
-
- private:
-  template <class Call>
-  static constexpr void with_place(Road road, Call call) {
-    switch (road) {
-      case Road::packed32:
-        return call(FixedWord<zelk::words::FixedShape<8, 23>>());
-      case Road::packed64:
-        return call(FixedWord<zelk::words::FixedShape<11, 52>>());
-      case Road::half:
-        return call(FixedWord<zelk::words::FixedShape<5, 10>>());
-      case Road::bfloat16:
-        return call(FixedWord<zelk::words::FixedShape<8, 7>>());
-      case Road::short_word:
-      case Road::word:
-        return call(AnyWord());
-      case Road::quad:
-        return call(Quad());
-      case Road::double_word:
-        return call(TwoWords());
-      default:
-        return;
-    }
-  }
-  template <class Place>
-  static constexpr bool is_word = sizeof(zelk::words::Word<decltype(Place::shape({}))>) ==
-                                  sizeof(Word);
-
-  template <class From, class To>
-  static constexpr void add(From /*from*/, To /*to*/, WordConversion<Context>& of_words,
-                            Conversion<Context>& of_patterns) {
-    if constexpr (is_word<From> && is_word<To>) {
-      of_words = convert_word<From, To, Context>;
-    } else {
-      of_patterns = ConvertWords<From, To, Context>::usual;
-    }
-  }
-
-  WordConversion<Context> words[road_count][road_count]{};
-  Conversion<Context> patterns[road_count][road_count]{};
 };
 
-inline constexpr Conversions<InDirection> conversions_of_values;
+extern const Conversions conversions;
+
+/// What rounds as values do: in a direction, and with all flags up, so that none is to be raised.
+inline Environment in_direction(Direction d) {
+  return {static_cast<Rounding>(d), Tininess::after_rounding, false, false, 0xff};
+}
 
 }  // namespace zelk::detail
 

@@ -64,14 +64,15 @@ void IEEEFloat::set_format(format f) {
     return;
   }
   const Kind to = detail::best_kind(f);
-  const Widths from{head.exp_width, head.mant_width};
-  const auto convert = detail::conversions_of_values.of_words(head.kind, to);
-  if (convert != nullptr && head.kind.names_format() && rules::is_direction(mode()) &&
-      from != widths(f)) [[likely]] {
-    const detail::InDirection c{static_cast<Direction>(mode())};
+  const detail::ShortWidths from = detail::short_widths(head);
+  const detail::ShortWidths g = detail::short_widths(f);
+  const auto convert = detail::conversions.of_words(head.kind, to);
+  if (convert != nullptr && head.kind.names_format() && rules::is_direction(mode()) && from != g)
+      [[likely]] {
+    Environment env = detail::in_direction(static_cast<Direction>(mode()));
     const std::uint64_t a = pattern.words[0];
-    set_kind_on_words(f, to);
-    pattern.words[0] = convert(a, from, widths(f), c);
+    set_best_kind(g.exp_width, g.mant_width, to, mode());
+    pattern.words[0] = convert(a, from, g, env);
     return;
   }
   convert_otherwise(f, to);
@@ -81,12 +82,13 @@ void IEEEFloat::convert_otherwise(format f, Kind to) {
   if (f == get_format()) {
     return;
   }
-  const Widths from{head.exp_width, head.mant_width};
-  const auto convert = detail::conversions_of_values.of_patterns(head.kind, to);
+  const detail::ShortWidths from = detail::short_widths(head);
+  const detail::ShortWidths g = detail::short_widths(f);
+  const auto convert = detail::conversions.of_patterns(head.kind, to);
   if (convert != nullptr && head.kind.names_format() && rules::is_direction(mode())) [[likely]] {
-    const detail::InDirection c{static_cast<Direction>(mode())};
-    set_kind_on_words(f, to);
-    convert(pattern, from, widths(f), c);
+    Environment env = detail::in_direction(static_cast<Direction>(mode()));
+    set_best_kind(g.exp_width, g.mant_width, to, mode());
+    convert(pattern, from, g, env);
   } else {
     convert_wide(f, to);
   }
@@ -98,9 +100,11 @@ void IEEEFloat::convert_wide(const format& f, Kind to) {
     IEEEFloat x = generic_copy();
     // Between packed words, whatever the format that they are said to have.
     if (repr() == REPR_FLOAT32 && to == Kind::packed64()) {
-      x = like(pattern.words[0], {8, 23}, Kind::packed32());
+      x = zero_like(8, 23, Kind::packed32());
+      x.pattern.words[0] = pattern.words[0];
     } else if (repr() == REPR_FLOAT64 && to == Kind::packed32()) {
-      x = like(pattern.words[0], {11, 52}, Kind::packed64());
+      x = zero_like(11, 52, Kind::packed64());
+      x.pattern.words[0] = pattern.words[0];
     }
     x.set_format(f);
     swap(x);

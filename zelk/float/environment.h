@@ -187,7 +187,7 @@ struct ZELK_EXPORT Environment {
              const Others&... others);
   template <bool largest, bool magnitude, bool number>
   void select(IEEEFloat& x, const IEEEFloat& y) const;
-  void convert_value(IEEEFloat& x, format f);
+  IEEEFloat converted(IEEEFloat& x, format f);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
                   IEEEFloat& x, const IEEEFloat& y);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnThree>& operation,
@@ -290,16 +290,21 @@ inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) 
 }
 
 inline IEEEFloat Environment::convert(IEEEFloat x, format f) {
-  if (detail::has_short_roads && !flush_operands && rounding == Rounding::nearest_even) {
-    if (x.head.kind == detail::Kind::packed32() && f == format{11, 52}) {
-      return x.like(detail::binary64_of(word(x), *this), {11, 52}, detail::Kind::packed64());
+  const bool nearest = detail::has_short_roads && rounding == Rounding::nearest_even;
+  if (x.head.kind == detail::Kind::packed32()) {
+    if (f == format{11, 52} && nearest && !flush_operands) {
+      IEEEFloat r = x.zero_like(11, 52, detail::Kind::packed64());
+      r.pattern.words[0] = detail::binary64_of(word(x), *this);
+      return r;
     }
-    if (x.head.kind == detail::Kind::packed64() && f == format{8, 23}) {
-      return x.like(detail::binary32_of(word(x), *this), {8, 23}, detail::Kind::packed32());
+  } else if (x.head.kind == detail::Kind::packed64()) {
+    if (f == format{8, 23} && nearest && !flush_operands) {
+      IEEEFloat r = x.zero_like(8, 23, detail::Kind::packed32());
+      r.pattern.words[0] = detail::binary32_of(word(x), *this);
+      return r;
     }
   }
-  convert_value(x, f);
-  return x;
+  return converted(x, f);
 }
 
 inline IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {

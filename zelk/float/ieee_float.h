@@ -341,17 +341,14 @@ class ZELK_EXPORT IEEEFloat {
       set_huge_format(f);
     }
   }
-  // The same for formats on words, in the best representation.
-  void set_kind_on_words(const format& f, detail::Kind k) {
-    head.set(static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
-             std::uint32_t{get_best_repr(f)} << 30 | mode(), k);
+  // The same for formats on words, in the best representation, with this mode.
+  void set_best_kind(std::uint32_t e, std::uint32_t m, detail::Kind k, unsigned mode) {
+    head.set(e, m, k.repr() << 30 | mode, k);
   }
-  // A value with this mode whose pattern is a word.
-  IEEEFloat like(std::uint64_t word, const format& f, detail::Kind k) const {
+  // +0 of such a format, with the mode of this value.
+  IEEEFloat zero_like(std::uint32_t e, std::uint32_t m, detail::Kind k) const {
     IEEEFloat x;
-    x.head.control = head.control;
-    x.set_kind_on_words(f, k);
-    x.pattern.words[0] = word;
+    x.set_best_kind(e, m, k, mode());
     return x;
   }
   format huge_format() const;

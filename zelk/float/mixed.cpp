@@ -18,12 +18,16 @@
 #include "zelk/float/evaluation.h"
 #include "zelk/float/roads.h"
 #include "zelk/limbs/room.h"
+#include "zelk/words/convert.h"
 
 namespace zelk {
 
+using detail::conversions;
 using detail::Kind;
 using detail::Pattern;
 using detail::Road;
+using detail::short_widths;
+using detail::ShortWidths;
 using detail::ValueAccess;
 using detail::Word;
 using rules::Widths;
@@ -46,19 +50,6 @@ bool is_usual(const Environment& env) {
 
 // ---- Conversions ----
 
-// What rounds as an environment has it.
-struct InEnvironment {
-  Environment& env;
-
-  rules::Direction direction() const { return detail::direction_of(env); }
-  template <class S>
-  words::InEnvironment<S> shape(S s) const {
-    return detail::in_environment(s, env);
-  }
-};
-
-constexpr detail::Conversions<InEnvironment> conversions;
-
 // Any value into any format.
 [[gnu::noinline]] void convert_otherwise(Environment& env, IEEEFloat& x, Format f, Kind to) {
   const detail::Head head = ValueAccess::head(x);
@@ -68,7 +59,7 @@ constexpr detail::Conversions<InEnvironment> conversions;
     if (from != detail::widths(f)) {
       ValueAccess::set_kind(x, f, to);
     }
-    conversions(ValueAccess::pattern(x), head.kind, from, to, detail::widths(f), {env});
+    conversions(ValueAccess::pattern(x), head.kind, short_widths(head), to, short_widths(f), env);
     return;
   }
   if (ready && from != detail::widths(f)) {
@@ -94,49 +85,32 @@ constexpr detail::Conversions<InEnvironment> conversions;
 // The same; the usual way of values in two words.
 [[gnu::noinline]] void convert_two_words(Environment& env, IEEEFloat& x, Format f, Kind to) {
   const detail::Head& head = ValueAccess::head(x);
-  const Widths from = widths_of(head);
+  const ShortWidths from = short_widths(head);
+  const ShortWidths g = short_widths(f);
   const auto convert = conversions.of_patterns(head.kind, to);
-  if (convert != nullptr && head.kind.names_format() && is_usual(env) && from != detail::widths(f))
-      [[likely]] {
+  if (convert != nullptr && head.kind.names_format() && is_usual(env) && from != g) [[likely]] {
     ValueAccess::set_kind(x, f, to);
-    convert(ValueAccess::pattern(x), from, detail::widths(f), {env});
+    convert(ValueAccess::pattern(x), from, g, env);
   } else {
     convert_otherwise(env, x, f, to);
   }
 }
 
-// With the direction as a constant, too.
-template <class From, class To>
-Word convert_to_nearest(From from, To to, Word a, Environment& env) {
-  Word r = 0;
-  return words::convert_usual(from, detail::in_environment(to, env), a, rules::nearest, r)
-             ? r
-             : detail::convert_any_word<InEnvironment>(a, {from.exp_width, from.mant_width},
-                                                       {to.exp_width, to.mant_width}, {env});
-}
-
 }  // namespace
 
-Word detail::binary64_of(Word a, Environment& env) {
-  return convert_to_nearest(words::binary32, words::binary64, a, env);
-}
-Word detail::binary32_of(Word a, Environment& env) {
-  return convert_to_nearest(words::binary64, words::binary32, a, env);
-}
-
-void Environment::convert_value(IEEEFloat& x, format f) {
+IEEEFloat Environment::converted(IEEEFloat& x, format f) {
   const detail::Head& head = ValueAccess::head(x);
   const Kind to = detail::best_kind(f);
-  const Widths from = widths_of(head);
+  const ShortWidths from = short_widths(head);
+  const ShortWidths g = short_widths(f);
   const auto convert = conversions.of_words(head.kind, to);
-  if (convert != nullptr && head.kind.names_format() && is_usual(*this) &&
-      from != detail::widths(f)) [[likely]] {
-    const Word a = ValueAccess::pattern(x).words[0];
-    ValueAccess::set_kind(x, f, to);
-    ValueAccess::pattern(x).words[0] = convert(a, from, detail::widths(f), {*this});
-  } else {
-    convert_two_words(*this, x, f, to);
+  if (convert != nullptr && head.kind.names_format() && is_usual(*this) && from != g) [[likely]] {
+    IEEEFloat r = x.zero_like(g.exp_width, g.mant_width, to);
+    r.pattern.words[0] = convert(word(x), from, g, *this);
+    return r;
   }
+  convert_two_words(*this, x, f, to);
+  return std::move(x);
 }
 
 // ---- Operations ----
@@ -201,7 +175,7 @@ template <class S>
       f.exp_width > to.exp_width || f.mant_width > to.mant_width) {
     return false;
   }
-  r = words::convert(detail::AnyWord::shape(f), to, a, rules::nearest);
+  r = words::convert(detail::OneWord<words::RuntimeShape>::shape(f), to, a, rules::nearest);
   return true;
 }
 
@@ -230,7 +204,8 @@ template <class S, class Operation, class... Others>
   const detail::Head& head = ValueAccess::head(x);
   Pattern p = ValueAccess::pattern(x);
   if (widths_of(head) != g) {
-    detail::conversions_of_values(p, head.kind, widths_of(head), to, g, {rules::nearest});
+    Environment exact = detail::in_direction(rules::nearest);
+    conversions(p, head.kind, short_widths(head), to, short_widths(g), exact);
   }
   return p;
 }
@@ -332,7 +307,7 @@ void compute_by_way_of(const Format& g, Environment& env, const Format& f,
   ValueAccess::replace_pattern(x, f, to, [&](Word* out) {
     if (on_words(wide) && on_words(to)) {
       if (g != f) {
-        conversions(result, wide, w, to, detail::widths(f), {inner});
+        conversions(result, wide, short_widths(g), to, short_widths(f), inner);
       }
       std::copy_n(result.words, 2, out);
     } else if (g == f) {

@@ -69,7 +69,8 @@ struct ValueAccess {
   static IEEEFloat generic_copy(const IEEEFloat& x) { return x.generic_copy(); }
   /// x := a value of format f, on words, in the best representation, k being its kind.
   static void set_kind(IEEEFloat& x, const IEEEFloat::format& f, Kind k) {
-    x.set_kind_on_words(f, k);
+    x.set_best_kind(static_cast<std::uint32_t>(f.exp_width),
+                    static_cast<std::uint32_t>(f.mant_width), k, x.mode());
   }
   /// x := a value of format f, whose pattern convert(out) writes; it may have the place of x's own.
   template <class Convert>

@@ -116,8 +116,11 @@ struct ZELK_EXPORT Environment {
   IEEEFloat scale(IEEEFloat x, const QNumber& n);
   IEEEFloat scale(IEEEFloat x, const QNumber& n, format f);
   /// \}
+  /// \{
   /// x in format f. Into its own format it is flushed, and a NaN made the canonical one.
-  IEEEFloat convert(IEEEFloat x, format f);
+  IEEEFloat convert(const IEEEFloat& x, format f);
+  IEEEFloat convert(IEEEFloat&& x, format f);
+  /// \}
 
   /// x rounded to an integer; raises inexact when that changes it. An integer beyond the largest
   /// finite value, as 4 in {2, 2}, is an overflow. A zero keeps the sign of x.
@@ -187,7 +190,7 @@ struct ZELK_EXPORT Environment {
              const Others&... others);
   template <bool largest, bool magnitude, bool number>
   void select(IEEEFloat& x, const IEEEFloat& y) const;
-  IEEEFloat converted(IEEEFloat& x, format f);
+  IEEEFloat converted(const IEEEFloat& x, format f);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
                   IEEEFloat& x, const IEEEFloat& y);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnThree>& operation,
@@ -289,7 +292,7 @@ inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) 
   return x;
 }
 
-inline IEEEFloat Environment::convert(IEEEFloat x, format f) {
+inline IEEEFloat Environment::convert(const IEEEFloat& x, format f) {
   const bool nearest = detail::has_short_roads && rounding == Rounding::nearest_even;
   if (x.head.kind == detail::Kind::packed32()) {
     if (f == format{11, 52} && nearest && !flush_operands) {

@@ -50,66 +50,88 @@ bool is_usual(const Environment& env) {
 
 // ---- Conversions ----
 
+// r := x in another format, both on words or limbs; r may be x.
+void convert_in_limbs(Environment& env, const IEEEFloat& x, const Format& f, Kind to,
+                      IEEEFloat& r) {
+  const Widths from = widths_of(ValueAccess::head(x));
+  rules::Exceptions exceptions = detail::exceptions_of(env);
+  ValueAccess::replace_pattern(r, f, to, [&](Word* out) {
+    limbs::convert(ValueAccess::words(x), from, out, detail::widths(f),
+                   {detail::direction_of(env), &exceptions});
+  });
+  detail::raise(env, exceptions.flags);
+}
+
 // Any value into any format.
-[[gnu::noinline]] void convert_otherwise(Environment& env, IEEEFloat& x, Format f, Kind to) {
+void convert_otherwise(Environment& env, IEEEFloat& x, const Format& f, Kind to) {
   const detail::Head head = ValueAccess::head(x);
-  const Widths from = widths_of(head);
+  const bool same = widths_of(head) == detail::widths(f);
   const bool ready = is_usual(env) && is_ready(head.kind) && on_short_road(to);
   if (ready && on_words(head.kind) && on_words(to)) {
-    if (from != detail::widths(f)) {
+    if (!same) {
       ValueAccess::set_kind(x, f, to);
     }
     conversions(ValueAccess::pattern(x), head.kind, short_widths(head), to, short_widths(f), env);
-    return;
+  } else if (ready && !same) {
+    convert_in_limbs(env, x, f, to, x);
+  } else {
+    detail::require_formats(env, f, x);
+    if (env.flush_operands) {
+      const auto convert = [&](Environment& inner, IEEEFloat& own) {
+        convert_otherwise(inner, own, f, to);
+      };
+      detail::on_own(env, f, convert, x);
+    } else {
+      const auto convert = [](const exact::Source& a, const exact::Target& t) {
+        exact::convert(a, t);
+      };
+      x = detail::on_numbers(env, f, convert, x);
+    }
   }
-  if (ready && from != detail::widths(f)) {
-    rules::Exceptions exceptions = detail::exceptions_of(env);
-    ValueAccess::replace_pattern(x, f, to, [&](Word* out) {
-      limbs::convert(ValueAccess::words(x), from, out, detail::widths(f),
-                     {detail::direction_of(env), &exceptions});
-    });
-    detail::raise(env, exceptions.flags);
-    return;
-  }
-  detail::require_formats(env, f, x);
-  if (env.flush_operands) {
-    detail::on_own(
-        env, f, [&](Environment& inner, IEEEFloat& own) { own = inner.convert(std::move(own), f); },
-        x);
-    return;
-  }
-  x = detail::on_numbers(
-      env, f, [](const exact::Source& a, const exact::Target& t) { exact::convert(a, t); }, x);
 }
 
-// The same; the usual way of values in two words.
-[[gnu::noinline]] void convert_two_words(Environment& env, IEEEFloat& x, Format f, Kind to) {
+// The same of a value that stays: the usual way in limbs.
+[[gnu::noinline]] IEEEFloat converted_otherwise(Environment& env, const IEEEFloat& x, Format f,
+                                                Kind to) {
   const detail::Head& head = ValueAccess::head(x);
-  const ShortWidths from = short_widths(head);
-  const ShortWidths g = short_widths(f);
-  const auto convert = conversions.of_patterns(head.kind, to);
-  if (convert != nullptr && head.kind.names_format() && is_usual(env) && from != g) [[likely]] {
-    ValueAccess::set_kind(x, f, to);
-    convert(ValueAccess::pattern(x), from, g, env);
+  const bool in_words = on_words(head.kind) && on_words(to);
+  IEEEFloat r;
+  if (is_usual(env) && is_ready(head.kind) && on_short_road(to) && !in_words &&
+      widths_of(head) != detail::widths(f)) [[likely]] {
+    r.set_mode(x.get_mode());
+    convert_in_limbs(env, x, f, to, r);
   } else {
-    convert_otherwise(env, x, f, to);
+    r = x;
+    convert_otherwise(env, r, f, to);
   }
+  return r;
 }
 
 }  // namespace
 
-IEEEFloat Environment::converted(IEEEFloat& x, format f) {
+IEEEFloat Environment::converted(const IEEEFloat& x, format f) {
   const detail::Head& head = ValueAccess::head(x);
   const Kind to = detail::best_kind(f);
   const ShortWidths from = short_widths(head);
   const ShortWidths g = short_widths(f);
-  const auto convert = conversions.of_words(head.kind, to);
-  if (convert != nullptr && head.kind.names_format() && is_usual(*this) && from != g) [[likely]] {
-    IEEEFloat r = x.zero_like(g.exp_width, g.mant_width, to);
-    r.pattern.words[0] = convert(word(x), from, g, *this);
-    return r;
+  if (head.kind.names_format() && is_usual(*this) && from != g) [[likely]] {
+    if (const auto convert = conversions.of_words(head.kind, to); convert != nullptr) {
+      IEEEFloat r = x.zero_like(g.exp_width, g.mant_width, to);
+      r.pattern.words[0] = convert(word(x), from, g, *this);
+      return r;
+    }
+    if (const auto convert = conversions.of_patterns(head.kind, to); convert != nullptr) {
+      IEEEFloat r = x.zero_like(g.exp_width, g.mant_width, to);
+      r.pattern = x.pattern;
+      convert(r.pattern, from, g, *this);
+      return r;
+    }
   }
-  convert_two_words(*this, x, f, to);
+  return converted_otherwise(*this, x, f, to);
+}
+
+IEEEFloat Environment::convert(IEEEFloat&& x, format f) {
+  convert_otherwise(*this, x, f, detail::best_kind(f));
   return std::move(x);
 }
 

@@ -46,7 +46,8 @@ enum class Tininess : unsigned char {
 /// inf - inf, 0 * inf, 0 / 0, inf / inf, square roots below zero, remainders of an infinity or by
 /// zero: each gives the canonical NaN. Underflow is raised by results that are tiny and inexact.
 ///
-/// The first operand comes by value: `x = env.add(std::move(x), y)` uses its storage again. A moved
+/// The first operand comes by value, that of `convert` by reference: `x = env.add(std::move(x), y)`
+/// uses its storage again. A moved
 /// operand is no other operand of the same call, and lost when the call throws; all else, the flags
 /// included, is then what it was.
 ///

@@ -47,9 +47,8 @@ enum class Tininess : unsigned char {
 /// zero: each gives the canonical NaN. Underflow is raised by results that are tiny and inexact.
 ///
 /// The first operand comes by value, that of `convert` by reference: `x = env.add(std::move(x), y)`
-/// uses its storage again. A moved
-/// operand is no other operand of the same call, and lost when the call throws; all else, the flags
-/// included, is then what it was.
+/// uses its storage again. A moved operand is no other operand of the same call, and lost when the
+/// call throws; all else, the flags included, is then what it was.
 ///
 /// \throws IEEEFloat::error in every member, first of all "bad rounding mode: <n>" for a rounding
 ///   that is none of the six, "format without arithmetic: (<e>, <m>)" for e < 2 or m < 1, and

@@ -64,7 +64,7 @@ class Kind {
 
   /// Of values of format (e, m) in its best representation.
   static Kind best(unsigned long exp_width, unsigned long mant_width) {
-    const std::uint32_t code = static_cast<std::uint32_t>(mant_width << 6 | exp_width);
+    const auto code = static_cast<std::uint32_t>(mant_width << 6 | exp_width);
     if (has_word_road && words::serves_in_one_word(exp_width, mant_width)) {
       return code == widths_code(8, 23)    ? packed32()
              : code == widths_code(11, 52) ? packed64()

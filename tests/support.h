@@ -223,7 +223,8 @@ inline constexpr Call environment_calls[] = {
     IN_ENVIRONMENT(x = env.from_integer(n.get_num(), g)),
     ON_VALUES(n = static_cast<int>(std::is_lt(compare(x, zelk::Environment().from_integer(3, g))))),
     IN_ENVIRONMENT(n = env.to_integer(x).value_or(7))};  // of any length
-inline constexpr std::size_t first_growing = 18, first_on_words = 22, last_exact = 44;
+inline constexpr std::size_t first_growing = 18, first_on_words = 22, first_into = 27,
+                             end_into = 36, last_exact = 44;
 static_assert(std::size(environment_calls) == last_exact + 1);
 
 /// What a call on copies of x and n leaves, and the text that it throws; without a y, y is x.

@@ -68,6 +68,9 @@ static void call_all(Format f, Format g, IEEEFloat::Repr repr) {
         const std::size_t environment_end =
             only_limbs || !on_words ? first_growing : first_on_words;
         for (std::size_t k = 0; k < environment_end; ++k) check(environment_calls[k], 100 + k);
+        // Operands of longer exponents go by numbers into other formats.
+        const std::size_t into_end = only_limbs || !on_words || f.exp_width > 58 ? 0 : end_into;
+        for (std::size_t k = first_into; k < into_end; ++k) check(environment_calls[k], 100 + k);
       }
     }
   }

@@ -4,6 +4,7 @@
 
 #include "zelk/base/float_errors.h"
 #include "zelk/exact/exact.h"
+#include "zelk/float/conversions.h"
 #include "zelk/float/ieee_float.h"
 #include "zelk/float/roads.h"
 #include "zelk/float/value_access.h"
@@ -12,7 +13,9 @@
 
 namespace zelk {
 
+using detail::in_one_word;
 using detail::Kind;
+using detail::on_words;
 using detail::Road;
 using rules::Direction;
 using rules::Widths;
@@ -20,11 +23,6 @@ using rules::Widths;
 namespace {
 
 Widths widths(const IEEEFloat::format& f) { return {f.exp_width, f.mant_width}; }
-
-bool on_words(Road road) { return road != Road::numbers && road != Road::limbs; }
-bool in_one_word(Road road) {
-  return on_words(road) && road != Road::quad && road != Road::double_word;
-}
 
 // The road that conversions to and from a kind take.
 Road conversion_road(Kind k) { return detail::has_short_roads ? k.road() : Road::numbers; }
@@ -45,87 +43,52 @@ template <class Make>
   }
 }
 
-// x := its value as a pattern of another format, both on words.
-using Conversion = void (*)(detail::Pattern& x, Widths f, Widths g, Direction mode);
-
-template <class From, class To>
-void convert_words(detail::Pattern& x, Widths f, Widths g, Direction mode) {
-  const auto s = From::shape(f);
-  const auto t = To::shape(g);
-  To::store(t, words::convert(s, t, From::load(s, x), mode), x);
-  if constexpr (sizeof(words::Word<decltype(t)>) == sizeof(std::uint64_t)) {
-    x.words[1] = 0;
-  }
-}
-
-// The conversions by the places of both patterns, of which one is in two words.
-enum Place : unsigned { one, binary64, quad, two };
-Place place_of(Road road, Widths f) {
-  return road == Road::quad          ? quad
-         : road == Road::double_word ? two
-         : f == Widths{11, 52}       ? binary64
-                                     : one;
-}
-using One = detail::OneWord<words::RuntimeShape>;
-using Binary64 = detail::FixedWord<words::FixedShape<11, 52>>;
-using detail::Quad;
-using detail::TwoWords;
-constexpr Conversion conversions[4][4]{
-    {nullptr, nullptr, convert_words<One, Quad>, convert_words<One, TwoWords>},
-    {nullptr, nullptr, convert_words<Binary64, Quad>, convert_words<Binary64, TwoWords>},
-    {convert_words<Quad, One>, convert_words<Quad, Binary64>, nullptr,
-     convert_words<Quad, TwoWords>},
-    {convert_words<TwoWords, One>, convert_words<TwoWords, Binary64>, convert_words<TwoWords, Quad>,
-     convert_words<TwoWords, TwoWords>},
-};
-
 }  // namespace
 
 // ---- Formats ----
 
 void IEEEFloat::set_format(format f) {
-  // Between packed words, whatever the format that they are said to have, any mode serves, and no
-  // flag is left.
-  if (repr() == REPR_FLOAT32 && f == format{11, 52} &&
-      (head.kind == Kind::packed32() || f != get_format())) {
+  // Between packed words any mode serves, and no flag is left.
+  if (head.kind == Kind::packed32() && f == format{11, 52}) {
     pattern.words[0] =
         words::convert(words::binary32, words::binary64, pattern.words[0], rules::nearest);
     set_kind(f, REPR_FLOAT64, Kind::packed64());
     swflt::float_exception_flags = 0;
     return;
   }
-  if (repr() == REPR_FLOAT64 && f == format{8, 23} &&
-      (head.kind == Kind::packed64() || f != get_format())) {
+  if (head.kind == Kind::packed64() && f == format{8, 23}) {
     pattern.words[0] = words::convert(words::binary64, words::binary32, pattern.words[0],
                                       detail::direction_of(mode()));
     set_kind(f, REPR_FLOAT32, Kind::packed32());
     swflt::float_exception_flags = 0;
     return;
   }
+  const Kind to = detail::best_kind(f);
+  const detail::ShortWidths from = detail::short_widths(head);
+  const detail::ShortWidths g = detail::short_widths(f);
+  const auto convert = detail::conversions.of_words(head.kind, to);
+  if (convert != nullptr && head.kind.names_format() && rules::is_direction(mode()) && from != g)
+      [[likely]] {
+    Environment env = detail::in_direction(static_cast<Direction>(mode()));
+    const std::uint64_t a = pattern.words[0];
+    set_best_kind(g.exp_width, g.mant_width, to, mode());
+    pattern.words[0] = convert(a, from, g, env);
+    return;
+  }
+  convert_otherwise(f, to);
+}
+
+void IEEEFloat::convert_otherwise(format f, Kind to) {
   if (f == get_format()) {
     return;
   }
-  const Repr r = get_best_repr(f);
-  const Kind to = Kind::of(f.exp_width, f.mant_width, r);
-  if (is_own_word() && in_one_word(to.road()) && rules::is_direction(mode())) [[likely]] {
-    pattern.words[0] = words::convert(shape(), detail::one_word<words::RuntimeShape>(widths(f)),
-                                      pattern.words[0], static_cast<Direction>(mode()));
-    set_kind(f, r, to);
-    return;
-  }
-  convert_otherwise(f, r, to);
-}
-
-void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
-  const Road source = conversion_road(head.kind);
-  const Road target = conversion_road(to);
-  if (head.kind.names_format() && on_words(source) && on_words(target) &&
-      rules::is_direction(mode())) [[likely]] {
-    const Widths from{head.exp_width, head.mant_width};
-    const auto direction = static_cast<Direction>(mode());
-    set_kind(f, r, to);
-    conversions[place_of(source, from)][place_of(target, widths(f))](pattern, from, widths(f),
-                                                                     direction);
+  const detail::ShortWidths from = detail::short_widths(head);
+  const detail::ShortWidths g = detail::short_widths(f);
+  const auto convert = detail::conversions.of_patterns(head.kind, to);
+  if (convert != nullptr && head.kind.names_format() && rules::is_direction(mode())) [[likely]] {
+    Environment env = detail::in_direction(static_cast<Direction>(mode()));
+    set_best_kind(g.exp_width, g.mant_width, to, mode());
+    convert(pattern, from, g, env);
   } else {
     convert_wide(f, to);
   }
@@ -135,6 +98,14 @@ void IEEEFloat::convert_otherwise(format f, unsigned r, Kind to) {
 void IEEEFloat::convert_wide(const format& f, Kind to) {
   if (!is_generic() && !head.kind.names_format()) {
     IEEEFloat x = generic_copy();
+    // Between packed words, whatever the format that they are said to have.
+    if (repr() == REPR_FLOAT32 && to == Kind::packed64()) {
+      x = zero_like(8, 23, Kind::packed32());
+      x.pattern.words[0] = pattern.words[0];
+    } else if (repr() == REPR_FLOAT64 && to == Kind::packed32()) {
+      x = zero_like(11, 52, Kind::packed64());
+      x.pattern.words[0] = pattern.words[0];
+    }
     x.set_format(f);
     swap(x);
     return;

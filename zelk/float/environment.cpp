@@ -19,13 +19,6 @@ using rules::Class;
 
 namespace {
 
-// An operand in this representation, flushed if that is asked for.
-IEEEFloat taken_over(const IEEEFloat& x, bool flush, IEEEFloat::Repr repr) {
-  IEEEFloat own = *OwnPattern(x, flush);
-  own.self_specialize_repr(repr);
-  return own;
-}
-
 // Operands that are flushed, or of several kinds, get ready for their road; x keeps its
 // representation. All others are for numbers.
 template <class Operation, class... Others>
@@ -37,14 +30,12 @@ void apply_operation(Environment& env, const Operation& operation, IEEEFloat& x,
     x = detail::on_numbers(env, x.get_format(), operation.on_numbers, x, others...);
     return;
   }
-  const auto repr = ValueAccess::is_foreign(x) ? IEEEFloat::REPR_GENERIC : x.get_repr();
-  Environment inner = env;
-  inner.flush_operands = false;
-  IEEEFloat result = taken_over(x, env.flush_operands, repr);
-  ValueAccess::apply(inner, operation, result, taken_over(others, env.flush_operands, repr)...);
-  result.self_specialize_repr(x.get_repr());
-  x = std::move(result);
-  env.flags = inner.flags;
+  detail::on_own(
+      env, x.get_format(),
+      [&](Environment& inner, IEEEFloat& own, const auto&... rest) {
+        ValueAccess::apply(inner, operation, own, rest...);
+      },
+      x, others...);
 }
 
 }  // namespace

@@ -46,9 +46,9 @@ enum class Tininess : unsigned char {
 /// inf - inf, 0 * inf, 0 / 0, inf / inf, square roots below zero, remainders of an infinity or by
 /// zero: each gives the canonical NaN. Underflow is raised by results that are tiny and inexact.
 ///
-/// The first operand comes by value: `x = env.add(std::move(x), y)` uses its storage again. A moved
-/// operand is no other operand of the same call, and lost when the call throws; all else, the flags
-/// included, is then what it was.
+/// The first operand comes by value, that of `convert` by reference: `x = env.add(std::move(x), y)`
+/// uses its storage again. A moved operand is no other operand of the same call, and lost when the
+/// call throws; all else, the flags included, is then what it was.
 ///
 /// \throws IEEEFloat::error in every member, first of all "bad rounding mode: <n>" for a rounding
 ///   that is none of the six, "format without arithmetic: (<e>, <m>)" for e < 2 or m < 1, and
@@ -116,8 +116,11 @@ struct ZELK_EXPORT Environment {
   IEEEFloat scale(IEEEFloat x, const QNumber& n);
   IEEEFloat scale(IEEEFloat x, const QNumber& n, format f);
   /// \}
+  /// \{
   /// x in format f. Into its own format it is flushed, and a NaN made the canonical one.
-  IEEEFloat convert(IEEEFloat x, format f);
+  IEEEFloat convert(const IEEEFloat& x, format f);
+  IEEEFloat convert(IEEEFloat&& x, format f);
+  /// \}
 
   /// x rounded to an integer; raises inexact when that changes it. An integer beyond the largest
   /// finite value, as 4 in {2, 2}, is an overflow. A zero keeps the sign of x.
@@ -187,7 +190,7 @@ struct ZELK_EXPORT Environment {
              const Others&... others);
   template <bool largest, bool magnitude, bool number>
   void select(IEEEFloat& x, const IEEEFloat& y) const;
-  void convert_value(IEEEFloat& x, const format& f);
+  IEEEFloat converted(const IEEEFloat& x, format f);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
                   IEEEFloat& x, const IEEEFloat& y);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnThree>& operation,
@@ -289,17 +292,22 @@ inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y, format f) 
   return x;
 }
 
-inline IEEEFloat Environment::convert(IEEEFloat x, format f) {
-  if (detail::has_short_roads && !flush_operands && rounding == Rounding::nearest_even) {
-    if (x.head.kind == detail::Kind::packed32() && f == format{11, 52}) {
-      return x.like(detail::binary64_of(word(x), *this), {11, 52}, detail::Kind::packed64());
+inline IEEEFloat Environment::convert(const IEEEFloat& x, format f) {
+  const bool nearest = detail::has_short_roads && rounding == Rounding::nearest_even;
+  if (x.head.kind == detail::Kind::packed32()) {
+    if (f == format{11, 52} && nearest && !flush_operands) {
+      IEEEFloat r = x.zero_like(11, 52, detail::Kind::packed64());
+      r.pattern.words[0] = detail::binary64_of(word(x), *this);
+      return r;
     }
-    if (x.head.kind == detail::Kind::packed64() && f == format{8, 23}) {
-      return x.like(detail::binary32_of(word(x), *this), {8, 23}, detail::Kind::packed32());
+  } else if (x.head.kind == detail::Kind::packed64()) {
+    if (f == format{8, 23} && nearest && !flush_operands) {
+      IEEEFloat r = x.zero_like(8, 23, detail::Kind::packed32());
+      r.pattern.words[0] = detail::binary32_of(word(x), *this);
+      return r;
     }
   }
-  convert_value(x, f);
-  return x;
+  return converted(x, f);
 }
 
 inline IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {

@@ -90,6 +90,25 @@ IEEEFloat on_numbers(Environment& env, const IEEEFloat::format& f, Compute compu
   return result;
 }
 
+/// x := what compute(environment, x, others...) makes of x as it is read, for a result in format f:
+/// of operands that are flushed if that is asked for, and in the best representation.
+template <class Compute, class... Others>
+void on_own(Environment& env, const IEEEFloat::format& f, Compute compute, IEEEFloat& x,
+            const Others&... others) {
+  const auto own = [flush = env.flush_operands](const IEEEFloat& value) {
+    IEEEFloat copy = *OwnPattern(value, flush);
+    copy.self_specialize_repr(IEEEFloat::get_best_repr(copy.get_format()));
+    return copy;
+  };
+  Environment inner = env;
+  inner.flush_operands = false;
+  IEEEFloat result = own(x);
+  compute(inner, result, own(others)...);
+  result.self_specialize_repr(ValueAccess::repr_like(x, f));
+  x = std::move(result);
+  env.flags = inner.flags;
+}
+
 /// A shape of words whose operations tell the environment.
 template <class S>
 words::InEnvironment<S> in_environment(S s, Environment& env) {

@@ -341,17 +341,14 @@ class ZELK_EXPORT IEEEFloat {
       set_huge_format(f);
     }
   }
-  // Becomes the value in format f whose pattern is in one word, in the best representation.
-  void set_word(std::uint64_t word, const format& f, detail::Kind k) {
-    head.set(static_cast<std::uint32_t>(f.exp_width), static_cast<std::uint32_t>(f.mant_width),
-             std::uint32_t{get_best_repr(f)} << 30 | mode(), k);
-    pattern.words[0] = word;
+  // The same for formats on words, in the best representation, with this mode.
+  void set_best_kind(std::uint32_t e, std::uint32_t m, detail::Kind k, unsigned mode) {
+    head.set(e, m, k.repr() << 30 | mode, k);
   }
-  // Such a value with this mode.
-  IEEEFloat like(std::uint64_t word, const format& f, detail::Kind k) const {
+  // +0 of such a format, with the mode of this value.
+  IEEEFloat zero_like(std::uint32_t e, std::uint32_t m, detail::Kind k) const {
     IEEEFloat x;
-    x.head.control = head.control;
-    x.set_word(word, f, k);
+    x.set_best_kind(e, m, k, mode());
     return x;
   }
   format huge_format() const;
@@ -375,7 +372,7 @@ class ZELK_EXPORT IEEEFloat {
   IEEEFloat generic_copy() const;
   void step_magnitude(bool grow);
   bool is_own_word() const;
-  void convert_otherwise(format f, unsigned r, detail::Kind to);
+  void convert_otherwise(format f, detail::Kind to);
   void convert_wide(const format& f, detail::Kind to);
   template <class Convert>
   void replace_pattern(const format& f, detail::Kind to, Convert convert);

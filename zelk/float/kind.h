@@ -4,6 +4,7 @@
 #ifndef ZELK_FLOAT_KIND_H_
 #define ZELK_FLOAT_KIND_H_
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -56,14 +57,30 @@ class Kind {
   /// Of values of format (e, m) in the representation `repr`: 0 and 1 are packed.
   static Kind of(unsigned long exp_width, unsigned long mant_width, unsigned repr) {
     return repr >= 2 && has_word_road && words::serves_in_one_word(exp_width, mant_width)
-               ? Kind(with(word_road(exp_width, mant_width)) | widths_code(exp_width, mant_width))
+               ? Kind(with(word_road(widths_code(exp_width, mant_width), mant_width)) |
+                      widths_code(exp_width, mant_width))
                : of_other(exp_width, mant_width, repr);
+  }
+
+  /// Of values of format (e, m) in its best representation.
+  static Kind best(unsigned long exp_width, unsigned long mant_width) {
+    const auto code = static_cast<std::uint32_t>(mant_width << 6 | exp_width);
+    if (has_word_road && words::serves_in_one_word(exp_width, mant_width)) {
+      return code == widths_code(8, 23)    ? packed32()
+             : code == widths_code(11, 52) ? packed64()
+                                           : Kind(with(word_road(code, mant_width)) | code);
+    }
+    const bool single = exp_width == 8 && mant_width == 23;
+    const bool twice = exp_width == 11 && mant_width == 52;
+    return of_other(exp_width, mant_width, single ? 0 : twice ? 1 : 2);
   }
 
   static constexpr Kind packed32() { return Kind(with(Road::packed32) | widths_code(8, 23)); }
   static constexpr Kind packed64() { return Kind(with(Road::packed64) | widths_code(11, 52)); }
 
   Road road() const { return static_cast<Road>(bits >> road_place & 15U); }
+  /// The best representation of the format of a kind that `best` gave, on words.
+  unsigned repr() const { return std::min(bits >> road_place & 15U, 3U) - 1; }
   /// Whether the pattern is in limbs on the heap; else it is in the two words of the value.
   bool is_wide() const { return bits >> 31 != 0; }
   /// Whether a width of the format needs more than 32 bits.
@@ -88,11 +105,11 @@ class Kind {
   explicit constexpr Kind(std::uint32_t b) noexcept : bits(b) {}
   ZELK_EXPORT static Kind of_other(unsigned long exp_width, unsigned long mant_width,
                                    unsigned repr);
-  static constexpr Road word_road(unsigned long e, unsigned long m) {
-    return e == 5 && m == 10         ? Road::half
-           : e == 8 && m == 7        ? Road::bfloat16
-           : m <= words::short_width ? Road::short_word
-                                     : Road::word;
+  static constexpr Road word_road(std::uint32_t code, unsigned long m) {
+    return code == widths_code(5, 10)  ? Road::half
+           : code == widths_code(8, 7) ? Road::bfloat16
+           : m <= words::short_width   ? Road::short_word
+                                       : Road::word;
   }
   static constexpr std::uint32_t with(Road r) {
     return static_cast<std::uint32_t>(r) << road_place;
@@ -140,11 +157,12 @@ union Pattern {
   constexpr Pattern(std::uint64_t low = 0, std::uint64_t high = 0) : words{low, high} {}
   /// Copies go word by word: a result is written so, and a processor waits where two such words are
   /// read at once.
-  constexpr Pattern(const Pattern& other) : words{other.words[0], other.words[1]} {}
+  constexpr Pattern(const Pattern& other)
+      : words{zelk::words::opaque(other.words[0]), zelk::words::opaque(other.words[1])} {}
   // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): words are copied to themselves
   constexpr Pattern& operator=(const Pattern& other) {
-    words[0] = other.words[0];
-    words[1] = other.words[1];
+    words[0] = zelk::words::opaque(other.words[0]);
+    words[1] = zelk::words::opaque(other.words[1]);
     return *this;
   }
   ~Pattern() = default;

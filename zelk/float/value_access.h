@@ -67,13 +67,10 @@ struct ValueAccess {
     return !x.is_generic() && !x.head.kind.names_format();
   }
   static IEEEFloat generic_copy(const IEEEFloat& x) { return x.generic_copy(); }
-  /// x := a value of format f, in the best representation, k being its kind.
+  /// x := a value of format f, on words, in the best representation, k being its kind.
   static void set_kind(IEEEFloat& x, const IEEEFloat::format& f, Kind k) {
-    x.set_kind(f, IEEEFloat::get_best_repr(f), k);
-  }
-  /// The same with the word that is its pattern.
-  static void set_word(IEEEFloat& x, std::uint64_t word, const IEEEFloat::format& f, Kind k) {
-    x.set_word(word, f, k);
+    x.set_best_kind(static_cast<std::uint32_t>(f.exp_width),
+                    static_cast<std::uint32_t>(f.mant_width), k, x.mode());
   }
   /// x := a value of format f, whose pattern convert(out) writes; it may have the place of x's own.
   template <class Convert>
@@ -87,10 +84,13 @@ struct ValueAccess {
     env.apply(operation, x, others...);
   }
   static void step_magnitude(IEEEFloat& x, bool grow) { x.step_magnitude(grow); }
-  /// +0 in format f: like x if that has the format, else the best representation, with x's mode.
+  /// The representation of results in format f: that of x if it has the format, else the best one.
+  static IEEEFloat::Repr repr_like(const IEEEFloat& x, const IEEEFloat::format& f) {
+    return f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);
+  }
+  /// +0 in format f, in that representation, with x's mode.
   static IEEEFloat zero_like(const IEEEFloat& x, const IEEEFloat::format& f) {
-    const IEEEFloat::Repr r = f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);
-    return {f, r, x.get_mode()};
+    return {f, repr_like(x, f), x.get_mode()};
   }
 };
 

@@ -22,14 +22,6 @@ constexpr uint128 double_word(std::uint64_t high, std::uint64_t low) {
   return uint128{high} << 64 | low;
 }
 
-// A value of which the compiler knows nothing. Where it knows one of two values that are chosen
-// between, it makes a branch.
-template <class T>
-constexpr T opaque(T n) {
-  if (!std::is_constant_evaluated()) asm("" : "+r"(n));
-  return n;
-}
-
 using Carry = unsigned char;
 
 // x + y + carry; `carry` becomes what leaves the word.

@@ -40,6 +40,10 @@ void apply_operation(Environment& env, const Operation& operation, IEEEFloat& x,
 
 }  // namespace
 
+void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnOne>& operation,
+                                  IEEEFloat& x) {
+  apply_operation(*this, operation, x);
+}
 void Environment::apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation,
                                   IEEEFloat& x, const IEEEFloat& y) {
   apply_operation(*this, operation, x, y);

@@ -190,12 +190,17 @@ struct ZELK_EXPORT Environment {
              const Others&... others);
   template <bool largest, bool magnitude, bool number>
   void select(IEEEFloat& x, const IEEEFloat& y) const;
+  template <bool largest, bool magnitude, bool number>
+  void select_otherwise(IEEEFloat& x, const IEEEFloat& y) const;
   IEEEFloat converted(const IEEEFloat& x, format f);
+  void apply_into(const format& f, const detail::RoundedOperations<detail::OnOne>& operation,
+                  IEEEFloat& x);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnTwo>& operation,
                   IEEEFloat& x, const IEEEFloat& y);
   void apply_into(const format& f, const detail::RoundedOperations<detail::OnThree>& operation,
                   IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z);
   static std::uint64_t word(const IEEEFloat& x) { return x.pattern.words[0]; }
+  void apply_otherwise(const detail::RoundedOperations<detail::OnOne>& operation, IEEEFloat& x);
   void apply_otherwise(const detail::RoundedOperations<detail::OnTwo>& operation, IEEEFloat& x,
                        const IEEEFloat& y);
   void apply_otherwise(const detail::RoundedOperations<detail::OnThree>& operation, IEEEFloat& x,
@@ -239,7 +244,7 @@ inline IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y) {
   return x;
 }
 inline IEEEFloat Environment::sqrt(IEEEFloat x) {
-  apply(detail::rounded_root, x, x);
+  apply(detail::rounded_root, x);
   return x;
 }
 inline IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z) {
@@ -255,7 +260,7 @@ inline IEEEFloat Environment::modulo(IEEEFloat x, const IEEEFloat& y) {
   return x;
 }
 inline IEEEFloat Environment::round_to_integral(IEEEFloat x) {
-  apply(detail::rounded_integral, x, x);
+  apply(detail::rounded_integral, x);
   return x;
 }
 
@@ -276,7 +281,7 @@ inline IEEEFloat Environment::divide(IEEEFloat x, const IEEEFloat& y, format f) 
   return x;
 }
 inline IEEEFloat Environment::sqrt(IEEEFloat x, format f) {
-  apply_into(f, detail::rounded_root, x, x);
+  apply_into(f, detail::rounded_root, x);
   return x;
 }
 inline IEEEFloat Environment::fma(IEEEFloat x, const IEEEFloat& y, const IEEEFloat& z, format f) {
@@ -310,6 +315,16 @@ inline IEEEFloat Environment::convert(const IEEEFloat& x, format f) {
   return converted(x, f);
 }
 
+template <bool largest, bool magnitude, bool number>
+[[gnu::always_inline]] inline void Environment::select(IEEEFloat& x, const IEEEFloat& y) const {
+  const detail::Kind kind = x.head.kind;
+  if (!(kind == y.head.kind && kind.is_wide_limbs() && kind.names_format() && !flush_operands &&
+        rounding <= Rounding::to_odd &&
+        detail::select_limbs<largest, magnitude>(x.pattern.limbs, y.pattern.limbs, x.head.exp_width,
+                                                 x.head.mant_width))) {
+    select_otherwise<largest, magnitude, number>(x, y);
+  }
+}
 inline IEEEFloat Environment::minimum(IEEEFloat x, const IEEEFloat& y) {
   select<false, false, false>(x, y);
   return x;

@@ -63,8 +63,8 @@ void IEEEFloat::set_huge_format(const format& f) {
   pattern.words[1] = f.exp_width >> 32 << 32 | f.mant_width >> 32;
 }
 
-IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
-    : head{0, 0, rm & detail::mode_mask, Kind()} {
+IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm) {
+  set_mode(rm);
   set_kind(f, r & 3U, Kind::of(f.exp_width, f.mant_width, r & 3U));
   if (head.kind.is_wide()) {
     const std::size_t size = word_count();
@@ -73,23 +73,30 @@ IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode rm)
   }
 }
 
-void IEEEFloat::copy_limbs() {
-  const std::size_t size = word_count();
+std::uint64_t* IEEEFloat::copied_limbs(const IEEEFloat& x) {
+  const std::size_t size = x.word_count();
   std::uint64_t* const own = detail::new_limbs(size);
-  limbs::copy(pattern.limbs, static_cast<long>(size), own);
-  pattern.limbs = own;
+  limbs::copy(x.pattern.limbs, static_cast<long>(size), own);
+  return own;
 }
 
 void IEEEFloat::assign_wide(const IEEEFloat& other) {
+  if (!same_kind(other)) [[unlikely]] {
+    assign_otherwise(other);
+    return;
+  }
+  const std::size_t size = (std::size_t{head.exp_width} + head.mant_width) / 64 + 1;
+  head = other.head;
+  limbs::copy(other.pattern.limbs, static_cast<long>(size), pattern.limbs);
+}
+
+[[gnu::noinline]] void IEEEFloat::assign_otherwise(const IEEEFloat& other) {
   const bool wide = head.kind.is_wide();
   const std::size_t size = other.word_count();
-  if (wide && other.head.kind.is_wide() && (same_kind(other) || word_count() == size)) [[likely]] {
+  if (wide && other.head.kind.is_wide() && word_count() == size) {
     limbs::copy(other.pattern.limbs, static_cast<long>(size), pattern.limbs);
     head = other.head;
-    // Whoever moves the value next reads both words at once, and waits for one just written.
-    if (pattern.words[1] != other.pattern.words[1]) [[unlikely]] {
-      pattern.words[1] = other.pattern.words[1];
-    }
+    pattern.words[1] = other.pattern.words[1];
     return;
   }
   std::uint64_t* const own = other.head.kind.is_wide() ? detail::new_limbs(size) : nullptr;

@@ -115,7 +115,7 @@ class ZELK_EXPORT IEEEFloat {
   /// A copy owns a pattern of its own.
   IEEEFloat(const IEEEFloat& other) : head(other.head), pattern(other.pattern) {
     if (head.kind.is_wide()) [[unlikely]] {
-      copy_limbs();
+      pattern.limbs = copied_limbs(other);
     }
   }
 
@@ -366,8 +366,9 @@ class ZELK_EXPORT IEEEFloat {
     std::swap(head, other.head);
     std::swap(pattern, other.pattern);
   }
-  void copy_limbs();
+  static std::uint64_t* copied_limbs(const IEEEFloat& x);
   void assign_wide(const IEEEFloat& other);
+  void assign_otherwise(const IEEEFloat& other);
   format pattern_format() const;
   IEEEFloat generic_copy() const;
   void step_magnitude(bool grow);

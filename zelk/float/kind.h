@@ -83,6 +83,10 @@ class Kind {
   unsigned repr() const { return std::min(bits >> road_place & 15U, 3U) - 1; }
   /// Whether the pattern is in limbs on the heap; else it is in the two words of the value.
   bool is_wide() const { return bits >> 31 != 0; }
+  /// Whether it is there on the road of limbs.
+  bool is_wide_limbs() const {
+    return bits >> road_place == (1U << 4 | static_cast<std::uint32_t>(Road::limbs));
+  }
   /// Whether a width of the format needs more than 32 bits.
   bool is_huge() const { return (bits >> huge_place & 1) != 0; }
   /// Whether the pattern is in one word, and words serve its format.

@@ -399,6 +399,11 @@ template <class Operation, class... Others>
 }  // namespace
 
 void Environment::apply_into(const format& f,
+                             const detail::RoundedOperations<detail::OnOne>& operation,
+                             IEEEFloat& x) {
+  into_format(*this, f, operation, x);
+}
+void Environment::apply_into(const format& f,
                              const detail::RoundedOperations<detail::OnTwo>& operation,
                              IEEEFloat& x, const IEEEFloat& y) {
   into_format(*this, f, operation, x, y);

@@ -1,7 +1,5 @@
 #include "zelk/float/rounded_roads.h"
 
-#include <type_traits>
-
 #include "zelk/exact/operations.h"
 #include "zelk/float/environment.h"
 #include "zelk/float/evaluation.h"
@@ -59,7 +57,7 @@ struct RoundedOnWords {
   }
 };
 
-// The same of limbs. One on one operand has no others there.
+// The same of limbs.
 template <class Op, class... Others>
 struct RoundedOnLimbs {
   static void limbs(Pattern& x, Others... others, unsigned long e, unsigned long m,
@@ -67,12 +65,7 @@ struct RoundedOnLimbs {
     rules::Exceptions exceptions = exceptions_of(env);
     const Widths f{e, m};
     const zelk::limbs::Rounding r(direction_of(env), &exceptions);
-    if constexpr (std::is_invocable_v<decltype(Op::on_limbs), Word*, Widths,
-                                      zelk::limbs::Rounding>) {
-      Op::on_limbs(words_of(x, f), f, r);
-    } else {
-      Op::on_limbs(words_of(x, f), words_of(others, f)..., f, r);
-    }
+    Op::on_limbs(words_of(x, f), words_of(others, f)..., f, r);
     raise(env, exceptions.flags);
   }
 };
@@ -123,18 +116,16 @@ constexpr RoundedOperations<Operands> on_rounded_roads() {
 
 // A record on all roads.
 template <class Op>
+constexpr RoundedOperations<OnOne> on_one() {
+  return on_rounded_roads<Op, OnOne>();
+}
+template <class Op>
 constexpr RoundedOperations<OnTwo> on_two() {
   return on_rounded_roads<Op, OnTwo, const Pattern&>();
 }
 template <class Op>
 constexpr RoundedOperations<OnThree> on_three() {
   return on_rounded_roads<Op, OnThree, const Pattern&, const Pattern&>();
-}
-
-// Of one operand, on numbers.
-template <void (*operation)(const exact::Source&, const exact::Target&)>
-void on_left(const exact::Source& x, const exact::Source& /*unused*/, const exact::Target& t) {
-  operation(x, t);
 }
 
 struct Sum {
@@ -164,7 +155,7 @@ struct Quotient {
 struct Root {
   using OnWords = words::SquareRoot;
   static constexpr auto on_limbs = limbs::root;
-  static constexpr auto on_numbers = on_left<exact::root>;
+  static constexpr auto on_numbers = exact::root;
 };
 
 struct Remainder {
@@ -182,7 +173,7 @@ struct Modulo {
 struct Integral {
   using OnWords = words::Integral;
   static constexpr auto on_limbs = limbs::round_to_integral;
-  static constexpr auto on_numbers = on_left<exact::round_to_integral>;
+  static constexpr auto on_numbers = exact::round_to_integral;
 };
 
 struct Fused {
@@ -197,10 +188,10 @@ constinit const RoundedOperations<OnTwo> rounded_sum = on_two<Sum>();
 constinit const RoundedOperations<OnTwo> rounded_difference = on_two<Difference>();
 constinit const RoundedOperations<OnTwo> rounded_product = on_two<Product>();
 constinit const RoundedOperations<OnTwo> rounded_quotient = on_two<Quotient>();
-constinit const RoundedOperations<OnTwo> rounded_root = on_two<Root>();
+constinit const RoundedOperations<OnOne> rounded_root = on_one<Root>();
 constinit const RoundedOperations<OnTwo> rounded_remainder = on_two<Remainder>();
 constinit const RoundedOperations<OnTwo> rounded_modulo = on_two<Modulo>();
-constinit const RoundedOperations<OnTwo> rounded_integral = on_two<Integral>();
+constinit const RoundedOperations<OnOne> rounded_integral = on_one<Integral>();
 constinit const RoundedOperations<OnThree> rounded_fused = on_three<Fused>();
 
 }  // namespace zelk::detail

@@ -21,7 +21,14 @@ struct Target;
 
 namespace detail {
 
-/// x := x op y, patterns of one format (e, m); of an operation on one operand y means nothing.
+/// x := op x, a pattern of format (e, m).
+struct OnOne {
+  using OnRoad = void (*)(Pattern& x, unsigned long exp_width, unsigned long mant_width,
+                          Environment& env);
+  using OnPacked = std::uint64_t (*)(std::uint64_t x, Environment& env);
+  using OnNumbers = void (*)(const exact::Source& x, const exact::Target& t);
+};
+/// x := x op y, patterns of one format.
 struct OnTwo {
   using OnRoad = void (*)(Pattern& x, const Pattern& y, unsigned long exp_width,
                           unsigned long mant_width, Environment& env);
@@ -55,11 +62,17 @@ extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_sum;         ///< of `
 extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_difference;  ///< of `subtract`
 extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_product;     ///< of `multiply`
 extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_quotient;    ///< of `divide`
-extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_root;        ///< of `sqrt`
+extern ZELK_EXPORT const RoundedOperations<OnOne> rounded_root;        ///< of `sqrt`
 extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_remainder;   ///< of `remainder`
 extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_modulo;      ///< of `modulo`
-extern ZELK_EXPORT const RoundedOperations<OnTwo> rounded_integral;    ///< of `round_to_integral`
+extern ZELK_EXPORT const RoundedOperations<OnOne> rounded_integral;    ///< of `round_to_integral`
 extern ZELK_EXPORT const RoundedOperations<OnThree> rounded_fused;     ///< of `fma`
+
+/// x := the larger or the smaller of two patterns in limbs, or of their magnitudes; false, and
+/// nothing done, where that is not seen in their upper limbs.
+template <bool largest, bool magnitude>
+bool select_limbs(std::uint64_t* x, const std::uint64_t* y, unsigned long exp_width,
+                  unsigned long mant_width);
 
 /// A packed binary32 or binary64 word as one of the other format, rounded to nearest-even.
 ZELK_EXPORT std::uint64_t binary64_of(std::uint64_t a, Environment& env);

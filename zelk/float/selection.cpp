@@ -4,6 +4,7 @@
 #include "zelk/float/evaluation.h"
 #include "zelk/limbs/copy.h"
 #include "zelk/limbs/limbs.h"
+#include "zelk/limbs/patterns.h"
 #include "zelk/words/integers.h"
 
 namespace zelk {
@@ -81,8 +82,8 @@ Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
 }
 
 // x := the one that is selected, in the representation of x.
-[[gnu::noinline]] void select_otherwise(const Environment& env, Selection s, IEEEFloat& x,
-                                        const IEEEFloat& y) {
+[[gnu::noinline]] void select_any(const Environment& env, Selection s, IEEEFloat& x,
+                                  const IEEEFloat& y) {
   detail::require_one_format(env, x, y);
   const OwnPattern a(x, env.flush_operands);
   const OwnPattern b(y, env.flush_operands);
@@ -97,14 +98,6 @@ Selected choose(Selection s, const OwnPattern& x, const OwnPattern& y) {
   x.set_mode(mode);
 }
 
-// x := y where `mask` is all ones.
-[[gnu::always_inline]] inline void move_if(std::uint64_t mask, const std::uint64_t* y, long n,
-                                           std::uint64_t* x) {
-  for (long i = 0; i < n; ++i) {
-    x[i] ^= (x[i] ^ y[i]) & mask;
-  }
-}
-
 // Whether two values can be looked at as they are.
 bool are_ready(const Environment& env, const IEEEFloat& x, const IEEEFloat& y) {
   const detail::Kind kind = ValueAccess::kind(x);
@@ -113,36 +106,54 @@ bool are_ready(const Environment& env, const IEEEFloat& x, const IEEEFloat& y) {
          env.rounding <= Rounding::to_odd;
 }
 
-// The same of an x in limbs.
-[[gnu::noinline]] void select_in_limbs(const Environment& env, Selection s, IEEEFloat& x,
-                                       const IEEEFloat& y) {
-  std::uint64_t* a = ValueAccess::words(x);
-  const std::uint64_t* b = ValueAccess::words(y);
-  const rules::Widths f{ValueAccess::head(x).exp_width, ValueAccess::head(x).mant_width};
-  const int order = s.magnitude || !are_ready(env, x, y) ? 0 : limbs::compare(a, b, f);
-  if (order != 1 && order != -1) [[unlikely]] {
-    select_otherwise(env, s, x, y);
-    return;
+// x := the selected one of two patterns in limbs; false, and nothing done, where the upper 64 bits,
+// which hold sign and exponent, are not enough. As binary64 patterns are, these are ordered without
+// a look at the single fields.
+template <class N>
+[[gnu::always_inline]] inline bool select_in_limbs(Selection s, limbs::Shape shape, N n,
+                                                   std::uint64_t* x, const std::uint64_t* y) {
+  const std::uint64_t a = limbs::upper_limb(shape, shape.significand_size(), x);
+  const std::uint64_t b = limbs::upper_limb(shape, shape.significand_size(), y);
+  if (a << 1 == b << 1 || std::max(a << 1, b << 1) >= shape.upper_infinity()) [[unlikely]] {
+    return false;
   }
-  const bool second = s.largest ? order < 0 : order > 0;
-  if (const long n = limbs::size(f); n == 4) {
-    move_if(words::opaque(0 - std::uint64_t{second}), b, 4, a);
-  } else if (second) {
-    limbs::copy(b, n, a);
-  }
+  const auto second = words::opaque(std::uint64_t{chooses_second(s, words::binary64, a, b)});
+  limbs::copy(second != 0 ? y : x, n, x);
+  return true;
+}
+
+// The same whatever the format.
+[[gnu::noinline]] bool select_in_any_limbs(Selection s, limbs::Shape shape, std::uint64_t* x,
+                                           const std::uint64_t* y) {
+  return select_in_limbs(s, shape, shape.pattern_size(), x, y);
 }
 
 }  // namespace
 
+template <bool largest, bool magnitude>
+bool detail::select_limbs(std::uint64_t* x, const std::uint64_t* y, unsigned long e,
+                          unsigned long m) {
+  constexpr Selection s{largest, magnitude, false};
+  if (limbs::Binary256::is({e, m})) {
+    return select_in_limbs(s, limbs::Binary256::widths, limbs::Fixed<4>(), x, y);
+  }
+  return select_in_any_limbs(s, limbs::Shape{{e, m}}, x, y);
+}
+
+template ZELK_EXPORT bool detail::select_limbs<false, false>(std::uint64_t*, const std::uint64_t*,
+                                                             unsigned long, unsigned long);
+template ZELK_EXPORT bool detail::select_limbs<false, true>(std::uint64_t*, const std::uint64_t*,
+                                                            unsigned long, unsigned long);
+template ZELK_EXPORT bool detail::select_limbs<true, false>(std::uint64_t*, const std::uint64_t*,
+                                                            unsigned long, unsigned long);
+template ZELK_EXPORT bool detail::select_limbs<true, true>(std::uint64_t*, const std::uint64_t*,
+                                                           unsigned long, unsigned long);
+
 template <bool largest, bool magnitude, bool number>
-void Environment::select(IEEEFloat& x, const IEEEFloat& y) const {
+void Environment::select_otherwise(IEEEFloat& x, const IEEEFloat& y) const {
   constexpr Selection s{largest, magnitude, number};
   const detail::Head& head = ValueAccess::head(x);
-  if (head.kind.is_wide()) {
-    select_in_limbs(*this, s, x, y);
-    return;
-  }
-  if (are_ready(*this, x, y)) [[likely]] {
+  if (!head.kind.is_wide() && are_ready(*this, x, y)) [[likely]] {
     detail::Pattern& a = ValueAccess::pattern(x);
     const detail::Pattern& b = ValueAccess::pattern(y);
     const std::int64_t e = head.exp_width;
@@ -159,23 +170,24 @@ void Environment::select(IEEEFloat& x, const IEEEFloat& y) const {
       return;
     }
   }
-  select_otherwise(*this, s, x, y);
+  select_any(*this, s, x, y);
 }
 
-template ZELK_EXPORT void Environment::select<false, false, false>(IEEEFloat&,
-                                                                   const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<false, false, true>(IEEEFloat&,
-                                                                  const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<false, true, false>(IEEEFloat&,
-                                                                  const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<false, true, true>(IEEEFloat&,
-                                                                 const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<true, false, false>(IEEEFloat&,
-                                                                  const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<true, false, true>(IEEEFloat&,
-                                                                 const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<true, true, false>(IEEEFloat&,
-                                                                 const IEEEFloat&) const;
-template ZELK_EXPORT void Environment::select<true, true, true>(IEEEFloat&, const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<false, false, false>(
+    IEEEFloat&, const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<false, false, true>(IEEEFloat&,
+                                                                            const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<false, true, false>(IEEEFloat&,
+                                                                            const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<false, true, true>(IEEEFloat&,
+                                                                           const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<true, false, false>(IEEEFloat&,
+                                                                            const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<true, false, true>(IEEEFloat&,
+                                                                           const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<true, true, false>(IEEEFloat&,
+                                                                           const IEEEFloat&) const;
+template ZELK_EXPORT void Environment::select_otherwise<true, true, true>(IEEEFloat&,
+                                                                          const IEEEFloat&) const;
 
 }  // namespace zelk

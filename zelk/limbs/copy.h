@@ -12,6 +12,12 @@ namespace zelk::limbs {
 /// where the pieces of the next reader do: the processor has them at hand then.
 inline void copy(const std::uint64_t* from, long n, std::uint64_t* to) {
   using Pair [[gnu::vector_size(2 * sizeof *to)]] = std::uint64_t;
+  if (n == 4) {  // of binary256
+    for (long i = 0; i < 4; ++i) {
+      to[i] = from[i];
+    }
+    return;
+  }
   if (n > 64) {
     std::memmove(to, from, static_cast<std::size_t>(n) * sizeof *to);
     return;

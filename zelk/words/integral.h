@@ -8,13 +8,12 @@
 
 namespace zelk::words {
 
-/// The integer that a is rounded to as a record of both ways; the second operand means nothing.
+/// The integer that a is rounded to as a record of both ways.
 struct Integral {
   // Numbers from one on. In a pattern the places of integers go on into the exponent field, whose
   // lowest bit is, of numbers below two, as the hidden bit is: the bias is odd.
   template <Shape S>
-  [[gnu::always_inline]] static bool usual(S s, Word<S> a, Word<S> /*unused*/, Direction mode,
-                                           Word<S>& out) {
+  [[gnu::always_inline]] static bool usual(S s, Word<S> a, Direction mode, Word<S>& out) {
     const std::int64_t exp = exponent_field(s, a) - bias(s);
     if (exp < 0 || exp > bias(s)) [[unlikely]]
       return false;
@@ -28,7 +27,7 @@ struct Integral {
   }
 
   template <Shape S>
-  static Word<S> general(S s, Word<S> a, Word<S> /*unused*/, Direction mode) {
+  static Word<S> general(S s, Word<S> a, Direction mode) {
     const rules::Result r = rules::same(operand_of(s, a));
     if (r.outcome != rules::Outcome::computed) return special(s, r, a, a);
     // Below one: 0 or 1 is left.

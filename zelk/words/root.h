@@ -130,11 +130,10 @@ template <Shape S>
   return {0, exp, sticky_root(x.sig, odd, half_ulp(s) - 1)};
 }
 
-/// The square root of a as a record of both ways; the second operand means nothing.
+/// The square root of a as a record of both ways.
 struct SquareRoot {
   template <Shape S>
-  [[gnu::always_inline]] static bool usual(S s, Word<S> a, Word<S> /*unused*/, Direction mode,
-                                           Word<S>& out) {
+  [[gnu::always_inline]] static bool usual(S s, Word<S> a, Direction mode, Word<S>& out) {
     const auto x = unpack_normal_up(s, a);
     if (!is_normal_exponent(s, x.exp) || x.sign != 0) [[unlikely]]
       return false;
@@ -143,7 +142,7 @@ struct SquareRoot {
   }
 
   template <Shape S>
-  static Word<S> general(S s, Word<S> a, Word<S> /*unused*/, Direction mode) {
+  static Word<S> general(S s, Word<S> a, Direction mode) {
     const rules::Result r = rules::root(operand_of(s, a));
     return r.outcome != rules::Outcome::computed
                ? special(s, r, a, a)

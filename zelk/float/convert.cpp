@@ -169,13 +169,11 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     return x;
   }
   const auto direction = static_cast<Direction>(rm);
-  const detail::Parts parts(q);
-  const bool fraction = !parts.den.is_one();
-  if (on_words(road) && parts.in_words()) [[likely]] {
+  if (detail::WordParts word{}; on_words(road) && detail::Parts::in_words(q, word)) [[likely]] {
+    const bool fraction = word.den != 1;
     const auto divide = [&](auto s) {
-      const auto rounded = words::from_integer(s, parts.negative, parts.num.limbs[0], direction);
-      return fraction ? words::div(s, rounded,
-                                   words::from_integer(s, false, parts.den.limbs[0], direction),
+      const auto rounded = words::from_integer(s, word.negative, word.num, direction);
+      return fraction ? words::div(s, rounded, words::from_integer(s, false, word.den, direction),
                                    direction)
                       : rounded;
     };
@@ -187,9 +185,13 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     if (fraction && !x.is_generic()) {
       swflt::float_exception_flags = 0;  // as by the division of packed values
     }
-  } else if (parts.num.size == 0) {
     return x;
-  } else if (!fraction || (limbs::holds(parts.num, w) && limbs::holds(parts.den, w))) {
+  }
+  const detail::Parts parts(q);
+  if (parts.num.size == 0) {
+    return x;
+  }
+  if (parts.den.is_one() || (limbs::holds(parts.num, w) && limbs::holds(parts.den, w))) {
     limbs::from_ratio(parts, 0, x.words(), w, direction);
   } else {
     IEEEFloat divisor(f, rm);
@@ -233,12 +235,6 @@ QNumber IEEEFloat::to_number() const {
 QNumber IEEEFloat::number_otherwise() const {
   if (!is_generic() && !head.kind.names_format()) {
     return generic_copy().to_number();
-  }
-  if (is_nan()) {
-    throw error("can't convert NaN to a Number");
-  }
-  if (is_inf()) {
-    throw error("can't convert infinity to a Number");
   }
   const Widths w = widths(get_format());
   return conversion_road(head.kind) == Road::numbers ? exact::to_number(words(), w)

@@ -25,17 +25,16 @@ bool round_ratio(IEEEFloat& out, const QNumber& q, const QNumber& k, limbs::Roun
   if (road == Road::numbers || !is_near(k)) {
     return false;
   }
-  const Parts parts(q);
-  if (parts.num.size == 0) {
+  if (q.is_zero()) {
     return true;
   }
   if (road == Road::limbs) {
-    limbs::from_ratio(parts, k.to_long(), ValueAccess::words(out), widths(out.get_format()), r);
+    limbs::from_ratio(Parts(q), k.to_long(), ValueAccess::words(out), widths(out.get_format()), r);
     return true;
   }
-  const words::Magnitude x = parts.in_words()
-                                 ? words::quotient(parts.num.limbs[0], parts.den.limbs[0])
-                                 : limbs::quotient(parts);
+  WordParts parts{};
+  const words::Magnitude x =
+      Parts::in_words(q, parts) ? words::quotient(parts.num, parts.den) : limbs::quotient(Parts(q));
   return make_in_words(out, [&](auto s) {
     return words::from_magnitude(in_shape(s), parts.negative, x, k.to_long(), r.direction);
   });

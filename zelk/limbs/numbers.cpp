@@ -92,18 +92,40 @@ words::Magnitude quotient(const detail::Parts& q) {
   return result;
 }
 
-QNumber to_number(const Limb* x, rules::Widths f) {
-  const Shape s{f};
-  const long n = s.significand_size();
+// w has room for n limbs.
+[[gnu::always_inline]] static inline QNumber number_of(Shape s, long n, const Limb* x, Limb* w) {
   const Number number = unpack(s, n, x);
-  Room room(n);
-  const long size = copy_significand(number, n, room.limbs());
+  if (number.exp == s.exp_max()) [[unlikely]] {
+    const bool nan = operand_of(s, x).is(rules::Class::nan);
+    detail::throw_error(nan ? "can't convert NaN to a Number"
+                            : "can't convert infinity to a Number");
+  }
+  const long size = copy_significand(number, n, w);
   if (size == 0) {
     return 0;
   }
   const long k = number.exp - s.bias() - static_cast<long>(s.mant_width);
   detail::require_room_for_value(k, s.mant_width);
-  return QNumber::scaled(room.limbs(), size, number.sign != 0, k);
+  return QNumber::scaled(w, size, number.sign != 0, k);
+}
+
+// The same with widths that are constants.
+template <class S>
+static QNumber fixed_number_of(S s, const Limb* x) {
+  Limb w[S::size];
+  return number_of(s, S::size, x, w);
+}
+
+QNumber to_number(const Limb* x, rules::Widths f) {
+  if (Binary128::is(f)) {
+    return fixed_number_of(Binary128(), x);
+  }
+  if (Binary256::is(f)) {
+    return fixed_number_of(Binary256(), x);
+  }
+  const Shape s{f};
+  Room room(s.significand_size());
+  return number_of(s, s.significand_size(), x, room.limbs());
 }
 
 QNumber to_integer(const Limb* x, rules::Widths f, Direction d, unsigned long w) {

@@ -16,9 +16,27 @@ struct Magnitude {
   long bit_length() const { return 64 * size - std::countl_zero(limbs[size - 1]); }
 };
 
+/// Sign, numerator and denominator in words.
+struct WordParts {
+  bool negative;
+  mp_limb_t num;
+  mp_limb_t den;
+};
+
 /// Sign, numerator and denominator of a number, which stays as it is meanwhile.
 class Parts {
  public:
+  /// out := the parts of a number, if they are words.
+  static bool in_words(const QNumber& q, WordParts& out) {
+    if (q.is_small()) [[likely]] {
+      out = {q.num < 0, static_cast<mp_limb_t>(detail::magnitude(q.num)),
+             static_cast<mp_limb_t>(q.den)};
+      return true;
+    }
+    out = {q.sign() < 0, mpz_getlimbn(mpq_numref(q.gmp), 0), mpz_getlimbn(mpq_denref(q.gmp), 0)};
+    return mpz_size(mpq_numref(q.gmp)) <= 1 && mpz_size(mpq_denref(q.gmp)) == 1;
+  }
+
   explicit Parts(const QNumber& q)
       : words{static_cast<mp_limb_t>(q.is_small() ? detail::magnitude(q.num) : 0),
               static_cast<mp_limb_t>(q.den)},

@@ -78,11 +78,16 @@ template <Shape S>
 constexpr Word<S> from_integer(S s, bool negative, std::uint64_t n, Direction mode) {
   if (n == 0) return 0;
   const std::int64_t top = highest_bit(n);
-  const std::uint64_t sig = n << (63 - top);  // moved down by one below
+  // The leading bit goes to `lead`, one below the highest.
+  const std::uint64_t high = n << (63 - top);
+  Word<S> sig;
+  if constexpr (sizeof(Word<S>) > sizeof n) {
+    sig = double_word(high >> 1, high << 63);
+  } else {
+    sig = high >> 1 | (high & 1);
+  }
   const Word<S> sign = negative ? sign_bit(s) : 0;
-  using Number = Unpacked<Word<S>>;
-  return round_and_pack(
-      s, Number{sign, bias(s) + top - 1, resized<Word<S>>(double_word(sig, 0) >> 1)}, mode);
+  return round_and_pack(s, Unpacked<Word<S>>{sign, bias(s) + top - 1, sig}, mode);
 }
 
 // n / d for n and d other than 0, its lowest digit sticky. Two digits of the quotient, halved so

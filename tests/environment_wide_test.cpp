@@ -82,35 +82,55 @@ static std::string scaled_text(const mpz_class& n, long k) {
   return (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
 }
 
-// Rationals as numbers and as text.
+// A rational of parts of up to 200 bits; every other one is the middle of two values of a format
+// with a significand of m bits, or next to one.
+static mpq_class any_rational(Random& random, long m) {
+  const auto part = [&]() -> mpz_class { return random.digits(random.below(200)) + 1; };
+  mpq_class q(part(), random.below(4) == 0 ? mpz_class(1) : part());
+  if (random.below(2) == 0) {
+    const mpz_class factor = random.below(2) == 0 ? mpz_class(1) : part();
+    const mpz_class middle = 2 * random.digits(static_cast<unsigned long>(m + 1)) + 1;
+    q = mpq_class(middle * factor + static_cast<int>(factor > 1), factor << random.below(200));
+  }
+  q.canonicalize();
+  return random.below(2) == 0 ? q : mpq_class(-q);
+}
+
+// Rationals as numbers and as text, where most formats have their values and at their ends.
 TEST(MixedFormats, NumbersRoundOnce) {
   Random random;
   for (unsigned long i = 0; i < rounds(); ++i) {
     const Target& to = mixed[random.below(mixed.size())];
     const Environment start{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
                             i % 5 == 0, i % 7 == 0, other_bits};
-    const mpz_class n = random.digits(random.below(90)) - pow2(40);
-    const long k = static_cast<long>(random.below(500)) - 300;
-    const mpq_class q(n, random.below(3) == 0 ? mpz_class(1) : random.digits(70) + 1);
-    const auto check = [&](const char* what, const mpq_class& number_, auto call) {
+    const mpq_class q = any_rational(random, to.m);
+    const mpz_class n = q.get_num();
+    const bool end = random.below(3) == 0 && to.f.exp_width < 60;
+    const long k = static_cast<long>(random.below(end ? 2 * to.f.mant_width + 200 : 500)) - 300 +
+                   (end ? random.below(2) == 0 ? to.emin : -to.emin : 0);
+    const auto check = [&](const char* what, const mpq_class& number_, long scale, auto call) {
       Environment env = start;
-      const Answer want = to.round(number(number_), env);
+      const Answer want = to.round({Exact::finite, number_ < 0, abs(number_), scale}, env);
       const IEEEFloat r = call(env);
       ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-          << name(start) << what << number_ << " is " << name(r) << ' ' << unsigned{env.flags}
-          << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+          << name(start) << what << number_ << " p " << scale << " is " << name(r) << ' '
+          << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
       ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
     };
-    mpq_class reduced = q;
-    reduced.canonicalize();
-    check("from_rational ", reduced,
-          [&](auto& e) { return e.from_rational(QNumber(reduced), to.f); });
-    check("from_scaled ", scaled(reduced, k),
-          [&](auto& e) { return e.from_scaled(QNumber(reduced), k, to.f); });
-    check("from_integer ", n, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
-    check("from_text ", scaled(n, k),
-          [&](auto& e) { return e.from_text(scaled_text(n, k), to.f); });
+    check("from_rational ", q, 0, [&](auto& e) { return e.from_rational(QNumber(q), to.f); });
+    check("from_scaled ", q, k, [&](auto& e) { return e.from_scaled(QNumber(q), k, to.f); });
+    check("from_integer ", n, 0, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
+    check("from_text ", n, k, [&](auto& e) { return e.from_text(scaled_text(n, k), to.f); });
     ASSERT_FALSE(HasFailure());
+    if (i % 6 > 3) continue;
+    Environment env{start.rounding};
+    const IEEEFloat::rounding_mode rm = modes[i % 6];
+    EXPECT_EQ(bits(IEEEFloat::from_scaled(QNumber(q), k, to.f, rm)),
+              bits(env.from_scaled(QNumber(q), k, to.f)));
+    EXPECT_EQ(bits(IEEEFloat::from_number(QNumber(q), to.f, rm)),
+              bits(env.divide(env.from_integer(QNumber(n, 1), to.f),
+                              env.from_integer(QNumber(q.get_den(), 1), to.f))))
+        << q << ' ' << name(env);
   }
 }
 

@@ -159,8 +159,8 @@ inline constexpr Call calls[] = {
     ON_VALUES(static_cast<void>(x.to_str())), ON_VALUES(n = x.to_integer(g.mant_width)),
     ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
-inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,
-                             first_exact = 21, first_of_g = 24;
+inline constexpr std::size_t first_sized = 3, first_new = 15, first_of_bits = 20, first_exact = 21,
+                             first_of_g = 24;
 
 /// Calls of environments, which differ with modes and, where formats have patterns, with signs; n
 /// gets the flags.

@@ -39,13 +39,10 @@ using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 // Every call on values of format f, in every mode, of classes of all kinds and in two
 // representations. g is a format of the same kind.
 static void call_all(Format f, Format g, IEEEFloat::Repr repr) {
-  // The road of limbs makes values of exact numbers in scratch; patterns of 63 bits and more are
-  // big numbers.
+  // Patterns of 63 bits and more are big numbers.
   const bool on_words = zelk::words::serves_in_one_word(f.exp_width, f.mant_width) ||
                         zelk::words::serves_in_two_words(f.exp_width, f.mant_width);
-  const std::size_t end = only_limbs || !on_words           ? first_scaled
-                          : f.exp_width + f.mant_width > 61 ? first_of_bits
-                                                            : first_exact;
+  const std::size_t end = f.exp_width + f.mant_width > 61 ? first_of_bits : first_exact;
   for (const auto rm : modes) {
     IEEEFloat values[] = {
         IEEEFloat(f, rm),           IEEEFloat::max_value(f),

@@ -6,6 +6,7 @@
 #include "zelk/exact/exact.h"
 #include "zelk/float/conversions.h"
 #include "zelk/float/ieee_float.h"
+#include "zelk/float/ratio.h"
 #include "zelk/float/roads.h"
 #include "zelk/float/value_access.h"
 #include "zelk/limbs/limbs.h"
@@ -129,37 +130,44 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
   IEEEFloat x(f, rm);
   const Road road = conversion_road(x.head.kind);
   const Widths w = widths(f);
+  if (road == Road::numbers || !rules::is_direction(rm)) {
+    exact::from_integer(q.get_num(), x.words(), w, rm);
+    if (!q.is_integer()) {
+      IEEEFloat divisor(f, rm);
+      exact::from_integer(q.get_den(), divisor.words(), w, rm);
+      x /= divisor;
+    }
+    return x;
+  }
   const auto direction = static_cast<Direction>(rm);
-  const bool short_road = road != Road::numbers && rules::is_direction(rm);
-  if (q.is_small() && short_road && on_words(road)) [[likely]] {
-    const long n = q.get_num().to_long();
-    const long d = q.get_den().to_long();
+  if (detail::WordParts word{}; on_words(road) && detail::Parts::in_words(q, word)) [[likely]] {
+    const bool fraction = word.den != 1;
     const auto divide = [&](auto s) {
-      const auto rounded = words::from_integer(s, n, direction);
-      return d == 1 ? rounded
-                    : words::div(s, rounded, words::from_integer(s, d, direction), direction);
+      const auto rounded = words::from_integer(s, word.negative, word.num, direction);
+      return fraction ? words::div(s, rounded, words::from_integer(s, false, word.den, direction),
+                                   direction)
+                      : rounded;
     };
     if (road == Road::packed64) {
       x.pattern.words[0] = divide(words::binary64);
     } else {
       with_shape(road, w, x.pattern.words, divide);
     }
-    if (d != 1 && !x.is_generic()) {
+    if (fraction && !x.is_generic()) {
       swflt::float_exception_flags = 0;  // as by the division of packed values
     }
     return x;
   }
-  const auto round = [&](const QNumber& n, IEEEFloat& out) {
-    if (short_road) {
-      limbs::from_integer(n, out.words(), w, direction);
-    } else {
-      exact::from_integer(n, out.words(), w, rm);
-    }
-  };
-  round(q.get_num(), x);
-  if (!q.is_integer()) {
+  const detail::Parts parts(q);
+  if (parts.num.size == 0) {
+    return x;
+  }
+  if (parts.den.is_one() || (limbs::holds(parts.num, w) && limbs::holds(parts.den, w))) {
+    limbs::from_ratio(parts, 0, x.words(), w, direction);
+  } else {
     IEEEFloat divisor(f, rm);
-    round(q.get_den(), divisor);
+    limbs::from_integer(parts.negative, parts.num, x.words(), w, direction);
+    limbs::from_integer(false, parts.den, divisor.words(), w, direction);
     x /= divisor;
   }
   return x;
@@ -172,20 +180,11 @@ IEEEFloat IEEEFloat::from_scaled(const QNumber& q, const QNumber& k, format f, r
     throw error(e.get_msg());
   }
   IEEEFloat x(f, rm);
-  constexpr long far = 1L << 60;
-  if (on_words(conversion_road(x.head.kind)) && rules::is_direction(rm) && q.is_small() &&
-      k.fits_long() && k.to_long() > -far && k.to_long() < far) {
-    const long n = q.get_num().to_long();
-    if (n != 0) {
-      with_shape(x.head.kind.road(), widths(f), x.pattern.words, [&](auto s) {
-        return words::from_ratio(s, n < 0, static_cast<std::uint64_t>(detail::magnitude(n)),
-                                 static_cast<std::uint64_t>(q.get_den().to_long()), k.to_long(),
-                                 static_cast<Direction>(rm));
-      });
-    }
-    return x;
+  const auto in_values = [](auto s) { return s; };
+  if (!rules::is_direction(rm) ||
+      !detail::round_ratio(x, q, k, static_cast<Direction>(rm), in_values)) {
+    exact::from_scaled(q, k, x.words(), widths(f), rm);
   }
-  exact::from_scaled(q, k, x.words(), widths(f), rm);
   return x;
 }
 
@@ -207,12 +206,6 @@ QNumber IEEEFloat::to_number() const {
 QNumber IEEEFloat::number_otherwise() const {
   if (!is_generic() && !head.kind.names_format()) {
     return generic_copy().to_number();
-  }
-  if (is_nan()) {
-    throw error("can't convert NaN to a Number");
-  }
-  if (is_inf()) {
-    throw error("can't convert infinity to a Number");
   }
   const Widths w = widths(get_format());
   return conversion_road(head.kind) == Road::numbers ? exact::to_number(words(), w)

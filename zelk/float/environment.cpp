@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "zelk/float/evaluation.h"
+#include "zelk/float/ratio.h"
 #include "zelk/float/read_text.h"
 
 namespace zelk {
@@ -76,12 +77,6 @@ void require_integer(const QNumber& n, const char* what) {
   }
 }
 
-// Whether an exponent is so small that sums of a few of them are words.
-bool is_near(const QNumber& n) {
-  constexpr long far = 1L << 60;
-  return n.fits_long() && n.to_long() > -far && n.to_long() < far;
-}
-
 }  // namespace
 
 IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n) {
@@ -104,7 +99,7 @@ IEEEFloat Environment::scale(IEEEFloat x, const QNumber& n, format f) {
     return detail::rounded_number(*this, s, o.negative, number->exponent + n.to_long(),
                                   number->sig);
   };
-  if (!(number && is_near(n) && detail::make_in_words(result, round))) {
+  if (!(number && detail::is_near(n) && detail::make_in_words(result, round))) {
     detail::round_to(*this, result, [&](const Target& t) { exact::scale(own, n, t); });
   }
   x = std::move(result);
@@ -117,14 +112,11 @@ namespace {
 
 IEEEFloat make(Environment& env, const QNumber& q, const QNumber& k, const IEEEFloat::format& f) {
   IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
-  const auto round = [&](auto s) {
-    const long n = q.get_num().to_long();
-    return words::from_ratio(
-        detail::in_environment(s, env), n < 0, static_cast<std::uint64_t>(detail::magnitude(n)),
-        static_cast<std::uint64_t>(q.get_den().to_long()), k.to_long(), detail::direction_of(env));
-  };
-  const bool small = q.is_small() && !q.is_zero() && is_near(k);
-  if (!(small && detail::make_in_words(result, round))) {
+  rules::Exceptions exceptions = detail::exceptions_of(env);
+  const auto in_environment = [&](auto s) { return detail::in_environment(s, env); };
+  if (detail::round_ratio(result, q, k, {detail::direction_of(env), &exceptions}, in_environment)) {
+    detail::raise(env, exceptions.flags);
+  } else {
     detail::round_to(env, result, [&](const Target& t) { exact::from_scaled(q, k, t); });
   }
   return result;

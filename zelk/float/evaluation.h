@@ -139,17 +139,12 @@ bool make_in_words(IEEEFloat& out, Make make) {
 }
 
 /// +-sig / 2^127 * 2^exponent rounded to a shape of words, the leading bit of sig in the highest
-/// place and the lowest bit clear.
+/// place and the lowest one sticky.
 template <class S>
 words::Word<S> rounded_number(Environment& env, S shape, bool negative, std::int64_t exponent,
                               words::uint128 sig) {
-  const auto s = in_environment(shape, env);
-  using W = words::Word<S>;
-  return words::round_and_pack(
-      s,
-      words::Unpacked<W>{negative ? sign_bit(s) : W{0}, exponent + words::bias(s) - 1,
-                         words::resized<W>(sig >> 1)},
-      direction_of(env));
+  return words::from_magnitude(in_environment(shape, env), negative, {exponent, sig}, 0,
+                               direction_of(env));
 }
 
 }  // namespace zelk::detail

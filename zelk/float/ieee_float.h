@@ -39,8 +39,8 @@ struct ValueAccess;
 /// exact intermediates would, throw `IEEEFloat::error` "reached limit on float precision".
 /// Arithmetic is defined for e >= 2 and m >= 1.
 ///
-/// Values of up to 128 bits with e <= 62 and a mode that is one of the four allocate nothing (but
-/// `from_scaled` in the few that limbs serve) in construction, copies, arithmetic, comparison,
+/// Values of up to 128 bits with e <= 62 and a mode that is one of the four allocate nothing in
+/// construction, but from numbers of more than 2,000 bits, nor in copies, arithmetic, comparison,
 /// steps and conversions among them; wider ones own their limbs, which assignment between values of
 /// one size and arithmetic use again. Otherwise an operation has on the heap, beside 16 KB, at most
 /// 10 (e + m) bits, of both formats if there are two; `from_ratio` and `from_scaled` of numbers of

@@ -135,8 +135,8 @@ void shift_left(Limb* out, long n, const Limb* w, long size, std::uint64_t k);
 // ---- Quotients ----
 
 /// quotient := X / Y * 2^(64 q - 1) cut off, of q + 1 limbs, where X and Y are x and y divided by
-/// the powers of two that bring them to [1/2, 1); whether a remainder is left. x has at most q
-/// limbs. Changes y, and needs q + 2 y_size limbs of room.
+/// the powers of two that bring them to [1/2, 1); whether a remainder is left. x has less than
+/// q + y_size limbs. Changes y, and needs q + 2 y_size limbs of room.
 bool divide_integers(Limb* quotient, long q, const Limb* x, long x_size, Limb* y, long y_size,
                      Limb* room);
 

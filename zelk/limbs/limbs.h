@@ -8,9 +8,10 @@
 
 #include "zelk/limbs/integers.h"
 #include "zelk/limbs/rounding.h"
-#include "zelk/numbers/qnumber.h"
+#include "zelk/numbers/parts.h"
 #include "zelk/rules/rounding.h"
 #include "zelk/rules/special.h"
+#include "zelk/words/magnitude.h"
 
 namespace zelk::limbs {
 
@@ -111,9 +112,24 @@ rules::Operand operand_of(const Limb* x, rules::Widths f);
 /// \throws std::bad_alloc
 void convert(const Limb* x, rules::Widths from, Limb* out, rules::Widths to, Rounding r);
 
-/// out := the integer n rounded; 0 gives +0.
+/// Whether a format has a value that is this integer, which is not 0, or for its length could have.
+inline bool holds(const detail::Magnitude& n, rules::Widths f) {
+  const auto length = static_cast<unsigned long>(n.bit_length());
+  return length - 1 <= f.mant_width && length >> 1 >> (f.exp_width - 2) == 0;
+}
+
+/// out := the integer +-n, which is not 0, rounded.
 /// \throws std::bad_alloc
-void from_integer(const QNumber& n, Limb* out, rules::Widths f, Rounding r);
+void from_integer(bool negative, const detail::Magnitude& n, Limb* out, rules::Widths f,
+                  Rounding r);
+
+/// out := q * 2^k rounded, q other than 0, |k| below 2^60.
+/// \throws std::bad_alloc
+void from_ratio(const detail::Parts& q, std::int64_t k, Limb* out, rules::Widths f, Rounding r);
+
+/// The magnitude of q, which is not 0, its lowest digit sticky.
+/// \throws std::bad_alloc
+words::Magnitude quotient(const detail::Parts& q);
 
 /// The exact value of a finite pattern.
 /// \throws IEEEFloat::error "reached limit on float precision", std::bad_alloc

@@ -64,10 +64,7 @@ void set_word(mpz_ptr z, bool negative, unsigned long magnitude) noexcept {
 
 // Sets the size of a part whose limbs are written, of which the highest may be 0.
 void finish(mpz_ptr z, std::size_t size, bool negative) noexcept {
-  while (size > 0 && z->_mp_d[size - 1] == 0) {
-    --size;
-  }
-  const int n = static_cast<int>(size);
+  const int n = static_cast<int>(size) - static_cast<int>(z->_mp_d[size - 1] == 0);
   z->_mp_size = negative ? -n : n;
 }
 
@@ -86,9 +83,21 @@ mpq_ptr new_block(std::size_t num_limbs, std::size_t den_limbs) {
 
 void copy_limbs(mpz_srcptr z, mp_limb_t* to) { std::copy_n(mpz_limbs_read(z), mpz_size(z), to); }
 
+// n limbs of 0 to `to`, mostly few: the call that compilers make of it costs more. What is behind.
+mp_limb_t* clear_limbs(mp_limb_t* to, std::size_t n) {
+  if (n > 8) {
+    return std::fill_n(to, n, 0);
+  }
+  for (; n > 0; --n) {
+    *to++ = 0;
+    asm volatile("");
+  }
+  return to;
+}
+
 // To size + k / 64 + 1 limbs, and to size - k / 64.
 void shift_left(const mp_limb_t* limbs, std::size_t size, unsigned long k, mp_limb_t* to) {
-  to = std::fill_n(to, k / 64, 0);
+  to = clear_limbs(to, k / 64);
   mp_limb_t carry = 0;
   for (std::size_t i = 0; i < size; ++i) {
     to[i] = limbs[i] << k % 64 | carry;
@@ -261,11 +270,14 @@ void QNumber::init_scaled(const mp_limb_t* limbs, long n, bool negative, long k)
     return;
   }
   require_bits(shift + 1);
-  const unsigned long twos = limbs[0] % 2 != 0 ? 0 : std::min(mpn_scan1(limbs, 0), shift);
+  // Whether there are any is as good as random to a branch predictor.
+  const unsigned long all_twos =
+      limbs[0] != 0 ? static_cast<unsigned long>(std::countr_zero(limbs[0])) : mpn_scan1(limbs, 0);
+  const unsigned long twos = std::min(all_twos, shift);
   const unsigned long left = shift - twos;
   init_parts(size - twos / 64, left / 64 + 1, [&](mp_limb_t* num_limbs, mp_limb_t* den_limbs) {
     shift_right(limbs, size, twos, num_limbs);
-    *std::fill_n(den_limbs, left / 64, 0) = mp_limb_t{1} << left % 64;
+    *clear_limbs(den_limbs, left / 64) = mp_limb_t{1} << left % 64;
     return negative;
   });
 }

@@ -43,6 +43,8 @@ class QNumber;
 
 namespace detail {
 
+class Parts;
+
 // A call that takes a long would take whatever converts to one, too.
 
 /// What makes a number beside long.
@@ -325,6 +327,7 @@ class ZELK_EXPORT QNumber {
 
  private:
   friend class BVNumber;
+  friend detail::Parts;
   friend bool operator==(const QNumber& a, const QNumber& b);
   friend bool operator<(const QNumber& a, const QNumber& b);
   friend QNumber pow(const QNumber& q, const QNumber& n);

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "zelk/words/arithmetic.h"
+#include "zelk/words/magnitude.h"
 
 namespace zelk::words {
 
@@ -72,32 +73,44 @@ template <Shape From, Shape To>
   return convert_usual(from, to, a, mode, r) ? r : convert_general(from, to, a, mode);
 }
 
-// The integer n, above -2^63, rounded.
+// The integer +-n rounded; 0 gives +0.
 template <Shape S>
-constexpr Word<S> from_integer(S s, std::int64_t n, Direction mode) {
+constexpr Word<S> from_integer(S s, bool negative, std::uint64_t n, Direction mode) {
   if (n == 0) return 0;
-  const auto x = normalize(static_cast<std::uint64_t>(n < 0 ? -n : n));
-  const Word<S> sign = n < 0 ? sign_bit(s) : 0;
-  using Number = Unpacked<Word<S>>;
-  return round_and_pack(s, Number{sign, bias(s) + x.top - 1, resized<Word<S>>(x.sig)}, mode);
+  const std::int64_t top = highest_bit(n);
+  // The leading bit goes to `lead`, one below the highest.
+  const std::uint64_t high = n << (63 - top);
+  Word<S> sig;
+  if constexpr (sizeof(Word<S>) > sizeof n) {
+    sig = double_word(high >> 1, high << 63);
+  } else {
+    sig = high >> 1 | (high & 1);
+  }
+  const Word<S> sign = negative ? sign_bit(s) : 0;
+  return round_and_pack(s, Unpacked<Word<S>>{sign, bias(s) + top - 1, sig}, mode);
 }
 
-// +-n / d * 2^k, n and d not 0 and below 2^63, |k| below 2^61, rounded. Two digits of the quotient,
-// halved so that it is below one, are 127 bits at least; the remainder is sticky.
-template <Shape S>
-Word<S> from_ratio(S s, bool negative, std::uint64_t n, std::uint64_t d, std::int64_t k,
-                   Direction mode) {
+// n / d for n and d other than 0, its lowest digit sticky. Two digits of the quotient, halved so
+// that it is below one, are 127 bits at least.
+inline Magnitude quotient(std::uint64_t n, std::uint64_t d) {
   const int n_zeros = std::countl_zero(n);
   const int d_zeros = std::countl_zero(d);
   const std::uint64_t divisor = d << d_zeros;
-  const Quotient high = divide_word(uint128{n << n_zeros} << 63, divisor);
+  const Quotient high = divide_word(double_word(n << n_zeros, 0) >> 1, divisor);
   const Quotient low = divide_word(double_word(high.rest, 0), divisor);
-  const uint128 quotient = double_word(high.q, low.q) | uint128{low.rest != 0};
-  const int carry = static_cast<int>(high.q >> 63);
-  const uint128 sig = shift_right(quotient, carry) | (quotient & 1);
+  const auto zeros = static_cast<int>(~high.q >> 63);
+  return {d_zeros - n_zeros - zeros,
+          shift_left(double_word(high.q, low.q), zeros) | uint128{low.rest != 0}};
+}
+
+// +-x * 2^k rounded, |k| below 2^61; the lowest digit of x is sticky.
+template <Shape S>
+Word<S> from_magnitude(S s, bool negative, const Magnitude& x, std::int64_t k, Direction mode) {
   const Word<S> sign = negative ? sign_bit(s) : 0;
-  const std::int64_t exp = k + d_zeros - n_zeros + carry + bias(s) - 2;
-  return round_and_pack(s, Unpacked<Word<S>>{sign, exp, resized<Word<S>>(sig)}, mode);
+  return round_and_pack(s,
+                        Unpacked<Word<S>>{sign, x.exponent + k + bias(s) - 1,
+                                          resized<Word<S>>(x.sig >> 1 | (x.sig & 1))},
+                        mode);
 }
 
 }  // namespace zelk::words

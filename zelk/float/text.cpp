@@ -155,13 +155,20 @@ void detail::set_special(IEEEFloat& x, const TextValue& v) {
 }
 
 IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm) {
-  const detail::TextValue v = detail::read_text(text, f);
-  if (v.what == rules::Class::finite) {
-    return from_scaled(v.negative ? -v.magnitude : v.magnitude, v.exponent, f, rm);
+  const auto by_numbers = [&] {
+    const detail::TextValue v = detail::read_text(text, f);
+    if (v.what == rules::Class::finite) {
+      return from_scaled(v.negative ? -v.magnitude : v.magnitude, v.exponent, f, rm);
+    }
+    IEEEFloat x(f, rm);
+    detail::set_special(x, v);
+    return x;
+  };
+  if (!rules::is_direction(rm)) {
+    return by_numbers();
   }
-  IEEEFloat x(f, rm);
-  detail::set_special(x, v);
-  return x;
+  Environment env{static_cast<Rounding>(rm)};
+  return detail::from_literal(text, f, rm, env, by_numbers);
 }
 
 }  // namespace zelk

@@ -90,35 +90,53 @@ inline constexpr long largest_power = sizeof(W) == 8 ? 27 : 55;
 /// error of its power of less than 3, and by cutting off.
 inline constexpr int lost_units = 8;
 
-/// What `estimate` gives where that word is close to a unit of the significand, and of digits that
-/// go on.
+/// Whether a product says that the number is above its upper word and below the next one.
 template <class W>
-[[gnu::noinline]] Estimate<W> estimate_at_border(W w, long q, bool more, const Product<W>& p,
-                                                 std::int64_t exponent) {
-  const bool exact_power = q >= 0 && q <= 2 * largest_power<W>;
-  if (!more && exact_power) return {p.high | W{p.low != 0 || p.rest}, 0, exponent};
-  if (!more && q < 0 && q >= -largest_power<W>) {
-    const W divisor = static_cast<W>(power_of_five(-q) >> (127 - binary_exponent(-q)));
-    if (w % divisor == 0) return exactly(w / divisor, q);
-  }
-  // Any other number is no multiple of a power of two that rounding looks at.
-  const W over{p.low > 0 - W{lost_units}};
-  const W step = more ? W{2} << leading_zeros(w) : W{0};  // more than the unit of w adds
-  return {p.high, 1 + over + step, exponent};
+inline bool is_within_unit(const Product<W>& p) {
+  return p.low - 1 < 0 - W{lost_units} - 1;
+}
+
+/// Whether 5^q is in the table in full.
+template <class W>
+inline bool is_exact_power(long q) {
+  return q >= 0 && q <= 2 * largest_power<W>;
+}
+/// The upper word of a product, with what is below jammed into it.
+template <class W>
+inline W jammed(const Product<W>& p) {
+  return p.high | W{p.low != 0 || p.rest};
+}
+
+/// The exponent of w * 10^q by its product.
+template <class W>
+inline std::int64_t exponent_of(W w, long q, const Product<W>& p) {
+  return binary_exponent(q) + q + std::int64_t{8 * sizeof(W)} - leading_zeros(w) - p.moved;
+}
+
+/// The product of w, moved up, and 5^q.
+template <class W>
+inline Product<W> product(W w, long q) {
+  return times_power(w << leading_zeros(w), q);
 }
 
 /// The number w * 10^q; or, with `more`, one above that and below (w + 1) * 10^q. |q| is no more
 /// than `last_power` for one word, and `last_wide_power` for two.
 template <class W>
-[[gnu::always_inline]] inline Estimate<W> estimate(W w, long q, bool more) {
-  const int zeros = leading_zeros(w);
-  const Product<W> p = times_power(w << zeros, q);
-  const std::int64_t exponent =
-      binary_exponent(q) + q + std::int64_t{8 * sizeof(W)} - zeros - p.moved;
-  if (p.low - 1 >= 0 - W{lost_units} - 1 || more) [[unlikely]] {
-    return estimate_at_border(w, q, more, p, exponent);
+Estimate<W> estimate(W w, long q, bool more) {
+  const Product<W> p = product(w, q);
+  const std::int64_t exponent = exponent_of(w, q, p);
+  if (!more) {
+    if (is_within_unit(p)) return {p.high, 1, exponent};
+    if (is_exact_power<W>(q)) return {jammed(p), 0, exponent};
+    if (q < 0 && q >= -largest_power<W>) {
+      const W divisor = static_cast<W>(power_of_five(-q) >> (127 - binary_exponent(-q)));
+      if (w % divisor == 0) return exactly(w / divisor, q);
+    }
   }
-  return {p.high, 1, exponent};
+  // Any other number is no multiple of a power of two that rounding looks at.
+  const W over{p.low > 0 - W{lost_units}};
+  const W step = more ? W{2} << leading_zeros(w) : W{0};  // more than a unit of w adds
+  return {p.high, 1 + over + step, exponent};
 }
 
 }  // namespace zelk::decimal

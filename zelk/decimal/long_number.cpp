@@ -32,7 +32,7 @@ std::uint64_t DigitReader::take(long n) {
     long run = std::min(n, static_cast<long>(last - p));
     n -= run;
     for (; run >= 8; run -= 8, p += 8) {
-      word = word * 100000000 + eight_digits(load_digits(p, 8));
+      word = word * 100000000 + eight_digits(as_digits(load_characters<std::uint64_t>(p)));
     }
     for (; run > 0; --run, ++p) {
       word = word * 10 + static_cast<unsigned>(*p - '0');

@@ -42,27 +42,36 @@ Literal scan(const char* first, const char* last);
 
 // ---- Eight characters at a time, the first in the lowest byte ----
 
-/// The n characters from p on, at most eight, with zeros above; each changed so that a digit is its
-/// value, and all else is more than 9.
-inline std::uint64_t load_digits(const char* p, std::int64_t n) {
-  const auto load = [](auto word, const char* from) {
-    std::memcpy(&word, from, sizeof word);
-    if constexpr (std::endian::native == std::endian::big) {
-      word = static_cast<decltype(word)>(__builtin_bswap64(word) >> (64 - 8 * sizeof word));
-    }
-    return std::uint64_t{word};
-  };
-  std::uint64_t characters = 0;
-  if (n >= 8) {
-    characters = load(std::uint64_t{}, p);
-  } else if (n >= 4) {  // two halves, which may overlap
-    characters = load(std::uint32_t{}, p) | load(std::uint32_t{}, p + n - 4) << 8 * (n - 4);
-  } else if (n >= 2) {
-    characters = load(std::uint16_t{}, p) | load(std::uint16_t{}, p + n - 2) << 8 * (n - 2);
-  } else if (n == 1) {
-    characters = static_cast<unsigned char>(*p);
+template <class W>
+inline std::uint64_t load_characters(const char* p) {
+  W characters;
+  std::memcpy(&characters, p, sizeof characters);
+  if constexpr (std::endian::native == std::endian::big) {
+    return __builtin_bswap64(characters) >> (64 - 8 * sizeof characters);
   }
-  return characters ^ 0x3030303030303030;
+  return characters;
+}
+
+/// Characters changed so that a digit is its value, and all else is more than 9.
+inline std::uint64_t as_digits(std::uint64_t characters) { return characters ^ 0x3030303030303030; }
+
+/// The characters from p to last, fewer than eight, of a text that starts at first; zeros above.
+inline std::uint64_t load_last(const char* first, const char* p, const char* last) {
+  const std::int64_t n = last - p;
+  if (last - first >= 8) [[likely]] {
+    const std::int64_t others = 4 * (8 - n);  // half of their bits
+    return load_characters<std::uint64_t>(last - 8) >> others >> others;
+  }
+  // Two halves, which may overlap.
+  if (n >= 4) {
+    return load_characters<std::uint32_t>(p) | load_characters<std::uint32_t>(last - 4)
+                                                   << 8 * (n - 4);
+  }
+  if (n >= 2) {
+    return load_characters<std::uint16_t>(p) | load_characters<std::uint16_t>(last - 2)
+                                                   << 8 * (n - 2);
+  }
+  return n == 1 ? load_characters<unsigned char>(p) : 0;
 }
 
 /// How many of eight characters are digits before the first that is none.
@@ -80,6 +89,68 @@ inline std::uint64_t eight_digits(std::uint64_t digits) {
   constexpr std::uint64_t hundred = 100 + (1000000ULL << 32);
   constexpr std::uint64_t one = 1 + (10000ULL << 32);
   return ((digits & mask) * hundred + (digits >> 16 & mask) * one) >> 32;
+}
+
+// ---- Decimals ----
+
+/// Passes the digits from p on, which go to the end of `word`, modulo 2^64.
+inline const char* take_digits(const char* first, const char* p, const char* last,
+                               std::uint64_t& word) {
+  static constexpr std::uint64_t powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
+  std::uint64_t digits = 0;
+  for (; last - p >= 8; p += 8) {
+    digits = as_digits(load_characters<std::uint64_t>(p));
+    if (leading_digits(digits) < 8) break;
+    word = word * 100000000 + eight_digits(digits);
+  }
+  if (last - p < 8) digits = as_digits(load_last(first, p, last));
+  const int n = leading_digits(digits);
+  const int others = 4 * (8 - n);
+  word = word * powers[n] + eight_digits(digits << others << others);
+  return p + n;
+}
+
+inline bool is_digit(char c) { return static_cast<unsigned char>(c - '0') <= 9; }
+
+/// Passes an exponent after the letter at p, which is added to another one, if there is one.
+inline const char* take_exponent(const char* p, const char* last, char letter,
+                                 std::int64_t& exponent) {
+  constexpr std::int64_t largest = std::int64_t{1} << 62;
+  if (p == last || (*p | 0x20) != letter) return p;
+  const char* digits = p + 1;
+  const bool negative = digits != last && *digits == '-';
+  digits += digits != last && (negative || *digits == '+') ? 1 : 0;
+  if (digits == last || !is_digit(*digits)) return p;
+  std::int64_t n = 0;
+  for (; digits != last && is_digit(*digits); ++digits) {
+    n = n > (largest - 9) / 10 ? largest : 10 * n + (*digits - '0');
+  }
+  exponent += negative ? -n : n;
+  return digits;
+}
+
+/// A literal from its sign on, as a decimal one; none, with a count of 0, if it has no digits.
+inline Literal scan_decimal(const char* first, const char* last) {
+  Literal x{Form::decimal, false, first, nullptr, nullptr, 0, 0, 0};
+  const char* p = first;
+  if (p != last && (*p == '-' || *p == '+')) {
+    x.negative = *p == '-';
+    ++p;
+  }
+  x.first = p;
+  for (; p != last && is_digit(*p); ++p) {
+    x.word = x.word * 10 + static_cast<unsigned>(*p - '0');
+  }
+  x.count = p - x.first;
+  if (p != last && *p == '.') {
+    const char* const fraction = p + 1;
+    p = take_digits(first, fraction, last, x.word);
+    x.exponent = fraction - p;
+    x.count -= x.exponent;
+  }
+  x.last = p;
+  x.end = take_exponent(p, last, 'e', x.exponent);
+  return x;
 }
 
 }  // namespace zelk::decimal

@@ -88,7 +88,7 @@ constexpr bool is_in_table(std::int64_t q, long last) { return q >= -last && q <
 
 // Any number other than 0.
 template <class S>
-[[gnu::noinline]] words::Word<S> round_otherwise(S shape, Environment& env, const Literal& x) {
+words::Word<S> round_literal(S shape, Environment& env, const Literal& x) {
   const std::int64_t m = words::kept_width(shape);
   if (x.form == Form::decimal) {
     const LeadingDigits digits = leading_digits(x);
@@ -109,19 +109,6 @@ template <class S>
   return round(shape, env, x.negative, upper_words(significand_of(x, f, space)));
 }
 
-template <class S>
-words::Word<S> round_literal(S shape, Environment& env, const Literal& x) {
-  if constexpr (sizeof(words::Word<S>) == 8) {
-    if (x.fits_word() && is_in_table(x.exponent, decimal::last_power)) [[likely]] {
-      auto estimate = decimal::estimate(x.word, x.exponent, false);
-      if (settle(estimate, words::kept_width(shape))) [[likely]] {
-        return round(shape, env, x.negative, estimate);
-      }
-    }
-  }
-  return round_otherwise(shape, env, x);
-}
-
 // ---- Into any format ----
 
 bool is_zero(const Literal& x) { return x.fits_word() ? x.word == 0 : x.count == 0; }
@@ -137,63 +124,86 @@ void round_to_limbs(Environment& env, const Literal& x, IEEEFloat& out) {
   detail::raise(env, exceptions.flags);
 }
 
-}  // namespace
-
-bool detail::read_literal(const Literal& x, IEEEFloat& out, Environment& env) {
-  const Road road = has_short_roads ? ValueAccess::kind(out).road() : Road::numbers;
-  if (road == Road::numbers || ValueAccess::is_foreign(out) ||
-      x.end - x.first > static_cast<long>(max_bits / 4))
-    return false;
+// Any literal, its road being one of words or that of limbs.
+[[gnu::noinline]] void read_literal(const Literal& x, IEEEFloat& out, Environment& env) {
   if (x.form == Form::infinity || x.form == Form::nan || is_zero(x)) {
     const Class what = x.form == Form::infinity ? Class::infinite
                        : x.form == Form::nan    ? Class::nan
                                                 : Class::zero;
-    set_special(out, {what, x.negative, 0, 0});
-    return true;
+    detail::set_special(out, {what, x.negative, 0, 0});
+    return;
   }
-  Pattern& pattern = ValueAccess::pattern(out);
-  const auto store = [&](auto place) {
-    using Place = decltype(place);
-    const auto s = Place::shape(widths(out.get_format()));
-    Place::store(s, round_literal(s, env, x), pattern);
-  };
-  switch (road) {
-    case Road::limbs:
-      round_to_limbs(env, x, out);
-      break;
-    case Road::quad:
-      store(Quad());
-      break;
-    case Road::double_word:
-      store(TwoWords());
-      break;
-    case Road::packed32:
-      store(FixedWord<words::FixedShape<8, 23>>());
-      break;
-    case Road::packed64:
-      store(FixedWord<words::FixedShape<11, 52>>());
-      break;
-    default:
-      store(OneWord<words::RuntimeShape>());
+  const auto round_it = [&](auto s) { return round_literal(s, env, x); };
+  if (!detail::make_in_words(out, round_it)) {
+    round_to_limbs(env, x, out);
   }
-  return true;
+}
+
+// out := the number that a text begins with, if it is a decimal whose digits fit a word; else null
+// is returned.
+template <class Place>
+[[gnu::always_inline]] inline const char* read_short(Place /*place*/, const char* first,
+                                                     const char* last, bool whole, IEEEFloat& out,
+                                                     Environment& env) {
+  const Literal x = decimal::scan_decimal(first, last);
+  // What begins with "0x" is 0 so far.
+  if (x.word == 0 || !x.fits_word() || !is_in_table(x.exponent, decimal::last_power) ||
+      (whole && x.end != last)) [[unlikely]] {
+    return nullptr;
+  }
+  const decimal::Product<std::uint64_t> p = decimal::product(x.word, x.exponent);
+  if (!is_within_unit(p) && !decimal::is_exact_power<std::uint64_t>(x.exponent)) [[unlikely]] {
+    read_literal(Literal(x), out, env);
+    return x.end;
+  }
+  const auto s = Place::shape(detail::widths(out.get_format()));
+  const Estimate<std::uint64_t> e{jammed(p), 0, exponent_of(x.word, x.exponent, p)};
+  Place::store(s, round(s, env, x.negative, e), ValueAccess::pattern(out));
+  return x.end;
+}
+
+}  // namespace
+
+detail::Prefix detail::read_prefix(const char* first, const char* last, bool whole, IEEEFloat& x,
+                                   Environment& env) {
+  const Kind kind = ValueAccess::kind(x);
+  const char* end = nullptr;
+  if (has_short_roads && kind == Kind::packed64()) {
+    end = read_short(FixedWord<words::FixedShape<11, 52>>(), first, last, whole, x, env);
+  } else if (has_short_roads && kind == Kind::packed32()) {
+    end = read_short(FixedWord<words::FixedShape<8, 23>>(), first, last, whole, x, env);
+  } else if (has_short_roads && kind.is_one_word()) {
+    end = read_short(OneWord<words::RuntimeShape>(), first, last, whole, x, env);
+  }
+  if (end != nullptr) [[likely]] {
+    return {end, true};
+  }
+  const Literal literal = decimal::scan(first, last);
+  const bool by_numbers = !has_short_roads || kind.road() == Road::numbers ||
+                          ValueAccess::is_foreign(x) ||
+                          static_cast<unsigned long>(literal.end - first) > max_bits / 4;
+  if (literal.form == Form::none || by_numbers || (whole && literal.end != last)) {
+    return {literal.end, false};
+  }
+  read_literal(literal, x, env);
+  return {literal.end, true};
 }
 
 std::from_chars_result from_chars(const char* first, const char* last, IEEEFloat& x,
                                   Environment& env) {
   detail::require_one_format(env, x);
-  const Literal number = decimal::scan(first, last);
-  if (number.form == Form::none) {
+  const detail::Prefix prefix = detail::read_prefix(first, last, false, x, env);
+  if (prefix.end == first) {
     return {first, std::errc::invalid_argument};
   }
-  if (!detail::read_literal(number, x, env)) {
-    IEEEFloat value = env.from_text({first, number.end}, x.get_format());
+  if (!prefix.is_read) {
+    IEEEFloat value = env.from_text({first, prefix.end}, x.get_format());
     value.self_specialize_repr(IEEEFloat::REPR_GENERIC);
     value.self_specialize_repr(x.get_repr());
     value.set_mode(x.get_mode());
     x = std::move(value);
   }
-  return {number.end, std::errc()};
+  return {prefix.end, std::errc()};
 }
 
 }  // namespace zelk

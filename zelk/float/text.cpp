@@ -168,7 +168,7 @@ IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm
     return by_numbers();
   }
   Environment env{static_cast<Rounding>(rm)};
-  return detail::from_literal(text, f, rm, env, by_numbers);
+  return detail::read_whole(text, f, rm, env, by_numbers);
 }
 
 }  // namespace zelk

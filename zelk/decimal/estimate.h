@@ -63,13 +63,14 @@ struct Product {
 
 inline Product<std::uint64_t> times_power(std::uint64_t w, long q) {
   const uint128 power = power_of_five(q);
-  const uint128 low = uint128{w} * words::low_word(power);
-  uint128 p = uint128{w} * words::high_word(power) + words::high_word(low);
-  std::uint64_t rest = words::low_word(low);
-  const int zeros = static_cast<int>(~words::high_word(p) >> 63);
-  p = p << zeros | (rest >> 63 & static_cast<unsigned>(zeros));
-  rest <<= zeros;
-  return {words::high_word(p), words::low_word(p), rest != 0, zeros};
+  const uint128 lower = uint128{w} * words::low_word(power);
+  const uint128 upper = uint128{w} * words::high_word(power) + words::high_word(lower);
+  const std::uint64_t rest = words::low_word(lower);
+  const std::uint64_t low = words::low_word(upper);
+  const std::uint64_t high = words::high_word(upper);
+  const std::uint64_t zeros = ~high >> 63;  // 0 or 1
+  return {high << zeros | (low >> 63 & zeros), low << zeros | (rest >> 63 & zeros),
+          rest << zeros != 0, static_cast<int>(zeros)};
 }
 
 inline Product<uint128> times_power(uint128 w, long q) {

@@ -139,8 +139,8 @@ void round_to_limbs(Environment& env, const Literal& x, IEEEFloat& out) {
   }
 }
 
-// out := the number that a text begins with, if it is a decimal whose digits fit a word; else null
-// is returned.
+// out := the number that a text begins with, if it is a decimal that one product decides; where it
+// ends, else null.
 template <class Place>
 [[gnu::always_inline]] inline const char* read_short(Place /*place*/, const char* first,
                                                      const char* last, bool whole, IEEEFloat& out,
@@ -153,8 +153,7 @@ template <class Place>
   }
   const decimal::Product<std::uint64_t> p = decimal::product(x.word, x.exponent);
   if (!is_within_unit(p) && !decimal::is_exact_power<std::uint64_t>(x.exponent)) [[unlikely]] {
-    read_literal(Literal(x), out, env);
-    return x.end;
+    return nullptr;
   }
   const auto s = Place::shape(detail::widths(out.get_format()));
   const Estimate<std::uint64_t> e{jammed(p), 0, exponent_of(x.word, x.exponent, p)};

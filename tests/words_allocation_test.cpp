@@ -2,6 +2,7 @@
 // has one test, before which it calls nothing of the library, and counts malloc, calloc and
 // realloc, whoever calls them: the standard library, GMP, the loader.
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "tests/support.h"
@@ -73,6 +74,19 @@ static void call_all(Format f, Format g, IEEEFloat::Repr repr) {
   }
 }
 
+// Texts of up to 800 characters: those that words decide, and those that take the longest integers.
+static void read_all(const std::vector<std::string>& texts, Format f) {
+  IEEEFloat x(f, modes[0]);
+  for (const std::string& text : texts) {
+    zelk::Environment env{static_cast<zelk::Rounding>(text.size() % 6)};
+    const unsigned long before = allocations;
+    from_chars(text.data(), text.data() + text.size(), x, env);
+    x = env.from_text(text, f);
+    x = IEEEFloat::from_text(text, f, modes[1]);
+    ASSERT_EQ(allocations, before) << text << name(x);
+  }
+}
+
 TEST(WordsAllocation, ThereIsNone) {
 #if defined(HEAP_IS_TAKEN) || defined(ZELK_REFERENCE_ONLY)  // the reference computes in scratch
   GTEST_SKIP();
@@ -81,8 +95,16 @@ TEST(WordsAllocation, ThereIsNone) {
   std::ranges::copy_if(wide_formats, std::back_inserter(formats), [](Format f) {
     return f.exp_width <= 62 && f.exp_width + f.mant_width < 128;
   });
+  std::vector<std::string> texts = {
+      "-inf", "nan", "0.1", "1", "0x1.8p-3", "1e4931", "0x1." + std::string(790, 'a') + "p-9"};
+  for (const char* exponent : {"", "e-9", "e9", "e-790", "e-4900", "e-5700", "e4100", "e-999999"}) {
+    texts.push_back(std::string(790, '7') + exponent);
+    texts.push_back("0." + std::string(400, '0') + std::string(390, '3') + exponent);
+    texts.push_back("5" + std::string(788, '0') + '1' + exponent);
+  }
   const unsigned long before = allocations;
   for (const Format f : formats) {
+    if (f.exp_width <= 15) read_all(texts, f);
     for (const Format g : formats) {
       call_all(f, g, IEEEFloat::get_best_repr(f));
       call_all(f, g, IEEEFloat::REPR_GENERIC);

@@ -88,7 +88,17 @@ struct ValueAccess {
   static IEEEFloat::Repr repr_like(const IEEEFloat& x, const IEEEFloat::format& f) {
     return f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);
   }
-  /// +0 in format f, in that representation, with x's mode.
+  /// +0 in format f, in the best representation.
+  static IEEEFloat zero(const IEEEFloat::format& f, IEEEFloat::rounding_mode rm) {
+    if (const bool is64 = f == IEEEFloat::format{11, 52}; is64 || f == IEEEFloat::format{8, 23}) {
+      IEEEFloat x;
+      x.set_mode(rm);
+      x.set_word(0, f, is64 ? Kind::packed64() : Kind::packed32());
+      return x;
+    }
+    return {f, rm};
+  }
+  /// +0 in format f, like x if that has the format, else in the best representation; x's mode.
   static IEEEFloat zero_like(const IEEEFloat& x, const IEEEFloat::format& f) {
     return {f, repr_like(x, f), x.get_mode()};
   }

@@ -170,8 +170,9 @@ TEST(ReadText, HexadecimalIsExact) {
       std::string text = digits.get_str(i % 2 == 0 ? 16 : -16);
       const unsigned long place = random.below(text.size() + 1);
       text.insert(text.size() - place, ".");
-      text = (i % 2 == 0 ? "0x00" : "-0X") + text + (i % 3 == 0 ? 'P' : 'p') +
-             std::to_string(k + 4 * static_cast<long>(place));
+      text.insert(0, i % 2 == 0 ? "0x00" : "-0X");
+      text += i % 3 == 0 ? 'P' : 'p';
+      text += std::to_string(k + 4 * static_cast<long>(place));
       Environment env = setting_of(i / 2);
       const std::string got = read(text, f, env);
       const IEEEFloat x = env.from_scaled(QNumber(i % 2 == 0 ? digits : -digits, 1), k, f);

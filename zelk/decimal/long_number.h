@@ -28,7 +28,7 @@ struct Significand {
 /// grows with the digits, and with the logarithm of the exponent.
 /// \throws IEEEFloat::error "reached limit on float precision" for a number within the range of the
 ///   format whose digits or power of five pass `max_bits`; std::bad_alloc.
-Significand significand_of(const Literal& x, rules::Widths f, Workspace& space);
+Significand significand_of(const Literal& literal, rules::Widths f, Workspace& space);
 
 // ---- Digits ----
 

@@ -132,7 +132,8 @@ struct Term {
     const std::string_view rest = text.substr(position);
     std::size_t longest = 0;
     for (const std::string_view& word : words) {
-      const auto end = std::mismatch(word.begin(), word.end(), rest.begin(), rest.end()).first;
+      const auto* const end =
+          std::mismatch(word.begin(), word.end(), rest.begin(), rest.end()).first;
       if (end == word.end()) {
         position += word.size();
         return static_cast<std::size_t>(&word - words.begin());
@@ -145,7 +146,7 @@ struct Term {
   // Passes characters of a set, one at least.
   std::string take_all(std::string_view characters) {
     const std::size_t end = std::min(text.find_first_not_of(characters, position), text.size());
-    const std::string taken(text.substr(position, end - position));
+    std::string taken(text.substr(position, end - position));
     position = end;
     if (taken.empty()) {
       refuse();

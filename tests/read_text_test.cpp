@@ -58,6 +58,13 @@ static std::string round(const mpz_class& digits, long k, Format f, Environment 
       << (text) << " into (" << (f).exp_width << ',' << (f).mant_width << ") rounding " \
       << static_cast<int>((env).rounding)
 
+// digits * 10^k with a point before the last `place` digits.
+static std::string spelled(std::string digits, unsigned long place, long k) {
+  digits.insert(digits.size() - place, ".");
+  const long exponent = k + static_cast<long>(place);
+  return digits + (k % 2 == 0 ? "e" : exponent < 0 ? "E" : "E+") + std::to_string(exponent);
+}
+
 // log10 of the largest value, or what is tried of it.
 static long reach(Format f) {
   return f.exp_width > 15 ? 700 : (1L << (f.exp_width - 1)) * 30103 / 100000 + 1;
@@ -79,10 +86,7 @@ TEST(ReadText, DecimalsAreRoundedOnce) {
       const long k = random.below(6) == 0 ? -static_cast<long>(random.below(60)) : point;
       // The point goes somewhere, behind zeros now and then.
       text.insert(0, random.below(3) * 9, '0');
-      const unsigned long place = random.below(text.size() + 1);
-      text.insert(text.size() - place, ".");
-      text += (i % 2 == 0 ? "e" : "E+") + std::to_string(k + static_cast<long>(place));
-      if (const auto two = text.find("+-"); two != std::string::npos) text.erase(two, 1);
+      text = spelled(text, random.below(text.size() + 1), k);
       const bool negative = random.below(2) == 0;
       ASSERT_READ((negative ? "-" : "+") + text, negative ? -digits : digits, k, f, setting_of(i));
     }
@@ -151,10 +155,26 @@ TEST(ReadText, TheLastDigitDecides) {
       const auto added = static_cast<long>(more);
       const mpz_class there = digits * power_of(10, added);
       const Environment env = setting_of(random.below(48));
-      const std::string exponent = 'e' + std::to_string(-places - added);
       for (const int change : {-1, 0, 1}) {
         const mpz_class n = there + change;
-        ASSERT_READ(n.get_str() + exponent, n, -places - added, f, env);
+        const unsigned long place = random.below(n.get_str().size() + 1);
+        ASSERT_READ(spelled(n.get_str(), place, -places - added), n, -places - added, f, env);
+      }
+    }
+  }
+}
+
+// Where the powers of five that tables have end, and those that are exact.
+TEST(ReadText, AtTheEndsOfTables) {
+  for (const Format f : {Format{11, 52}, {15, 48}, {15, 112}, {17, 100}, {20, 318}}) {
+    for (const long end :
+         {0, 27, 28, 54, 55, 56, 110, 111, 382, 400, 401, 5062, 5081, 5100, 5101}) {
+      for (const long k : {end - 1, end, -end, 1 - end}) {
+        for (const char* text : {"1", "7", "1234567890123456789", "98765432109876543210",
+                                 "12345678901234567890123456789012345678",
+                                 "7000000000000000000000000000000000000001"}) {
+          ASSERT_READ(spelled(text, 1, k), mpz_class(text), k, f, setting_of(12));
+        }
       }
     }
   }

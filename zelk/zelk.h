@@ -8,6 +8,7 @@
 #include "zelk/float/formats.h"
 #include "zelk/float/functions.h"
 #include "zelk/float/ieee_float.h"
+#include "zelk/float/text.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/qnumber.h"
 #include "zelk/swflt/swflt.h"

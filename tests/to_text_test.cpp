@@ -283,6 +283,63 @@ TEST(ToText, WideFormatsAreThoseOfMpfr) {
   }
 }
 
+// The largest denominator below a limit of a fraction close to x: that many times x is close to an
+// integer (continued fractions).
+static mpz_class denominator(const mpq_class& x, const mpz_class& limit) {
+  mpz_class n = x.get_num(), d = x.get_den(), before = 1, q = 0;
+  while (d != 0) {
+    const mpz_class a = n / d, next = a * q + before, rest = n - a * d;
+    if (next >= limit) break;
+    before = q, q = next;
+    n = d, d = rest;
+  }
+  return q;
+}
+
+// Values whose midpoint to the next one is very close to a short decimal number, and values very
+// close to one, or to the middle of two.
+TEST(ToText, HardCasesAreDecidedExactly) {
+  Random random;
+  for (const Format f :
+       {Format{5, 10}, {8, 23}, {11, 52}, {15, 48}, {15, 112}, {15, 190}, {17, 236}}) {
+    const Layout t(f);
+    for (unsigned long i = 0; i < rounds() / (f.exp_width > 11 ? 50 : 10); ++i) {
+      // The exponent of the last place, and a decimal place.
+      const unsigned long fields = std::min(1UL << f.exp_width, 24000UL);
+      const mpz_class field = t.inf / t.hidden / 2 - fields / 2 + random.below(fields);
+      if (field < 1) continue;
+      if (field * t.hidden >= t.inf) continue;
+      const long k = t.exponent(field * t.hidden);
+      const auto scale = [&](long p) -> mpq_class {
+        return (k < 0 ? mpq_class(1, pow2(static_cast<unsigned long>(-k)))
+                      : mpq_class(pow2(static_cast<unsigned long>(k)))) /
+               power_of_ten(p);
+      };
+      const long last = decade(scale(0));
+      const bool middle = random.below(2) == 0;  // of this value and the next
+      const long p = middle ? last : last + static_cast<long>(random.below(f.mant_width / 3 + 1));
+      const mpq_class unit = middle || random.below(2) == 0 ? mpq_class(scale(p) / 2) : scale(p);
+      const mpz_class least = middle ? mpz_class(2 * t.hidden) : t.hidden;
+      const mpz_class q = denominator(unit, 2 * least);
+      mpz_class n = (least + q - 1) / q;
+      n = q * (n % 2 == 0 && n > 1 ? mpz_class(n + 1) : n);  // an odd multiple
+      if (n >= 2 * least || (middle && n % 2 == 0)) continue;
+      if (middle) n /= 2;
+      const mpz_class pattern = field * t.hidden + n - t.hidden;
+      const IEEEFloat x = IEEEFloat::from_bits(QNumber(pattern, 1), f);
+      ASSERT_EQ(to_shortest(x), shortest(t, pattern)) << name(x);
+      const mpq_class v = t.value(pattern);
+      for (const Rounding r : roundings) {
+        long place = p, digits = decade(v) - p + 1;
+        if (digits < 1) break;
+        mpz_class d = rounded(v, place, r);
+        if (d == power_of_ten(digits)) d /= 10, ++place;
+        ASSERT_EQ(to_scientific(x, digits, r), with_exponent(d.get_str(), place)) << name(x);
+      }
+    }
+  }
+}
+
 TEST(ToText, SpecialValuesAndPatterns) {
   const auto at = [](Format f, const char* pattern) {
     return IEEEFloat::from_encoding(QNumber(mpz_class(pattern, 16), 1), f);

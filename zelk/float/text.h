@@ -1,13 +1,77 @@
-// Values as text.
+// Values as text: decimal, hexadecimal, the terms of SMT-LIB, patterns; as strings or into a range
+// of characters.
+//
+// Every text but the rounded ones reads back as the value it was made of. Infinities and NaNs are
+// "inf", "-inf" and "nan" but for `to_smtlib`; a zero keeps its sign. Formats without an exponent,
+// which have no values, are written as zeros. A value's stored mode plays no part.
 #ifndef ZELK_FLOAT_TEXT_H_
 #define ZELK_FLOAT_TEXT_H_
 
 #include <charconv>
+#include <string>
 
 #include "zelk/base/export.h"
 #include "zelk/float/environment.h"
+#include "zelk/float/ieee_float.h"
 
 namespace zelk {
+
+// Everything below throws IEEEFloat::error "reached limit on float precision" for a text of more
+// than `max_bits` characters, for a format whose patterns pass that limit, and for decimal digits
+// of a number that passes it, as `to_number` does: before anything is built. A rounding that is
+// none of the six is "bad rounding mode: <n>", whatever the value.
+
+/// The fewest digits D for which D * 10^p, read to nearest-even in x's format, is x; of those the
+/// closest to x, of two as close the even one. Written plain, "0.001", or with an exponent,
+/// "1e-05", whichever is shorter, plain when both are as long; a plain integer has the digits of
+/// the value, where D has fewer: "65504". The text that `std::to_chars` gives for the numbers of
+/// binary32 and binary64.
+ZELK_EXPORT std::string to_shortest(const IEEEFloat& x);
+
+/// All digits of x, in the shorter of the two spellings.
+ZELK_EXPORT std::string to_exact(const IEEEFloat& x);
+
+/// \{
+/// x rounded to `digits` significant digits, "1.50e+00" being three, or to `places` digits after
+/// the point, "1.50" being two. Rounded to odd, it is the neighbour whose last written digit is
+/// odd. A value that rounds to 0 keeps its sign, "-0.00".
+/// \throws IEEEFloat::error "bad number of digits: <n>" for less than one digit, less than no
+///   place.
+ZELK_EXPORT std::string to_scientific(const IEEEFloat& x, long digits,
+                                      Rounding rounding = Rounding::nearest_even);
+ZELK_EXPORT std::string to_fixed(const IEEEFloat& x, long places,
+                                 Rounding rounding = Rounding::nearest_even);
+/// \}
+
+/// x in hexadecimal digits, exactly and with no more than that takes, after a leading 1:
+/// "0x1.8p-3"; subnormals too. Zero is "0x0p+0".
+ZELK_EXPORT std::string to_hex(const IEEEFloat& x);
+/// The same rounded to `digits` digits, the leading one included, and padded: "0x1.80p-3" has
+/// three.
+/// \throws IEEEFloat::error "bad number of digits: <n>" for less than one.
+ZELK_EXPORT std::string to_hex(const IEEEFloat& x, long digits,
+                               Rounding rounding = Rounding::nearest_even);
+
+/// x as SMT-LIB writes it, the widths in its count: "(fp #b0 #b01111 #b1000000000)", "(_ NaN 5
+/// 11)", "(_ +oo 5 11)", "(_ -zero 5 11)".
+ZELK_EXPORT std::string to_smtlib(const IEEEFloat& x);
+
+/// The pattern, "0x3C00", with as many digits as patterns of the format need.
+ZELK_EXPORT std::string to_bits_text(const IEEEFloat& x);
+
+/// Writes what `to_shortest` gives to [first, last), without a 0 at its end; `ptr` is the end of
+/// the text. Where there is no room for it, `ec` is `std::errc::value_too_large`, `ptr` is last,
+/// and what the room holds is not specified. The room may be empty, and null. Nothing is allocated
+/// for formats of up to 128 bits with e <= 15, here and below.
+ZELK_EXPORT std::to_chars_result to_chars(char* first, char* last, const IEEEFloat& x);
+
+/// The same for x rounded to a precision, as printf counts it: digits after the point for
+/// `scientific`, `fixed` and `hex`; for `general`, significant ones without the zeros at their end,
+/// in the form that %g chooses, a precision of 0 being 1. A negative precision is 6, for `hex` all
+/// digits there are. Hexadecimal is spelled as by `to_hex`.
+ZELK_EXPORT std::to_chars_result to_chars(char* first, char* last, const IEEEFloat& x,
+                                          std::chars_format form, int precision,
+                                          Rounding rounding = Rounding::nearest_even);
 
 /// Reads the longest prefix of [first, last) that is a number as `Environment::from_text` takes
 /// them, but for fractions and the terms of SMT-LIB, into x's format: x becomes the number rounded

@@ -1,0 +1,376 @@
+// Values as text, against rationals, the C++ and the C library and MPFR, and back again.
+#ifdef __SSE__
+#include <xmmintrin.h>
+#endif
+
+#include <cfenv>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+#include "tests/mpfr_oracle.h"
+#include "zelk/float/native.h"
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+using zelk::Rounding;
+
+static constexpr Rounding roundings[] = {Rounding::nearest_even,    Rounding::toward_zero,
+                                         Rounding::toward_positive, Rounding::toward_negative,
+                                         Rounding::nearest_away,    Rounding::to_odd};
+
+static mpq_class power_of_ten(long n) {
+  const mpz_class p('1' + std::string(static_cast<std::size_t>(std::abs(n)), '0'));
+  return n < 0 ? mpq_class(1, p) : mpq_class(p);
+}
+
+// The multiple of 10^p that v is rounded to, in these multiples.
+static mpz_class rounded(const mpq_class& v, long p, Rounding r) {
+  const mpq_class q = abs(v) / power_of_ten(p);
+  const mpz_class n = q.get_num() / q.get_den();
+  const mpq_class rest = q - n;
+  const int half = cmp(rest, mpq_class(1, 2));
+  const bool odd = n % 2 != 0;
+  const bool up = r == Rounding::nearest_even      ? half > 0 || (half == 0 && odd)
+                  : r == Rounding::nearest_away    ? half >= 0
+                  : r == Rounding::to_odd          ? rest != 0 && !odd
+                  : r == Rounding::toward_positive ? rest != 0 && v > 0
+                  : r == Rounding::toward_negative ? rest != 0 && v < 0
+                                                   : false;
+  return n + static_cast<int>(up);
+}
+
+// floor(log10(v)) for v > 0.
+static long decade(const mpq_class& v) {
+  long d = static_cast<long>(mpz_sizeinbase(v.get_num_mpz_t(), 10)) -
+           static_cast<long>(mpz_sizeinbase(v.get_den_mpz_t(), 10)) + 2;
+  while (power_of_ten(d) > v) --d;
+  return d;
+}
+
+static std::string plain(std::string digits, long p) {
+  if (p >= 0) return digits + std::string(static_cast<std::size_t>(p), '0');
+  const auto places = static_cast<std::size_t>(-p);
+  if (digits.size() <= places) digits.insert(0, places + 1 - digits.size(), '0');
+  return digits.insert(digits.size() - places, ".");
+}
+
+static std::string with_exponent(std::string digits, long p) {
+  const long exponent = p + static_cast<long>(digits.size()) - 1;
+  if (digits.size() > 1) digits.insert(1, ".");
+  const std::string size = std::to_string(std::abs(exponent));
+  return digits + (exponent < 0 ? "e-" : "e+") + (size.size() < 2 ? "0" : "") + size;
+}
+
+// Rounded to so many hexadecimal places.
+static std::string hexadecimal(const mpq_class& v, long places, Rounding r) {
+  long top = decade(abs(v)) + 1;
+  top *= top < 0 ? 3 : 4;
+  const auto unit = [&] {
+    const long k = top - 4 * places;
+    const mpz_class power = pow2(static_cast<unsigned long>(std::abs(k)));
+    return k < 0 ? mpq_class(1, power) : mpq_class(power);
+  };
+  while (abs(v) < unit() * pow2(static_cast<unsigned long>(4 * places))) --top;
+  mpz_class d = rounded(mpq_class(v / unit()), 0, r);
+  if (d == 2 * pow2(static_cast<unsigned long>(4 * places))) d /= 2, ++top;
+  std::string digits = d.get_str(16);
+  if (places > 0) digits.insert(1, ".");
+  return "0x" + digits + (top < 0 ? "p" : "p+") + std::to_string(top);
+}
+
+// By the definition: every D of n digits next to v, from one digit on.
+static std::string shortest(const mpq_class& v, const mpq_class& low, const mpq_class& high,
+                            bool closed) {
+  for (long n = 1, top = decade(v);; ++n) {
+    mpz_class best;
+    long at = 0;
+    mpq_class distance = -1;
+    for (long p = top - n; p <= top - n + 2; ++p) {
+      for (int i = 0; i < 2; ++i) {
+        const mpz_class d = rounded(v, p, Rounding::toward_zero) + i;
+        const mpq_class x = d * power_of_ten(p), away = abs(x - v);
+        if (static_cast<long>(d.get_str().size()) != n || d == 0 || x < low || x > high) continue;
+        if (!closed && (x == low || x == high)) continue;
+        if (distance < 0 || away < distance || (away == distance && d % 2 == 0)) {
+          best = d, at = p, distance = away;
+        }
+      }
+    }
+    if (distance < 0) continue;
+    const std::string a = plain(best.get_str(), at), b = with_exponent(best.get_str(), at);
+    return a.size() > b.size() ? b : at > 0 ? v.get_num().get_str() : a;
+  }
+}
+
+// What decides where a value ends, for those of a format without a sign.
+static std::string shortest(const Layout& t, const mpz_class& p) {
+  const mpq_class v = t.value(p);
+  const mpq_class above = t.value(p + 1);  // of the largest, as if there were one more exponent
+  return shortest(v, (v + t.value(p - 1)) / 2, (v + above) / 2, p % 2 == 0);
+}
+
+static std::string read_back(const std::string& text, Format f) {
+  return name(IEEEFloat::from_text(text, f, modes[0]));
+}
+
+// The room of a text, to the character: the address sanitizer knows where it ends.
+static std::string in_every_room(const std::string& want, auto write) {
+  for (std::size_t size = want.size() > 70 ? want.size() - 1 : 0;; ++size) {
+    const std::unique_ptr<char[]> room(new char[size]);
+    const auto [end, error] = write(room.get(), room.get() + size);
+    if (error == std::errc()) {
+      EXPECT_EQ(size, want.size()) << want;
+      return {room.get(), end};
+    }
+    EXPECT_TRUE(error == std::errc::value_too_large && end == room.get() + size && size < 9999);
+  }
+}
+
+// Every pattern of every small format: the shortest text, all digits, and roundings of any length.
+TEST(ToText, SmallFormatsAreThoseOfRationals) {
+  std::vector<Format> formats = {{5, 10}, {8, 7}, {1, 3}};
+  for (unsigned long e = 2; e < 11; ++e) {
+    for (unsigned long m = 1; e + m < 12; ++m) formats.push_back({e, m});
+  }
+  Random random;
+  for (const Format f : formats) {
+    const Layout t(f);
+    for (mpz_class p = 1; p < t.inf; ++p) {
+      const unsigned long kind = random.below(64);
+      IEEEFloat x = generic(f, modes[0], p);
+      const mpq_class v = t.value(p);
+      const std::string text = to_shortest(x);
+      ASSERT_EQ(text, shortest(t, p)) << name(x);
+      ASSERT_TRUE(f.exp_width < 2 || read_back(text, f) == name(x)) << text;
+      if (kind > 2) continue;
+      ASSERT_EQ(text, in_every_room(text, [&](char* a, char* b) { return to_chars(a, b, x); }));
+      ASSERT_EQ(to_exact(x).find_first_not_of("0123456789.e+-"), std::string::npos);
+      ASSERT_EQ(QNumber::from_text(to_exact(x)).to_mpq(), v);
+      ASSERT_EQ(QNumber::from_text(to_hex(x)).to_mpq(), v);
+      ASSERT_TRUE(to_hex(x).starts_with("0x1") && to_hex(x).find("0p") == std::string::npos);
+      const bool negative = random.below(2) == 1;
+      x.set_sign(negative);
+      const std::string sign = negative ? "-" : "";
+      ASSERT_EQ(to_shortest(x), sign + text);
+      for (const Rounding r : roundings) {
+        const auto n = static_cast<long>(random.below(12));
+        const mpq_class q = negative ? mpq_class(-v) : v;
+        ASSERT_EQ(to_fixed(x, n, r), sign + plain(rounded(q, -n, r).get_str(), -n))
+            << name(x) << n << int(r);
+        long place = decade(v) - n;
+        mpz_class d = rounded(q, place, r);
+        if (d == power_of_ten(n + 1)) d /= 10, ++place;
+        ASSERT_EQ(to_scientific(x, n + 1, r), sign + with_exponent(d.get_str(), place)) << name(x);
+        ASSERT_EQ(to_hex(x, n / 2 + 1, r), sign + hexadecimal(q, n / 2, r)) << name(x);
+      }
+    }
+  }
+}
+
+// What printf gives for these forms, hexadecimal ones of normal values, in the processor's
+// rounding.
+static std::string printed(double d, char form, int precision) {
+  char format[] = "%.*e", text[1200];
+  format[3] = form;
+  // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral)
+  return {text, static_cast<std::size_t>(std::snprintf(text, sizeof text, format, precision, d))};
+}
+
+// Sets the bits that take subnormal operands and results for zeros.
+struct FlushedToZero {
+#ifdef __SSE__
+  unsigned before = _mm_getcsr();
+  FlushedToZero() { _mm_setcsr(before | 0x8040); }
+  FlushedToZero(const FlushedToZero&) = delete;
+  FlushedToZero& operator=(const FlushedToZero&) = delete;
+  ~FlushedToZero() { _mm_setcsr((_mm_getcsr() & 0x3F) | before); }
+#endif
+};
+
+// Values of binary64, or of binary32: the shortest text is the C++ library's, others are printf's
+// in each of its four roundings, and the processor's rounding, flush and flag bits play no part.
+template <class T>
+static void check_native(T value) {
+  const IEEEFloat x = zelk::from_native(value);
+  char text[64];
+  const std::string want(text, std::to_chars(text, text + sizeof text, value).ptr);
+  ASSERT_EQ(to_shortest(x), want);
+}
+
+TEST(ToText, NativeValuesAreThoseOfTheLibraries) {
+  constexpr int directions_of_processor[] = {FE_TONEAREST, FE_TOWARDZERO, FE_UPWARD, FE_DOWNWARD};
+  constexpr std::chars_format forms[] = {std::chars_format::scientific, std::chars_format::fixed,
+                                         std::chars_format::general, std::chars_format::hex};
+  Random random;
+  for (int k = -1074; k < 1024; ++k) check_native(std::ldexp(1.0, k));
+  for (int k = -149; k < 128; ++k) check_native(std::ldexp(1.0F, k));
+  for (int k = -323; k < 309; ++k) {
+    const std::string ten = "1e" + std::to_string(k);
+    check_native(std::strtod(ten.c_str(), nullptr));
+    check_native(std::strtof(ten.c_str(), nullptr));
+  }
+  for (unsigned long i = 0; i < 200 * rounds(); ++i) {
+    const auto word = random.digits(63).get_ui();
+    const auto narrow = std::bit_cast<float>(static_cast<std::uint32_t>(word >> 32));
+    const auto value = std::bit_cast<double>(word);
+    if (std::isfinite(narrow)) check_native(narrow);
+    if (std::isfinite(value))
+      check_native(i % 8 == 0 ? std::nearbyint(std::fmod(value, 1e25)) : value);
+    if (i % 64 != 0 || !std::isfinite(value)) continue;
+    const double d = (i % 128 == 0 ? std::ldexp(value, -std::ilogb(value) + 9) : value) *
+                     (random.below(2) == 0 ? -1 : 1);
+    const IEEEFloat x = zelk::from_native(d);
+    const std::string shortest = to_shortest(x);
+    const auto precision = static_cast<int>(random.below(30)) - 1;
+    for (unsigned long mode = 0; mode < 4; ++mode) {
+      std::fesetround(directions_of_processor[mode]);
+      for (unsigned long form = 0; form < 4; ++form) {
+        if (form == 3 && !std::isnormal(d)) continue;
+        std::string want = printed(d, "efga"[form], precision);
+        if (want.find("0x2") != std::string::npos) continue;  // a carry, in glibc's spelling
+        std::feclearexcept(FE_ALL_EXCEPT);
+        char room[500];
+        const FlushedToZero flushed;
+        ASSERT_EQ(to_shortest(x), shortest);
+        const auto [end, error] =
+            to_chars(room, room + sizeof room, x, forms[form], precision, roundings[mode]);
+        ASSERT_EQ(std::string(room, end), want) << "%"
+                                                << "efga"[form] << precision;
+        ASSERT_TRUE(error == std::errc() && std::fetestexcept(FE_ALL_EXCEPT) == 0 &&
+                    std::fegetround() == directions_of_processor[mode]);
+      }
+    }
+    std::fesetround(FE_TONEAREST);
+  }
+}
+
+// Formats of two words and more: to a given number of digits as MPFR, the shortest text by the
+// definition and back.
+TEST(ToText, WideFormatsAreThoseOfMpfr) {
+  Random random;
+  for (const Format f : {Format{15, 112},
+                         {15, 63},
+                         {15, 48},
+                         {12, 115},
+                         {2, 125},
+                         {11, 100},
+                         {13, 190},
+                         {19, 236},
+                         {11, 319},
+                         {15, 1001}}) {
+    Mpfr t(f);
+    for (unsigned long i = 0; i < rounds() / (f.exp_width > 15 ? 200 : 20); ++i) {
+      const mpz_class p = random.pattern(t) % t.inf;
+      if (p == 0) continue;
+      const bool negative = random.below(2) == 1;
+      const std::string sign = negative ? "-" : "";
+      IEEEFloat x = IEEEFloat::from_bits(QNumber(p, 1), f);
+      const std::string text = to_shortest(x);
+      ASSERT_EQ(read_back(text, f), name(x)) << text;
+      ASSERT_TRUE((i % 16 != 0 && f.exp_width > 12) || text == shortest(t, p)) << name(x);
+      x.set_sign(negative);
+      t.decode(t.a, negative ? mpz_class(p + t.sign) : p);
+      const long n = 1 + static_cast<long>(random.below(random.below(2) == 0 ? 50 : 400));
+      const auto mode = i % 4;
+      mpfr_exp_t point = 0;
+      char* digits =
+          mpfr_get_str(nullptr, &point, 10, static_cast<std::size_t>(n), t.a, directions[mode]);
+      const std::string want = digits + (negative ? 1 : 0);
+      mpfr_free_str(digits);
+      ASSERT_EQ(to_scientific(x, n, roundings[mode]), sign + with_exponent(want, point - n))
+          << name(x);
+    }
+  }
+}
+
+// The largest denominator below a limit of a fraction close to x: that many times x is close to an
+// integer (continued fractions).
+static mpz_class denominator(const mpq_class& x, const mpz_class& limit) {
+  mpz_class n = x.get_num(), d = x.get_den(), before = 1, q = 0;
+  while (d != 0) {
+    const mpz_class a = n / d, next = a * q + before, rest = n - a * d;
+    if (next >= limit) break;
+    before = q, q = next;
+    n = d, d = rest;
+  }
+  return q;
+}
+
+// Values whose midpoint to the next one is very close to a short decimal number, and values very
+// close to one, or to the middle of two.
+TEST(ToText, HardCasesAreDecidedExactly) {
+  Random random;
+  for (const Format f :
+       {Format{5, 10}, {8, 23}, {11, 52}, {15, 48}, {15, 112}, {15, 190}, {17, 236}}) {
+    const Layout t(f);
+    for (unsigned long i = 0; i < rounds() / (f.exp_width > 11 ? 50 : 10); ++i) {
+      // The exponent of the last place, and a decimal place.
+      const unsigned long fields = std::min(1UL << f.exp_width, 24000UL);
+      const mpz_class field = t.inf / t.hidden / 2 - fields / 2 + random.below(fields);
+      if (field < 1) continue;
+      if (field * t.hidden >= t.inf) continue;
+      const long k = t.exponent(field * t.hidden);
+      const auto scale = [&](long p) -> mpq_class {
+        return (k < 0 ? mpq_class(1, pow2(static_cast<unsigned long>(-k)))
+                      : mpq_class(pow2(static_cast<unsigned long>(k)))) /
+               power_of_ten(p);
+      };
+      const long last = decade(scale(0));
+      const bool middle = random.below(2) == 0;  // of this value and the next
+      const long p = middle ? last : last + static_cast<long>(random.below(f.mant_width / 3 + 1));
+      const mpq_class unit = middle || random.below(2) == 0 ? mpq_class(scale(p) / 2) : scale(p);
+      const mpz_class least = middle ? mpz_class(2 * t.hidden) : t.hidden;
+      const mpz_class q = denominator(unit, 2 * least);
+      mpz_class n = (least + q - 1) / q;
+      n = q * (n % 2 == 0 && n > 1 ? mpz_class(n + 1) : n);  // an odd multiple
+      if (n >= 2 * least || (middle && n % 2 == 0)) continue;
+      if (middle) n /= 2;
+      const mpz_class pattern = field * t.hidden + n - t.hidden;
+      const IEEEFloat x = IEEEFloat::from_bits(QNumber(pattern, 1), f);
+      ASSERT_EQ(to_shortest(x), shortest(t, pattern)) << name(x);
+      const mpq_class v = t.value(pattern);
+      for (const Rounding r : roundings) {
+        long place = p, digits = decade(v) - p + 1;
+        if (digits < 1) break;
+        mpz_class d = rounded(v, place, r);
+        if (d == power_of_ten(digits)) d /= 10, ++place;
+        ASSERT_EQ(to_scientific(x, digits, r), with_exponent(d.get_str(), place)) << name(x);
+      }
+    }
+  }
+}
+
+TEST(ToText, SpecialValuesAndPatterns) {
+  const auto at = [](Format f, const char* pattern) {
+    return IEEEFloat::from_encoding(QNumber(mpz_class(pattern, 16), 1), f);
+  };
+  const struct {
+    IEEEFloat x;
+    const char* want;
+  } rows[] = {
+      {at({5, 10}, "0"), "0 0 0.00e+00 0.00 0x0p+0 0x0.00p+0 (_ +zero 5 11) 0x0000"},
+      {at({5, 10}, "8000"), "-0 -0 -0.00e+00 -0.00 -0x0p+0 -0x0.00p+0 (_ -zero 5 11) 0x8000"},
+      {at({5, 10}, "7c00"), "inf inf inf inf inf inf (_ +oo 5 11) 0x7C00"},
+      {at({5, 10}, "fc00"), "-inf -inf -inf -inf -inf -inf (_ -oo 5 11) 0xFC00"},
+      {at({5, 10}, "7e00"), "nan nan nan nan nan nan (_ NaN 5 11) 0xFC01"},
+      {at({5, 10}, "1"),
+       "6e-08 5.9604644775390625e-08 5.96e-08 0.00 0x1p-24 0x1.00p-24 "
+       "(fp #b0 #b00000 #b0000000001) 0x0001"},
+      {at({5, 10}, "fbff"),
+       "-65504 -65504 -6.55e+04 -65504.00 -0x1.ffcp+15 -0x1.00p+16 "
+       "(fp #b1 #b11110 #b1111111111) 0xFBFF"},
+      {at({8, 23}, "4d000000"),
+       "134217728 134217728 1.34e+08 134217728.00 0x1p+27 0x1.00p+27 "
+       "(fp #b0 #b10011010 #b00000000000000000000000) 0x4D000000"},
+      {at({8, 7}, "47c3"),
+       "1e+05 99840 9.98e+04 99840.00 0x1.86p+16 0x1.86p+16 "
+       "(fp #b0 #b10001111 #b1000011) 0x47C3"},
+      {at({4, 2}, "60"), "-2 -2 -2.00e+00 -2.00 -0x1p+1 -0x1.00p+1 (fp #b1 #b1000 #b00) 0x60"},
+      {at({0, 6}, "0"), "0 0 0.00e+00 0.00 0x0p+0 0x0.00p+0 (_ +zero 0 7) 0x00"}};
+  for (const auto& [x, want] : rows) {
+    EXPECT_EQ(to_shortest(x) + ' ' + to_exact(x) + ' ' + to_scientific(x, 3) + ' ' +
+                  to_fixed(x, 2) + ' ' + to_hex(x) + ' ' + to_hex(x, 3) + ' ' + to_smtlib(x) + ' ' +
+                  to_bits_text(x),
+              want);
+  }
+}

@@ -78,38 +78,10 @@ TEST(MixedFormats, MatchRationals) {
   }
 }
 
-static std::string scaled_text(const mpz_class& n, long k) {
-  return (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
-}
-
-// Rationals as numbers and as text.
 TEST(MixedFormats, NumbersRoundOnce) {
   Random random;
   for (unsigned long i = 0; i < rounds(); ++i) {
-    const Target& to = mixed[random.below(mixed.size())];
-    const Environment start{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
-                            i % 5 == 0, i % 7 == 0, other_bits};
-    const mpz_class n = random.digits(random.below(90)) - pow2(40);
-    const long k = static_cast<long>(random.below(500)) - 300;
-    const mpq_class q(n, random.below(3) == 0 ? mpz_class(1) : random.digits(70) + 1);
-    const auto check = [&](const char* what, const mpq_class& number_, auto call) {
-      Environment env = start;
-      const Answer want = to.round(number(number_), env);
-      const IEEEFloat r = call(env);
-      ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-          << name(start) << what << number_ << " is " << name(r) << ' ' << unsigned{env.flags}
-          << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
-      ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
-    };
-    mpq_class reduced = q;
-    reduced.canonicalize();
-    check("from_rational ", reduced,
-          [&](auto& e) { return e.from_rational(QNumber(reduced), to.f); });
-    check("from_scaled ", scaled(reduced, k),
-          [&](auto& e) { return e.from_scaled(QNumber(reduced), k, to.f); });
-    check("from_integer ", n, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
-    check("from_text ", scaled(n, k),
-          [&](auto& e) { return e.from_text(scaled_text(n, k), to.f); });
+    check_factories(mixed[random.below(mixed.size())], any_environment(random), random);
     ASSERT_FALSE(HasFailure());
   }
 }
@@ -195,43 +167,11 @@ TEST(WideFormats, ExponentsOfRemaindersCanBeFarApart) {
 
 // ---- Sums ----
 
-// What the standard makes of a sum of terms, from the definition.
-static Exact sum_of(const Operands& terms, Rounding d) {
-  bool zeros[2] = {false, false}, infinities[2] = {false, false}, other = false, bad = false,
-       nan = false;
-  mpq_class total = 0;
-  for (const Exact& x : terms) {
-    nan = nan || (x.kind == Exact::nan && x.flags == 0);
-    bad = bad || x.flags != 0;
-    if (x.kind == Exact::infinite) infinities[x.negative] = true;
-    if (x.is_zero()) zeros[x.negative] = true;
-    other = other || (x.kind == Exact::finite && x.q != 0);
-    if (x.kind == Exact::finite) total += x.value();
-  }
-  if (nan) return {};
-  if (bad || (infinities[0] && infinities[1])) return invalid_result();
-  if (infinities[0] || infinities[1]) return infinity(infinities[1]);
-  const bool mixed_signs = other || (zeros[0] && zeros[1]);
-  return number(total, mixed_signs ? d == Rounding::toward_negative : zeros[1]);
-}
-
-static void check_sum(const Target& to, const Environment& start, const Exact& exact,
-                      const Values& x, const Values& y) {
-  Environment env = start;
-  const Answer want = to.round(exact, env);
-  const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
-  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-      << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
-      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
-  ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
-}
-
 TEST(Sums, MatchRationalsInAnyOrder) {
   Random random;
   const auto any = [&]() -> const Target& { return mixed[random.below(mixed.size())]; };
   for (unsigned long i = 0; i < rounds(); ++i) {
-    const Environment env{static_cast<Rounding>(i % 6), static_cast<Tininess>(random.below(2)),
-                          random.below(4) == 0, random.below(4) == 0, other_bits};
+    const Environment env = any_environment(random);
     const bool specials = random.below(4) == 0;
     Values x, y;
     Operands terms, products;

@@ -52,11 +52,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_operation(op, mixed, other, true);
   }
   if (std::max(t.f.exp_width, to.f.exp_width) > 15) return 0;
-  for (const Operation& op : to_integers) check_operation(op, {&all[0]}, target, false);
+  for (const Operation& op : to_integers) check_operation(op, {all.data()}, target, false);
   check_integers(all[0]);
   check_selections(target, all[0], all[1]);
   check_factories(other, any_environment(in), in);
-  others.insert(others.end(), all.begin(), all.end());
+  std::ranges::copy(all, std::back_inserter(others));
   check_sums(others, target, in);
   return 0;
 }

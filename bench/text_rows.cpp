@@ -89,15 +89,87 @@ void readers(const char* op, const Operands& o, const std::shared_ptr<Texts>& te
   }
 }
 
-// The text of fewest digits that gives x back.
-std::string shortest(const IEEEFloat& x) {
-  const Mpfr::Value v = Mpfr::load(x);
-  char text[512] = "";
-  for (int digits = 0;
-       text[0] == 0 || !same(IEEEFloat::from_text(text, x.get_format(), nearest), x); ++digits) {
-    mpfr_snprintf(text, sizeof text, "%.*Re", digits, v.x);
+// ---- Writing ----
+
+template <class T>
+std::size_t by_to_chars(char* first, char* last, T x) {
+  return static_cast<std::size_t>(std::to_chars(first, last, x).ptr - first);
+}
+
+// Writers give the text of the i-th value into a room, and return its length.
+template <class Write>
+void writer(const std::string& row, Format f, const std::shared_ptr<Texts>& texts, Write write) {
+  const auto room = std::make_shared<std::string>(512, ' ');
+  const auto length = std::make_shared<std::size_t>();
+  checked_row(
+      row, f,
+      [=](std::size_t i) {
+        *length = write(room->data(), room->data() + room->size(), i);
+        benchmark::DoNotOptimize(std::as_const(*room));
+      },
+      [&](std::size_t i) { return room->compare(0, *length, (*texts)[i]) == 0; });
+}
+
+template <class T>
+void native_writer(const char* op, const Operands& o, const std::shared_ptr<Texts>& texts) {
+  std::vector<T> all;
+  for (const IEEEFloat& x : o.a) {
+    all.push_back(zelk::to_native<T>(x));
   }
-  return text;
+  writer(
+      std::string(op) + '/' + o.label + "/std::to_chars", o.f, texts,
+      [all](char* first, char* last, std::size_t i) { return by_to_chars(first, last, all[i]); });
+}
+
+// The digits of a text without zeros at either end.
+std::string significant(const std::string& text) {
+  std::string digits = text.substr(0, text.find('e'));
+  std::erase_if(digits, [](char c) { return c == '.' || c == '-'; });
+  digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size() - 1));
+  digits.erase(std::max<std::size_t>(digits.find_last_not_of('0'), 0) + 1);
+  return digits;
+}
+
+// As many digits as the shortest text has, without a point and an exponent.
+void mpfr_writer(const char* op, const Operands& o, const std::shared_ptr<Texts>& texts) {
+  const auto digits = std::make_shared<Texts>();
+  std::transform(texts->begin(), texts->end(), std::back_inserter(*digits), significant);
+  const auto m = load<Mpfr>(o.a);
+  const auto room = std::make_shared<std::string>(512, ' ');
+  checked_row(
+      std::string(op) + '/' + o.label + "/mpfr_get_str", o.f,
+      [=](std::size_t i) {
+        mpfr_exp_t exponent = 0;
+        mpfr_get_str(room->data(), &exponent, 10, (*digits)[i].size(), (*m)[i].x, MPFR_RNDN);
+        benchmark::DoNotOptimize(std::as_const(*room));
+      },
+      [&](std::size_t i) {
+        return (room->c_str() + static_cast<int>(o.a[i].get_sign())) == (*digits)[i];
+      });
+}
+
+void writers(const char* op, const Operands& o, const std::shared_ptr<Texts>& texts) {
+  if (o.f.mant_width > 52) {
+    mpfr_writer(op, o, texts);
+  } else if (o.f == Format{8, 23}) {
+    native_writer<float>(op, o, texts);
+  } else if (o.f == Format{11, 52}) {
+    native_writer<double>(op, o, texts);
+  } else {
+    Operands single({8, 23});
+    single.a = o.label.ends_with("_any") ? anywhere(single).a : single.a;
+    const auto all = load<Zelk>(single.a);
+    add_row(
+        std::string(op) + '/' + o.label + "/zelk(8.23)", [] {},
+        [=, write = op == std::string("to_chars")](std::size_t i) {
+          char room[64];
+          if (write) {
+            benchmark::DoNotOptimize(zelk::to_chars(room, room + sizeof room, (*all)[i]));
+          } else {
+            benchmark::DoNotOptimize(zelk::to_shortest((*all)[i]));
+          }
+        });
+  }
 }
 
 // ---- Rationals ----
@@ -148,12 +220,12 @@ Operands anywhere(Operands o) {
 
 void text_rows(const Operands& o) {
   const Format f = o.f;
-  if (!any_wanted(o.label, {"from_text"})) {
+  if (!any_wanted(o.label, {"from_text", "from_chars", "to_shortest", "to_chars"})) {
     return;
   }
   const auto texts = std::make_shared<Texts>();
-  std::transform(o.a.begin(), o.a.end(), std::back_inserter(*texts), shortest);
-  const auto r = std::make_shared<IEEEFloat>();
+  std::transform(o.a.begin(), o.a.end(), std::back_inserter(*texts), zelk::to_shortest);
+  const auto r = std::make_shared<IEEEFloat>(f, nearest);
   const auto is_right = [&](std::size_t i) { return same(*r, o.a[i]); };
   checked_row(
       "from_text/" + o.label + "/zelk", f,
@@ -163,6 +235,31 @@ void text_rows(const Operands& o) {
       },
       is_right);
   readers("from_text", o, texts);
+  checked_row(
+      "from_chars/" + o.label + "/zelk", f,
+      [=](std::size_t i) {
+        const std::string& s = (*texts)[i];
+        zelk::Environment env;
+        zelk::from_chars(s.data(), s.data() + s.size(), *r, env);
+        benchmark::DoNotOptimize(*r);
+      },
+      is_right);
+  readers("from_chars", o, texts);
+
+  const auto all = load<Zelk>(o.a);
+  const auto text = std::make_shared<std::string>();
+  checked_row(
+      "to_shortest/" + o.label + "/zelk", f,
+      [=](std::size_t i) {
+        *text = zelk::to_shortest((*all)[i]);
+        benchmark::DoNotOptimize(*text);
+      },
+      [&](std::size_t i) { return *text == (*texts)[i]; });
+  writers("to_shortest", o, texts);
+  writer("to_chars/" + o.label + "/zelk", f, texts, [all](char* first, char* last, std::size_t i) {
+    return static_cast<std::size_t>(zelk::to_chars(first, last, (*all)[i]).ptr - first);
+  });
+  writers("to_chars", o, texts);
 }
 
 void ratio_rows(const Operands& o, unsigned bits) {

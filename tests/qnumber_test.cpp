@@ -11,6 +11,7 @@ struct FirstAndLast {
 
 #include <memory>
 #include <random>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -18,9 +19,8 @@ struct FirstAndLast {
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
-TEST(QNumber, CallsOnBoundaryValuesMatchGmp) {
-  // Boundaries of the forms and random quotients of them, in the big form and in the small one.
-  std::mt19937_64 random(zelk_test::seed());
+// Boundaries of the forms and random quotients of them, in the big form and in the small one.
+static std::vector<std::pair<mpq_class, QNumber>> boundary_values(std::mt19937_64& random) {
   std::vector<std::pair<mpq_class, QNumber>> all;
   for (const unsigned k : {0U, 1U, 31U, 62U, 63U, 64U, 127U}) {
     for (int i = 0; i < 12; ++i) {
@@ -31,9 +31,15 @@ TEST(QNumber, CallsOnBoundaryValuesMatchGmp) {
       all.back().second = QNumber(v);
       if (!fits(v)) continue;
       all.emplace_back(v, QNumber(v.get_num().get_si()) / v.get_den().get_si());
-      ASSERT_TRUE(all.back().second.is_small()) << v;
+      EXPECT_TRUE(all.back().second.is_small()) << v;
     }
   }
+  return all;
+}
+
+TEST(QNumber, CallsOnBoundaryValuesMatchGmp) {
+  std::mt19937_64 random(zelk_test::seed());
+  const auto all = boundary_values(random);
   constexpr unsigned long counts[] = {0,  1,  5,  31,  60,  61,  62,  63,
                                       64, 65, 80, 111, 112, 127, 128, 200};
   for (const auto& [p, x] : all) {
@@ -55,6 +61,103 @@ TEST(QNumber, CallsOnBoundaryValuesMatchGmp) {
   }
 }
 
+TEST(QNumber, FunctionsOnBoundaryValuesMatchGmp) {
+  std::mt19937_64 random(zelk_test::seed());
+  const auto all = boundary_values(random);
+  const auto check = [](const QNumber& q, const mpq_class& want, const std::string& what) {
+    expect_value(q, want, what);
+    EXPECT_EQ(q.is_small(), fits(want)) << what << " = " << q;
+  };
+  for (const auto& [v, x] : all) {
+    const mpz_class below = floor_div(v.get_num(), v.get_den());
+    EXPECT_EQ(x.to_string(), v.get_str());
+    check(abs(x), abs(v), "abs");
+    check(floor(x), below, "floor"), check(ceil(x), below + (below != v ? 1 : 0), "ceil");
+    mpq_class power_of = 1;
+    for (int n = 0; n < 5; ++n, power_of *= v) {
+      check(pow(x, n), power_of, "power");
+      if (v != 0) check(pow(x, -n), 1 / power_of, "power");
+    }
+    for (const auto& [w, y] : all) {
+      const std::string what = v.get_str() + " and " + w.get_str();
+      EXPECT_TRUE(v != w || std::hash<QNumber>()(x) == std::hash<QNumber>()(y)) << what;
+      if (w != 0) expect_value(QNumber(x) /= y, v / w, what);
+      const mpq_class& fraction = v.get_den() == 1 ? w : v;
+      if (fraction.get_den() != 1 || w == 0) {
+        const std::string error = fraction.get_den() == 1
+                                      ? "division by zero"
+                                      : "number is not an integer: " + fraction.get_str();
+        EXPECT_EQ(message([&a = x, &b = y] { return a % b; }), "Exception: " + error);
+      } else {
+        check(x % y, v - floor_div(v.get_num(), w.get_num()) * w, what);
+      }
+    }
+  }
+  const QNumber half = QNumber(1) / 2;
+  EXPECT_EQ(TRIED(QNumber(), x /= x), "Exception: division by zero");
+  EXPECT_EQ(TRIED(QNumber(), x = pow(x, -3)), "Exception: division by zero");
+  EXPECT_EQ(TRIED(QNumber(3), x = pow(x, half)), "Exception: exponent is not an integer: 1/2");
+  for (const QNumber& q : {QNumber(1), QNumber(-1), QNumber(0)}) {
+    check(pow(q, power(70) + 1), q.to_mpq(), "power");
+  }
+  for (const QNumber& q : {QNumber(2), half, power(90), QNumber(-3)}) {
+    for (const QNumber& n : {QNumber(zelk::max_bits), -power(70)}) {
+      EXPECT_EQ(TRIED(q, x = pow(x, n)), "Exception: number too large");
+    }
+  }
+}
+
+// Of 1024 numbers in line about 1024 (1 - 1/e) = 647 have the low ten bits of a hash to themselves,
+// or the high ones.
+TEST(QNumber, HashesSpread) {
+  for (const unsigned k : {0U, 10U, 32U, 52U, 100U}) {
+    for (const bool inverse : {false, true}) {
+      std::set<std::size_t> low, high;
+      for (long i = 1; i <= 1024; ++i) {
+        const QNumber q = QNumber(i) * power(k);
+        const std::size_t hash = std::hash<QNumber>()(inverse ? q.inv() : q);
+        low.insert(hash % 1024), high.insert(hash >> 54);
+      }
+      for (const auto& bits : {low, high}) EXPECT_NEAR(static_cast<double>(bits.size()), 647, 60);
+    }
+  }
+}
+
+TEST(QNumber, TextIsRefusedByTheSizeOfItsNumber) {
+  std::mt19937_64 random(zelk_test::seed());
+  const auto size = [](const mpz_class& z) { return mpz_sizeinbase(z.get_mpz_t(), 2); };
+  for (int i = 0; i < 3000; ++i) {
+    const int base = i % 3 == 0 ? 16 : 10;
+    const unsigned long divisor = random() % 4 == 0 ? 5 : 2;  // many of which an exponent cancels
+    mpz_class n = mpz_class(random() >> random() % 64);
+    for (unsigned long k = random() % 60; k > 0; --k) n *= divisor;
+    const long k = static_cast<long>(random() % 99) - 60;
+    const std::string zeros(random() % 9, '0');
+    std::string text = base == 16 ? "0x" : "";
+    text.append(zeros).append(n.get_str(base)).append(zeros);
+    text.append(base == 16 ? "p" : "e").append(std::to_string(k));
+    mpz_class scale;
+    mpz_ui_pow_ui(scale.get_mpz_t(), base == 16 ? 2 : 10, static_cast<unsigned long>(std::abs(k)));
+    mpz_class shift;
+    mpz_ui_pow_ui(shift.get_mpz_t(), static_cast<unsigned long>(base), zeros.size());
+    mpq_class want(k < 0 ? mpz_class(n * shift) : mpz_class(n * shift * scale), k < 0 ? scale : 1);
+    want.canonicalize();
+    const unsigned long bits = std::max(size(want.get_num()), size(want.get_den()));
+    EXPECT_EQ(QNumber::from_text(text, bits), QNumber(want)) << text;
+    EXPECT_TRUE(n == 0 ||
+                TRIED(QNumber(), x = x.from_text(text, bits - 1)) == "Exception: number too large")
+        << text << ' ' << bits;
+  }
+  const std::string digits(3000000, '7');
+  for (const std::string& text :
+       std::vector<std::string>{"1e999999999", "-1e-999999999", "0x1p99999999999",
+                                "1e-9999999999999999999999", digits + "e9", "." + digits}) {
+    EXPECT_EQ(TRIED(QNumber(), x = x.from_text(text, 1 << 20)), "Exception: number too large");
+  }
+  EXPECT_TRUE(QNumber::from_text("-0.00e999999999", 0).is_zero() &&
+              QNumber::from_text("6/4", 2) == QNumber(3) / 2);
+}
+
 TEST(QNumber, ConstructionIsExactAndTakesTheFormOfItsSource) {
   static_assert(!std::is_constructible_v<QNumber, bool> &&
                 !std::is_constructible_v<QNumber, char> &&
@@ -69,6 +172,16 @@ TEST(QNumber, ConstructionIsExactAndTakesTheFormOfItsSource) {
   constexpr long least = std::numeric_limits<long>::min(), word = 1L << 31;
   check_all(static_cast<signed char>(-128), static_cast<unsigned short>(65535), -1, ~0U, ~0UL,
             ~0ULL, least, least + 1, ~least, static_cast<long long>(least));
+  for (const unsigned k : {0U, 62U, 63U, 64U, 126U}) {
+    for (const auto n : {(zelk::detail::int128{1} << k) - 1, zelk::detail::int128{1} << k,
+                         ~zelk::detail::int128{0} << k}) {
+      const mpz_class high(static_cast<long>(n >> 64)), low(static_cast<unsigned long>(n));
+      const mpz_class want = high * pow2(64) + low;
+      const mpz_class bits = want < 0 ? mpz_class(want + pow2(128)) : want;
+      check(n, want, fits(want)),
+          check(static_cast<zelk::detail::unsigned_int128>(n), bits, fits(bits));
+    }
+  }
   for (const long n : {0L, 6L, 990L, word - 1, word, -word, word << 9}) {
     for (const long d : {1L, 4L, -7L, 935L, word - 1, word, -word, -word << 10}) {
       mpq_class want(n, d);
@@ -131,14 +244,20 @@ template <typename T>
 concept subtracts = requires(QNumber q, const T n) {
   q - n;
 };
+template <typename T>
+concept divides = requires(QNumber q, const T n) {
+  q /= n;
+};
 template <typename... T>
-constexpr bool taken = ((adds<T> && subtracts<T> && requires(QNumber q, T n) { q -= n; }) && ...);
+constexpr bool taken =
+    ((adds<T> && subtracts<T> && divides<T> && requires(QNumber q, T n) { q -= n; }) && ...);
 template <typename... T>
 constexpr bool refused =
-    !((adds<T> || subtracts<T> || requires(QNumber q, T n) { q -= n; }) || ...);
+    !((adds<T> || subtracts<T> || divides<T> || requires(QNumber q, T n) { q -= n; }) || ...);
 enum Unscoped { unscoped };
 static_assert(taken<signed char, short, int, long, long long, unsigned char, unsigned short,
-                    unsigned, unsigned long, unsigned long long, QNumber, mpq_class>);
+                    unsigned, unsigned long, unsigned long long, zelk::detail::int128,
+                    zelk::detail::unsigned_int128, QNumber, mpq_class>);
 static_assert(refused<bool, char, char16_t, wchar_t, float, double, long double, Unscoped,
                       std::true_type, void*, mpz_class, std::string>);
 static_assert(std::is_convertible_v<mpq_class, QNumber> &&

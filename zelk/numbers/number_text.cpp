@@ -1,5 +1,6 @@
 #include "zelk/numbers/number_text.h"
 
+#include <algorithm>
 #include <cctype>
 #include <string>
 
@@ -38,28 +39,54 @@ struct Cursor {
   }
 };
 
+// The integer of digits that do not begin with a zero.
 QNumber integer(const std::string& digits, int base) {
+  if (digits.empty()) {
+    return 0;
+  }
   if (digits.size() > max_bits / 4) {
     throw Exception("number too large");
   }
   return {mpz_class(digits, base), 1};
 }
 
-// An integer with an optional sign, as exponents and divisors are.
-QNumber read_integer(Cursor& in) {
+void drop_leading_zeros(std::string& digits) {
+  digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
+}
+
+// An integer with an optional sign, as exponents and divisors are. Of the exponent of a zero
+// nothing is wanted.
+QNumber read_integer(Cursor& in, bool wanted = true) {
   const bool negative = in.next() == '-';
   in.take("+-");
   std::string digits;
   if (in.take_digits(10, digits) == 0) {
     in.refuse();
   }
-  const QNumber n = integer(digits, 10);
+  drop_leading_zeros(digits);
+  const QNumber n = wanted ? integer(digits, 10) : 0;
   return negative ? -n : n;
+}
+
+// Whether these digits, which do not begin with a zero, times the powers of ten and of two make a
+// number of which one part is sure to have more than `limit` bits. 10^d has 3.3219 d of them at
+// least, 5^d 2.3219 d, and a digit after which there are zeros only cancels either the twos of 10^d
+// or its fives.
+bool is_beyond(const std::string& digits, const detail::NumberText& number, int base,
+               unsigned long limit) {
+  const std::size_t last = digits.find_last_not_of('0');
+  const std::size_t zeros = digits.size() - 1 - last;
+  const QNumber k = base == 16 ? number.two + 4 * zeros : number.ten + zeros;
+  const QNumber above = base == 16 ? QNumber(4 * last) : QNumber(last) * 33219 / 10000;
+  if (base == 16) {
+    return above + k - 3 > limit || -k - 3 > limit;
+  }
+  return above + k * QNumber(k.sign() > 0 ? 33219 : 23220) / 10000 > limit || -k > limit;
 }
 
 }  // namespace
 
-detail::NumberText detail::read_number(std::string_view text) {
+detail::NumberText detail::read_number(std::string_view text, std::optional<unsigned long> limit) {
   Cursor in{text};
   NumberText number;
   number.negative = in.next() == '-';
@@ -74,22 +101,26 @@ detail::NumberText detail::read_number(std::string_view text) {
   if (whole + places == 0) {
     in.refuse();
   }
-  number.magnitude = integer(digits, base);
+  drop_leading_zeros(digits);
   (hex ? number.two : number.ten) = hex ? -4 * places : -places;
+  QNumber divisor = 1;
   if (!hex && !point && in.take("/")) {
     const std::size_t start = in.position;
-    const QNumber divisor = in.next() >= '0' && in.next() <= '9' ? read_integer(in) : QNumber();
+    divisor = in.next() >= '0' && in.next() <= '9' ? read_integer(in) : QNumber();
     if (divisor.is_zero()) {
       in.position = start;
       in.refuse();
     }
-    number.magnitude = number.magnitude / divisor;
   } else if (in.take(hex ? "pP" : "eE")) {
-    (hex ? number.two : number.ten) += read_integer(in);
+    (hex ? number.two : number.ten) += read_integer(in, !digits.empty());
   }
   if (in.position != text.size()) {
     in.refuse();
   }
+  if (limit && divisor == 1 && !digits.empty() && is_beyond(digits, number, base, *limit)) {
+    throw Exception("number too large");
+  }
+  number.magnitude = integer(digits, base) / divisor;
   return number;
 }
 
@@ -107,12 +138,15 @@ QNumber detail::power(unsigned long base, const QNumber& exponent) {
   return k < 0 ? q.inv() : q;
 }
 
-QNumber QNumber::from_text(std::string_view text) {
-  const detail::NumberText number = detail::read_number(text);
+QNumber QNumber::from_text(std::string_view text, unsigned long limit) {
+  const detail::NumberText number = detail::read_number(text, limit);
   QNumber value = number.negative ? -number.magnitude : number.magnitude;
   if (!value.is_zero()) {
     value *= detail::power(10, number.ten);
     value *= detail::power(2, number.two);
+    if (std::max(BVNumber::bit_length(value), BVNumber::bit_length(value.get_den())) > limit) {
+      throw Exception("number too large");
+    }
   }
   return value;
 }

@@ -4,6 +4,7 @@
 #ifndef ZELK_NUMBERS_NUMBER_TEXT_H_
 #define ZELK_NUMBERS_NUMBER_TEXT_H_
 
+#include <optional>
 #include <string_view>
 
 #include "zelk/numbers/qnumber.h"
@@ -20,8 +21,9 @@ struct NumberText {
 };
 
 /// \throws Exception "invalid number at position <p>: <text>", p being where the first character
-///   stands that does not fit, from 0; "number too large" for more digits than `max_bits` holds.
-NumberText read_number(std::string_view text);
+///   stands that does not fit, from 0; "number too large" for more digits than `max_bits` holds,
+///   and where a part of the number is sure to have more than `limit` bits.
+NumberText read_number(std::string_view text, std::optional<unsigned long> limit = {});
 
 /// base^exponent for a base of 2, 5 or 10.
 /// \throws Exception "number too large".

@@ -1,11 +1,8 @@
 #include "zelk/numbers/qnumber.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <numeric>
-#include <ostream>
-#include <string>
 
 #include "zelk/base/exception.h"
 #include "zelk/base/thread_scratch.h"
@@ -109,13 +106,6 @@ void shift_right(const mp_limb_t* limbs, std::size_t size, unsigned long k, mp_l
 
 unsigned long bit_length(mpz_srcptr z) { return mpz_sgn(z) == 0 ? 0 : mpz_sizeinbase(z, 2); }
 
-std::string decimal(mpz_srcptr z) {
-  std::string text(mpz_sizeinbase(z, 10) + 2, '\0');  // a sign and the terminator
-  mpz_get_str(text.data(), 10, z);
-  text.resize(std::strlen(text.c_str()));
-  return text;
-}
-
 }  // namespace
 
 namespace detail {
@@ -156,6 +146,15 @@ void QNumber::init_parts(std::size_t num_limbs, std::size_t den_limbs, Write wri
 void QNumber::init_big(bool negative, unsigned long magnitude) {
   init_parts(1, 1, [&](mp_limb_t* n, mp_limb_t* d) {
     *n = magnitude;
+    *d = 1;
+    return negative;
+  });
+}
+
+void QNumber::init_wide(bool negative, detail::unsigned_int128 magnitude) {
+  init_parts(2, 1, [&](mp_limb_t* n, mp_limb_t* d) {
+    n[0] = static_cast<mp_limb_t>(magnitude);
+    n[1] = static_cast<mp_limb_t>(magnitude >> 64);
     *d = 1;
     return negative;
   });
@@ -328,6 +327,16 @@ void QNumber::normalize() {
   }
 }
 
+void QNumber::shrink() noexcept {
+  if (!is_small() && big_fits_long() && mpz_sizeinbase(mpq_denref(gmp), 2) <= 63) {
+    const long n = mpz_get_si(mpq_numref(gmp));
+    const long d = mpz_get_si(mpq_denref(gmp));
+    release();
+    num = n;
+    den = d;
+  }
+}
+
 // The reduction of the small form, on GMP integers.
 void QNumber::add_big(const QNumber& other, bool subtract) {
   const detail::Operand a = numerator();
@@ -480,14 +489,5 @@ QNumber QNumber::big_num() const { return big_part(mpq_numref(gmp)); }
 QNumber QNumber::big_den() const { return big_part(mpq_denref(gmp)); }
 
 mpq_class QNumber::to_mpq() const { return is_small() ? mpq_class(num, den) : mpq_class(gmp); }
-
-std::ostream& operator<<(std::ostream& os, const QNumber& q) {
-  std::string text = q.is_small() ? std::to_string(q.num) : decimal(mpq_numref(q.gmp));
-  if (!q.is_integer()) {
-    text += '/';
-    text += q.is_small() ? std::to_string(q.den) : decimal(mpq_denref(q.gmp));
-  }
-  return os << text;
-}
 
 }  // namespace zelk

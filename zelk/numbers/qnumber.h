@@ -15,7 +15,9 @@
 #include <bit>
 #include <concepts>
 #include <cstddef>
+#include <functional>
 #include <iosfwd>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -45,7 +47,7 @@ namespace detail {
 
 /// What makes a number beside long.
 template <typename T>
-concept other_integer = standard_integer<T> && !std::same_as<T, long>;
+concept other_integer = wide_integer<T> ||(standard_integer<T> && !std::same_as<T, long>);
 /// What makes none.
 template <typename T>
 concept no_number = !std::is_convertible_v<const T&, QNumber>;
@@ -100,9 +102,23 @@ class ZELK_EXPORT QNumber {
     }
   }
 
+  /// The same from an integer of 128 bits.
+  template <detail::wide_integer T>
+  QNumber(T n) : QNumber() {
+    const bool negative = n < T{0};
+    const auto bits = static_cast<detail::unsigned_int128>(n);
+    const auto magnitude = negative ? 0 - bits : bits;
+    if (magnitude <= static_cast<unsigned long>(detail::word_max)) {
+      num = static_cast<long>(n);
+    } else {
+      init_wide(negative, magnitude);
+    }
+  }
+
   /// Truth values, characters and floating-point numbers are not taken for integers.
   template <typename T>
-  requires(std::is_arithmetic_v<T> && !detail::standard_integer<T>) QNumber(T)
+  requires(std::is_arithmetic_v<T> && !detail::standard_integer<T> && !detail::wide_integer<T>)
+      QNumber(T)
   = delete;
 
   /// The value of q, not necessarily canonical: small when both parts fit a signed 32-bit int.
@@ -122,8 +138,10 @@ class ZELK_EXPORT QNumber {
   /// The number that a text stands for, exactly: an optional sign, then an integer (12), a fraction
   /// (-7/4), a decimal (0.1, .5, 1e-400000) or a hexadecimal float (0x1.8p-3), and nothing else.
   /// \throws Exception "invalid number at position <p>: <text>", where from position p on, counted
-  ///   from 0, the text is none of these; "number too large".
-  static QNumber from_text(std::string_view text);
+  ///   from 0, the text is none of these; "number too large" when numerator or denominator would
+  ///   have more than `limit` bits, at most `max_bits`. An exponent that makes them so is not
+  ///   built.
+  static QNumber from_text(std::string_view text, unsigned long limit = max_bits);
 
   /// n * 2^k, n and k other than -2^63: small when both parts fit words.
   /// \throws Exception "number too large".
@@ -240,6 +258,10 @@ class ZELK_EXPORT QNumber {
     return *this;
   }
 
+  /// Divides: `*=` by the inverse.
+  /// \throws Exception "division by zero" when other is 0.
+  QNumber& operator/=(const QNumber& other) { return *this *= other.inv(); }
+
   /// 1/this, in this number's form.
   /// \throws Exception "division by zero" when this is 0.
   QNumber inv() const;
@@ -258,6 +280,12 @@ class ZELK_EXPORT QNumber {
 
   /// The value as a GMP rational.
   mpq_class to_mpq() const;
+
+  /// Decimal text, always in base 10: 5, -7/4.
+  std::string to_string() const;
+
+  /// The same for equal numbers, whatever their forms.
+  std::size_t hash() const noexcept;
 
   /// True for the machine-word form, false for the GMP form.
   bool is_small() const { return den != 0; }
@@ -292,11 +320,14 @@ class ZELK_EXPORT QNumber {
   /// Brings the stored pair to lowest terms with a positive denominator; keeps the form.
   void normalize();
 
+  /// Becomes small if both parts fit words.
+  void shrink() noexcept;
+
  private:
   friend class BVNumber;
   friend bool operator==(const QNumber& a, const QNumber& b);
   friend bool operator<(const QNumber& a, const QNumber& b);
-  friend std::ostream& operator<<(std::ostream& os, const QNumber& q);
+  friend QNumber pow(const QNumber& q, const QNumber& n);
 
   // A big number begins as one block: the rational, and the limbs of both parts behind it. A part
   // there has no storage of its own (`_mp_alloc` is 0, as `mpz_roinit_n` leaves it), and before
@@ -304,6 +335,7 @@ class ZELK_EXPORT QNumber {
   // needs no memory. The fields are those of "Integer Internals" in GMP's manual.
 
   void init_big(bool negative, unsigned long magnitude);
+  void init_wide(bool negative, detail::unsigned_int128 magnitude);
   void init_ratio(mpz_srcptr n, mpz_srcptr d);
   void init_scaled(const mp_limb_t* limbs, long n, bool negative, long k);
   void assign_big(const QNumber& other);
@@ -447,8 +479,7 @@ inline bool operator<(const QNumber& a, const QNumber& b) {
     if (a.den == b.den) {
       return a.num < b.num;
     }
-    __extension__ using wide = __int128;
-    return static_cast<wide>(a.num) * b.den < static_cast<wide>(b.num) * a.den;
+    return static_cast<detail::int128>(a.num) * b.den < static_cast<detail::int128>(b.num) * a.den;
   }
   return QNumber::compare_big(a, b) < 0;
 }
@@ -481,7 +512,7 @@ inline QNumber operator*(QNumber a, const QNumber& b) {
 /// The quotient.
 /// \throws Exception "division by zero" when b is 0.
 inline QNumber operator/(QNumber a, const QNumber& b) {
-  a *= b.inv();
+  a /= b;
   return a;
 }
 
@@ -502,9 +533,35 @@ inline QNumber operator-(QNumber a) {
   return a;
 }
 
-/// Decimal text, always in base 10: 5, -7/4.
+// The results of what follows are small if both parts fit words.
+
+/// What `divmod` leaves of the integer a over the integer b: it has the sign of b.
+/// \throws Exception "number is not an integer: <n>"; "division by zero" when b is 0.
+ZELK_EXPORT QNumber operator%(const QNumber& a, const QNumber& b);
+
+/// The magnitude.
+ZELK_EXPORT QNumber abs(QNumber q);
+
+/// The greatest integer that is not above q.
+ZELK_EXPORT QNumber floor(const QNumber& q);
+/// The least integer that is not below q.
+ZELK_EXPORT QNumber ceil(const QNumber& q);
+
+/// q^n for an integer n, also a negative one; q^0 is 1 for every q.
+/// \throws Exception "exponent is not an integer: <n>"; "division by zero" when q is 0 and n is
+///   negative; "number too large".
+ZELK_EXPORT QNumber pow(const QNumber& q, const QNumber& n);
+
+/// Writes `to_string()`.
 ZELK_EXPORT std::ostream& operator<<(std::ostream& os, const QNumber& q);
 
 }  // namespace zelk
+
+/// Numbers as keys.
+template <>
+struct std::hash<zelk::QNumber> {
+  /// `q.hash()`.
+  std::size_t operator()(const zelk::QNumber& q) const noexcept { return q.hash(); }
+};
 
 #endif  // ZELK_NUMBERS_QNUMBER_H_

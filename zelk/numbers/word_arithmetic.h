@@ -27,6 +27,13 @@ concept standard_integer = one_of < std::remove_cv_t<T>,
 signed char, short, int, long, long long, unsigned char, unsigned short, unsigned int,
     unsigned long, unsigned long long > ;
 
+__extension__ using int128 = __int128;
+__extension__ using unsigned_int128 = unsigned __int128;
+
+/// Those of 128 bits.
+template <typename T>
+concept wide_integer = one_of<std::remove_cv_t<T>, int128, unsigned_int128>;
+
 inline constexpr long word_max = std::numeric_limits<long>::max();
 
 // The checked operations below are false when the exact result is outside

@@ -1,5 +1,7 @@
 // Sizes: nothing that a caller can ask for reaches GMP's own limit, where the process would end.
 // Linked against a library whose limit is low, so that the borders can be walked on.
+#include <limits>
+
 #include "tests/support.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
@@ -129,4 +131,36 @@ TEST(Limits, WideExponentsCostNothingExtra) {
   const IEEEFloat v = IEEEFloat::from_number(power(63), {11, 52}, up);
   EXPECT_TRUE(v.to_integer(63) == 0 && v.to_integer(64) == power(63) &&
               v.to_integer(~0UL) == power(63));
+}
+
+TEST(Limits, TextsAreRefusedBeforeTheyAreBuilt) {
+  const IEEEFloat half = IEEEFloat::from_ratio(QNumber(1) / 2, {5, 10}, up);
+  constexpr auto whole = static_cast<long>(top);
+  for (const long more : {0L, 1L, 1L << 40, std::numeric_limits<long>::max() - whole}) {
+    EXPECT_EQ(REFUSED(half, to_fixed(x, whole - 2 + more)), more > 0);
+    EXPECT_EQ(REFUSED(half, to_scientific(x, whole - 5 + more)), more > 0);
+    EXPECT_EQ(REFUSED(half, to_hex(x, whole - 6 + more)), more > 0);
+    EXPECT_EQ(REFUSED(IEEEFloat({5, 10}, up), to_fixed(x, whole - 2 + more)), more > 0);
+  }
+  char room[9];
+  EXPECT_TRUE(REFUSED(half, to_chars(room, room, x, std::chars_format::fixed, 1 << 30)));
+  EXPECT_EQ(to_fixed(IEEEFloat::from_scaled(1, whole - 20, {20, 4}, up), 20).size(), 60200 + 21);
+  EXPECT_TRUE(REFUSED(IEEEFloat::from_scaled(1, whole - 20, {20, 4}, up), to_fixed(x, whole)));
+  for (const char* sign : {"+", "-"}) {
+    const IEEEFloat v =
+        *sign == '+' ? IEEEFloat::max_value({62, 1}) : IEEEFloat::from_bits(1, {62, 1});
+    EXPECT_TRUE(REFUSED(v, to_shortest(x)) && REFUSED(v, to_exact(x)) &&
+                REFUSED(v, to_fixed(x, 1)) && REFUSED(v, to_scientific(x, 1)));
+    EXPECT_EQ(to_hex(v), (*sign == '+' ? "0x1.8p+" : "0x1p-") + std::to_string((1L << 61) - 1));
+  }
+  EXPECT_EQ(to_hex(IEEEFloat::max_value({64, 1}), 1), "0x1p+9223372036854775808");
+  for (const IEEEFloat& v : {half, IEEEFloat({5, 10}, up)}) {
+    EXPECT_EQ(TRIED(v, to_fixed(x, -1)), "bad number of digits: -1");
+    EXPECT_EQ(TRIED(v, to_scientific(x, 0)), "bad number of digits: 0");
+    EXPECT_EQ(TRIED(v, to_hex(x, 0)), "bad number of digits: 0");
+    const auto bad = static_cast<zelk::Rounding>(6);
+    EXPECT_EQ(TRIED(v, to_fixed(x, 1, bad)), "bad rounding mode: 6");
+    EXPECT_EQ(TRIED(v, to_scientific(x, 1, bad)), "bad rounding mode: 6");
+    EXPECT_EQ(TRIED(v, to_hex(x, 1, bad)), "bad rounding mode: 6");
+  }
 }

@@ -133,6 +133,13 @@ inline IEEEFloat& apply(int op, IEEEFloat& a, const IEEEFloat& b) {
   return op == 0 ? a += b : op == 1 ? a -= b : op == 2 ? a *= b : a /= b;
 }
 
+/// A number that tells texts apart.
+inline QNumber sum_of(const std::string& text) {
+  long sum = 0;
+  for (const char c : text) sum = (sum * 31 + c) % 1000003;
+  return sum;
+}
+
 /// Calls on a value x, to be made under low limits, as allocations fail, and in every build: y has
 /// its format and representation, g is another format, n a number.
 using Call = void (*)(IEEEFloat& x, const IEEEFloat& y, Format g, QNumber& n);
@@ -156,7 +163,8 @@ inline constexpr Call calls[] = {
     ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
     // Exact values can be larger than their formats; then g matters.
     ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
-    ON_VALUES(static_cast<void>(x.to_str())), ON_VALUES(n = x.to_integer(g.mant_width)),
+    ON_VALUES(n = sum_of(x.to_str() + to_shortest(x) + to_hex(x, 5) + to_scientific(x, 9))),
+    ON_VALUES(n = x.to_integer(g.mant_width)),
     ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};
 inline constexpr std::size_t first_sized = 3, first_new = 15, first_scaled = 19, first_of_bits = 20,

@@ -241,7 +241,7 @@ TEST(ToText, WideFormatsAreThoseOfMpfr) {
                          {11, 319},
                          {15, 1001}}) {
     Mpfr t(f);
-    for (unsigned long i = 0; i < rounds() / (f.exp_width > 15 ? 200 : 10); ++i) {
+    for (unsigned long i = 0; i < rounds() / (f.exp_width > 15 ? 200 : 20); ++i) {
       const mpz_class p = random.pattern(t) % t.inf;
       if (p == 0) continue;
       const bool negative = random.below(2) == 1;

@@ -36,6 +36,17 @@ void* realloc(void* p, std::size_t size) noexcept { return ++allocations, __libc
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
+// Every form of text, into a range: of formats with e <= 15.
+static void write_all(const IEEEFloat& x) {
+  static char room[12000];
+  char* const end = room + sizeof room;
+  to_chars(room, end, x);
+  for (const auto form : {std::chars_format::scientific, std::chars_format::fixed,
+                          std::chars_format::general, std::chars_format::hex}) {
+    for (const int precision : {-1, 0, 40, 7000, 1 << 20}) to_chars(room, end, x, form, precision);
+  }
+}
+
 // Every call on values of format f, in every mode, of classes of all kinds and in two
 // representations. g is a format of the same kind.
 static void call_all(Format f, Format g, IEEEFloat::Repr repr) {
@@ -56,6 +67,9 @@ static void call_all(Format f, Format g, IEEEFloat::Repr repr) {
     values[7].self_inf(true);
     for (IEEEFloat& x : values) x.set_mode(rm), x.self_specialize_repr(repr);
     for (const IEEEFloat& x : values) {
+      const unsigned long before_texts = allocations;
+      if (f.exp_width <= 15 && f == g) write_all(x);
+      ASSERT_EQ(allocations, before_texts) << "texts of " << name(x);
       for (const IEEEFloat& y : values) {
         const auto check = [&](Call call, std::size_t k) {
           const unsigned long before = allocations;

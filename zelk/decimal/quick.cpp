@@ -230,8 +230,9 @@ template <class W>
   const Fixed<W> above = power.shifted(h);
   const Fixed<W> upper = value + above;
   const Fixed<W> lower = value - (x.closer_below ? halved(above) : above);
-  if (is_close_to<W>(upper.part, 0) | is_close_to<W>(lower.part, 0) |
-      is_close_to(value.part, half)) {
+  const int close = int{is_close_to<W>(upper.part, 0)} | int{is_close_to<W>(lower.part, 0)} |
+                    int{is_close_to(value.part, half)};
+  if (close != 0) {
     const bool exact = p <= 0 && -p <= Power<W>::last_exact && k - p - 2 >= -bits;
     if (!exact) [[unlikely]] {
       return false;

@@ -161,7 +161,7 @@ long Scaling::limbs_to_keep(std::int64_t top, std::int64_t p) {
   const std::int64_t bits =
       std::max<std::int64_t>(top - p * (p < 0 ? 33220 : 33219) / 10000, 0) + 2;
   const std::int64_t needed = bits / limb_bits + 6;
-  return needed < whole ? static_cast<long>(needed) : 0;
+  return needed < whole / 4 ? static_cast<long>(needed) : 0;
 }
 
 Scaling::Quotient Scaling::multiplied(const Limb* a, long n) {
@@ -226,16 +226,56 @@ Scaling::Quotient Scaling::operator()(const Limb* a, long n) {
   return multiplies ? multiplied(a, n) : divided(a, n);
 }
 
-long write_digits(char* out, Limb* a, long n) {
-  if (n == 0) {
-    return 0;
-  }
+namespace {
+
+// The digits of a, not 0, without those before the first that is not 0.
+long write_block(char* out, Limb* a, long n) {
   auto* digits = reinterpret_cast<unsigned char*>(out);
   const auto count = static_cast<long>(mpn_get_str(digits, 10, a, n));
   const long zeros = std::find_if(digits, digits + count, [](auto d) { return d != 0; }) - digits;
   std::transform(digits + zeros, digits + count, out,
                  [](auto d) { return static_cast<char>('0' + d); });
   return count - zeros;
+}
+
+// Of more limbs than this GMP takes a table of powers, which it allocates; of many that is worth
+// it.
+constexpr long block_limbs = 16;
+constexpr long many_limbs = 640;
+constexpr long block_digits = 304;  // fewer than that many limbs hold
+
+// Writes blocks of digits from the last one on.
+long write_blocks(char* out, Limb* a, long n) {
+  Limb divisor[2 * block_limbs];
+  Limb room[2 * block_limbs];
+  const PowerOfFive five = power_of_five(divisor, room, block_digits, block_limbs);
+  const long size = shift_up(divisor, five.size, block_digits);
+  const long most = static_cast<long>(limbs::bit_size(a, n) * 1234 / 4096) + 1;
+  char* end = out + most;
+  Limb other[many_limbs];
+  Limb* quotient = other;
+  char block[20 * block_limbs + 1];
+  while (n > block_limbs) {
+    mpn_tdiv_qr(quotient, a, 0, a, n, divisor, size);
+    const long rest = limbs::trimmed(a, size);
+    const long count = rest == 0 ? 0 : write_block(block, a, rest);
+    end = std::copy_backward(block, block + count, end);
+    end -= block_digits - count;
+    std::fill_n(end, block_digits - count, '0');
+    n = limbs::trimmed(quotient, n - size + 1);
+    std::swap(a, quotient);
+  }
+  const long count = write_block(block, a, n);
+  end = std::copy_backward(block, block + count, end);
+  return std::copy(end, out + most, out) - out;
+}
+
+}  // namespace
+
+long write_digits(char* out, Limb* a, long n) {
+  return n == 0                               ? 0
+         : n <= block_limbs || n > many_limbs ? write_block(out, a, n)
+                                              : write_blocks(out, a, n);
 }
 
 }  // namespace zelk::decimal

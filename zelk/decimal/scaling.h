@@ -31,11 +31,11 @@ class Scaling {
   /// Of integers of up to `size` limbs, by the whole power.
   /// \throws std::bad_alloc
   Scaling(std::int64_t k, std::int64_t p, long size);
-  /// By `kept` limbs of the power, at a cost that grows with the logarithm of p only.
+  /// By so many limbs of the power, at a cost that grows with the logarithm of p only.
   /// \throws std::bad_alloc
-  Scaling(std::int64_t k, std::int64_t p, long size, long kept);
+  Scaling(std::int64_t k, std::int64_t p, long size, long limbs);
   /// The limbs of a power to keep, so that quotients are as good as always sure, for a number below
-  /// 2^(top + 1); 0 where the whole power is as short.
+  /// 2^(top + 1); 0 where the whole power is not much longer.
   static long limbs_to_keep(std::int64_t top, std::int64_t p);
 
   /// A quotient cut off, in limbs that the next one uses again.

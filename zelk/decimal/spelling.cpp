@@ -36,7 +36,7 @@ char* Spelling::write(char* out) const {
   return out;
 }
 
-Tail::Tail(char letter, std::int64_t exponent, long least) : size(0) {
+Tail::Tail(char letter, std::int64_t exponent, long least) {
   text[size++] = letter;
   text[size++] = exponent < 0 ? '-' : '+';
   char digits[20];

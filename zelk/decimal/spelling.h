@@ -33,7 +33,7 @@ class Tail {
 
  private:
   char text[24];
-  std::size_t size;
+  std::size_t size = 0;
 };
 
 /// D * 10^exponent in plain digits, with zeros up to so many places after the point. No digits are

@@ -134,8 +134,9 @@ class Finite {
   }
   /// The exponent of the highest bit, and more, in decimal with its sign.
   std::string top_text(bool plus_one) const {
+    const QNumber exponent = *top + int{plus_one};
     std::ostringstream text;
-    text << std::showpos << *top + int{plus_one};
+    text << (exponent.sign() < 0 ? "" : "+") << exponent;
     return text.str();
   }
   bool has_long_exponent() const { return top.has_value(); }
@@ -439,10 +440,12 @@ std::string to_bits_text(const IEEEFloat& x) {
   return text;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written to
 std::to_chars_result to_chars(char* first, char* last, const IEEEFloat& x) {
   return write_shortest(x, Range{first, last});
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter)
 std::to_chars_result to_chars(char* first, char* last, const IEEEFloat& x, std::chars_format form,
                               int precision, Rounding rounding) {
   const Range out{first, last};

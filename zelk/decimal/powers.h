@@ -46,23 +46,32 @@ extern const CoarsePowers coarse_powers;
 /// for 0 <= q <= 55.
 inline uint128 power_of_five(long q) { return tables::powers.from_least[q + last_power]; }
 
+/// product := x * y.
+inline void multiply(const std::uint64_t (&x)[4], uint128 y, std::uint64_t (&product)[6]) {
+  std::uint64_t carry = 0;
+  for (int i = 0; i < 4; ++i) {
+    const uint128 sum = uint128{x[i]} * words::low_word(y) + carry;
+    product[i] = words::low_word(sum);
+    carry = words::high_word(sum);
+  }
+  product[4] = carry;
+  carry = 0;
+  for (int i = 0; i < 4; ++i) {
+    const uint128 sum = uint128{x[i]} * words::high_word(y) + product[i + 1] + carry;
+    product[i + 1] = words::low_word(sum);
+    carry = words::high_word(sum);
+  }
+  product[5] = carry;
+}
+
 /// 5^q / 2^(binary_exponent(q) - 255), cut off: less than 3 below the power, and the power itself
 /// for 0 <= q <= 110.
 inline Power256 wide_power_of_five(long q) {
   const long n = q + tables::stride * tables::last_coarse;
   const auto& x = tables::coarse_powers.from_least[n / tables::stride].limb;
   const uint128 y = power_of_five(n % tables::stride);
-  std::uint64_t p[6]{};
-  for (int i = 0; i < 2; ++i) {
-    const std::uint64_t digit = i == 0 ? words::low_word(y) : words::high_word(y);
-    std::uint64_t carry = 0;
-    for (int j = 0; j < 4; ++j) {
-      const uint128 sum = uint128{x[j]} * digit + p[i + j] + carry;
-      p[i + j] = words::low_word(sum);
-      carry = words::high_word(sum);
-    }
-    p[i + 4] = carry;
-  }
+  std::uint64_t p[6];
+  multiply(x, y, p);
   const int zeros = static_cast<int>(~p[5] >> 63);  // 0 or 1
   const auto shifted = [&](int i) { return p[i] << zeros | p[i - 1] >> 1 >> (63 - zeros); };
   return {{shifted(2), shifted(3), shifted(4), shifted(5)}};

@@ -156,13 +156,16 @@ IEEEFloat Environment::from_integer(const QNumber& n, format f) {
 
 IEEEFloat Environment::from_text(std::string_view text, format f) {
   detail::require_formats(*this, f);
-  const detail::TextValue v = detail::read_text(text, f);
-  if (v.what == Class::finite) {
-    return make(*this, v.negative ? -v.magnitude : v.magnitude, v.exponent, f);
-  }
-  IEEEFloat x(f, IEEEFloat::ROUND_NEAREST_EVEN);
-  detail::set_special(x, v);
-  return x;
+  constexpr auto mode = IEEEFloat::ROUND_NEAREST_EVEN;
+  return detail::read_whole(text, f, mode, *this, [&] {
+    const detail::TextValue v = detail::read_text(text, f);
+    if (v.what == Class::finite) {
+      return make(*this, v.negative ? -v.magnitude : v.magnitude, v.exponent, f);
+    }
+    IEEEFloat x(f, mode);
+    detail::set_special(x, v);
+    return x;
+  });
 }
 
 // ---- To integers ----

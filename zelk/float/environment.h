@@ -150,7 +150,7 @@ struct ZELK_EXPORT Environment {
   /// Numbers rounded once into f, in the best representation, with nearest-even as stored mode: a
   /// rational, q * 2^k, an integer, and what `IEEEFloat::from_text` takes. A number 0 is +0.
   /// \throws IEEEFloat::error "exponent is not an integer: <k>", "number is not an integer: <n>",
-  ///   "invalid number at position <p>: <text>".
+  ///   "invalid number at position <p>: <text>", "text of another format: (<e>, <m>)".
   IEEEFloat from_rational(const QNumber& q, format f);
   IEEEFloat from_scaled(const QNumber& q, const QNumber& k, format f);
   IEEEFloat from_integer(const QNumber& n, format f);

@@ -4,7 +4,9 @@
 
 #include <string_view>
 
+#include "zelk/float/environment.h"
 #include "zelk/float/ieee_float.h"
+#include "zelk/float/value_access.h"
 #include "zelk/rules/special.h"
 
 namespace zelk::detail {
@@ -17,6 +19,31 @@ struct TextValue {
   QNumber magnitude;
   QNumber exponent;
 };
+
+/// What `read_prefix` has found: where a number ends, which is where the text starts if there is
+/// none, and whether it was read.
+struct Prefix {
+  const char* end;
+  bool is_read;
+};
+
+/// x := the number that is the longest prefix of a text, rounded by the environment, in x's format;
+/// x keeps its mode and representation. Nothing is done for values that numbers make, and for a
+/// number that is not the whole text where that is asked for.
+/// \throws IEEEFloat::error "reached limit on float precision".
+Prefix read_prefix(const char* first, const char* last, bool whole, IEEEFloat& x, Environment& env);
+
+/// A value of format f from a whole text by `read_prefix`, or by `otherwise` where that does
+/// nothing.
+template <class Otherwise>
+IEEEFloat read_whole(std::string_view text, const IEEEFloat::format& f, IEEEFloat::rounding_mode rm,
+                     Environment& env, Otherwise otherwise) {
+  IEEEFloat x = ValueAccess::zero(f, rm);
+  if (!read_prefix(text.data(), text.data() + text.size(), true, x, env).is_read) {
+    x = otherwise();
+  }
+  return x;
+}
 
 /// Reads what `IEEEFloat::from_text` takes.
 /// \throws IEEEFloat::error "invalid number at position <p>: <text>", "reached limit on float

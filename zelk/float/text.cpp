@@ -1,5 +1,6 @@
 // Values to and from text.
 #include <algorithm>
+#include <initializer_list>
 #include <ostream>
 #include <string_view>
 #include <utility>
@@ -117,6 +118,108 @@ detail::NumberText reduced(const detail::NumberText& number, const IEEEFloat::fo
   return result;
 }
 
+// A term of SMT-LIB, and how far it has been read.
+struct Term {
+  std::string_view text;
+  std::size_t position = 0;
+
+  [[noreturn]] void refuse() const {
+    throw IEEEFloat::error("invalid number at position " + std::to_string(position) + ": " +
+                           std::string(text));
+  }
+  // Passes one of these words; which it is.
+  std::size_t take(std::initializer_list<std::string_view> words) {
+    const std::string_view rest = text.substr(position);
+    std::size_t longest = 0;
+    for (const std::string_view& word : words) {
+      const auto end = std::mismatch(word.begin(), word.end(), rest.begin(), rest.end()).first;
+      if (end == word.end()) {
+        position += word.size();
+        return static_cast<std::size_t>(&word - words.begin());
+      }
+      longest = std::max(longest, static_cast<std::size_t>(end - word.begin()));
+    }
+    position += longest;
+    refuse();
+  }
+  // Passes characters of a set, one at least.
+  std::string take_all(std::string_view characters) {
+    const std::size_t end = std::min(text.find_first_not_of(characters, position), text.size());
+    const std::string taken(text.substr(position, end - position));
+    position = end;
+    if (taken.empty()) {
+      refuse();
+    }
+    return taken;
+  }
+  // Passes a number without zeros before it.
+  mpz_class take_number() {
+    if (text.substr(position).starts_with('0')) {
+      refuse();
+    }
+    return mpz_class(take_all("0123456789"));
+  }
+  void take_end() {
+    take({")"});
+    if (position != text.size()) {
+      refuse();
+    }
+  }
+};
+
+// An integer of as many bits as it has digits of one bit or four.
+struct Field {
+  std::string digits;
+  bool hexadecimal;
+
+  explicit Field(Term& term) : hexadecimal(term.take({" #b", " #x"}) == 1) {
+    digits = term.take_all(hexadecimal ? "0123456789abcdefABCDEF" : "01");
+  }
+  std::size_t width() const { return (hexadecimal ? 4 : 1) * digits.size(); }
+  QNumber value() const { return {mpz_class(digits, hexadecimal ? 16 : 2), 1}; }
+};
+
+void require_format(const mpz_class& exp_width, const mpz_class& mant_width,
+                    const IEEEFloat::format& f) {
+  if (exp_width != f.exp_width || mant_width != f.mant_width) {
+    throw IEEEFloat::error("text of another format: (" + exp_width.get_str() + ", " +
+                           mant_width.get_str() + ')');
+  }
+}
+
+// "(fp #b0 #b01111 #b1000000000)", "(_ NaN 5 11)" and its like.
+detail::TextValue read_term(std::string_view text, const IEEEFloat::format& f) {
+  using rules::Class;
+  Term term{text};
+  if (term.take({"(fp", "(_ "}) == 1) {
+    const std::size_t name = term.take({"NaN", "+oo", "-oo", "+zero", "-zero"});
+    term.take({" "});
+    const mpz_class exp_width = term.take_number();
+    term.take({" "});
+    const mpz_class precision = term.take_number();
+    term.take_end();
+    require_format(exp_width, precision - 1, f);
+    const Class what = name == 0 ? Class::nan : name <= 2 ? Class::infinite : Class::zero;
+    return {what, name % 2 == 0, 0, 0};
+  }
+  const bool negative = term.take({" #b0", " #b1"}) == 1;
+  const Field exponent(term);
+  const Field significand(term);
+  term.take_end();
+  require_format(exponent.width(), significand.width(), f);
+  const QNumber biased = exponent.value();
+  const QNumber trailing = significand.value();
+  if (biased == f.max_exponent()) {
+    return {trailing.is_zero() ? Class::infinite : Class::nan, negative, 0, 0};
+  }
+  if (biased.is_zero()) {
+    return {trailing.is_zero() ? Class::zero : Class::finite, negative, trailing,
+            1 - f.bias() - f.mant_width};
+  }
+  return {Class::finite, negative, trailing + detail::power(2, f.mant_width),
+          biased - f.bias() - f.mant_width};
+}
+
 }  // namespace
 
 detail::TextValue detail::read_text(std::string_view text, const IEEEFloat::format& f) {
@@ -130,6 +233,9 @@ detail::TextValue detail::read_text(std::string_view text, const IEEEFloat::form
     return {Class::infinite, negative, 0, 0};
   }
   try {
+    if (text.starts_with('(')) {
+      return read_term(text, f);
+    }
     const NumberText number = read_number(text);
     if (number.magnitude.is_zero()) {
       return {Class::zero, negative, 0, 0};
@@ -155,13 +261,20 @@ void detail::set_special(IEEEFloat& x, const TextValue& v) {
 }
 
 IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm) {
-  const detail::TextValue v = detail::read_text(text, f);
-  if (v.what == rules::Class::finite) {
-    return from_scaled(v.negative ? -v.magnitude : v.magnitude, v.exponent, f, rm);
+  const auto by_numbers = [&] {
+    const detail::TextValue v = detail::read_text(text, f);
+    if (v.what == rules::Class::finite) {
+      return from_scaled(v.negative ? -v.magnitude : v.magnitude, v.exponent, f, rm);
+    }
+    IEEEFloat x(f, rm);
+    detail::set_special(x, v);
+    return x;
+  };
+  if (!rules::is_direction(rm)) {
+    return by_numbers();
   }
-  IEEEFloat x(f, rm);
-  detail::set_special(x, v);
-  return x;
+  Environment env{static_cast<Rounding>(rm)};
+  return detail::read_whole(text, f, rm, env, by_numbers);
 }
 
 }  // namespace zelk

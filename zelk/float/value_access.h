@@ -87,6 +87,16 @@ struct ValueAccess {
     env.apply(operation, x, others...);
   }
   static void step_magnitude(IEEEFloat& x, bool grow) { x.step_magnitude(grow); }
+  /// +0 in format f, in the best representation.
+  static IEEEFloat zero(const IEEEFloat::format& f, IEEEFloat::rounding_mode rm) {
+    if (const bool is64 = f == IEEEFloat::format{11, 52}; is64 || f == IEEEFloat::format{8, 23}) {
+      IEEEFloat x;
+      x.set_mode(rm);
+      x.set_word(0, f, is64 ? Kind::packed64() : Kind::packed32());
+      return x;
+    }
+    return {f, rm};
+  }
   /// +0 in format f: like x if that has the format, else the best representation, with x's mode.
   static IEEEFloat zero_like(const IEEEFloat& x, const IEEEFloat::format& f) {
     const IEEEFloat::Repr r = f == x.get_format() ? x.get_repr() : IEEEFloat::get_best_repr(f);

@@ -1,0 +1,360 @@
+// Numbers read from characters: against exact rationals, where prefixes end, and under every
+// setting of the processor.
+#ifdef __SSE2__
+#include <immintrin.h>
+#endif
+
+#include <cfenv>
+#include <cstring>
+#include <utility>
+
+#include "tests/support.h"
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+using zelk::Environment;
+using zelk::Rounding;
+
+static constexpr Format formats[] = {
+    {5, 10}, {8, 7},  {8, 23},  {11, 52}, {15, 63},  {15, 112}, {19, 236},  {4, 3},
+    {2, 1},  {8, 58}, {15, 48}, {3, 60},  {11, 116}, {20, 318}, {12, 1000}, {64, 5}};
+
+// A setting by number: all roundings, either tininess, with flushing now and then.
+static Environment setting_of(unsigned long i) {
+  return {static_cast<Rounding>(i % 6), static_cast<zelk::Tininess>(i / 6 % 2), i / 12 % 4 == 0};
+}
+
+// The bits and flags of what is read from a text: alike by every way that reads it.
+static std::string read(const std::string& text, Format f, const Environment& env) {
+  Environment by_text = env, by_chars = env;
+  IEEEFloat x(f, IEEEFloat::REPR_GENERIC, modes[3]);
+  const auto [end, ec] = from_chars(text.data(), text.data() + text.size(), x, by_chars);
+  EXPECT_TRUE(end == text.data() + text.size() && ec == std::errc()) << text;
+  EXPECT_TRUE(x.get_format() == f && x.get_mode() == 3 && x.get_repr() == IEEEFloat::REPR_GENERIC);
+  const mpz_class got = bits(by_text.from_text(text, f));
+  EXPECT_TRUE(got == bits(x) && by_text.flags == by_chars.flags) << text;
+  if (env.rounding <= Rounding::toward_negative && !env.flush_results) {
+    EXPECT_EQ(got, bits(IEEEFloat::from_text(text, f, modes[static_cast<int>(env.rounding)])));
+  }
+  return got.get_str(16) + ' ' + std::to_string(by_text.flags);
+}
+
+static mpz_class power_of(unsigned long base, long k) {
+  mpz_class z;
+  mpz_ui_pow_ui(z.get_mpz_t(), base, static_cast<unsigned long>(k));
+  return z;
+}
+
+// The same of digits * 10^k, by exact numbers.
+static std::string round(const mpz_class& digits, long k, Format f, Environment env) {
+  const QNumber q = k < 0 ? QNumber(digits, power_of(5, -k)) : QNumber(digits * power_of(5, k), 1);
+  const IEEEFloat x = env.from_scaled(q, k, f);
+  return bits(x).get_str(16) + ' ' + std::to_string(env.flags);
+}
+
+#define ASSERT_READ(text, digits, k, f, env)                                            \
+  ASSERT_EQ(read(text, f, env), round(digits, k, f, env))                               \
+      << (text) << " into (" << (f).exp_width << ',' << (f).mant_width << ") rounding " \
+      << static_cast<int>((env).rounding)
+
+// log10 of the largest value, or what is tried of it.
+static long reach(Format f) {
+  return f.exp_width > 15 ? 700 : (1L << (f.exp_width - 1)) * 30103 / 100000 + 1;
+}
+
+TEST(ReadText, DecimalsAreRoundedOnce) {
+  Random random;
+  for (const Format f : formats) {
+    const long below = reach(f) + static_cast<long>(f.mant_width) * 3 / 10;
+    const auto range = static_cast<unsigned long>(reach(f) + below + 6);
+    for (unsigned long i = 0; i < rounds() / 2; ++i) {
+      const unsigned long length = random.below(40) + 1;
+      mpz_class digits = random.get_z_range(power_of(10, static_cast<long>(length))) + 1;
+      if (random.below(4) == 0) digits *= power_of(random.below(2) == 0 ? 5 : 10, 9);
+      if (random.below(8) == 0) digits = power_of(2, static_cast<long>(length)) * (2 * i + 1);
+      std::string text = digits.get_str();
+      const auto size = static_cast<long>(text.size());
+      const long point = static_cast<long>(random.below(range)) - below - 2 - size;
+      const long k = random.below(6) == 0 ? -static_cast<long>(random.below(60)) : point;
+      // The point goes somewhere, behind zeros now and then.
+      text.insert(0, random.below(3) * 9, '0');
+      const unsigned long place = random.below(text.size() + 1);
+      text.insert(text.size() - place, ".");
+      text += (i % 2 == 0 ? "e" : "E+") + std::to_string(k + static_cast<long>(place));
+      if (const auto two = text.find("+-"); two != std::string::npos) text.erase(two, 1);
+      const bool negative = random.below(2) == 0;
+      ASSERT_READ((negative ? "-" : "+") + text, negative ? -digits : digits, k, f, setting_of(i));
+    }
+  }
+}
+
+// Numbers as close to values and to the middles of two as their digits allow: w * 10^k close to
+// n * 2^j, where w / n is a convergent of 2^j / 10^k.
+TEST(ReadText, CloseToMiddles) {
+  Random random;
+  for (const Format f : formats) {
+    const long bits = static_cast<long>(f.mant_width) + 2;
+    if (bits > 400) continue;
+    const long most = std::min(reach(f) * 332 / 100, 9000L);
+    for (unsigned long i = 0; i < rounds() / 8; ++i) {
+      const long j =
+          static_cast<long>(random.below(static_cast<unsigned long>(2 * most))) - most - bits;
+      const long size = std::max(bits * 301 / 1000, 1L) + static_cast<long>(random.below(5)) - 2;
+      const long k = (j + bits) * 30103 / 100000 - size;
+      mpz_class a = j > 0 ? pow2(static_cast<unsigned long>(j)) : mpz_class(1);
+      mpz_class b = j > 0 ? mpz_class(1) : pow2(static_cast<unsigned long>(-j));
+      (k > 0 ? b : a) *= power_of(10, std::abs(k));
+      // Leading bits suffice.
+      const auto least =
+          std::min(mpz_sizeinbase(a.get_mpz_t(), 2), mpz_sizeinbase(b.get_mpz_t(), 2));
+      const auto needless = std::max(static_cast<long>(least) - 3 * bits, 0L);
+      a >>= static_cast<unsigned long>(needless);
+      b >>= static_cast<unsigned long>(needless);
+      mpz_class w[2] = {0, 1}, n[2] = {1, 0};
+      while (b != 0) {
+        const mpz_class term = a / b;
+        const mpz_class next_w = w[0] + term * w[1], next_n = n[0] + term * n[1];
+        const mpz_class rest = a % b;
+        if (next_n >= pow2(f.mant_width + 2)) break;
+        w[0] = std::exchange(w[1], next_w);
+        n[0] = std::exchange(n[1], next_n);
+        a = std::exchange(b, rest);
+      }
+      for (const int which : {0, 1}) {
+        if (n[which] == 0 || w[which] == 0) continue;
+        const mpz_class factor = pow2(f.mant_width + 2) / n[which];
+        const mpz_class digits = w[which] * std::max<mpz_class>(factor - random.below(3), 1);
+        for (unsigned long r = 0; r < 6; ++r) {
+          ASSERT_READ(digits.get_str() + 'e' + std::to_string(k), digits, k, f,
+                      setting_of(r + 12 * i));
+        }
+      }
+    }
+  }
+}
+
+// Values and middles in full, and numbers that differ from them far behind.
+TEST(ReadText, TheLastDigitDecides) {
+  Random random;
+  for (const Format f : formats) {
+    if (f.exp_width > 15) continue;
+    const Layout t(f);
+    const bool large = f.exp_width > 11 || f.mant_width > 200;
+    for (unsigned long i = 0; i < rounds() / (large ? 50 : 5); ++i) {
+      const mpz_class p = random.pattern(t) % t.inf;
+      const mpq_class v = (t.value(p) + t.value(p + random.below(2))) / 2;
+      const long places = std::max(0L, 1 - t.exponent(p));
+      if (v == 0 || places > 6000) continue;
+      const mpz_class digits(v * power_of(10, places));
+      const unsigned long more = random.below(1000) + 1;
+      const auto added = static_cast<long>(more);
+      const mpz_class there = digits * power_of(10, added);
+      const Environment env = setting_of(random.below(48));
+      const std::string exponent = 'e' + std::to_string(-places - added);
+      for (const int change : {-1, 0, 1}) {
+        const mpz_class n = there + change;
+        ASSERT_READ(n.get_str() + exponent, n, -places - added, f, env);
+      }
+    }
+  }
+}
+
+TEST(ReadText, HexadecimalIsExact) {
+  Random random;
+  for (const Format f : formats) {
+    const long most = reach(f) * 332 / 100 + static_cast<long>(f.mant_width) + 9;
+    for (unsigned long i = 0; i < rounds() / 4; ++i) {
+      const mpz_class n = random.get_z_bits(random.below(f.mant_width + 90) + 1) + 1;
+      const mpz_class digits = n << random.below(3) * 2 * random.below(40);
+      const long k = static_cast<long>(random.below(static_cast<unsigned long>(2 * most))) - most -
+                     static_cast<long>(mpz_sizeinbase(digits.get_mpz_t(), 2));
+      std::string text = digits.get_str(i % 2 == 0 ? 16 : -16);
+      const unsigned long place = random.below(text.size() + 1);
+      text.insert(text.size() - place, ".");
+      text = (i % 2 == 0 ? "0x00" : "-0X") + text + (i % 3 == 0 ? 'P' : 'p') +
+             std::to_string(k + 4 * static_cast<long>(place));
+      Environment env = setting_of(i / 2);
+      const std::string got = read(text, f, env);
+      const IEEEFloat x = env.from_scaled(QNumber(i % 2 == 0 ? digits : -digits, 1), k, f);
+      ASSERT_EQ(got, bits(x).get_str(16) + ' ' + std::to_string(env.flags)) << text;
+    }
+  }
+}
+
+// What of a text is read, as (5, 10), and the flags.
+TEST(FromChars, ReadsTheLongestPrefix) {
+  const struct {
+    const char* read;
+    const char* rest;
+    int bits;
+    int flags = 0;
+  } rows[] = {{"1", "", 0x3C00},
+              {"+1", " ", 0x3C00},
+              {"-1", "-", 0xBC00},
+              {"1", "e", 0x3C00},
+              {"1", "e+", 0x3C00},
+              {"1", "E-x", 0x3C00},
+              {"1e1", "e1", 0x4900},
+              {"1.5", ".5", 0x3E00},
+              {"5.", "", 0x4500},
+              {"5.", "x", 0x4500},
+              {".5", "", 0x3800},
+              {"5.e0", "", 0x4500},
+              {"0", "x", 0},
+              {"0", "x.", 0},
+              {"-0", "xg", 0x8000},
+              {"0x1", "p", 0x3C00},
+              {"0x1", "p+", 0x3C00},
+              {"0x1.", "p", 0x3C00},
+              {"0X.8P1", "p", 0x3C00},
+              {"0xe", "+1", 0x4B00},
+              {"1", "/3", 0x3C00},
+              {"1", "x", 0x3C00},
+              {"inf", "init", 0x7C00},
+              {"-INF", "", 0xFC00},
+              {"Infinity", "y", 0x7C00},
+              {"nan", "(1)", 0xFC01},
+              {"-nan", "", 0xFC01},
+              {"+NaN", "n", 0xFC01},
+              {"0e99999999999999999999", "", 0},
+              {"-0.0", "e", 0x8000},
+              {"00000000000000000000.1e1", "", 0x3C00},
+              {"1e99999999999999999999", "", 0x7C00, 20},
+              {"1e-99999999999999999999", ",", 0, 24},
+              {"0x1p99999999999999999999", "", 0x7C00, 20},
+              {"-1e-8", "", 0x8000, 24},
+              {"65519", "", 0x7BFF, 16},
+              {"65520", "", 0x7C00, 20},
+              {"0.1", "", 0x2E66, 16},
+              {"0x1p-25", "", 0, 24},
+              {"0x1.00000000000000000000000000000000001p-25", "", 1, 24}};
+  for (const auto& row : rows) {
+    const std::string text = std::string(row.read) + row.rest;
+    const char* const read_end = text.data() + std::strlen(row.read);
+    for (const bool before : {false, true}) {
+      Environment env;
+      env.flags = before ? 1 : 0;
+      IEEEFloat x({5, 10}, modes[2]);
+      const auto [end, ec] = from_chars(text.data(), text.data() + text.size(), x, env);
+      EXPECT_TRUE(ec == std::errc() && end == read_end && bits(x) == row.bits &&
+                  env.flags == (row.flags | int{before}) && x.get_mode() == 2)
+          << text << " gives " << name(x) << " and flags " << int{env.flags};
+    }
+  }
+  for (const std::string text : {"", "-", "+", ".", "-.", ".e1", "e1", " 1", "x", "in", "na", "--1",
+                                 "+-1", "i", "(fp #b0 #b0 #b0)", "_1", ".x"}) {
+    IEEEFloat x = IEEEFloat::from_bits(5, {5, 10});
+    Environment env;
+    const auto [end, ec] = from_chars(text.data(), text.data() + text.size(), x, env);
+    EXPECT_TRUE(ec == std::errc::invalid_argument && end == text.data() && bits(x) == 5 &&
+                env.flags == 0)
+        << text;
+  }
+  IEEEFloat x({5, 10}, modes[0]);
+  Environment env;
+  EXPECT_EQ(from_chars(nullptr, nullptr, x, env).ptr, nullptr);
+}
+
+TEST(FromChars, KeepsWhatIsNoPartOfTheNumber) {
+  const std::string text = "-2.5e-1,";
+  for (const auto repr :
+       {IEEEFloat::REPR_FLOAT32, IEEEFloat::REPR_FLOAT64, IEEEFloat::REPR_GENERIC}) {
+    for (const Format f : {Format{8, 23}, {11, 52}, {5, 10}, {15, 112}, {19, 236}, {70, 10}}) {
+      IEEEFloat x(f, repr, modes[1]);
+      IEEEFloat want = Environment().from_rational(QNumber(-1) / 4, f);
+      want.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+      want.self_specialize_repr(repr);
+      want.set_mode(modes[1]);
+      Environment env;
+      EXPECT_EQ(from_chars(text.data(), text.data() + text.size(), x, env).ptr, &text.back());
+      EXPECT_TRUE(same(x, want) && env.flags == 0) << name(x);
+    }
+  }
+  Environment bad{static_cast<Rounding>(6)};
+  const auto call = [&](const IEEEFloat& value) {
+    return TRIED(IEEEFloat(value), from_chars(text.data(), text.data() + 4, x, bad));
+  };
+  EXPECT_EQ(call(IEEEFloat({5, 10}, modes[0])), "bad rounding mode: 6");
+  bad.rounding = Rounding::to_odd;
+  EXPECT_EQ(call(IEEEFloat({1, 4}, modes[0])), "format without arithmetic: (1, 4)");
+}
+
+#ifdef __SSE2__
+// Results are the same, and nothing of the processor's state changes, however it rounds and
+// flushes.
+TEST(ReadText, TheProcessorPlaysNoPart) {
+  const char* texts[] = {"0.1",
+                         "1e23",
+                         "9007199254740993",
+                         "5e-324",
+                         "4.9e-324",
+                         "1e-400",
+                         "2e308",
+                         "1.00000000000000000000000000000000000000000000000000000001",
+                         "2.2250738585072011e-308",
+                         "1.17549435e-38",
+                         "123456789012345678901e-40"};
+  const unsigned usual = _mm_getcsr();
+  for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
+    for (const char* text : texts) {
+      for (unsigned long i = 0; i < 6; ++i) {
+        const std::string want = read(text, f, setting_of(i + 12));
+        for (const int direction : {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+          std::fesetround(direction);
+          std::feclearexcept(FE_ALL_EXCEPT);
+          const unsigned flushing = _mm_getcsr() | 0x8040;  // results and operands
+          _mm_setcsr(flushing);
+          const std::string got = read(text, f, setting_of(i + 12));
+          EXPECT_TRUE(_mm_getcsr() == flushing && std::fetestexcept(FE_ALL_EXCEPT) == 0);
+          std::fesetround(FE_TONEAREST);
+          _mm_setcsr(usual);
+          ASSERT_EQ(got, want) << text;
+        }
+      }
+    }
+  }
+}
+#endif
+
+TEST(ReadText, TermsOfSmtLib) {
+  const struct {
+    const char* text;
+    const char* want;  // the bits and flags, or what is thrown
+    Format f = {5, 10};
+  } rows[] = {{"(fp #b0 #b01111 #b1000000000)", "3e00 0"},
+              {"(fp #b1 #b00000 #b0000000001)", "8001 0"},
+              {"(fp #b1 #b00000 #b0000000000)", "8000 0"},
+              {"(fp #b1 #b11111 #b0000000000)", "fc00 0"},
+              {"(fp #b0 #b11111 #b0000000101)", "fc01 0"},
+              {"(fp #b0 #x7f #b0000000)", "3f80 0", {8, 7}},
+              {"(fp #b1 #b11111111111 #xfFffffffffffF)", "fff0000000000001 0", {11, 52}},
+              {"(_ NaN 5 11)", "fc01 0"},
+              {"(_ +oo 5 11)", "7c00 0"},
+              {"(_ -oo 8 24)", "ff800000 0", {8, 23}},
+              {"(_ +zero 5 11)", "0 0"},
+              {"(_ -zero 5 11)", "8000 0"},
+              {"(_ NaN 5 12)", "text of another format: (5, 11)"},
+              {"(fp #b0 #b01111 #b100000000)", "text of another format: (5, 9)"},
+              {"(fp #b0 #b01111  #b1000000000)", "invalid number at position 16: *"},
+              {"(fp #b2 #b01111 #b1000000000)", "invalid number at position 6: *"},
+              {"(fp #b01 #b01111 #b1000000000)", "invalid number at position 7: *"},
+              {"(fp #b0 #b #b1000000000)", "invalid number at position 10: *"},
+              {"(_ +zer 5 11)", "invalid number at position 7: *"},
+              {"(_ oo 5 11)", "invalid number at position 3: *"},
+              {"(_ NaN 05 11)", "invalid number at position 7: *"},
+              {"(_ NaN 5 11) ", "invalid number at position 12: *"},
+              {"(fp", "invalid number at position 3: *"},
+              {"(", "invalid number at position 1: *"}};
+  for (const auto& row : rows) {
+    std::string want = row.want;
+    if (want.ends_with('*')) want.replace(want.size() - 1, 1, row.text);
+    Environment env;
+    IEEEFloat x;
+    const std::string thrown = message([&] { return x = env.from_text(row.text, row.f); });
+    const std::string got = bits(x).get_str(16) + ' ' + std::to_string(env.flags);
+    EXPECT_EQ(thrown.empty() ? got : thrown, want) << row.text;
+    EXPECT_EQ(message([&] { return x = IEEEFloat::from_text(row.text, row.f, modes[1]); }), thrown);
+  }
+  Environment flushing{Rounding::nearest_even, zelk::Tininess::after_rounding, true};
+  EXPECT_EQ(bits(flushing.from_text("(fp #b1 #b00000 #b0000000001)", {5, 10})), 0x8000);
+  EXPECT_EQ(flushing.flags, 24);
+}

@@ -37,7 +37,6 @@ static void expect_back(const std::string& text, const IEEEFloat& x, Rounding ro
 
 // In a room of its own, so that a sanitizer sees its ends.
 static void expect_in_room(std::size_t size, const std::string& want, auto write) {
-  const std::vector<char> empty;
   std::vector<char> room(size);
   char* first = room.data();
   const auto [end, error] = write(first, first + size);

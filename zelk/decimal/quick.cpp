@@ -163,32 +163,28 @@ template <std::size_t n>
       --last;
       zeros += 8;
     }
-  std::size_t first = 0;
-  while (blocks[first] == 0) {
-    ++first;
-  }
   zeros += std::countl_zero(blocks[last]) / 8;
-  const long before = static_cast<long>(8 * first) + std::countr_zero(blocks[first]) / 8;
+  long before = std::countr_zero(blocks[0]) / 8;
+  for (std::size_t i = 1; i < n && (n > 3 || i < 2); ++i) {
+    const bool begins = before == static_cast<long>(8 * i);
+    before += std::countr_zero(blocks[i]) / 8 & -static_cast<long>(begins);
+  }
   d.first = room_before + before;
   d.count = static_cast<long>(8 * n) - before - zeros;
   d.top = p + static_cast<long>(8 * n) - before - 1;
 }
 
-// d := n * 10^p, n not 0.
+// d := n * 10^p, n not 0. One digit before whole blocks is what most numbers of a format have, or
+// none.
 [[gnu::always_inline]] inline void write(std::uint64_t n, std::int64_t p, Digits& d) {
-  if (n < ten16) {
-    // One digit before a whole block is what most numbers of a format have, or none.
-    const std::uint64_t top = n / ten8;
-    const std::uint64_t block = eight_digits(n % ten8);
-    if (top < 10) {
-      write_blocks({top << 56, block}, p, d);
-    } else {
-      write_blocks({eight_digits(top), block}, p, d);
-    }
+  const std::uint64_t upper = n / ten8;
+  const std::uint64_t block = eight_digits(n % ten8);
+  if (upper < 10) {
+    write_blocks({upper << 56, block}, p, d);
   } else {
-    const std::uint64_t upper = n / ten8;
-    write_blocks({eight_digits(upper / ten8), eight_digits(upper % ten8), eight_digits(n % ten8)},
-                 p, d);
+    const std::uint64_t top = upper / ten8;
+    write_blocks({top < 10 ? top << 56 : eight_digits(top), eight_digits(upper % ten8), block}, p,
+                 d);
   }
 }
 
@@ -238,37 +234,43 @@ template <class W>
       return false;
     }
   }
-  // What is as good as random to a branch predictor is computed without branches.
   const W odd = x.significand & 1;
   const W most = upper.whole - (W{upper.part == 0} & odd);
   const W least = lower.whole + (W{lower.part != 0} | odd);
-  const W tens = most - modulo_ten(most);
-  const W up = W{value.part > half} | (W{value.part == half} & value.whole);
-  const W rounded = value.whole + (up & 1);
-  const W nearest = rounded + W{rounded < least};
-  const W n = nearest ^ ((nearest ^ tens) & words::opaque(words::mask_if<W>(tens >= least)));
-  write(n, p, d);
+  W n = most - modulo_ten(most);
+  if (n < least) {
+    const W up = W{value.part > half} | (W{value.part == half} & value.whole);
+    n = value.whole + (up & 1);
+    n += W{n < least};
+  }
+  if (x.significand >> 20 == 0) {  // n < 14 * 2^20
+    write_blocks({eight_digits(static_cast<std::uint64_t>(n))}, p, d);
+  } else {
+    write(n, p, d);
+  }
   // Of few values 9 * 10^i reads back as well as 10^(i + 1), and may be closer.
   return x.significand >= 16 || d.count > 1 || *d.begin() != '1' || n <= value.whole;
 }
 
-// d := the digits of an integer s * 2^k; false for one of 2^127 or more.
-[[gnu::noinline]] bool whole_digits(uint128 s, std::int64_t k, Digits& d) {
+// d := the digits of a value that is an integer; false for one of 2^127 or more.
+template <class W>
+bool whole_digits(const Short<W>& x, Digits& d) {
+  const std::int64_t k = x.exponent;
   if (k <= 0) {
-    write(s >> -k, 0, d);
+    write(x.significand >> -k, 0, d);
     return true;
   }
-  if (k >= 127 || s >> (127 - k) != 0) {
+  if (k >= 127 || uint128{x.significand} >> (127 - k) != 0) {
     return false;
   }
-  write(s << k, 0, d);
+  write(uint128{x.significand} << k, 0, d);
   return true;
 }
 
 // ---- Texts ----
 
 // In plain digits.
-[[gnu::noinline]] QuickText plain(const Digits& d) {
+[[gnu::always_inline]] inline QuickText plain(const Digits& d) {
   if (d.top < 0) {  // "0.000": zeros, of which one becomes the point
     char* const begin = d.begin() + d.top - 1;
     std::memset(d.begin() - room_before, '0', room_before);
@@ -280,7 +282,10 @@ template <class W>
     return {d.begin(), d.end() + d.exponent()};
   }
   char* const begin = d.begin() - 1;
-  std::memmove(begin, d.begin(), static_cast<std::size_t>(d.top + 1));
+  begin[0] = begin[1];
+  if (d.top > 0) {
+    std::memmove(begin + 1, begin + 2, static_cast<std::size_t>(d.top));
+  }
   begin[d.top + 1] = '.';
   return {begin, d.end()};
 }
@@ -325,7 +330,7 @@ template <class W>
     return {};
   }
   const bool has_plain = is_plain(d.count, d.exponent());
-  if (has_plain && d.exponent() > 0 && !whole_digits(x.significand, x.exponent, d)) {
+  if (has_plain && d.exponent() > 0 && !whole_digits(x, d)) {
     return {};
   }
   QuickText text = has_plain ? plain(d) : with_exponent(d);
@@ -342,6 +347,9 @@ QuickText shortest_text(std::uint64_t pattern, int e, int m, QuickRoom& room) {
 }
 QuickText shortest_text(uint128 pattern, int e, int m, QuickRoom& room) {
   return text_of_pattern(pattern, e, m, room);
+}
+QuickText shortest_text16(std::uint64_t pattern, QuickRoom& room) {
+  return text_of_pattern(pattern, 5, 10, room);
 }
 QuickText shortest_text32(std::uint64_t pattern, QuickRoom& room) {
   return text_of_pattern(pattern, 8, 23, room);

@@ -32,7 +32,8 @@ struct QuickText {
 /// of the error does not decide.
 QuickText shortest_text(std::uint64_t pattern, int e, int m, QuickRoom& room);
 QuickText shortest_text(uint128 pattern, int e, int m, QuickRoom& room);
-/// The same of binary32 and binary64.
+/// The same of binary16, binary32 and binary64.
+QuickText shortest_text16(std::uint64_t pattern, QuickRoom& room);
 QuickText shortest_text32(std::uint64_t pattern, QuickRoom& room);
 QuickText shortest_text64(std::uint64_t pattern, QuickRoom& room);
 

@@ -226,6 +226,9 @@ decimal::QuickText quick_text(const IEEEFloat& x, decimal::QuickRoom& room) {
   const auto e = static_cast<int>(head.exp_width);
   const auto m = static_cast<int>(head.mant_width);
   if (head.kind.is_one_word()) {
+    if (head.kind.road() == detail::Road::half) {
+      return decimal::shortest_text16(words[0], room);
+    }
     return decimal::shortest_text(words[0], e, m, room);
   }
   if (!detail::has_short_roads || !head.kind.names_format() || head.kind.is_wide() || e < 2 ||

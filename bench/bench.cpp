@@ -16,6 +16,7 @@
 #include "bench/environment_rows.h"
 #include "bench/peers.h"
 #include "bench/rows.h"
+#include "bench/text_rows.h"
 #include "zelk/zelk.h"
 
 namespace {
@@ -305,6 +306,12 @@ void register_all() {
     convert_rows(*all[i + 1], all[i]->f);
   }
   dot_rows(half, single);
+  for (const Operands* o : {&half, &bfloat, &single, &twice, &quad, &octuple}) {
+    text_rows(*o);
+    text_rows(anywhere(*o));
+    ratio_rows(*o, 31);
+    ratio_rows(*o, 64);
+  }
   register_rationals("10_bits", 1UL << 10, false);
   register_rationals("31_bits", (1UL << 31) - 1, false);
   register_rationals("integers", 1UL << 31, true);

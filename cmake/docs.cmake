@@ -4,7 +4,7 @@ if(PROJECT_IS_TOP_LEVEL AND BUILD_TESTING)
   enable_testing()
   set(blocks ${PROJECT_SOURCE_DIR}/docs/blocks.py)
   foreach(page README docs/getting-started docs/formats docs/rounding docs/environment
-          docs/numbers docs/errors)
+          docs/text docs/numbers docs/errors)
     cmake_path(GET page FILENAME name)
     set(path ${PROJECT_SOURCE_DIR}/${page}.md)
     add_custom_command(OUTPUT docs_${name}.cpp DEPENDS ${blocks} ${path}

@@ -1,14 +1,14 @@
 // Encloses rationals, their sum and their product between floating-point bounds, in formats from
 // 8 bits to 256, and proves every enclosure with exact numbers.
 //
-//   enclosure [rational...]      a rational is an integer or a fraction: 7, -1/3, 355/113
+//   enclosure [rational...]      a rational is what `QNumber::from_text` takes: 7, -1/3, 0.1,
+//   0x1p-9
 #include <algorithm>
 #include <array>
 #include <exception>
 #include <iostream>
 #include <iterator>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -27,28 +27,6 @@ constexpr auto up = IEEEFloat::ROUND_TOWARD_POSITIVE;
 struct Interval {
   IEEEFloat lower, upper;
 };
-
-bool is_natural(const std::string& text) {
-  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-}
-
-QNumber parse(const std::string& text) {
-  const bool negative = text.starts_with('-');
-  const bool is_signed = negative || text.starts_with('+');
-  const std::string magnitude = text.substr(is_signed ? 1 : 0);
-  const auto slash = magnitude.find('/');
-  const std::string n = magnitude.substr(0, slash);
-  const std::string d = slash == std::string::npos ? "1" : magnitude.substr(slash + 1);
-  if (!is_natural(n) || !is_natural(d)) {
-    throw std::invalid_argument("not a rational: '" + text + "'");
-  }
-  const mpz_class denominator(d, 10);
-  if (denominator == 0) {
-    throw std::invalid_argument("the denominator is zero: '" + text + "'");
-  }
-  const QNumber q(mpz_class(n, 10), denominator);
-  return negative ? -q : q;
-}
 
 // An infinite bound is beyond every number on its side.
 bool is_below(const IEEEFloat& x, const QNumber& q) {
@@ -168,7 +146,8 @@ bool run(std::vector<std::string> arguments) {
     arguments = {"1/3", "2/7", "355/113", "-1/3", "1/2049", "1/4095"};
   }
   std::vector<QNumber> inputs;
-  std::transform(arguments.begin(), arguments.end(), std::back_inserter(inputs), parse);
+  std::transform(arguments.begin(), arguments.end(), std::back_inserter(inputs),
+                 [](const std::string& text) { return QNumber::from_text(text); });
   bool proven = true;
   for (const Format f : {Format{4, 3}, {5, 10}, {8, 7}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
     proven = report_format(inputs, f) && proven;

@@ -206,12 +206,13 @@ inline Exact to_integral(const Exact& a, Rounding d, unsigned flags) {
 
 using Values = std::vector<IEEEFloat>;
 
-/// The order of any two values; infinities are beyond all others.
+/// The order of any two values.
 inline std::partial_ordering order(const Exact& a, const Exact& b) {
-  const auto key = [](const Exact& x) {
-    return x.kind != Exact::infinite ? x.value() : mpq_class(x.negative ? -1 : 1) << 999;
+  const auto end = [](const Exact& x) {
+    return x.kind != Exact::infinite ? 0 : x.negative ? -1 : 1;
   };
-  return any_nan({a, b}) ? std::partial_ordering::unordered : cmp(key(a), key(b)) <=> 0;
+  if (any_nan({a, b})) return std::partial_ordering::unordered;
+  return end(a) != end(b) ? end(a) <=> end(b) : cmp(a.value(), b.value()) <=> 0;
 }
 
 /// An operation in one format, or into another one, and what it means.
@@ -314,6 +315,137 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
       }
     }
   }
+}
+
+inline Exact magnitude_of(Exact x) { return x.negative = false, x; }
+
+/// One of two operands.
+struct Selection {
+  const char* name;
+  IEEEFloat (Environment::*call)(IEEEFloat x, const IEEEFloat& y);
+  bool largest, magnitude, number;
+
+  bool takes_first(const Exact& a, const Exact& b) const {
+    if (any_nan({a, b})) return any_nan({b}) == number;
+    auto o = order(magnitude_of(a), magnitude_of(b));
+    if (!magnitude || std::is_eq(o)) o = order(a, b);
+    if (std::is_eq(o)) o = static_cast<int>(b.negative) <=> static_cast<int>(a.negative);
+    return largest ? std::is_gt(o) : std::is_lt(o);
+  }
+};
+inline const Selection selections[] = {
+    {"minimum", &Environment::minimum, false, false, false},
+    {"maximum", &Environment::maximum, true, false, false},
+    {"minimum_number", &Environment::minimum_number, false, false, true},
+    {"maximum_number", &Environment::maximum_number, true, false, true},
+    {"minimum_magnitude", &Environment::minimum_magnitude, false, true, false},
+    {"maximum_magnitude", &Environment::maximum_magnitude, true, true, false},
+    {"minimum_magnitude_number", &Environment::minimum_magnitude_number, false, true, true},
+    {"maximum_magnitude_number", &Environment::maximum_magnitude_number, true, true, true}};
+
+inline void check_selections(const Target& t, const Operand& x, const Operand& y) {
+  for (const Selection& s : selections) {
+    for (const bool flush : {false, true}) {
+      const Exact &a = x.exact[flush], &b = y.exact[flush];
+      Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
+      const IEEEFloat r = (env.*s.call)(x.x, y.x);
+      ++cases;
+      ASSERT_BITS(r, t.round(s.takes_first(a, b) ? a : b, {}).bits)
+          << name(env) << s.name << " of " << name({x.x, y.x});
+      ASSERT_TRUE(env.flags == other_bits && r.get_mode() == x.x.get_mode() &&
+                  r.get_repr() == x.x.get_repr());
+    }
+  }
+}
+
+/// These have the first form only.
+inline const IEEEFloat& own(const IEEEFloat& x, auto... /*f*/) { return x; }
+inline const Operation to_integers[] = {
+    ZELK_OPERATION(round_to_integral(own(v[0], f...)), 1, to_integral(v[0], d, inexact)),
+    ZELK_OPERATION(nearbyint(own(v[0], f...)), 1, to_integral(v[0], d, 0))};
+
+inline void check_integers(const Operand& x) {
+  for (unsigned i = 0; i < 12 * (x.subnormal ? 2 : 1); ++i) {
+    const Environment start{static_cast<Rounding>(i % 6), Tininess::after_rounding, i / 6 % 2 == 0,
+                            i / 12 == 1, other_bits};
+    const Exact n = to_integral(x.exact[i / 12], start.rounding, inexact);
+    for (const unsigned long w : {1UL, 3UL, 6UL, 70UL, ~0UL}) {
+      for (const bool is_signed : {true, false}) {
+        Environment env = start;
+        const auto got = w == ~0UL && is_signed ? env.to_integer(x.x)
+                         : is_signed            ? env.to_signed(x.x, w)
+                                                : env.to_unsigned(x.x, w);
+        const mpq_class q = n.kind == Exact::finite ? n.value() : mpq_class(0);
+        const mpq_class end = mpq_class(1) << (w == ~0UL ? 20000 : is_signed ? w - 1 : w);
+        const bool fits =
+            n.kind == Exact::finite && q < end && q >= (is_signed ? mpq_class(-end) : mpq_class(0));
+        const unsigned flags = other_bits | (fits ? n.flags : invalid);
+        ++cases;
+        ASSERT_TRUE(got.has_value() == fits && (!fits || got->to_mpq() == q) && env.flags == flags)
+            << name(start) << name(x.x) << " to " << w << " bits, signed " << is_signed
+            << ", wanted " << (fits ? q.get_str() : "none") << ' ' << flags << ", not "
+            << env.flags;
+      }
+    }
+  }
+}
+
+/// What the standard makes of a sum of terms, from the definition.
+inline Exact sum_of(const Operands& terms, Rounding d) {
+  bool zeros[2] = {false, false}, infinities[2] = {false, false}, other = false, bad = false,
+       nan = false;
+  mpq_class total = 0;
+  for (const Exact& x : terms) {
+    nan = nan || (x.kind == Exact::nan && x.flags == 0);
+    bad = bad || x.flags != 0;
+    if (x.kind == Exact::infinite) infinities[x.negative] = true;
+    if (x.is_zero()) zeros[x.negative] = true;
+    other = other || (x.kind == Exact::finite && x.q != 0);
+    if (x.kind == Exact::finite) total += x.value();
+  }
+  if (nan) return {};
+  if (bad || (infinities[0] && infinities[1])) return invalid_result();
+  if (infinities[0] || infinities[1]) return infinity(infinities[1]);
+  const bool mixed_signs = other || (zeros[0] && zeros[1]);
+  return number(total, mixed_signs ? d == Rounding::toward_negative : zeros[1]);
+}
+
+inline void check_sum(const Target& to, const Environment& start, const Exact& exact,
+                      const Values& x, const Values& y) {
+  Environment env = start;
+  const Answer want = to.round(exact, env);
+  const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
+  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+      << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
+      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+  ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+}
+
+/// Any settings, with flags to be kept.
+inline Environment any_environment(auto& random) {
+  return {static_cast<Rounding>(random.below(6)), static_cast<Tininess>(random.below(2)),
+          random.below(4) == 0, random.below(4) == 0, other_bits};
+}
+
+/// q, its numerator, and these times 2^k, as numbers and as text.
+inline void check_factories(const Target& to, const Environment& start, const mpq_class& q,
+                            long k) {
+  const mpz_class n = q.get_num();
+  const std::string text =
+      (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
+  const auto check = [&](const char* what, const mpq_class& number_, long scale, auto call) {
+    Environment env = start;
+    const Answer want = to.round({Exact::finite, number_ < 0, abs(number_), scale}, env);
+    const IEEEFloat r = call(env);
+    ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+        << name(start) << what << number_ << " p " << scale << " is " << name(r) << ' '
+        << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+    ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+  };
+  check("from_rational ", q, 0, [&](auto& e) { return e.from_rational(QNumber(q), to.f); });
+  check("from_scaled ", q, k, [&](auto& e) { return e.from_scaled(QNumber(q), k, to.f); });
+  check("from_integer ", n, 0, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
+  check("from_text ", n, k, [&](auto& e) { return e.from_text(text, to.f); });
 }
 
 }  // namespace zelk_test

@@ -25,46 +25,6 @@ static std::vector<Operand> all_of(const Target& t) {
 // The same in a packed word of another format.
 static Operand packed(Operand o) { return o.x.self_specialize_repr(IEEEFloat::REPR_FLOAT32), o; }
 
-static Exact magnitude_of(Exact x) { return x.negative = false, x; }
-
-struct Selection {
-  const char* name;
-  IEEEFloat (Environment::*call)(IEEEFloat x, const IEEEFloat& y);
-  bool largest, magnitude, number;
-
-  bool takes_first(const Exact& a, const Exact& b) const {
-    if (any_nan({a, b})) return any_nan({b}) == number;
-    auto o = order(magnitude_of(a), magnitude_of(b));
-    if (!magnitude || std::is_eq(o)) o = order(a, b);
-    if (std::is_eq(o)) o = static_cast<int>(b.negative) <=> static_cast<int>(a.negative);
-    return largest ? std::is_gt(o) : std::is_lt(o);
-  }
-};
-static const Selection selections[] = {
-    {"minimum", &Environment::minimum, false, false, false},
-    {"maximum", &Environment::maximum, true, false, false},
-    {"minimum_number", &Environment::minimum_number, false, false, true},
-    {"maximum_number", &Environment::maximum_number, true, false, true},
-    {"minimum_magnitude", &Environment::minimum_magnitude, false, true, false},
-    {"maximum_magnitude", &Environment::maximum_magnitude, true, true, false},
-    {"minimum_magnitude_number", &Environment::minimum_magnitude_number, false, true, true},
-    {"maximum_magnitude_number", &Environment::maximum_magnitude_number, true, true, true}};
-
-static void check_selections(const Target& t, const Operand& x, const Operand& y) {
-  for (const Selection& s : selections) {
-    for (const bool flush : {false, true}) {
-      const Exact &a = x.exact[flush], &b = y.exact[flush];
-      Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
-      const IEEEFloat r = (env.*s.call)(x.x, y.x);
-      ++cases;
-      ASSERT_BITS(r, t.round(s.takes_first(a, b) ? a : b, {}).bits)
-          << name(env) << s.name << " of " << name({x.x, y.x});
-      ASSERT_TRUE(env.flags == other_bits && r.get_mode() == x.x.get_mode() &&
-                  r.get_repr() == x.x.get_repr());
-    }
-  }
-}
-
 // All orders; the total one is that of the places of patterns.
 static void check_orders(const Target& t, const Operand& x, const Operand& y) {
   const auto place = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - 1 - p); };
@@ -99,38 +59,6 @@ TEST(TinyFormats, EveryPairAndTriple) {
       }
     }
     report(name(all[0].x).c_str());
-  }
-}
-
-// These have the first form only.
-static const IEEEFloat& own(const IEEEFloat& x, auto... /*f*/) { return x; }
-static const Operation to_integers[] = {
-    ZELK_OPERATION(round_to_integral(own(v[0], f...)), 1, to_integral(v[0], d, inexact)),
-    ZELK_OPERATION(nearbyint(own(v[0], f...)), 1, to_integral(v[0], d, 0))};
-
-static void check_integers(const Operand& x) {
-  for (unsigned i = 0; i < 12 * (x.subnormal ? 2 : 1); ++i) {
-    const Environment start{static_cast<Rounding>(i % 6), Tininess::after_rounding, i / 6 % 2 == 0,
-                            i / 12 == 1, other_bits};
-    const Exact n = to_integral(x.exact[i / 12], start.rounding, inexact);
-    for (const unsigned long w : {1UL, 3UL, 6UL, 70UL, ~0UL}) {
-      for (const bool is_signed : {true, false}) {
-        Environment env = start;
-        const auto got = w == ~0UL && is_signed ? env.to_integer(x.x)
-                         : is_signed            ? env.to_signed(x.x, w)
-                                                : env.to_unsigned(x.x, w);
-        const mpq_class q = n.kind == Exact::finite ? n.value() : mpq_class(0);
-        const mpq_class end = mpq_class(1) << (w == ~0UL ? 9999 : is_signed ? w - 1 : w);
-        const bool fits =
-            n.kind == Exact::finite && q < end && q >= (is_signed ? mpq_class(-end) : mpq_class(0));
-        const unsigned flags = other_bits | (fits ? n.flags : invalid);
-        ++cases;
-        ASSERT_TRUE(got.has_value() == fits && (!fits || got->to_mpq() == q) && env.flags == flags)
-            << name(start) << name(x.x) << " to " << w << " bits, signed " << is_signed
-            << ", wanted " << (fits ? q.get_str() : "none") << ' ' << flags << ", not "
-            << env.flags;
-      }
-    }
   }
 }
 

@@ -78,10 +78,6 @@ TEST(MixedFormats, MatchRationals) {
   }
 }
 
-static std::string scaled_text(const mpz_class& n, long k) {
-  return (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
-}
-
 // A rational of parts of up to 200 bits; every other one is the middle of two values of a format
 // with a significand of m bits, or next to one.
 static mpq_class any_rational(Random& random, long m) {
@@ -104,23 +100,10 @@ TEST(MixedFormats, NumbersRoundOnce) {
     const Environment start{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
                             i % 5 == 0, i % 7 == 0, other_bits};
     const mpq_class q = any_rational(random, to.m);
-    const mpz_class n = q.get_num();
     const bool end = random.below(3) == 0 && to.f.exp_width < 60;
     const long k = static_cast<long>(random.below(end ? 2 * to.f.mant_width + 200 : 500)) - 300 +
                    (end ? random.below(2) == 0 ? to.emin : -to.emin : 0);
-    const auto check = [&](const char* what, const mpq_class& number_, long scale, auto call) {
-      Environment env = start;
-      const Answer want = to.round({Exact::finite, number_ < 0, abs(number_), scale}, env);
-      const IEEEFloat r = call(env);
-      ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-          << name(start) << what << number_ << " p " << scale << " is " << name(r) << ' '
-          << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
-      ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
-    };
-    check("from_rational ", q, 0, [&](auto& e) { return e.from_rational(QNumber(q), to.f); });
-    check("from_scaled ", q, k, [&](auto& e) { return e.from_scaled(QNumber(q), k, to.f); });
-    check("from_integer ", n, 0, [&](auto& e) { return e.from_integer(QNumber(n, 1), to.f); });
-    check("from_text ", n, k, [&](auto& e) { return e.from_text(scaled_text(n, k), to.f); });
+    check_factories(to, start, q, k);
     ASSERT_FALSE(HasFailure());
     if (i % 6 > 3) continue;
     Environment env{start.rounding};
@@ -128,7 +111,7 @@ TEST(MixedFormats, NumbersRoundOnce) {
     EXPECT_EQ(bits(IEEEFloat::from_scaled(QNumber(q), k, to.f, rm)),
               bits(env.from_scaled(QNumber(q), k, to.f)));
     EXPECT_EQ(bits(IEEEFloat::from_number(QNumber(q), to.f, rm)),
-              bits(env.divide(env.from_integer(QNumber(n, 1), to.f),
+              bits(env.divide(env.from_integer(QNumber(q.get_num(), 1), to.f),
                               env.from_integer(QNumber(q.get_den(), 1), to.f))))
         << q << ' ' << name(env);
   }
@@ -215,43 +198,11 @@ TEST(WideFormats, ExponentsOfRemaindersCanBeFarApart) {
 
 // ---- Sums ----
 
-// What the standard makes of a sum of terms, from the definition.
-static Exact sum_of(const Operands& terms, Rounding d) {
-  bool zeros[2] = {false, false}, infinities[2] = {false, false}, other = false, bad = false,
-       nan = false;
-  mpq_class total = 0;
-  for (const Exact& x : terms) {
-    nan = nan || (x.kind == Exact::nan && x.flags == 0);
-    bad = bad || x.flags != 0;
-    if (x.kind == Exact::infinite) infinities[x.negative] = true;
-    if (x.is_zero()) zeros[x.negative] = true;
-    other = other || (x.kind == Exact::finite && x.q != 0);
-    if (x.kind == Exact::finite) total += x.value();
-  }
-  if (nan) return {};
-  if (bad || (infinities[0] && infinities[1])) return invalid_result();
-  if (infinities[0] || infinities[1]) return infinity(infinities[1]);
-  const bool mixed_signs = other || (zeros[0] && zeros[1]);
-  return number(total, mixed_signs ? d == Rounding::toward_negative : zeros[1]);
-}
-
-static void check_sum(const Target& to, const Environment& start, const Exact& exact,
-                      const Values& x, const Values& y) {
-  Environment env = start;
-  const Answer want = to.round(exact, env);
-  const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
-  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-      << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
-      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
-  ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
-}
-
 TEST(Sums, MatchRationalsInAnyOrder) {
   Random random;
   const auto any = [&]() -> const Target& { return mixed[random.below(mixed.size())]; };
   for (unsigned long i = 0; i < rounds(); ++i) {
-    const Environment env{static_cast<Rounding>(i % 6), static_cast<Tininess>(random.below(2)),
-                          random.below(4) == 0, random.below(4) == 0, other_bits};
+    const Environment env = any_environment(random);
     const bool specials = random.below(4) == 0;
     Values x, y;
     Operands terms, products;

@@ -5,6 +5,7 @@
 #include "zelk/base/exception.h"
 #include "zelk/base/version.h"
 #include "zelk/float/environment.h"
+#include "zelk/float/format.h"
 #include "zelk/float/formats.h"
 #include "zelk/float/functions.h"
 #include "zelk/float/ieee_float.h"

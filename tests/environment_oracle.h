@@ -320,9 +320,14 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
 inline Exact magnitude_of(Exact x) { return x.negative = false, x; }
 
 /// One of two operands.
+template <auto member>
+IEEEFloat selected_by(Environment& env, const IEEEFloat& x, const IEEEFloat& y) {
+  return (env.*member)(x, y);
+}
+
 struct Selection {
   const char* name;
-  IEEEFloat (Environment::*call)(IEEEFloat x, const IEEEFloat& y);
+  IEEEFloat (*call)(Environment& env, const IEEEFloat& x, const IEEEFloat& y);
   bool largest, magnitude, number;
 
   bool takes_first(const Exact& a, const Exact& b) const {
@@ -334,21 +339,23 @@ struct Selection {
   }
 };
 inline const Selection selections[] = {
-    {"minimum", &Environment::minimum, false, false, false},
-    {"maximum", &Environment::maximum, true, false, false},
-    {"minimum_number", &Environment::minimum_number, false, false, true},
-    {"maximum_number", &Environment::maximum_number, true, false, true},
-    {"minimum_magnitude", &Environment::minimum_magnitude, false, true, false},
-    {"maximum_magnitude", &Environment::maximum_magnitude, true, true, false},
-    {"minimum_magnitude_number", &Environment::minimum_magnitude_number, false, true, true},
-    {"maximum_magnitude_number", &Environment::maximum_magnitude_number, true, true, true}};
+    {"minimum", selected_by<&Environment::minimum>, false, false, false},
+    {"maximum", selected_by<&Environment::maximum>, true, false, false},
+    {"minimum_number", selected_by<&Environment::minimum_number>, false, false, true},
+    {"maximum_number", selected_by<&Environment::maximum_number>, true, false, true},
+    {"minimum_magnitude", selected_by<&Environment::minimum_magnitude>, false, true, false},
+    {"maximum_magnitude", selected_by<&Environment::maximum_magnitude>, true, true, false},
+    {"minimum_magnitude_number", selected_by<&Environment::minimum_magnitude_number>, false, true,
+     true},
+    {"maximum_magnitude_number", selected_by<&Environment::maximum_magnitude_number>, true, true,
+     true}};
 
 inline void check_selections(const Target& t, const Operand& x, const Operand& y) {
   for (const Selection& s : selections) {
     for (const bool flush : {false, true}) {
       const Exact &a = x.exact[flush], &b = y.exact[flush];
       Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
-      const IEEEFloat r = (env.*s.call)(x.x, y.x);
+      const IEEEFloat r = s.call(env, x.x, y.x);
       ++cases;
       ASSERT_BITS(r, t.round(s.takes_first(a, b) ? a : b, {}).bits)
           << name(env) << s.name << " of " << name({x.x, y.x});

@@ -162,8 +162,8 @@ TEST(Environments, RefuseInOneOrder) {
     check(limit, {too_wide, too_wide, too_wide});
   }
   for (const Selection& s : selections) {
-    at_every_rounding(mixed_formats, [&](Environment& env) { (env.*s.call)(x, y); });
-    at_every_rounding(arithmetic, [&](Environment& env) { (env.*s.call)(none, y); });
+    at_every_rounding(mixed_formats, [&](Environment& env) { s.call(env, x, y); });
+    at_every_rounding(arithmetic, [&](Environment& env) { s.call(env, none, y); });
   }
   FAILS(arithmetic, round_to_integral(none)), FAILS(arithmetic, nearbyint(none));
   FAILS(arithmetic, scale(none, half)), FAILS("exponent is not an integer: 1/2", scale(x, half));

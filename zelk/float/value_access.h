@@ -92,8 +92,8 @@ struct ValueAccess {
   static IEEEFloat zero(const IEEEFloat::format& f, IEEEFloat::rounding_mode rm) {
     if (const bool is64 = f == IEEEFloat::format{11, 52}; is64 || f == IEEEFloat::format{8, 23}) {
       IEEEFloat x;
-      x.set_mode(rm);
-      x.set_word(0, f, is64 ? Kind::packed64() : Kind::packed32());
+      x.set_best_kind(is64 ? 11 : 8, is64 ? 52 : 23, is64 ? Kind::packed64() : Kind::packed32(),
+                      rm);
       return x;
     }
     return {f, rm};

@@ -59,9 +59,10 @@ struct LeadingDigits {
   bool wide_more;
 };
 
+constexpr std::size_t power_count = Literal::word_digits + 1;
 constexpr auto powers_of_ten = [] {
-  std::array<std::uint64_t, Literal::word_digits + 1> powers{1};
-  for (std::size_t i = 1; i < powers.size(); ++i) powers[i] = 10 * powers[i - 1];
+  std::array<std::uint64_t, power_count> powers{1};
+  for (std::size_t i = 1; i < power_count; ++i) powers[i] = 10 * powers[i - 1];
   return powers;
 }();
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <utility>
 
 #include "zelk/base/float_errors.h"
@@ -254,7 +255,8 @@ Significand significand_of(const Literal& literal, rules::Widths f, Workspace& s
   // The number is 10^(places - 1) at least, and below 10^places; log2(10) is above 3.321.
   const auto bits = [](long places) { return words::int128{places} * 3321 / 1000; };
   const long places = x.count + x.exponent;
-  const long bias = limbs::Shape{f}.bias();
+  // That of more than 62 bits of exponent is beyond all literals that there are for them.
+  const long bias = f.exp_width > 62 ? LONG_MAX / 2 : limbs::Shape{f}.bias();
   const bool large = places > 0 && bits(places - 1) > bias + 1;
   const bool small = places < 0 && bits(places) < -bias - m - 1;
   if (large || small) {
@@ -263,12 +265,13 @@ Significand significand_of(const Literal& literal, rules::Widths f, Workspace& s
     return {out, 1, large ? bias + 2 : -bias - m - 4};
   }
   const long q = x.exponent < 0 ? -x.exponent : x.exponent;
-  if (words::int128{q} * 7 / 3 + 1 >= max_bits) {
-    detail::throw_precision_limit();
-  }
   const long in_full = (x.count * 10 / 3 + q * 7 / 3 + m) / limbs::limb_bits + 4;
-  for (long n = (m + 2) / limbs::limb_bits + 2; in_full > 2 * n; n *= 2) {
+  const auto limit = static_cast<long>(max_bits / limbs::limb_bits);
+  for (long n = (m + 2) / limbs::limb_bits + 2; in_full > 2 * n && n <= limit; n *= 2) {
     if (Significand result{}; approximate(x, n, space, result)) return result;
+  }
+  if (in_full > limit) {
+    detail::throw_precision_limit();
   }
   return compute(x, m, space);
 }

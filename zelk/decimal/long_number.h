@@ -26,8 +26,9 @@ struct Significand {
 /// What rounds to the format f as the digits of a literal do, which are not all 0: the number
 /// itself, or another one of at least m + 3 bits between the same values and middles. The cost
 /// grows with the digits, and with the logarithm of the exponent.
-/// \throws IEEEFloat::error "reached limit on float precision" for a number within the range of the
-///   format whose digits or power of five pass `max_bits`; std::bad_alloc.
+/// Where f has more than 62 bits of exponent, the literal's exponent is within +-2^60.
+/// \throws IEEEFloat::error "reached limit on float precision" for a number so close to a middle of
+///   two values that digits and powers of five decide that pass `max_bits`; std::bad_alloc.
 Significand significand_of(const Literal& literal, rules::Widths f, Workspace& space);
 
 // ---- Digits ----

@@ -142,7 +142,10 @@ std::string formatted(const IEEEFloat& x, const FormatOptions& o, FormatStyle st
   const bool left =
       o.align == '<' || (o.align == 0 && !finite && !zeros && style == FormatStyle::fmt);
   const std::size_t before = left ? 0 : o.align == '^' ? room / 2 : room;
-  return padding(o.fill, before) + sign + text + padding(o.fill, room - before);
+  // {fmt} fills no infinity and no NaN with zeros.
+  const std::string_view fill =
+      !finite && style == FormatStyle::fmt && o.fill == "0" ? " " : std::string_view(o.fill);
+  return padding(fill, before) + sign + text + padding(fill, room - before);
 }
 
 }  // namespace zelk::detail

@@ -11,6 +11,7 @@
 #include "zelk/float/read_text.h"
 #include "zelk/float/text.h"
 #include "zelk/limbs/convert.h"
+#include "zelk/numbers/bvnumber.h"
 
 namespace zelk {
 
@@ -125,7 +126,34 @@ void round_to_limbs(Environment& env, const Literal& x, IEEEFloat& out) {
   detail::raise(env, exceptions.flags);
 }
 
-// Any literal, its road being one of words or that of limbs.
+// Into formats whose exponents are no words.
+void round_to_numbers(Environment& env, const Literal& x, IEEEFloat& out) {
+  decimal::Workspace space;
+  const Significand number = significand_of(x, detail::widths(out.get_format()), space);
+  QNumber n;
+  BVNumber::from_words({number.limbs, static_cast<std::size_t>(number.size)}, &n);
+  if (x.negative) {
+    n.self_neg();
+  }
+  detail::round_to(env, out,
+                   [&](const exact::Target& t) { exact::from_scaled(n, number.exponent, t); });
+}
+
+// Whether a literal's exponent is a word of the format, and the format has patterns.
+bool is_in_range(const Literal& literal, const IEEEFloat& x) {
+  constexpr std::int64_t far = std::int64_t{1} << 60;
+  return ValueAccess::kind(x).road() != Road::numbers ||
+         (literal.exponent > -far && literal.exponent < far &&
+          x.get_format().mant_width < max_bits);
+}
+
+// Whether a power of five passes the limit, so that it cannot be built.
+bool has_long_power(const Literal& literal) {
+  const words::int128 bits = words::int128{literal.exponent} * 7 / 3;
+  return bits >= max_bits || -bits >= max_bits;
+}
+
+// Any literal.
 [[gnu::noinline]] void read_literal(const Literal& x, IEEEFloat& out, Environment& env) {
   if (x.form == Form::infinity || x.form == Form::nan || is_zero(x)) {
     const Class what = x.form == Form::infinity ? Class::infinite
@@ -135,7 +163,9 @@ void round_to_limbs(Environment& env, const Literal& x, IEEEFloat& out) {
     return;
   }
   const auto round_it = [&](auto s) { return round_literal(s, env, x); };
-  if (!detail::make_in_words(out, round_it)) {
+  if (!detail::has_short_roads || ValueAccess::kind(out).road() == Road::numbers) {
+    round_to_numbers(env, x, out);
+  } else if (!detail::make_in_words(out, round_it)) {
     round_to_limbs(env, x, out);
   }
 }
@@ -179,9 +209,9 @@ detail::Prefix detail::read_prefix(const char* first, const char* last, bool who
     return {end, true};
   }
   const Literal literal = decimal::scan(first, last);
-  const bool by_numbers = !has_short_roads || kind.road() == Road::numbers ||
-                          ValueAccess::is_foreign(x) ||
-                          static_cast<unsigned long>(literal.end - first) > max_bits / 4;
+  const bool whole_is_long = whole && static_cast<unsigned long>(last - first) > max_bits / 4;
+  const bool by_numbers = ValueAccess::is_foreign(x) || whole_is_long || !is_in_range(literal, x) ||
+                          (!has_short_roads && !has_long_power(literal));
   if (literal.form == Form::none || by_numbers || (whole && literal.end != last)) {
     return {literal.end, false};
   }

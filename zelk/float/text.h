@@ -1,9 +1,10 @@
 // Values as text: decimal, hexadecimal, the terms of SMT-LIB, patterns; as strings or into a range
 // of characters.
 //
-// Every text but the rounded ones reads back as the value it was made of. Infinities and NaNs are
-// "inf", "-inf" and "nan" but for `to_smtlib`; a zero keeps its sign. Formats without an exponent,
-// which have no values, are written as zeros. A value's stored mode plays no part.
+// Every text but the rounded ones reads back as the value it was made of, in formats with e > 1 and
+// m > 0. Infinities and NaNs are "inf", "-inf" and "nan" but for `to_smtlib`; a zero keeps its
+// sign. Formats without an exponent, which have no values, are written as zeros. A value's stored
+// mode plays no part.
 #ifndef ZELK_FLOAT_TEXT_H_
 #define ZELK_FLOAT_TEXT_H_
 
@@ -17,8 +18,8 @@
 namespace zelk {
 
 // Everything below throws IEEEFloat::error "reached limit on float precision" for a text of more
-// than `max_bits` characters, for a format whose patterns pass that limit, and for decimal digits
-// of a number that passes it, as `to_number` does: before anything is built. A rounding that is
+// than `max_bits` characters, for a format whose patterns pass that limit, and for digits of a
+// number that passes it, as `to_number` does: before anything is built. A rounding that is
 // none of the six is "bad rounding mode: <n>", whatever the value.
 
 /// The fewest digits D for which D * 10^p, read to nearest-even in x's format, is x; of those the

@@ -1,7 +1,5 @@
 // Values as text: what is written, and how long it is; the digits come from decimal/.
 #include <algorithm>
-#include <optional>
-#include <sstream>
 #include <string_view>
 
 #include "zelk/decimal/digits.h"
@@ -119,27 +117,17 @@ class Finite {
     if (f.exp_width <= 62) {
       number.exponent = last_place(words, normal);
     } else {
-      top = detail::within_limits([&] { return exact::exponent_of(x); });
-      const QNumber last = *top - (limbs::bit_size(s, number.size) - 1);
+      const QNumber top = detail::within_limits([&] { return exact::exponent_of(x); });
+      const QNumber last = top - (limbs::bit_size(s, number.size) - 1);
       number.exponent = last.fits_long() ? last.to_long() : LONG_MAX;
     }
   }
 
-  /// The value, the exponent left out if that is not in a word.
-  const Binary& binary() const { return number; }
   /// The value, which has to be within the limit.
   const Binary& within_limit() const {
     detail::require_room_for_value(number.exponent, f.mant_width);
     return number;
   }
-  /// The exponent of the highest bit, and more, in decimal with its sign.
-  std::string top_text(bool plus_one) const {
-    const QNumber exponent = *top + int{plus_one};
-    std::ostringstream text;
-    text << (exponent.sign() < 0 ? "" : "+") << exponent;
-    return text.str();
-  }
-  bool has_long_exponent() const { return top.has_value(); }
 
  private:
   std::int64_t last_place(const std::uint64_t* words, bool normal) const {
@@ -157,7 +145,6 @@ class Finite {
   rules::Widths f;
   Room<Limb, 4> significand;
   Binary number{};
-  std::optional<QNumber> top;  // where exponents need more than a word
 };
 
 std::string_view text_of(const Decimal& d) { return {d.digits, static_cast<std::size_t>(d.count)}; }
@@ -361,7 +348,7 @@ typename Out::Result write_hex(const IEEEFloat& x, long digits, Rounding roundin
   }
   detail::require_bits(places);
   const Finite finite(value);
-  const Binary& number = finite.binary();
+  const Binary& number = finite.within_limit();
   const long most = hexadecimal_places(number);
   Room<char, 32> room(most);
   const decimal::Hexadecimal hex = hexadecimal(number, all ? most : std::min(digits - 1, most),
@@ -372,11 +359,6 @@ typename Out::Result write_hex(const IEEEFloat& x, long digits, Rounding roundin
     text.places.remove_suffix(text.places.size() - (text.places.find_last_not_of('0') + 1));
   } else {
     text.zeros_after -= text.places.size();
-  }
-  if (finite.has_long_exponent()) {
-    const std::string tail = 'p' + finite.top_text(hex.carried);
-    text.tail = tail;
-    return out(text);
   }
   const Tail tail('p', number.top() + std::int64_t{hex.carried}, 1);
   text.tail = tail;
@@ -426,7 +408,7 @@ std::string to_smtlib(const IEEEFloat& x) {
     case Class::zero:
       return std::string("(_ ").append(sign).append("zero").append(widths) + ')';
     default:
-      detail::require_bits(f.exp_width + f.mant_width + 15);
+      detail::require_bits(f.exp_width + f.mant_width + 14);
       return "(fp" + field(f.exp_width + f.mant_width, 1) + field(f.mant_width, f.exp_width) +
              field(0, f.mant_width) + ')';
   }

@@ -47,7 +47,9 @@ QNumber integer(const std::string& digits, int base) {
   if (digits.size() > max_bits / 4) {
     throw Exception("number too large");
   }
-  return {mpz_class(digits, base), 1};
+  mpz_class n;  // which gives back what it has if there is no memory for more
+  n.set_str(digits, base);
+  return {n, 1};
 }
 
 void drop_leading_zeros(std::string& digits) {

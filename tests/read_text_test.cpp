@@ -275,6 +275,8 @@ TEST(FromChars, ReadsTheLongestPrefix) {
   IEEEFloat x({5, 10}, modes[0]);
   Environment env;
   EXPECT_EQ(from_chars(nullptr, nullptr, x, env).ptr, nullptr);
+  const char zero_byte[] = {'5', '\0', '5'};
+  EXPECT_EQ(from_chars(zero_byte, zero_byte + 3, x, env).ptr, zero_byte + 1);
 }
 
 TEST(FromChars, KeepsWhatIsNoPartOfTheNumber) {

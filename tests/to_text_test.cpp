@@ -61,6 +61,20 @@ static std::string with_exponent(std::string digits, long p) {
   return digits + (exponent < 0 ? "e-" : "e+") + (size.size() < 2 ? "0" : "") + size;
 }
 
+// What %g makes of the text of %e with as many digits.
+static std::string general(const std::string& scientific, long precision) {
+  const std::size_t e = scientific.find('e');
+  const long exponent = std::stol(scientific.substr(e + 1));
+  const bool negative = scientific[0] == '-';
+  std::string digits = scientific.substr(negative, e - negative);
+  if (digits.size() > 1) digits.erase(1, 1);
+  digits.erase(digits.find_last_not_of('0') + 1);
+  const long p = exponent + 1 - static_cast<long>(digits.size());
+  return (negative ? "-" : "") + (exponent < -4 || exponent >= std::max(precision, 1L)
+                                      ? with_exponent(digits, p)
+                                      : plain(digits, p));
+}
+
 // Rounded to so many hexadecimal places.
 static std::string hexadecimal(const mpq_class& v, long places, Rounding r) {
   long top = decade(abs(v)) + 1;
@@ -163,6 +177,16 @@ TEST(ToText, SmallFormatsAreThoseOfRationals) {
         if (d == power_of_ten(n + 1)) d /= 10, ++place;
         ASSERT_EQ(to_scientific(x, n + 1, r), sign + with_exponent(d.get_str(), place)) << name(x);
         ASSERT_EQ(to_hex(x, n / 2 + 1, r), sign + hexadecimal(q, n / 2, r)) << name(x);
+        const auto in_rooms = [&](std::chars_format form, const std::string& want) {
+          const auto write = [&](char* a, char* b) {
+            return to_chars(a, b, x, form, static_cast<int>(n), r);
+          };
+          EXPECT_EQ(in_every_room(want, write), want) << name(x) << n << int(r);
+        };
+        in_rooms(std::chars_format::fixed, to_fixed(x, n, r));
+        in_rooms(std::chars_format::scientific, to_scientific(x, n + 1, r));
+        in_rooms(std::chars_format::hex, to_hex(x, n + 1, r));
+        in_rooms(std::chars_format::general, general(to_scientific(x, std::max(n, 1L), r), n));
       }
     }
   }
@@ -303,7 +327,7 @@ static mpz_class denominator(const mpq_class& x, const mpz_class& limit) {
 TEST(ToText, HardCasesAreDecidedExactly) {
   Random random;
   for (const Format f :
-       {Format{5, 10}, {8, 23}, {11, 52}, {15, 48}, {15, 112}, {15, 190}, {17, 236}}) {
+       {Format{5, 10}, {8, 23}, {11, 52}, {15, 48}, {15, 112}, {15, 190}, {19, 236}}) {
     const Layout t(f);
     for (unsigned long i = 0; i < rounds() / (f.exp_width > 11 ? 50 : 10); ++i) {
       // The exponent of the last place, and a decimal place.

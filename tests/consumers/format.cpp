@@ -53,7 +53,7 @@ static double any_double() {
 // Any format. Left out is where {fmt} 9 does not ignore a '0' behind an alignment, and spells
 // shortest digits otherwise than std::to_chars, and where libc++ 19 loses a zero of %#g.
 static std::string any_format() {
-  std::string align = one_of({"", "", "<", ">", "^", "*<", "e^", "\u00e9>", "<<"});
+  std::string align = one_of({"", "", "<", ">", "^", "*<", "0>", "e^", "\u00e9>", "<<"});
   std::string zero = align.empty() ? one_of({"", "0"}) : "";
   std::string precision = one_of({"", ".0", ".1", ".2", ".3", ".7", ".20", ".60"});
   std::string type = one_of({"", "a", "e", "f", "g", "A", "E", "F", "G"}),

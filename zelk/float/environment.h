@@ -20,7 +20,7 @@ enum class Rounding : unsigned char {
   toward_negative,  ///< to the next value below
   nearest_away,     ///< to the nearest value, of two to the one of larger magnitude
   /// To the neighbour whose last bit is 1; overflow gives the largest finite value. A value rounded
-  /// to odd to m + 2 bits or more, with exponents to spare, can be rounded again, to m bits.
+  /// to odd to m + 2 bits or more, with a wider exponent field, can be rounded again, to m bits.
   to_odd,
 };
 

@@ -150,6 +150,8 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
     };
     if (road == Road::packed64) {
       x.pattern.words[0] = divide(words::binary64);
+    } else if (road == Road::packed32) {
+      x.pattern.words[0] = divide(words::binary32);
     } else {
       with_shape(road, w, x.pattern.words, divide);
     }

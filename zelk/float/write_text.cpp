@@ -178,25 +178,31 @@ typename Out::Result write_zero(bool negative, std::uint64_t places, std::string
   return out(text);
 }
 
-template <class Out>
-[[gnu::noinline]] typename Out::Result write_shortest_exactly(const IEEEFloat& x, const Out& out) {
+// A text whose length the value decides: write(number, negative) for what is finite and not 0.
+template <class Out, class Write>
+typename Out::Result write_as_long_as_it_is(const IEEEFloat& x, const Out& out, Write write) {
   const Value value(x);
   const bool negative = value.operand.negative;
   if (!value.is(Class::finite)) {
     return value.is(Class::zero) ? write_zero(negative, 0, {}, out) : out(value.word());
   }
-  const Finite finite(value);
-  const Binary& number = finite.within_limit();
-  Room<char, 64> room(shortest_room(number));
-  const Decimal d = shortest(number, room.data());
-  if (d.exponent <= 0 || !decimal::is_plain(d.count, d.exponent)) {
-    return write_shorter(text_of(d), d.exponent, negative, out);
-  }
-  // An integer, with the digits of its own.
-  Room<char, 96> digits(digits_room(number, 0));
-  Spelling text = decimal::plain(text_of(digits_above(number, 0, digits.data())), 0, 0);
-  text.negative = negative;
-  return out(text);
+  return write(Finite(value).within_limit(), negative);
+}
+
+template <class Out>
+[[gnu::noinline]] typename Out::Result write_shortest_exactly(const IEEEFloat& x, const Out& out) {
+  return write_as_long_as_it_is(x, out, [&](const Binary& number, bool negative) {
+    Room<char, 64> room(shortest_room(number));
+    const Decimal d = shortest(number, room.data());
+    if (d.exponent <= 0 || !decimal::is_plain(d.count, d.exponent)) {
+      return write_shorter(text_of(d), d.exponent, negative, out);
+    }
+    // An integer, with the digits of its own.
+    Room<char, 96> digits(digits_room(number, 0));
+    Spelling text = decimal::plain(text_of(digits_above(number, 0, digits.data())), 0, 0);
+    text.negative = negative;
+    return out(text);
+  });
 }
 
 // The shortest text of a value in words; none where it takes the exact way.
@@ -235,18 +241,13 @@ typename Out::Result write_shortest(const IEEEFloat& x, const Out& out) {
 
 template <class Out>
 typename Out::Result write_exact(const IEEEFloat& x, const Out& out) {
-  const Value value(x);
-  const bool negative = value.operand.negative;
-  if (!value.is(Class::finite)) {
-    return value.is(Class::zero) ? write_zero(negative, 0, {}, out) : out(value.word());
-  }
-  const Finite finite(value);
-  const Binary& number = finite.within_limit();
-  const std::int64_t p = last_place(number);
-  DigitRoom room(digits_room(number, p));
-  Decimal d = digits_above(number, p, room.data());
-  d.strip();
-  return write_shorter(text_of(d), d.exponent, negative, out);
+  return write_as_long_as_it_is(x, out, [&](const Binary& number, bool negative) {
+    const std::int64_t p = last_place(number);
+    DigitRoom room(digits_room(number, p));
+    Decimal d = digits_above(number, p, room.data());
+    d.strip();
+    return write_shorter(text_of(d), d.exponent, negative, out);
+  });
 }
 
 // The digits above 10^p rounded; to `digits` of them unless that is 0.

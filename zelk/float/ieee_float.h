@@ -188,12 +188,13 @@ class ZELK_EXPORT IEEEFloat {
     return from_scaled(q, 0, f, rm);
   }
 
-  /// The number that a text stands for, in format f, rounded once, however long it is. A power of
-  /// ten that is beyond the range of f is not built; one within it, 10^t, must have 5^|t| within
-  /// `max_bits`. Taken is what `QNumber::from_text` takes, or inf, infinity or nan in letters of
-  /// either case, with a sign, which a NaN does without; or what SMT-LIB writes for values of f,
-  /// "(fp #b0 #b01111 #b1000000000)", "(_ NaN 5 11)", "(_ +oo 5 11)", "(_ -zero 5 11)", with single
-  /// blanks, digits "#x" if need be, and any NaN for the canonical one. -0 is the negative zero.
+  /// The number that a text stands for, in format f, rounded once, however long it is. Of a power
+  /// of ten no more is built than decides the rounding; only for e > 62 and exponents of 2^60 and
+  /// more it may reach the limit. Taken is what `QNumber::from_text` takes, or inf, infinity or nan
+  /// in letters of either case, with a sign, which a NaN does without; or what SMT-LIB writes for
+  /// values of f, "(fp #b0 #b01111 #b1000000000)", "(_ NaN 5 11)", "(_ +oo 5 11)" and its like,
+  /// with single blanks, digits "#x" if need be, and any NaN for the canonical one. -0 is the
+  /// negative zero.
   /// \throws error "invalid number at position <p>: <text>", "text of another format: (<e>, <m>)",
   ///   and what `from_scaled` throws.
   static IEEEFloat from_text(std::string_view text, format f, rounding_mode rm);

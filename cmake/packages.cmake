@@ -60,5 +60,12 @@ if(PROJECT_IS_TOP_LEVEL)
   if(BUILD_SHARED_LIBS)
     set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
   endif()
+
+  # What Debian wants in every package, and no other installation has.
+  foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    string(TOUPPER ${component} name)
+    install(FILES cmake/copyright EXCLUDE_FROM_ALL COMPONENT ${component}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME})
+  endforeach()
   include(CPack)
 endif()

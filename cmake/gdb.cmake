@@ -6,8 +6,13 @@ if(ZELK_INSTALL)
   install(FILES ${gdb_printer} DESTINATION ${CMAKE_INSTALL_DATADIR}/zelk COMPONENT development)
   get_target_property(library_type zelk TYPE)
   if(library_type STREQUAL "SHARED_LIBRARY")
+    # GDB looks for it by the full path of the library, whose prefix the installation may choose.
+    install(CODE "cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX OUTPUT_VARIABLE zelk_prefix)"
+            COMPONENT runtime)
+    set(library_dir "\${zelk_prefix}")
+    cmake_path(APPEND library_dir ${CMAKE_INSTALL_LIBDIR})
     install(FILES ${gdb_printer}
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${library_dir}
             RENAME libzelk.so.${PROJECT_VERSION}-gdb.py
             COMPONENT runtime)
   endif()

@@ -16,7 +16,8 @@ namespace zelk {
 
 const unsigned long max_bits = ZELK_MAX_BITS;
 // Sums of two sizes must stay below GMP's 2^37 bits and far from the end of a word.
-static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36));
+static_assert(ZELK_MAX_BITS >= 256 && ZELK_MAX_BITS <= (1UL << 36),
+              "ZELK_MAX_BITS must be from 256 to 2^36");
 
 long gcd_cache[1024][1024];
 

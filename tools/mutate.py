@@ -7,7 +7,8 @@ Each fault is built and tested with the short roads and without, in copies of th
 build/mutate, one for each processor. A fault is killed when a test fails, hangs or does not end
 normally; one that leaves the programs of both builds as they were is equal in effect, or lies in
 what is not compiled into any of them: a trap in the same block changes nothing either. The others
-survive and are listed; then the exit status is 1.
+survive and are listed; then the exit status is 1. What fails before there is a fault is printed, and
+kept in build/mutate.
 """
 import collections
 import concurrent.futures
@@ -94,11 +95,15 @@ def sample(count, seed):
         yield from found[: max(2, round(count * len(found) / total))]
 
 
-def run(command, seconds=600):
-    try:
-        return subprocess.run(command, capture_output=True, text=True, timeout=seconds).returncode
-    except subprocess.TimeoutExpired:
-        return -1
+def run(command, log, seconds=600):
+    """Whether a command succeeds; what it prints goes to the file log, of which it is all."""
+    with open(log, "w") as output:
+        try:
+            return subprocess.run(command, stdout=output, stderr=subprocess.STDOUT,
+                                  timeout=seconds).returncode == 0
+        except subprocess.TimeoutExpired:
+            output.write(f"\nno end after {seconds} s: {' '.join(map(str, command))}\n")
+            return False
 
 
 def trapped(lines, number):
@@ -121,22 +126,27 @@ class Tree:
 
     def __init__(self, number):
         self.source = WORK / f"tree{number}"
+        self.log = WORK / f"tree{number}.log"
         shutil.rmtree(self.source, ignore_errors=True)
         ignored = shutil.ignore_patterns("build", ".git", "docs")
         shutil.copytree(ROOT, self.source, ignore=ignored)
         for build, options in BUILDS.items():
-            if run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
-                    "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options]) != 0:
-                raise RuntimeError("mutate: cmake fails")
+            if not run(["cmake", "-S", self.source, "-B", self.folder(build), "-G", "Ninja",
+                        "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -DNDEBUG", *options], self.log):
+                self.give_up(f"cmake fails ({build})")
         listed = subprocess.run(["ctest", "--test-dir", self.folder("short"), "-N"],
                                 capture_output=True, text=True, check=True).stdout
-        # Those that have killed last come first.
-        self.programs = re.findall(r"Test +#\d+: (\w+)", listed)
-        self.originals = {(program, build): self.digest(program, build)
-                          for program in self.programs for build in BUILDS}
-        for program, build in self.originals:
-            if self.originals[program, build] is None or not self.passes(program, build):
-                raise RuntimeError(f"mutate: {program} fails without a fault ({build})")
+        # The tests that are programs of their own name. Those that have killed last come first.
+        self.programs = re.findall(r"Test +#\d+: (fuzz_\w+|\w+_test|format)$", listed, re.M)
+        self.originals = {}
+        for key in ((program, build) for program in self.programs for build in BUILDS):
+            self.originals[key] = self.digest(*key)
+            if self.originals[key] is None or not self.passes(*key):
+                self.give_up("{} fails without a fault ({})".format(*key))
+
+    def give_up(self, reason):
+        raise SystemExit(f"{self.log.read_text()}\nmutate: {reason}; the output above is kept in "
+                         f"{self.log.relative_to(ROOT)}")
 
     def folder(self, build):
         return self.source / "build" / build
@@ -144,14 +154,14 @@ class Tree:
     def digest(self, program, build):
         """What identifies a program, after it is built; None when it cannot be."""
         folder = self.folder(build)
-        if run(["cmake", "--build", folder, "-j", "1", "--target", program]) != 0:
+        if not run(["cmake", "--build", folder, "-j", "1", "--target", program], self.log):
             return None
         paths = [path for path in (folder / program, folder / "tests" / program) if path.is_file()]
         return hashlib.sha256(paths[0].read_bytes()).digest() if paths else None
 
     def passes(self, program, build):
         return run(["ctest", "--test-dir", self.folder(build), "-R", f"^{program}$",
-                    "--timeout", str(TEST_SECONDS)]) == 0
+                    "--output-on-failure", "--timeout", str(TEST_SECONDS)], self.log)
 
     @contextlib.contextmanager
     def changed(self, file, number, text):

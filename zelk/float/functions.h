@@ -10,16 +10,16 @@ namespace zelk {
 
 /// The ten classes of IEEE 754, clause 5.7.2.
 enum class FloatClass : unsigned char {
-  signaling_nan,  ///< never: NaNs are quiet
-  quiet_nan,
-  negative_infinity,
-  negative_normal,
-  negative_subnormal,
-  negative_zero,
-  positive_zero,
-  positive_subnormal,
-  positive_normal,
-  positive_infinity,
+  signaling_nan,       ///< never: NaNs are quiet
+  quiet_nan,           ///< any NaN
+  negative_infinity,   ///< -inf
+  negative_normal,     ///< below zero, and at least the smallest normal value in magnitude
+  negative_subnormal,  ///< between the smallest normal value below zero and -0
+  negative_zero,       ///< -0
+  positive_zero,       ///< +0
+  positive_subnormal,  ///< between +0 and the smallest normal value
+  positive_normal,     ///< at least the smallest normal value
+  positive_infinity,   ///< inf
 };
 
 /// The class of x.

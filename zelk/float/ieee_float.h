@@ -105,8 +105,10 @@ class ZELK_EXPORT IEEEFloat {
   /// A placeholder to be assigned: format {0, 0}, nearest-even, a packed 0.
   IEEEFloat() noexcept = default;
 
-  /// +0 in the given representation, which is not held against the format; of rm the low 30
-  /// bits are kept, of r the low 2.
+  /// +0.
+  /// \param f the format
+  /// \param r the representation, which is not held against the format; the low 2 bits are kept
+  /// \param rm the mode, of which the low 30 bits are kept
   IEEEFloat(format f, Repr r, rounding_mode rm);
 
   /// +0 in the best representation for f.
@@ -254,14 +256,15 @@ class ZELK_EXPORT IEEEFloat {
   /// Becomes the zero of this sign.
   void self_zero(bool negative);
 
-  /// The next value toward plus infinity (up) or minus infinity: both zeros step to the smallest
-  /// subnormals, the largest finite values to the infinities, and a NaN and an infinity in its
-  /// own direction stay. A step back from an infinity is a whole assignment of `max_value`: it
-  /// also sets nearest-even and the best representation.
+  /// The next value: both zeros step to the smallest subnormals, the largest finite values to the
+  /// infinities, and a NaN and an infinity in its own direction stay. A step back from an infinity
+  /// is a whole assignment of `max_value`: it also sets nearest-even and the best representation.
+  /// \param up whether to step toward plus infinity, else toward minus infinity
   void next_representable(bool up);
 
   /// The next pattern in sign-magnitude order, -0 and +0 being neighbours and nothing else
   /// special. Outward from the two patterns of largest magnitude there is none: they stay.
+  /// \param up whether to step toward the largest pattern of sign +, else to that of sign -
   void packed_next(bool up);
 
   /// \{
@@ -304,6 +307,7 @@ class ZELK_EXPORT IEEEFloat {
   /// zero), its magnitude reduced modulo 2^w and the sign put back. By definition zeros and
   /// subnormals then give 0 in every mode, and infinities and NaNs count as
   /// (2^m + T) * 2^(bias + 1 - m). Needs no more than max(m, w) bits for w > 0.
+  /// \param w the width of the result in bits, or 0 for as many as it needs
   /// \throws error "reached limit on float precision" for w = 0 as `to_number`, but
   ///   for e <= 63 not below one; for w > 0 when neither w nor the shifted significand is within
   ///   `max_bits`.

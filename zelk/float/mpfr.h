@@ -31,8 +31,10 @@ inline IEEEFloat from_mpfr(mpfr_srcptr x, IEEEFloat::format f, IEEEFloat::roundi
   return value;
 }
 
-/// out := x, exactly: out takes the precision m + 1, or MPFR's least where that is more. MPFR's
-/// flags stay as they are, and so does out when something is thrown.
+/// x as a value of MPFR's, exactly. MPFR's flags stay as they are, and so does out when something
+/// is thrown.
+/// \param out takes the value, and the precision m + 1, or MPFR's least where that is more
+/// \param x any value
 /// \throws IEEEFloat::error "value is beyond MPFR's range" when its precisions or the exponent
 ///   range that is set do not hold it; "reached limit on float precision".
 inline void to_mpfr(mpfr_ptr out, const IEEEFloat& x) {

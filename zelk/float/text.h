@@ -47,8 +47,10 @@ ZELK_EXPORT std::string to_fixed(const IEEEFloat& x, long places,
 /// x in hexadecimal digits, exactly and with no more than that takes, after a leading 1:
 /// "0x1.8p-3"; subnormals too. Zero is "0x0p+0".
 ZELK_EXPORT std::string to_hex(const IEEEFloat& x);
-/// The same rounded to `digits` digits, the leading one included, and padded: "0x1.80p-3" has
-/// three.
+/// The same rounded, and padded with zeros.
+/// \param x the value
+/// \param digits their number, the leading one included: "0x1.80p-3" has three; at least 1
+/// \param rounding the direction
 /// \throws IEEEFloat::error "bad number of digits: <n>" for less than one.
 ZELK_EXPORT std::string to_hex(const IEEEFloat& x, long digits,
                                Rounding rounding = Rounding::nearest_even);
@@ -60,21 +62,28 @@ ZELK_EXPORT std::string to_smtlib(const IEEEFloat& x);
 /// The pattern, "0x3C00", with as many digits as patterns of the format need.
 ZELK_EXPORT std::string to_bits_text(const IEEEFloat& x);
 
-/// Writes what `to_shortest` gives to [first, last), without a 0 at its end; `ptr` is the end of
-/// the text. Where there is no room for it, `ec` is `std::errc::value_too_large`, `ptr` is last,
-/// and what the room holds is not specified. The room may be empty, and null. Nothing is allocated
-/// for formats of up to 128 bits with e <= 15, here and below.
+/// Writes what `to_shortest` gives, without a 0 at its end; `ptr` is the end of the text. Where
+/// there is no room for it, `ec` is `std::errc::value_too_large`, `ptr` is last, and what the room
+/// holds is not specified. Nothing is allocated for formats of up to 128 bits with e <= 15, here
+/// and below.
+/// \param first the beginning of the room, which may be empty, and null
+/// \param last its end
+/// \param x the value
 ZELK_EXPORT std::to_chars_result to_chars(char* first, char* last, const IEEEFloat& x);
 
-/// The same for x rounded to a precision, as printf counts it: digits after the point for
-/// `scientific`, `fixed` and `hex`; for `general`, significant ones without the zeros at their end,
-/// in the form that %g chooses, a precision of 0 being 1. A negative precision is 6, for `hex` all
-/// digits there are. Hexadecimal is spelled as by `to_hex`.
+/// The same for x rounded to a precision. Hexadecimal is spelled as by `to_hex`.
+/// \param first the beginning of the room, which may be empty, and null
+/// \param last its end
+/// \param x the value
+/// \param form `scientific`, `fixed` or `hex`; or `general`, the form that %g chooses
+/// \param precision as printf counts it: digits after the point; for `general` significant ones
+///   without the zeros at their end, 0 being 1. A negative one is 6, for `hex` all that there are
+/// \param rounding the direction
 ZELK_EXPORT std::to_chars_result to_chars(char* first, char* last, const IEEEFloat& x,
                                           std::chars_format form, int precision,
                                           Rounding rounding = Rounding::nearest_even);
 
-/// Reads the longest prefix of [first, last) that is a number as `Environment::from_text` takes
+/// Reads the longest prefix of a text that is a number as `Environment::from_text` takes
 /// them, but for fractions and the terms of SMT-LIB, into x's format: x becomes the number rounded
 /// once by the environment, with its flags, and keeps its format, mode and representation. `ptr`
 /// is the end of the prefix: "1e" reads 1 and leaves "e", "0x" reads 0, "infinit" reads inf. White
@@ -82,6 +91,10 @@ ZELK_EXPORT std::to_chars_result to_chars(char* first, char* last, const IEEEFlo
 /// `ptr` is first; x and the flags are what they were. Overflow and underflow are told by x and the
 /// flags alone. Nothing is allocated for up to 800 characters and formats of up to 128 bits with
 /// e <= 15.
+/// \param first the beginning of the text
+/// \param last its end
+/// \param x takes the value, in its own format
+/// \param env what it is rounded by, and what takes its flags
 /// \throws IEEEFloat::error what every member of an environment throws.
 ZELK_EXPORT std::from_chars_result from_chars(const char* first, const char* last, IEEEFloat& x,
                                               Environment& env);

@@ -139,10 +139,11 @@ class ZELK_EXPORT QNumber {
 
   /// The number that a text stands for, exactly: an optional sign, then an integer (12), a fraction
   /// (-7/4), a decimal (0.1, .5, 1e-400000) or a hexadecimal float (0x1.8p-3), and nothing else.
+  /// \param text a number and nothing else
+  /// \param limit the most bits that numerator and denominator may have; at most `max_bits` counts
   /// \throws Exception "invalid number at position <p>: <text>", where from position p on, counted
-  ///   from 0, the text is none of these; "number too large" when numerator or denominator would
-  ///   have more than `limit` bits, at most `max_bits`. An exponent that makes them so is not
-  ///   built.
+  ///   from 0, the text is none of these; "number too large" beyond the limit. An exponent that
+  ///   leads there is not built.
   static QNumber from_text(std::string_view text, unsigned long limit = max_bits);
 
   /// n * 2^k, n and k other than -2^63: small when both parts fit words.
@@ -166,8 +167,11 @@ class ZELK_EXPORT QNumber {
     return q;
   }
 
-  /// The same for n limbs, the lowest first and the highest not 0; big unless the one limb fits a
-  /// word.
+  /// The same for an integer in limbs; big unless the one limb fits a word.
+  /// \param limbs the magnitude, the lowest limb first and the highest not 0
+  /// \param n the number of limbs
+  /// \param negative whether the number is below 0
+  /// \param k the power of two
   static QNumber scaled(const mp_limb_t* limbs, long n, bool negative, long k);
 
   /// Same value, same form.
@@ -268,10 +272,12 @@ class ZELK_EXPORT QNumber {
   /// \throws Exception "division by zero" when this is 0.
   QNumber inv() const;
 
-  /// Divides the numerator by d's numerator (both are meant to be integers): q := the quotient
-  /// rounded toward minus infinity, r := the remainder, which has the divisor's sign. Small
-  /// when both operands are small (a big target stays big), big otherwise. q and r may be the
-  /// operands, but must be two objects.
+  /// Divides the numerator by d's numerator (both are meant to be integers). Small when both
+  /// operands are small (a big target stays big), big otherwise. q and r may be the operands, but
+  /// must be two objects.
+  /// \param d the divisor
+  /// \param q takes the quotient rounded toward minus infinity
+  /// \param r takes the remainder, which has the divisor's sign
   /// \throws Exception "division by zero" when d is 0; q and r are then unchanged.
   void divmod(const QNumber& d, QNumber& q, QNumber& r) const;
 

@@ -95,7 +95,7 @@ def sample(count, seed):
         yield from found[: max(2, round(count * len(found) / total))]
 
 
-def run(command, log, seconds=600):
+def run(command, log, seconds=3600):
     """Whether a command succeeds; what it prints goes to the file log, of which it is all."""
     with open(log, "w") as output:
         try:

@@ -69,7 +69,8 @@ template <std::size_t n>
 #pragma GCC unroll 8
   for (std::size_t column = 0; column < 2 * n - 1; ++column) {
 #pragma GCC unroll 4
-    for (std::size_t i = column < n ? 0 : column - n + 1; i < n && i <= column; ++i) {
+    for (std::size_t i = column < n ? 0 : column - n + 1; i <= (column < n - 1 ? column : n - 1);
+         ++i) {
       sum.add(x[i], y[column - i]);
     }
     product[column] = sum.shift();

@@ -1,4 +1,5 @@
-// All of zelk.
+// All of zelk but `zelk/float/mpfr.h` and `zelk/float/fmt.h`, which need MPFR and {fmt}. The
+// formatters of the standard library are there where it has <format>.
 #ifndef ZELK_ZELK_H_
 #define ZELK_ZELK_H_
 
@@ -9,6 +10,7 @@
 #include "zelk/float/formats.h"
 #include "zelk/float/functions.h"
 #include "zelk/float/ieee_float.h"
+#include "zelk/float/native.h"
 #include "zelk/float/text.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/qnumber.h"

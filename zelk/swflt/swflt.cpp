@@ -56,8 +56,15 @@ namespace {
 words::Flagged<words::FixedShape<8, 23>> single() { return {{}, &float_exception_flags}; }
 words::Flagged<words::FixedShape<11, 52>> twice() { return {{}, &float_exception_flags}; }
 
+// The directions other than to nearest are in the opposite order.
+static_assert(mode_toward_negative + rules::downward == 4 &&
+              mode_toward_positive + rules::upward == 4 &&
+              mode_toward_zero + rules::toward_zero == 4);
+
 rules::Direction direction(int mode) {
-  return static_cast<rules::Direction>(mode >= 1 && mode <= 3 ? 4 - mode : 0);
+  return mode >= mode_toward_negative && mode <= mode_toward_zero
+             ? static_cast<rules::Direction>(4 - mode)
+             : rules::nearest;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <type_traits>
 
 #include "zelk/base/export.h"
 #include "zelk/words/shape.h"
@@ -14,8 +15,9 @@
 /// allocates. Exceptional conditions are recorded in a flag byte, of which every thread has its
 /// own.
 ///
-/// A rounding mode is an int code: 0 to nearest, ties to even; 1 toward minus infinity; 2 toward
-/// plus infinity; 3 toward zero. Any other code means 0.
+/// A rounding mode is an int code, one of `mode_nearest_even`, `mode_toward_negative`,
+/// `mode_toward_positive` and `mode_toward_zero`. Any other code means the first. The codes are
+/// not the numbers of `IEEEFloat::rounding_mode`: a mode of an enumeration does not compile.
 namespace zelk::swflt {
 
 /// Flag: a signalling NaN operand, an unordered comparison, or an operation without a useful value
@@ -31,10 +33,18 @@ inline constexpr unsigned char flag_underflow = 8;
 /// Flag: the result differs from the exact value.
 inline constexpr unsigned char flag_inexact = 16;
 
+inline constexpr int mode_nearest_even = 0;     ///< mode: to the nearest value, of two the even one
+inline constexpr int mode_toward_negative = 1;  ///< mode: to the next value below
+inline constexpr int mode_toward_positive = 2;  ///< mode: to the next value above
+inline constexpr int mode_toward_zero = 3;      ///< mode: to the next value of smaller magnitude
+
 /// The flags raised so far in this thread. Routines only add to it; clearing is up to the caller.
 extern ZELK_EXPORT constinit thread_local unsigned char float_exception_flags;
 
 namespace detail {
+
+template <class T>
+concept Enumeration = std::is_enum_v<T>;
 
 // Writes only what changes: a store that the next operation has to load costs more than the test.
 inline void raise(unsigned char flags) {
@@ -66,36 +76,58 @@ ZELK_EXPORT std::uint64_t nearest_div64(std::uint64_t a, std::uint64_t b) noexce
 // Arithmetic. Every NaN result is make_nan() of its width; a signalling NaN operand raises invalid,
 // a quiet one nothing.
 
-/// a + b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero). An exact zero sum of
-/// operands with different signs is -0 under mode 1 and +0 otherwise.
+/// a + b rounded by `mode`. An exact zero sum of operands with different signs is -0 toward
+/// negative and +0 otherwise.
 /// Flags: invalid (also inf - inf), overflow, inexact.
 ZELK_EXPORT std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_add: same modes, same flags.
 ZELK_EXPORT std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
-/// a - b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero): a + (-b) in all respects.
+/// a - b rounded by `mode`: a + (-b) in all respects.
 /// Flags: invalid (also inf - inf), overflow, inexact.
 ZELK_EXPORT std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_sub: same modes, same flags.
 ZELK_EXPORT std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
-/// a * b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero).
+/// a * b rounded by `mode`.
 /// Flags: invalid (also 0 * inf), overflow, underflow, inexact.
 ZELK_EXPORT std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_mul: same modes, same flags.
 ZELK_EXPORT std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
-/// a / b rounded by `mode` (0 nearest-even, 1 down, 2 up, 3 toward zero).
+/// a / b rounded by `mode`.
 /// Flags: invalid (also 0 / 0 and inf / inf), divide-by-zero, overflow, underflow, inexact.
 ZELK_EXPORT std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int mode) noexcept;
 /// Binary64 form of float32_div: same modes, same flags.
 ZELK_EXPORT std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int mode) noexcept;
 
-/// The binary64 word `a` rounded to binary32 by `mode` (0 nearest-even, 1 down, 2 up, 3 toward
-/// zero). Flags: invalid, overflow, underflow, inexact.
+/// The binary64 word `a` rounded to binary32 by `mode`.
+/// Flags: invalid, overflow, underflow, inexact.
 ZELK_EXPORT std::uint32_t float64_to_float32(std::uint64_t a, int mode) noexcept;
 /// The binary32 word `a` widened to binary64, exactly. Flags: invalid.
 ZELK_EXPORT std::uint64_t float32_to_float64(std::uint32_t a) noexcept;
+
+/// \{
+/// The codes of modes are of type int; numbers of another enumeration would be taken for others.
+template <detail::Enumeration Mode>
+std::uint32_t float32_add(std::uint32_t a, std::uint32_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint32_t float32_sub(std::uint32_t a, std::uint32_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint64_t float64_sub(std::uint64_t a, std::uint64_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, Mode mode) = delete;
+template <detail::Enumeration Mode>
+std::uint32_t float64_to_float32(std::uint64_t a, Mode mode) = delete;
+/// \}
 
 // Comparisons. The two zeros are equal; with a NaN operand the answer is false.
 

@@ -174,6 +174,7 @@ TEST(Environments, RefuseInOneOrder) {
   FAILS("number is not an integer: 1/2", from_integer(half, f));
   FAILS(arithmetic, from_text("x", {1, 4}));
   FAILS("invalid number at position 0: x", from_text("x", f));
+  FAILS("format without arithmetic: (5, 9223372036854775808)", add(x, y, {5, 1UL << 63}));
   FAILS(arithmetic, to_signed(none, 0)), FAILS("width of 0 bits", to_signed(nan, 0));
   FAILS(arithmetic, to_unsigned(none, 0)), FAILS("width of 0 bits", to_unsigned(x, 0));
   FAILS(arithmetic, to_integer(none)), FAILS("", to_integer(inf));

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string>
 
+#include "zelk/base/quoted.h"
 #include "zelk/numbers/room.h"
 #include "zelk/zelk.h"
 
@@ -322,7 +323,9 @@ inline void check_value(const Layout& t, const IEEEFloat& x) {
               x.is_zero() == zero && x.is_subnormal() == (!zero && magnitude < t.hidden))
       << name(x);
   ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(p, 1), t.f); }),
-            nan && p != t.nan ? "invalid bit pattern for IEEEFloat: " + p.get_str() : "");
+            nan && p != t.nan
+                ? "invalid bit pattern for IEEEFloat: " + zelk::detail::quoted(p.get_str())
+                : "");
   const auto check = [&](const char* what, const mpz_class& want, auto change, auto... to) {
     IEEEFloat r = x;
     (r.*change)(to...);

@@ -1,11 +1,12 @@
 // Numbers and values from text and from exact numbers, rounded once; formats by name and limits.
 #include <bit>
+#include <functional>
 #include <limits>
 #include <sstream>
 #include <vector>
 
 #include "tests/mpfr_oracle.h"
-#include "zelk/float/native.h"
+#include "zelk/float/mpfr.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
@@ -155,4 +156,79 @@ TEST(Formats, LimitsAreThoseOfTheProcessor) {
   EXPECT_EQ(zelk::FormatLimits(zelk::formats::fp8_e4m3).largest().to_number(), 240);
   EXPECT_EQ(zelk::FormatLimits(zelk::formats::quad).epsilon().to_number(),
             QNumber::scaled(1, -112));
+}
+
+TEST(Factories, TakeAModeOrRefuseIt) {
+  using Mode = IEEEFloat::rounding_mode;
+  const auto all = [](const QNumber& bits, double native, Format f, auto... rm) {
+    const auto call = [](auto make) { return [make] { return make().get_mode(); }; };
+    return std::vector<std::function<Mode()>>{
+        call([=] { return IEEEFloat::from_bits(bits, f, rm...); }),
+        call([=] { return IEEEFloat::from_encoding(bits, f, rm...); }),
+        call([=] { return IEEEFloat::max_value(f, rm...); }),
+        call([=] { return zelk::from_native(native, rm...); })};
+  };
+  for (const double native : {1.5, std::numeric_limits<double>::quiet_NaN()}) {
+    for (const auto& factory : all(5, native, {5, 10})) EXPECT_EQ(factory(), modes[0]);
+    for (const Mode rm : modes) {
+      for (const auto& factory : all(5, native, {8, 23}, rm)) EXPECT_EQ(factory(), rm);
+    }
+    for (const auto& factory : all(-1, native, {0, 5}, static_cast<Mode>(4))) {
+      EXPECT_EQ(message(factory), "bad rounding mode: 4");
+    }
+  }
+}
+
+// After a mode that is none, and before anything else that they could refuse.
+TEST(Factories, RefuseFormatsWithoutArithmetic) {
+  Mpfr one({5, 10}), zero({5, 10});
+  mpfr_set_ui(one.a, 1, MPFR_RNDN), mpfr_set_ui(zero.a, 0, MPFR_RNDN);
+  const QNumber third = QNumber(1) / 3;
+  constexpr unsigned long negative = 1UL << 63;
+  for (const Format f : {Format{0, 0}, {1, 10}, {5, 0}, {negative, 5}, {5, negative}, {5, ~0UL}}) {
+    const std::string text = "format without arithmetic: (" + std::to_string(f.exp_width) + ", " +
+                             std::to_string(f.mant_width) + ')';
+    for (const unsigned mode : {0U, 3U, 7U}) {
+      const std::string want = mode > 3 ? "bad rounding mode: 7" : text;
+      const auto rm = static_cast<IEEEFloat::rounding_mode>(mode);
+      EXPECT_EQ(message([&] { return IEEEFloat::from_text("x", f, rm); }), want);
+      EXPECT_EQ(message([&] { return IEEEFloat::from_ratio(1, f, rm); }), want);
+      EXPECT_EQ(message([&] { return IEEEFloat::from_scaled(1, third, f, rm); }), want);
+      EXPECT_EQ(message([&] { return IEEEFloat::from_encoding(-1, f, rm); }), want);
+      EXPECT_EQ(message([&] { return zelk::from_mpfr(one.a, f, rm); }), want);
+      EXPECT_EQ(message([&] { return zelk::from_mpfr(zero.a, f, rm); }), want);
+      zelk::Environment env{static_cast<zelk::Rounding>(mode)};
+      EXPECT_EQ(message([&] { return env.from_text("x", f); }), want);
+    }
+    EXPECT_EQ(message([&] { return zelk::FormatLimits(f).one(); }), text);
+  }
+  EXPECT_EQ(message([&] {
+              return IEEEFloat::from_text("x", {2, 1}, up);
+            }),
+            "invalid number at position 0: x");
+}
+
+TEST(Errors, QuoteTwoHundredCharacters) {
+  const Format f{5, 10};
+  zelk::Environment env;
+  for (const std::size_t n : {200UL, 201UL}) {
+    const std::string fraction = std::string(n - 2, '1') + "/2", word(n, 'x');
+    const std::string nines(n - 6, '9'), other = '(' + nines + ", 11)";
+    const QNumber q = QNumber::from_text(fraction);
+    const auto check = [&](const std::string& text, const std::string& bad, auto call) {
+      EXPECT_EQ(message(call), text + (n > 200 ? bad.substr(0, 200) + "..." : bad));
+    };
+    check("invalid bit pattern for IEEEFloat: ", fraction, [&] { return half.from_bits(q, f); });
+    check("exponent is not an integer: ", fraction, [&] { return half.from_scaled(1, q, f, up); });
+    check("exponent is not an integer: ", fraction, [&] { return env.scale(half, q); });
+    check("number is not an integer: ", fraction, [&] { return env.from_integer(q, f); });
+    check("Exception: exponent is not an integer: ", fraction, [&] { return pow(2, q); });
+    check("Exception: number is not an integer: ", fraction, [&] { return q % 2; });
+    check("Exception: invalid number at position 0: ", word, [&] { return q.from_text(word); });
+    check("invalid number at position 0: ", word, [&] { return half.from_text(word, f, up); });
+    check("text of another format: ", other,
+          [&] { return half.from_text("(_ NaN " + nines + " 12)", f, up); });
+    const std::string term = "(_ " + word.substr(3);
+    check("invalid number at position 3: ", term, [&] { return env.from_text(term, f); });
+  }
 }

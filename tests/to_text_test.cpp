@@ -392,7 +392,7 @@ TEST(ToText, SpecialValuesAndPatterns) {
        "1e+05 99840 9.98e+04 99840.00 0x1.86p+16 0x1.86p+16 "
        "(fp #b0 #b10001111 #b1000011) 0x47C3"},
       {at({4, 2}, "60"), "-2 -2 -2.00e+00 -2.00 -0x1p+1 -0x1.00p+1 (fp #b1 #b1000 #b00) 0x60"},
-      {at({0, 6}, "0"), "0 0 0.00e+00 0.00 0x0p+0 0x0.00p+0 (_ +zero 0 7) 0x00"}};
+      {IEEEFloat({0, 6}, modes[0]), "0 0 0.00e+00 0.00 0x0p+0 0x0.00p+0 (_ +zero 0 7) 0x00"}};
   for (const auto& [x, want] : rows) {
     EXPECT_EQ(to_shortest(x) + ' ' + to_exact(x) + ' ' + to_scientific(x, 3) + ' ' +
                   to_fixed(x, 2) + ' ' + to_hex(x) + ' ' + to_hex(x, 3) + ' ' + to_smtlib(x) + ' ' +

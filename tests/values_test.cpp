@@ -46,6 +46,10 @@ TEST(Values, Representations) {
   EXPECT_EQ(foreign.to_integer(0), 0);
   foreign.set_format(single);
   EXPECT_TRUE(foreign.is_inf() && bits(foreign) == 0xFF800000);
+  IEEEFloat low(half, IEEEFloat::REPR_FLOAT32, modes[0]);
+  low.self_inf(true);
+  EXPECT_TRUE(low.is_inf() && bits(low) == 0xFF800000 && low.to_number() == 0 &&
+              classify(low) == zelk::FloatClass::positive_zero);
   // A stored representation of 3 is generic, on either side of an operation.
   IEEEFloat three(half, repr3, modes[2]);
   three += from(0x3C00);

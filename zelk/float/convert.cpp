@@ -3,6 +3,7 @@
 #include "zelk/words/convert.h"
 
 #include "zelk/base/float_errors.h"
+#include "zelk/base/quoted.h"
 #include "zelk/exact/exact.h"
 #include "zelk/float/conversions.h"
 #include "zelk/float/ieee_float.h"
@@ -176,10 +177,9 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode rm) {
 }
 
 IEEEFloat IEEEFloat::from_scaled(const QNumber& q, const QNumber& k, format f, rounding_mode rm) {
+  detail::require_arithmetic(f.exp_width, f.mant_width, rm);
   if (!k.is_integer()) {
-    Exception e("exponent is not an integer: ");
-    e.msg_stream << k;
-    throw error(e.get_msg());
+    throw error("exponent is not an integer: " + detail::quoted(k.to_string()));
   }
   IEEEFloat x(f, rm);
   const auto in_values = [](auto s) { return s; };

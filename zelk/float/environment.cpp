@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "zelk/base/quoted.h"
 #include "zelk/float/evaluation.h"
 #include "zelk/float/ratio.h"
 #include "zelk/float/read_text.h"
@@ -65,15 +66,9 @@ IEEEFloat Environment::nearbyint(IEEEFloat x) {
 
 namespace {
 
-std::string decimal(const QNumber& q) {
-  Exception e("");
-  e.msg_stream << q;
-  return e.get_msg();
-}
-
 void require_integer(const QNumber& n, const char* what) {
   if (!n.is_integer()) {
-    detail::throw_error(std::string(what) + " is not an integer: " + decimal(n));
+    detail::throw_error(std::string(what) + " is not an integer: " + detail::quoted(n.to_string()));
   }
 }
 

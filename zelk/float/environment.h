@@ -51,9 +51,9 @@ enum class Tininess : unsigned char {
 /// call throws; all else, the flags included, is then what it was.
 ///
 /// \throws IEEEFloat::error in every member, first of all "bad rounding mode: <n>" for a rounding
-///   that is none of the six, "format without arithmetic: (<e>, <m>)" for e < 2 or m < 1, and
-///   "operands of different formats"; then what the member names; "reached limit on float
-///   precision" where a pattern or a number that has to be built passes `max_bits`.
+///   that is none of the six, "format without arithmetic: (<e>, <m>)" for e < 2, m < 1 and
+///   widths from 2^63 on, and "operands of different formats"; then what the member names; "reached
+///   limit on float precision" where a pattern or a number that has to be built passes `max_bits`.
 struct ZELK_EXPORT Environment {
   Rounding rounding = Rounding::nearest_even;    ///< the direction of every rounding
   Tininess tininess = Tininess::after_rounding;  ///< what underflow and flushing of results go by

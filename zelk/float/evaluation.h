@@ -22,10 +22,7 @@ inline void require_rounding(const Environment& env) {
 }
 
 inline void require_arithmetic(const IEEEFloat::format& f) {
-  if (f.exp_width < 2 || f.mant_width < 1) {
-    throw_error("format without arithmetic: (" + std::to_string(f.exp_width) + ", " +
-                std::to_string(f.mant_width) + ')');
-  }
+  require_arithmetic(f.exp_width, f.mant_width);
 }
 
 /// The errors of an operation without a format of its own.

@@ -2,6 +2,7 @@
 #ifndef ZELK_FLOAT_FORMATS_H_
 #define ZELK_FLOAT_FORMATS_H_
 
+#include "zelk/base/float_errors.h"
 #include "zelk/float/ieee_float.h"
 
 namespace zelk {
@@ -24,11 +25,15 @@ inline constexpr IEEEFloat::format fp8_e5m2{5, 2};  ///< as the machine-learning
 }  // namespace formats
 
 /// The derived limits of a format, as `std::numeric_limits` has them for a type. Values round to
-/// nearest-even and are in the best representation. Defined for e >= 2 and 1 <= m < 2^64 - 1.
+/// nearest-even and are in the best representation.
 class ZELK_EXPORT FormatLimits {
  public:
   /// The limits of f.
-  explicit constexpr FormatLimits(IEEEFloat::format f) : fmt(f) {}
+  /// \throws IEEEFloat::error "format without arithmetic: (<e>, <m>)" for e < 2, m < 1 and widths
+  ///   from 2^63 on: as a constant, it does not compile.
+  explicit constexpr FormatLimits(IEEEFloat::format f) : fmt(f) {
+    detail::require_arithmetic(f.exp_width, f.mant_width);
+  }
 
   /// Bits of a significand, the hidden one included: m + 1.
   constexpr unsigned long precision() const { return fmt.mant_width + 1; }

@@ -155,18 +155,4 @@ std::strong_ordering total_order(const IEEEFloat& x, const IEEEFloat& y) {
   return words::compare_patterns(a.words(), OwnPattern(y).words(), a.widths()) <=> 0;
 }
 
-// For any pattern of a NaN the canonical one, else what the pattern says.
-IEEEFloat IEEEFloat::from_encoding(const QNumber& bits, format f) {
-  if (bits.is_integer() && bits.sign() >= 0 &&
-      BVNumber::bit_length(bits) <= detail::sign_place(f.exp_width, f.mant_width) + 1) {
-    IEEEFloat x(f, ROUND_NEAREST_EVEN);
-    BVNumber::to_words(bits, {x.words(), x.word_count()});
-    if (x.is_nan()) {
-      x.self_nan();
-      return x;
-    }
-  }
-  return from_bits(bits, f);
-}
-
 }  // namespace zelk

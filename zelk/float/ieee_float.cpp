@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "zelk/base/float_errors.h"
+#include "zelk/base/quoted.h"
 #include "zelk/exact/codec.h"
 #include "zelk/float/roads.h"
 #include "zelk/limbs/copy.h"
@@ -28,6 +29,14 @@ void detail::throw_error(const std::string& text) { throw IEEEFloat::error(text)
 void detail::throw_precision_limit() { throw_error("reached limit on float precision"); }
 void detail::throw_bad_mode(unsigned mode) {
   throw_error("bad rounding mode: " + std::to_string(mode));
+}
+void detail::throw_without_arithmetic(unsigned long exp_width, unsigned long mant_width,
+                                      unsigned mode) {
+  if (!rules::is_direction(mode)) {
+    throw_bad_mode(mode);
+  }
+  throw_error("format without arithmetic: (" + std::to_string(exp_width) + ", " +
+              std::to_string(mant_width) + ')');
 }
 
 namespace {
@@ -133,17 +142,29 @@ QNumber IEEEFloat::get_bits() const {
   return bits;
 }
 
-IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
+namespace {
+
+// What factories that round nothing begin with.
+void require_mode(unsigned mode) {
+  if (!rules::is_direction(mode)) {
+    detail::throw_bad_mode(mode);
+  }
+}
+
+}  // namespace
+
+IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f, rounding_mode rm) {
+  require_mode(rm);
   const unsigned long width = sign_place(f) + 1;
   const auto refuse = [&bits] {
     Exception e("invalid bit pattern for IEEEFloat: ");
-    e.msg_stream << bits;
+    e.msg_stream << detail::quoted(bits.to_string());
     throw error(e.get_msg());
   };
   if (!bits.is_integer() || bits.sign() < 0 || BVNumber::bit_length(bits) > width) {
     refuse();
   }
-  IEEEFloat x(f, ROUND_NEAREST_EVEN);
+  IEEEFloat x(f, rm);
   BVNumber::to_words(bits, {x.words(), x.word_count()});
   if (x.is_nan()) {
     // Of the canonical one only the lowest bit is set below the exponent.
@@ -155,11 +176,27 @@ IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
   return x;
 }
 
-IEEEFloat IEEEFloat::max_value(format f) {
+// For any pattern of a NaN the canonical one, else what the pattern says.
+IEEEFloat IEEEFloat::from_encoding(const QNumber& bits, format f, rounding_mode rm) {
+  require_mode(rm);
+  detail::require_arithmetic(f.exp_width, f.mant_width);
+  if (bits.is_integer() && bits.sign() >= 0 && BVNumber::bit_length(bits) <= sign_place(f) + 1) {
+    IEEEFloat x(f, rm);
+    BVNumber::to_words(bits, {x.words(), x.word_count()});
+    if (x.is_nan()) {
+      x.self_nan();
+      return x;
+    }
+  }
+  return from_bits(bits, f, rm);
+}
+
+IEEEFloat IEEEFloat::max_value(format f, rounding_mode rm) {
+  require_mode(rm);
   if (sign_place(f); f.exp_width == 0) {
     return from_bits(-1, f);  // 2^(e + m) - 1 - 2^m
   }
-  IEEEFloat x(f, ROUND_NEAREST_EVEN);
+  IEEEFloat x(f, rm);
   words::fill_bits(x.words(), 0, f.mant_width);
   words::fill_bits(x.words(), f.mant_width + 1, f.exp_width - 1);
   return x;

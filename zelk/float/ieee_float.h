@@ -105,7 +105,14 @@ class ZELK_EXPORT IEEEFloat {
   /// A placeholder to be assigned: format {0, 0}, nearest-even, a packed 0.
   IEEEFloat() noexcept = default;
 
-  /// +0.
+  /// +0 in the given representation.
+  ///
+  /// In a packed one of another format the pattern is a word of binary32 or binary64 for
+  /// `get_bits`, for the members and operators that compute, ask for signs, classes or order, or
+  /// set special values and neighbours, and for `set_format` into the other of the two. All else
+  /// reads its low 1 + e + m bits as a pattern of f: numbers, text, other conversions,
+  /// environments, `compare` and all functions of values. `to_str`, `to_float_str` and
+  /// `to_integer(0)` take the word's class.
   /// \param f the format
   /// \param r the representation, which is not held against the format; the low 2 bits are kept
   /// \param rm the mode, of which the low 30 bits are kept
@@ -160,17 +167,21 @@ class ZELK_EXPORT IEEEFloat {
     return f == format{8, 23} ? REPR_FLOAT32 : f == format{11, 52} ? REPR_FLOAT64 : REPR_GENERIC;
   }
 
-  /// The value with the given pattern, rounding to nearest-even, in the best representation.
+  /// The value with the given pattern, rounding in mode rm, in the best representation.
   /// The only NaN accepted is the canonical one: sign 1, exponent all ones, significand 1.
-  /// \throws error "invalid bit pattern for IEEEFloat: <bits>" for any other NaN, and for what is
-  ///   not an integer from 0 to 2^(1+e+m) - 1.
-  static IEEEFloat from_bits(const QNumber& bits, format f);
+  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3; "invalid bit pattern for
+  ///   IEEEFloat: <bits>" for any other NaN, and for what is not an integer from 0 to
+  ///   2^(1+e+m) - 1. Here and elsewhere what is bad is quoted in up to 200 characters and "...".
+  static IEEEFloat from_bits(const QNumber& bits, format f, rounding_mode rm = ROUND_NEAREST_EVEN);
 
   /// The same, but any pattern of a NaN is taken for the canonical one.
-  static IEEEFloat from_encoding(const QNumber& bits, format f);
+  /// \throws error as `from_scaled` for formats without arithmetic, too.
+  static IEEEFloat from_encoding(const QNumber& bits, format f,
+                                 rounding_mode rm = ROUND_NEAREST_EVEN);
 
-  /// The largest finite value of f, rounding to nearest-even.
-  static IEEEFloat max_value(format f);
+  /// The largest finite value of f, rounding in mode rm.
+  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3.
+  static IEEEFloat max_value(format f, rounding_mode rm = ROUND_NEAREST_EVEN);
 
   /// q in format f. Numerator and denominator are rounded to f on their own, then divided: the
   /// result is correctly rounded when both are representable (an integer always is rounded
@@ -181,8 +192,9 @@ class ZELK_EXPORT IEEEFloat {
   static IEEEFloat from_number(const QNumber& q, format f, rounding_mode rm);
 
   /// q * 2^k in format f, rounded once, whatever q and k are; +0 for q = 0.
-  /// \throws error "exponent is not an integer: <k>"; "bad rounding mode: <rm>" when rm is not 0 to
-  ///   3 and the result is inexact; "reached limit on float precision".
+  /// \throws error "format without arithmetic: (<e>, <m>)" for e < 2, m < 1 and widths from 2^63
+  ///   on; "exponent is not an integer: <k>"; "bad rounding mode: <rm>" when rm is not 0 to 3 and
+  ///   the result is inexact or the format without arithmetic; "reached limit on float precision".
   static IEEEFloat from_scaled(const QNumber& q, const QNumber& k, format f, rounding_mode rm);
 
   /// q in format f, rounded once.

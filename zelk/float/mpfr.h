@@ -6,15 +6,16 @@
 
 #include <algorithm>
 
+#include "zelk/base/float_errors.h"
 #include "zelk/float/ieee_float.h"
 
 namespace zelk {
 
 /// x in format f, rounded once in direction rm; signs of zeros and infinities stay, and a NaN
 /// becomes the canonical one.
-/// \throws IEEEFloat::error "bad rounding mode: <rm>" when rm is not 0 to 3 and the result is
-///   inexact; "reached limit on float precision".
+/// \throws IEEEFloat::error what `IEEEFloat::from_scaled` throws.
 inline IEEEFloat from_mpfr(mpfr_srcptr x, IEEEFloat::format f, IEEEFloat::rounding_mode rm) {
+  detail::require_arithmetic(f.exp_width, f.mant_width, rm);
   IEEEFloat value(f, rm);
   const bool negative = mpfr_signbit(x) != 0;
   if (mpfr_nan_p(x) != 0) {

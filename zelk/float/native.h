@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "zelk/base/float_errors.h"
 #include "zelk/float/formats.h"
 #include "zelk/float/pattern_access.h"
 
@@ -50,11 +51,14 @@ using native_word = std::conditional_t<
     std::conditional_t<sizeof(T) == 4, std::uint32_t,
                        std::conditional_t<sizeof(T) == 8, std::uint64_t, words::uint128>>>;
 
-/// The same value, rounding to nearest-even; every NaN becomes the canonical one.
+/// The same value, rounding in mode rm; every NaN becomes the canonical one.
+/// \throws IEEEFloat::error "bad rounding mode: <rm>" when rm is not 0 to 3.
 template <native_float T>
-IEEEFloat from_native(T x) {
+IEEEFloat from_native(T x, IEEEFloat::rounding_mode rm = IEEEFloat::ROUND_NEAREST_EVEN) {
+  if (rm > IEEEFloat::ROUND_TOWARD_NEGATIVE) {
+    detail::throw_bad_mode(rm);
+  }
   const auto word = std::bit_cast<native_word<T>>(x);
-  IEEEFloat value(native_format<T>, IEEEFloat::ROUND_NEAREST_EVEN);
   // By the word: `x != x` is false under -ffast-math.
   constexpr IEEEFloat::format f = native_format<T>;
   constexpr auto inf =
@@ -62,10 +66,11 @@ IEEEFloat from_native(T x) {
   constexpr auto sign =
       static_cast<native_word<T>>(native_word<T>{1} << (f.exp_width + f.mant_width));
   if ((word & ~sign) > inf) {
-    value.self_nan();
-    return value;
+    IEEEFloat nan(f, rm);
+    nan.self_nan();
+    return nan;
   }
-  return detail::PatternAccess::make(f, static_cast<std::uint64_t>(word),
+  return detail::PatternAccess::make(f, rm, static_cast<std::uint64_t>(word),
                                      static_cast<std::uint64_t>(words::uint128{word} >> 64));
 }
 

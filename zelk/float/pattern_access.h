@@ -21,9 +21,10 @@ struct PatternAccess {
     }
     return all;
   }
-  /// The value of a format of at most 128 bits with this pattern, rounding to nearest-even.
-  static IEEEFloat make(IEEEFloat::format f, std::uint64_t low, std::uint64_t high) {
-    IEEEFloat x(f, IEEEFloat::ROUND_NEAREST_EVEN);
+  /// The value of a format of at most 128 bits with this pattern.
+  static IEEEFloat make(IEEEFloat::format f, IEEEFloat::rounding_mode rm, std::uint64_t low,
+                        std::uint64_t high) {
+    IEEEFloat x(f, rm);
     x.pattern.words[0] = low;
     x.pattern.words[1] = high;
     return x;

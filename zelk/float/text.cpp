@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "zelk/base/quoted.h"
 #include "zelk/float/ieee_float.h"
 #include "zelk/float/read_text.h"
 #include "zelk/numbers/bvnumber.h"
@@ -125,7 +126,7 @@ struct Term {
 
   [[noreturn]] void refuse() const {
     throw IEEEFloat::error("invalid number at position " + std::to_string(position) + ": " +
-                           std::string(text));
+                           detail::quoted(text));
   }
   // Passes one of these words; which it is.
   std::size_t take(std::initializer_list<std::string_view> words) {
@@ -183,8 +184,9 @@ struct Field {
 void require_format(const mpz_class& exp_width, const mpz_class& mant_width,
                     const IEEEFloat::format& f) {
   if (exp_width != f.exp_width || mant_width != f.mant_width) {
-    throw IEEEFloat::error("text of another format: (" + exp_width.get_str() + ", " +
-                           mant_width.get_str() + ')');
+    throw IEEEFloat::error(
+        "text of another format: " +
+        detail::quoted('(' + exp_width.get_str() + ", " + mant_width.get_str() + ')'));
   }
 }
 
@@ -262,6 +264,7 @@ void detail::set_special(IEEEFloat& x, const TextValue& v) {
 }
 
 IEEEFloat IEEEFloat::from_text(std::string_view text, format f, rounding_mode rm) {
+  detail::require_arithmetic(f.exp_width, f.mant_width, rm);
   const auto by_numbers = [&] {
     const detail::TextValue v = detail::read_text(text, f);
     if (v.what == rules::Class::finite) {

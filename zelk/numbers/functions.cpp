@@ -4,6 +4,7 @@
 #include <ostream>
 
 #include "zelk/base/exception.h"
+#include "zelk/base/quoted.h"
 #include "zelk/numbers/bvnumber.h"
 #include "zelk/numbers/qnumber.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 void require_integer(const QNumber& n, const char* what) {
   if (!n.is_integer()) {
-    throw Exception(std::string(what) + " is not an integer: " + n.to_string());
+    throw Exception(std::string(what) + " is not an integer: " + detail::quoted(n.to_string()));
   }
 }
 

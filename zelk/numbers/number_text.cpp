@@ -5,6 +5,7 @@
 #include <string>
 
 #include "zelk/base/exception.h"
+#include "zelk/base/quoted.h"
 #include "zelk/numbers/bvnumber.h"
 
 namespace zelk {
@@ -25,7 +26,7 @@ struct Cursor {
   }
   [[noreturn]] void refuse() const {
     throw Exception("invalid number at position " + std::to_string(position) + ": " +
-                    std::string(text));
+                    detail::quoted(text));
   }
   // Appends the digits of this base from here on; how many.
   long take_digits(int base, std::string& digits) {

@@ -388,18 +388,18 @@ class ZELK_EXPORT IEEEFloat {
   }
   static std::uint64_t* copied_limbs(const IEEEFloat& x);
   void assign_wide(const IEEEFloat& other);
-  void assign_otherwise(const IEEEFloat& other);
-  format pattern_format() const;
-  IEEEFloat generic_copy() const;
-  void step_magnitude(bool grow);
-  bool is_own_word() const;
-  void convert_otherwise(format f, detail::Kind to);
-  void convert_wide(const format& f, detail::Kind to);
+  ZELK_HIDDEN void assign_otherwise(const IEEEFloat& other);
+  ZELK_HIDDEN format pattern_format() const;
+  ZELK_HIDDEN IEEEFloat generic_copy() const;
+  ZELK_HIDDEN void step_magnitude(bool grow);
+  ZELK_HIDDEN bool is_own_word() const;
+  ZELK_HIDDEN void convert_otherwise(format f, detail::Kind to);
+  ZELK_HIDDEN void convert_wide(const format& f, detail::Kind to);
   template <class Convert>
   void replace_pattern(const format& f, detail::Kind to, Convert convert);
   void convert_to(const format& f, detail::Kind to, std::uint64_t* out) const;
-  QNumber number_otherwise() const;
-  QNumber integer_otherwise(unsigned direction, unsigned long w) const;
+  ZELK_HIDDEN QNumber number_otherwise() const;
+  ZELK_HIDDEN QNumber integer_otherwise(unsigned direction, unsigned long w) const;
 
   // Packed values that round to nearest-even have functions of their own, all others the road of
   // their kind.
@@ -417,7 +417,7 @@ class ZELK_EXPORT IEEEFloat {
   bool same_kind(const IEEEFloat& other) const {
     return head.kind == other.head.kind && head.kind.names_format();
   }
-  void require_same_kind(const IEEEFloat& other) const;
+  ZELK_HIDDEN void require_same_kind(const IEEEFloat& other) const;
   // The answer of a packed comparison, whose flags are never reported.
   static bool compared(bool answer) {
     swflt::float_exception_flags = 0;

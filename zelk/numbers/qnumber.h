@@ -348,7 +348,7 @@ class ZELK_EXPORT QNumber {
   void init_ratio(mpz_srcptr n, mpz_srcptr d);
   void init_scaled(const mp_limb_t* limbs, long n, bool negative, long k);
   void assign_big(const QNumber& other);
-  void assign_small_in_place(const QNumber& other) noexcept;
+  ZELK_HIDDEN void assign_small_in_place(const QNumber& other) noexcept;
   void move_big(QNumber& other) noexcept;
   // Moves value and storage of other into this small number.
   void take(QNumber& other) noexcept {
@@ -375,18 +375,18 @@ class ZELK_EXPORT QNumber {
   template <class Write>
   void init_parts(std::size_t num_limbs, std::size_t den_limbs, Write write);
   // A big 0 whose numerator has room for so many limbs.
-  static QNumber big_zero(std::size_t limbs);
+  ZELK_HIDDEN static QNumber big_zero(std::size_t limbs);
   // The numerator, once this number has the big form and room for so many limbs there. An integer
   // keeps its value, and every number its form when there is no memory; a small fraction must be
   // overwritten.
-  mpz_ptr room(std::size_t limbs);
+  ZELK_HIDDEN mpz_ptr room(std::size_t limbs);
   // Of a big number: room for a denominator; its new value, |d| or d, for which there is room.
-  void reserve_den(std::size_t limbs);
-  void set_den(mpz_srcptr d) noexcept;
-  void set_den(unsigned long d) noexcept;
+  ZELK_HIDDEN void reserve_den(std::size_t limbs);
+  ZELK_HIDDEN void set_den(mpz_srcptr d) noexcept;
+  ZELK_HIDDEN void set_den(unsigned long d) noexcept;
   // Becomes n/|d|, big; the other's n may get the storage of the old numerator.
-  void assign_ratio(mpz_srcptr n, mpz_srcptr d);
-  void take_ratio(mpz_ptr n, mpz_srcptr d);
+  ZELK_HIDDEN void assign_ratio(mpz_srcptr n, mpz_srcptr d);
+  ZELK_HIDDEN void take_ratio(mpz_ptr n, mpz_srcptr d);
 
   detail::Operand numerator() const {
     return is_small() ? detail::Operand(num) : detail::Operand(mpq_numref(gmp));
@@ -396,19 +396,19 @@ class ZELK_EXPORT QNumber {
   }
 
   bool big_fits_long() const;
-  static QNumber big_part(mpz_srcptr z);
+  ZELK_HIDDEN static QNumber big_part(mpz_srcptr z);
   QNumber big_num() const;
   QNumber big_den() const;
 
   template <auto checked>
-  bool add_small(const QNumber& other);
+  ZELK_HIDDEN bool add_small(const QNumber& other);
   bool multiply_small(const QNumber& other);
   void add_big(const QNumber& other, bool subtract);
   void multiply_big(const QNumber& other);
   static int compare_big(const QNumber& a, const QNumber& b);
 
   // Throws "number too large" for a number of more than max_bits bits.
-  static void require_bits(unsigned long bits);
+  ZELK_HIDDEN static void require_bits(unsigned long bits);
 
   // den != 0: the small form num/den. den == 0: the big form, and this object owns *gmp.
   union {

@@ -26,9 +26,8 @@ install(FILES ${PROJECT_BINARY_DIR}/zelkConfig.cmake ${PROJECT_BINARY_DIR}/zelkC
 set(pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pc_to_prefix ${pc_dir} ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH pc_to_include ${pc_dir} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
-if(ZELK_REFERENCE_ONLY)
-  set(pc_definitions -DZELK_REFERENCE_ONLY)
-endif()
+list(TRANSFORM zelk_definitions PREPEND -D OUTPUT_VARIABLE pc_definitions)
+list(JOIN pc_definitions " " pc_definitions)
 configure_file(cmake/zelk.pc.in zelk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zelk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)

@@ -1,5 +1,7 @@
 #include "zelk/base/exception.h"
 
+#include "zelk/base/machine.h"
+
 namespace zelk {
 
 Exception::Exception(const std::string& m) {
@@ -38,6 +40,10 @@ const char* Exception::what() const noexcept {
 }
 
 // The empty asm keeps the calls alive; without it the compiler would see that nothing happens.
-[[gnu::noinline]] void Exception::dump_msg_and_raise_assertion() { asm volatile("" : : "r"(this)); }
+[[gnu::noinline]] void Exception::dump_msg_and_raise_assertion() {
+#ifdef ZELK_EXTENSIONS
+  asm volatile("" : : "r"(this));
+#endif
+}
 
 }  // namespace zelk

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "zelk/base/machine.h"
 #include "zelk/decimal/powers.h"
 #include "zelk/decimal/spelling.h"
 
@@ -142,7 +143,7 @@ std::uint64_t eight_digits(std::uint64_t n) {
 void store_digits(char* out, std::uint64_t digits) {
   digits |= 0x30303030'30303030;
   if constexpr (std::endian::native == std::endian::big) {
-    digits = __builtin_bswap64(digits);
+    digits = detail::reversed_bytes(digits);
   }
   std::memcpy(out, &digits, sizeof digits);
 }

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "zelk/base/machine.h"
+
 namespace zelk::decimal {
 
 /// What a text starts with.
@@ -47,7 +49,7 @@ inline std::uint64_t load_characters(const char* p) {
   W characters;
   std::memcpy(&characters, p, sizeof characters);
   if constexpr (std::endian::native == std::endian::big) {
-    return __builtin_bswap64(characters) >> (64 - 8 * sizeof characters);
+    return detail::reversed_bytes(characters) >> (64 - 8 * sizeof characters);
   }
   return characters;
 }

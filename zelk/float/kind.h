@@ -13,6 +13,7 @@
 #include <new>
 
 #include "zelk/base/export.h"
+#include "zelk/base/machine.h"
 #include "zelk/words/shape.h"
 
 namespace zelk::detail {
@@ -140,6 +141,7 @@ struct Head {
   /// All at once: whoever moves a value next reads all at once, and waits for what was written in
   /// pieces.
   void set(std::uint32_t e, std::uint32_t m, std::uint32_t c, Kind k) {
+#ifdef ZELK_EXTENSIONS
     using Words [[gnu::vector_size(16)]] = std::uint64_t;
     const auto word = [](std::uint32_t first, std::uint32_t second) {
       return std::bit_cast<std::uint64_t>(std::array{first, second});
@@ -147,6 +149,9 @@ struct Head {
     const Words words{word(e, m), word(c, k.code())};
     static_assert(sizeof(Head) == sizeof words);
     std::memcpy(static_cast<void*>(this), &words, sizeof words);
+#else
+    *this = {e, m, c, k};
+#endif
   }
 
   /// Whether this is a packed value of this kind that rounds to nearest-even.

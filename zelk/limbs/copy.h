@@ -6,12 +6,30 @@
 #include <cstdint>
 #include <cstring>
 
+#include "zelk/base/machine.h"
+
 namespace zelk::limbs {
+
+/// to := four limbs, two at a time.
+inline void copy_four(const std::uint64_t* from, std::uint64_t* to) {
+#ifdef ZELK_EXTENSIONS
+  using Pair [[gnu::vector_size(2 * sizeof *to)]] = std::uint64_t;
+  Pair first;
+  Pair second;
+  std::memcpy(&first, from, sizeof first);
+  std::memcpy(&second, from + 2, sizeof second);
+  std::memcpy(to, &first, sizeof first);
+  std::memcpy(to + 2, &second, sizeof second);
+#else
+  for (int i = 0; i < 4; ++i) {
+    to[i] = from[i];
+  }
+#endif
+}
 
 /// to := the n limbs of another number, or of the same. Those of a few dozen go in pieces that lie
 /// where the pieces of the next reader do: the processor has them at hand then.
 inline void copy(const std::uint64_t* from, long n, std::uint64_t* to) {
-  using Pair [[gnu::vector_size(2 * sizeof *to)]] = std::uint64_t;
   if (n == 4) {  // of binary256
     for (long i = 0; i < 4; ++i) {
       to[i] = from[i];
@@ -24,12 +42,7 @@ inline void copy(const std::uint64_t* from, long n, std::uint64_t* to) {
   }
   long i = 0;
   for (; n > 8 && i + 4 <= n; i += 4) {
-    Pair first;
-    Pair second;
-    std::memcpy(&first, from + i, sizeof first);
-    std::memcpy(&second, from + i + 2, sizeof second);
-    std::memcpy(to + i, &first, sizeof first);
-    std::memcpy(to + i + 2, &second, sizeof second);
+    copy_four(from + i, to + i);
   }
   for (; i < n; ++i) {
     to[i] = from[i];

@@ -3,13 +3,10 @@
 #ifndef ZELK_LIMBS_FEW_INTEGERS_H_
 #define ZELK_LIMBS_FEW_INTEGERS_H_
 
-#ifdef __x86_64__
-#include <immintrin.h>
-#endif
-
 #include <algorithm>
 #include <utility>
 
+#include "zelk/base/machine.h"
 #include "zelk/limbs/integers.h"
 #include "zelk/words/integers.h"
 
@@ -22,15 +19,7 @@ inline Limb add_limb(Limb x, Limb y, Carry& carry) { return words::add_word(x, y
 
 /// x - y - borrow; `borrow` becomes what is missing.
 inline Limb subtract_limb(Limb x, Limb y, Carry& borrow) {
-#ifdef __x86_64__
-  unsigned long long difference = 0;
-  borrow = _subborrow_u64(borrow, x, y, &difference);
-  return difference;
-#else
-  const DoubleLimb difference = DoubleLimb{x} - y - borrow;
-  borrow = static_cast<Carry>(difference >> limb_bits) & 1;
-  return static_cast<Limb>(difference);
-#endif
+  return words::subtract_word(x, y, borrow);
 }
 
 /// The sum of fewer than 2^64 products of limbs.
@@ -42,7 +31,7 @@ struct Accumulator {
   /// Takes x * y in.
   [[gnu::always_inline]] void add(Limb x, Limb y) {
     const DoubleLimb p = DoubleLimb{x} * y;
-#ifdef __x86_64__
+#ifdef ZELK_X86_64
     // One chain of carries, which compilers break.
     asm("addq %[p_low], %[low]\n\tadcq %[p_high], %[middle]\n\tadcq $0, %[high]"
         : [low] "+&r"(low), [middle] "+&r"(middle), [high] "+r"(high)

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "zelk/base/machine.h"
 #include "zelk/words/integers.h"
 #include "zelk/words/shape.h"
 
@@ -68,6 +69,8 @@ inline long bit_size(const Limb* p, long n) { return n * limb_bits - std::countl
 
 // ---- Shifts, two limbs at a time ----
 
+#ifdef ZELK_EXTENSIONS
+
 using LimbPair [[gnu::vector_size(2 * sizeof(Limb))]] = Limb;
 
 inline LimbPair load_pair(const Limb* p) {
@@ -121,6 +124,22 @@ inline void store_pair(Limb* p, LimbPair pair) { std::memcpy(p, &pair, sizeof pa
     out[0] = in[0] << k | in[-1] >> 1 >> (limb_bits - 1 - k);
   }
 }
+
+#else
+
+inline void shift_down(Limb* out, const Limb* in, long n, unsigned k, Limb flip = 0) {
+  for (long i = 0; i < n; ++i) {
+    out[i] = shifted_limb(in[i], in[i + 1], k) ^ flip;
+  }
+}
+
+inline void shift_up(Limb* out, const Limb* in, long n, unsigned k) {
+  for (long i = n - 1; i >= 0; --i) {
+    out[i] = in[i] << k | in[i - 1] >> 1 >> (limb_bits - 1 - k);
+  }
+}
+
+#endif
 
 // What is cut off below a significand is kept as one limb, the guard: the 64 bits below the last
 // place, the lowest of them set also when any digit beneath is not 0.

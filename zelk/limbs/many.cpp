@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "zelk/base/machine.h"
 #include "zelk/limbs/patterns.h"
 #include "zelk/limbs/room.h"
 #include "zelk/limbs/short.h"
@@ -12,9 +13,13 @@ namespace {
 
 /// What `with_size` has made sure of.
 inline void assume_many(long n) {
+#ifdef ZELK_EXTENSIONS
   if (n < 5) {
     __builtin_unreachable();
   }
+#else
+  static_cast<void>(n);
+#endif
 }
 
 /// out, a significand of n limbs with its hidden bit in place or, for exp = 1, below, becomes the

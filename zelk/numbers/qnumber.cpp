@@ -90,8 +90,7 @@ mp_limb_t* clear_limbs(mp_limb_t* to, std::size_t n) {
     return std::fill_n(to, n, 0);
   }
   for (; n > 0; --n) {
-    *to++ = 0;
-    asm volatile("");
+    *to++ = detail::opaque(mp_limb_t{0});
   }
   return to;
 }

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "zelk/base/export.h"
+#include "zelk/base/machine.h"
 
 namespace zelk {
 
@@ -39,17 +40,25 @@ inline constexpr long word_max = std::numeric_limits<long>::max();
 // The checked operations below are false when the exact result is outside
 // [-word_max, word_max]; -2^63 counts as outside, so that negation never overflows.
 
+#ifdef ZELK_EXTENSIONS
 inline bool add_checked(long a, long b, long& r) {
   return !__builtin_add_overflow(a, b, &r) && r != -word_max - 1;
 }
-
 inline bool sub_checked(long a, long b, long& r) {
   return !__builtin_sub_overflow(a, b, &r) && r != -word_max - 1;
 }
-
 inline bool mul_checked(long a, long b, long& r) {
   return !__builtin_mul_overflow(a, b, &r) && r != -word_max - 1;
 }
+#else
+inline bool fits_word(int128 exact, long& r) {
+  r = static_cast<long>(exact);
+  return -word_max <= exact && exact <= word_max;
+}
+inline bool add_checked(long a, long b, long& r) { return fits_word(int128{a} + b, r); }
+inline bool sub_checked(long a, long b, long& r) { return fits_word(int128{a} - b, r); }
+inline bool mul_checked(long a, long b, long& r) { return fits_word(int128{a} * b, r); }
+#endif
 
 inline long magnitude(long a) { return a < 0 ? -a : a; }
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "zelk/base/machine.h"
 #include "zelk/words/narrow.h"
 #include "zelk/words/rounding.h"
 #include "zelk/words/two_words.h"
@@ -32,7 +33,7 @@ template <Shape S>
 [[gnu::always_inline]] inline Ordered<Word<S>> order(S s, Word<S> a, Word<S> b) {
   const Word<S> x = magnitude(s, a);
   const Word<S> y = magnitude(s, b);
-#ifdef __x86_64__
+#ifdef ZELK_X86_64
   if constexpr (sizeof(Word<S>) == 8) {
     Word<S> large = x;
     Word<S> small = y;

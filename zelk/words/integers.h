@@ -3,16 +3,17 @@
 #ifndef ZELK_WORDS_INTEGERS_H_
 #define ZELK_WORDS_INTEGERS_H_
 
-#ifdef __x86_64__
-#include <immintrin.h>
-#endif
-
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <type_traits>
 
+#include "zelk/base/machine.h"
 #include "zelk/words/shape.h"
+
+#ifdef ZELK_X86_64
+#include <immintrin.h>
+#endif
 
 namespace zelk::words {
 
@@ -26,14 +27,27 @@ using Carry = unsigned char;
 
 // x + y + carry; `carry` becomes what leaves the word.
 inline std::uint64_t add_word(std::uint64_t x, std::uint64_t y, Carry& carry) {
-#ifdef __x86_64__
+#ifdef ZELK_X86_64
   unsigned long long sum = 0;
   carry = _addcarry_u64(carry, x, y, &sum);
   return sum;
 #else
   const uint128 sum = uint128{x} + y + carry;
   carry = static_cast<Carry>(sum >> 64);
-  return static_cast<std::uint64_t>(sum);
+  return low_word(sum);
+#endif
+}
+
+// x - y - borrow; `borrow` becomes what is missing.
+inline std::uint64_t subtract_word(std::uint64_t x, std::uint64_t y, Carry& borrow) {
+#ifdef ZELK_X86_64
+  unsigned long long difference = 0;
+  borrow = _subborrow_u64(borrow, x, y, &difference);
+  return difference;
+#else
+  const uint128 difference = uint128{x} - y - borrow;
+  borrow = static_cast<Carry>(difference >> 64 & 1);
+  return low_word(difference);
 #endif
 }
 
@@ -45,7 +59,11 @@ constexpr W mask_if(bool condition) {
 
 // The place of the highest one of a nonzero word.
 constexpr std::int64_t highest_bit(std::uint64_t a) {
+#ifdef ZELK_EXTENSIONS
   return 63U ^ static_cast<unsigned>(__builtin_clzl(a));
+#else
+  return 63 - std::countl_zero(a);
+#endif
 }
 
 // a * 2^n and a / 2^n for 0 <= n < 64. In double words these are written out: the processor's
@@ -156,13 +174,13 @@ struct Quotient {
   std::uint64_t rest;
 };
 inline Quotient divide_word(uint128 x, std::uint64_t y) {
+#ifdef ZELK_X86_64
   std::uint64_t q = low_word(x);
-#ifdef __x86_64__
   std::uint64_t rest = high_word(x);
   asm("divq %2" : "+a"(q), "+d"(rest) : "r"(y) : "cc");
   return {q, rest};
 #else
-  q = static_cast<std::uint64_t>(x / y);
+  const std::uint64_t q = low_word(x / y);
   return {q, low_word(x) - q * y};
 #endif
 }

@@ -10,18 +10,14 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "zelk/base/machine.h"
+
 namespace zelk::words {
 
 __extension__ using uint128 = unsigned __int128;
 __extension__ using int128 = __int128;
 
-/// A value of which the compiler knows nothing. Where it knows one of two values that are chosen
-/// between, it makes a branch; words that it sees copied one after the other it copies at once.
-template <class T>
-constexpr T opaque(T n) {
-  if (!std::is_constant_evaluated()) asm("" : "+r"(n));
-  return n;
-}
+using detail::opaque;
 
 /// The widths of the exponent and trailing-significand fields, and the unsigned type whose low bits
 /// hold a pattern.

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "zelk/base/machine.h"
 #include "zelk/words/rounding.h"
 
 namespace zelk::words {
@@ -96,7 +97,7 @@ struct OrderedPatterns {
 [[gnu::always_inline]] inline OrderedPatterns order_patterns(uint128 a, uint128 b,
                                                              std::uint64_t a_key,
                                                              std::uint64_t b_key) {
-#ifdef __x86_64__
+#ifdef ZELK_X86_64
   const std::uint64_t a_low = low_word(a);
   const std::uint64_t b_low = low_word(b);
   const std::uint64_t a_high = high_word(a);

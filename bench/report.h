@@ -54,7 +54,7 @@ void add_row(const std::string& name, Setup setup, Body body) {
     for (auto _ : state) {
       walk.pass(body);
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(count));
   });
 }
 

@@ -35,31 +35,37 @@ static void check_sums(const std::vector<Operand>& all, const Target& to, Input&
   check_sum(to, env, sum_of(products, env.rounding), x, y);
 }
 
+// One of the checks for each input: the more inputs, the more new code they find.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input in(data, size);
-  Mpfr t(format(in)), to(format(in));
-  check_all(t, to, in);
-  static const std::vector<Operation> by = mpfr_operations();
-  const Target target(t.f), other(to.f);
-  std::vector<Operand> all = operands(target, in), others = operands(other, in);
-  mpfr_precision = std::max(target.m, other.m) + 9;
-  cases = 0;  // what decides settings
-  for (const Operation& op : by) {
-    std::vector<const Operand*> one, mixed;
-    for (std::size_t k = 0; k < op.operands; ++k)
-      one.push_back(&all[k]), mixed.push_back(k == 1 ? &others[k] : &all[k]);
-    check_operation(op, one, target, false);
-    check_operation(op, mixed, other, true);
+  const unsigned long kind = in.below(16);
+  if (kind == 0) {
+    Mpfr t(format(in)), to(format(in));
+    check_all(t, to, in);
+    return 0;
+  }
+  const Target t(format(in)), to(format(in));
+  const std::vector<Operand> all = operands(t, in), others = operands(to, in);
+  mpfr_precision = std::max(t.m, to.m) + 9;
+  cases = in.byte();  // what decides settings
+  if (kind < 10) {
+    static const std::vector<Operation> by = mpfr_operations();
+    const Operation& op = by[in.below(by.size())];
+    std::vector<const Operand*> of = {&all[0], kind < 5 ? &all[1] : &others[1], &all[2]};
+    of.resize(op.operands);
+    check_operation(op, of, kind < 5 ? t : to, kind >= 5);
   }
   if (std::max(t.f.exp_width, to.f.exp_width) > 15) return 0;
-  for (const Operation& op : to_integers) check_operation(op, {all.data()}, target, false);
-  check_integers(all[0]);
-  check_selections(target, all[0], all[1]);
-  mpq_class q(in.digits(in.below(90)) - pow2(40),
-              in.below(3) == 0 ? mpz_class(1) : in.digits(70) + 1);
-  q.canonicalize();
-  check_factories(other, any_environment(in), q, static_cast<long>(in.below(500)) - 300);
-  std::ranges::copy(all, std::back_inserter(others));
-  check_sums(others, target, in);
+  if (kind == 10) check_selections(t, all[0], all[1]);
+  if (kind == 11) check_operation(to_integers[in.below(2)], {all.data()}, t, false);
+  if (kind == 12) check_integers(all[0]);
+  if (kind == 13) {
+    mpq_class q(in.digits(in.below(90)) - pow2(40),
+                in.below(3) == 0 ? mpz_class(1) : in.digits(70) + 1);
+    q.canonicalize();
+    check_factories(to, any_environment(in), q, static_cast<long>(in.below(500)) - 300);
+  }
+  if (kind == 14) check_sums(all, to, in);
+  if (kind == 15) check_sums({all[0], others[0], all[1], others[1], all[2], others[2]}, to, in);
   return 0;
 }

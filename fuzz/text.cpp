@@ -61,41 +61,54 @@ static void check_rounded(const std::string (&text)[3], const IEEEFloat& x) {
       << text[0] << ' ' << text[1] << ' ' << text[2] << name(x);
 }
 
+// One form back, or in rooms, or in three directions.
 static void check_writing(const IEEEFloat& x, Input& in) {
-  const std::string shortest = written([&] { return to_shortest(x); });
-  expect_back(shortest, x, Rounding::nearest_even);
-  expect_back(written([&] { return to_exact(x); }), x, Rounding::toward_positive);
-  expect_back(written([&] { return to_hex(x); }), x, Rounding::toward_negative);
-  expect_back(written([&] { return to_smtlib(x); }), x, Rounding::to_odd);
-  EXPECT_EQ(QNumber::from_text(to_bits_text(x)), x.get_bits());
-
+  const unsigned long kind = in.below(10);
   const int digits = static_cast<int>(in.below(60));
-  std::string rounded[2][3];
-  for (unsigned i = 0; i < 3; ++i) {
-    const Rounding r = i == 0   ? Rounding::toward_negative
-                       : i == 1 ? Rounding::nearest_even
-                                : Rounding::toward_positive;
-    rounded[0][i] = written([&] { return to_scientific(x, digits + 1, r); });
-    rounded[1][i] = written([&] { return to_fixed(x, digits, r); });
-  }
-  for (const auto& all : rounded) {
-    if (zelk::is_finite(x) && !all[0].empty() && !all[1].empty() && !all[2].empty())
-      check_rounded(all, x);
-  }
+  const auto rounded = [&](Rounding r) {
+    return written(
+        [&] { return kind == 5 ? to_scientific(x, digits + 1, r) : to_fixed(x, digits, r); });
+  };
   const auto rooms = [&](const std::string& want, auto write) {
     if (want.empty()) return;
     for (const std::size_t size : {want.size(), want.size() - 1, in.below(want.size() + 2)})
       expect_in_room(size, want, write);
   };
-  rooms(shortest, [&](char* a, char* b) { return zelk::to_chars(a, b, x); });
-  rooms(rounded[0][1], [&](char* a, char* b) {
-    return zelk::to_chars(a, b, x, std::chars_format::scientific, digits);
-  });
-  rooms(rounded[1][2], [&](char* a, char* b) {
-    return zelk::to_chars(a, b, x, std::chars_format::fixed, digits, Rounding::toward_positive);
-  });
-  rooms(written([&] { return to_hex(x, digits + 1); }),
-        [&](char* a, char* b) { return zelk::to_chars(a, b, x, std::chars_format::hex, digits); });
+  const auto back = [&](Rounding r, auto write) {
+    const std::string text = written([&] { return write(x); });
+    expect_back(text, x, r);
+    return text;
+  };
+  const auto shortest = [](const IEEEFloat& v) { return to_shortest(v); };
+  if (kind == 0) EXPECT_EQ(QNumber::from_text(to_bits_text(x)), x.get_bits());
+  if (kind == 1) back(Rounding::toward_positive, [](const IEEEFloat& v) { return to_exact(v); });
+  if (kind == 2) back(Rounding::toward_negative, [](const IEEEFloat& v) { return to_hex(v); });
+  if (kind == 3) back(Rounding::to_odd, [](const IEEEFloat& v) { return to_smtlib(v); });
+  if (kind == 4) {
+    rooms(back(Rounding::nearest_even, shortest),
+          [&](char* a, char* b) { return zelk::to_chars(a, b, x); });
+  }
+  if (kind == 5 || kind == 6) {
+    const std::string texts[] = {rounded(Rounding::toward_negative),
+                                 rounded(Rounding::nearest_even),
+                                 rounded(Rounding::toward_positive)};
+    if (zelk::is_finite(x) && std::ranges::count(texts, "") == 0) check_rounded(texts, x);
+  }
+  if (kind == 7) {
+    rooms(written([&] { return to_scientific(x, digits + 1); }), [&](char* a, char* b) {
+      return zelk::to_chars(a, b, x, std::chars_format::scientific, digits);
+    });
+  }
+  if (kind == 8) {
+    rooms(rounded(Rounding::toward_positive), [&](char* a, char* b) {
+      return zelk::to_chars(a, b, x, std::chars_format::fixed, digits, Rounding::toward_positive);
+    });
+  }
+  if (kind == 9) {
+    rooms(written([&] { return to_hex(x, digits + 1); }), [&](char* a, char* b) {
+      return zelk::to_chars(a, b, x, std::chars_format::hex, digits);
+    });
+  }
 }
 
 // A text as a number and then rounded, or at once.
@@ -154,14 +167,20 @@ static void check_prefix(const std::string& text, Format f, const Environment& s
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input in(data, size);
   const Format f = format(in);
-  const IEEEFloat x = generic(f, modes[0], in.pattern(Layout(f)));
+  const unsigned long kind = in.below(4);
   const Environment env{.rounding = static_cast<Rounding>(in.below(6)), .flags = other_bits};
-  check_writing(x, in);
-  if (f.exp_width <= 15 && zelk::is_finite(x)) check_reading(near_middle(x, in), f, env);
-  const bool raw = in.below(2) == 0;
-  std::string text(in.rest.begin(), in.rest.end());
-  for (char& c : text)
-    c = raw ? c : "0123456789012345678901.-+eEpPxXinfat#"[static_cast<unsigned char>(c) % 37];
-  check_prefix(text, f, env);
+  const auto any = [&] { return generic(f, modes[0], in.pattern(Layout(f))); };
+  if (kind < 2) {
+    check_writing(any(), in);
+  } else if (kind == 2) {
+    const IEEEFloat x = any();
+    if (f.exp_width <= 15 && zelk::is_finite(x)) check_reading(near_middle(x, in), f, env);
+  } else {
+    const bool raw = in.below(2) == 0;
+    std::string text(in.rest.begin(), in.rest.end());
+    for (char& c : text)
+      c = raw ? c : "0123456789012345678901.-+eEpPxXinfat#"[static_cast<unsigned char>(c) % 37];
+    check_prefix(text, f, env);
+  }
   return 0;
 }

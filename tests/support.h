@@ -116,7 +116,8 @@ inline bool same(const QNumber& a, const QNumber& b) {
   return a == b && a.is_small() == b.is_small();
 }
 inline bool same(const IEEEFloat& a, const IEEEFloat& b) {
-  return name(a) == name(b) && a.get_repr() == b.get_repr() && same(a.get_bits(), b.get_bits());
+  return a.get_format() == b.get_format() && a.get_mode() == b.get_mode() &&
+         a.get_repr() == b.get_repr() && same(a.get_bits(), b.get_bits());
 }
 
 /// The text that an expression of a value or number x throws, see `message`; x is then what it was.

@@ -97,7 +97,7 @@ class ZELK_EXPORT QNumber {
   /// and for values above 2^63 - 1.
   template <detail::standard_integer T>
   QNumber(T n) : QNumber() {
-    num = static_cast<long>(n);  // NOLINT(bugprone-signed-char-misuse,cert-str34-c): a number
+    num = static_cast<long>(n);  // NOLINT(bugprone-signed-char-misuse): a number
     if (!std::in_range<long>(n) || num == -detail::word_max - 1) {
       init_big(n < T{0},
                n < T{0} ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n));

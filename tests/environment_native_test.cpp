@@ -1,5 +1,4 @@
-// Environments against the processor and its flags, in binary32 and binary64, and libm's
-// remainders.
+// Environments against the processor and its flags, in binary32 and binary64.
 #include <cmath>
 #include <limits>
 #include <span>
@@ -129,26 +128,3 @@ TEST(Native, OperationsMatchTheProcessor) {
   match_processor<double>(random);
 }
 #endif
-
-template <typename T>
-static void match_libm(Random& random) {
-  for (unsigned long i = 0; i < 2 * rounds(); ++i) {
-    T x = 0, y = 0;
-    const IEEEFloat a = value(random, x), b = value(random, y);
-    Environment env{static_cast<Rounding>(i % 6)};
-    const IEEEFloat cut = zelk::from_native(std::fmod(x, y));
-    const IEEEFloat nearest = zelk::from_native(std::remainder(x, y));
-    ASSERT_BITS(env.modulo(a, b), bits(cut)) << name({a, b});
-    const IEEEFloat r = env.remainder(a, b);
-    ASSERT_TRUE(bits(r) == bits(nearest) || (r.is_zero() && nearest.is_zero()))
-        << name(r) << " of " << name({a, b}) << "wanted " << name(nearest);
-    const bool none = cut.is_nan() && !a.is_nan() && !b.is_nan();
-    ASSERT_EQ(env.flags, none ? invalid : 0) << name({a, b});
-  }
-}
-
-TEST(Native, RemaindersMatchLibm) {
-  Random random;
-  match_libm<float>(random);
-  match_libm<double>(random);
-}

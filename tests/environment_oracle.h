@@ -132,6 +132,13 @@ struct Target {
     }
     return {p + s, x.flags | (exact ? 0 : tiny ? underflow | inexact : inexact)};
   }
+
+  struct Place {
+    const Target& t;
+    const Exact& x;
+    Answer round(const Environment& env) const { return t.round(x, env); }
+  };
+  Place place(const Exact& x) const { return {*this, x}; }
 };
 
 // ---- The operations, before rounding ----
@@ -208,11 +215,15 @@ using Values = std::vector<IEEEFloat>;
 
 /// The order of any two values.
 inline std::partial_ordering order(const Exact& a, const Exact& b) {
-  const auto end = [](const Exact& x) {
-    return x.kind != Exact::infinite ? 0 : x.negative ? -1 : 1;
-  };
+  const auto sign = [](const Exact& x) { return x.is_zero() ? 0 : x.negative ? -1 : 1; };
   if (any_nan({a, b})) return std::partial_ordering::unordered;
-  return end(a) != end(b) ? end(a) <=> end(b) : cmp(a.value(), b.value()) <=> 0;
+  if (sign(a) != sign(b) || sign(a) == 0) return sign(a) <=> sign(b);
+  int o = static_cast<int>(a.kind == Exact::infinite) - static_cast<int>(b.kind == Exact::infinite);
+  if (a.kind == Exact::finite && b.kind == Exact::finite) {
+    const long e = a.exponent() - b.exponent();  // far ones are not scaled
+    o = e != 0 ? (e < 0 ? -1 : 1) : cmp(scaled(a.q, a.k - b.k), b.q);
+  }
+  return o * sign(a) <=> 0;
 }
 
 /// An operation in one format, or into another one, and what it means.
@@ -280,38 +291,40 @@ inline std::string name(const Values& v) {
 /// Bits of an environment's flags that are none of the five.
 inline constexpr unsigned other_bits = 0xA0;
 
-inline unsigned long cases = 0;
+inline thread_local unsigned long cases = 0;
 
-/// One operation in all roundings and, where they matter, all flush settings and both rules of
-/// tininess; elsewhere these take turns. Into the format `to`, or without one if that is the
+/// One operation in all roundings, under both rules of tininess and, where they matter, in all
+/// flush settings; elsewhere these take turns. Into the format `to`, or without one if that is the
 /// operands'.
 inline void check_operation(const Operation& op, const std::vector<const Operand*>& operands,
-                            const Target& to, bool into) {
+                            const auto& to, bool into) {
   Values v;
   bool subnormal = false;
   for (const Operand* o : operands) v.push_back(o->x), subnormal = subnormal || o->subnormal;
+  const auto repr = v[0].get_format() == to.f ? v[0].get_repr() : IEEEFloat::get_best_repr(to.f);
   for (const bool flush : {false, true}) {
     if (flush && !subnormal) continue;
     Operands numbers;
     for (const Operand* o : operands) numbers.push_back(o->exact[flush]);
+    Exact exact = op.exact(numbers, Rounding::nearest_even);
+    const auto placed = to.place(exact);
+    const bool matters = exact.kind == Exact::finite && exact.q != 0 && exact.exponent() < to.emin;
     for (unsigned d = 0; d < 6; ++d) {
-      const Exact exact = op.exact(numbers, static_cast<Rounding>(d));
-      const bool matters =
-          exact.kind == Exact::finite && exact.q != 0 && exact.exponent() < to.emin;
-      for (unsigned i = 0; i < (matters ? 4 : 1); ++i) {
-        const unsigned long k = matters ? i : cases;
-        Environment env{static_cast<Rounding>(d), static_cast<Tininess>(k % 2), k / 2 % 2 == 1,
-                        flush || (!subnormal && k % 5 == 0), other_bits};
-        const Answer want = to.round(exact, env);
-        const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
+      // The direction decides on the sign of a zero, and on integers that are near.
+      if (exact.is_zero() || v.size() == 1) exact = op.exact(numbers, static_cast<Rounding>(d));
+      for (unsigned i = 0; i < (matters ? 4 : 2); ++i) {
+        Environment env{static_cast<Rounding>(d), static_cast<Tininess>(i % 2),
+                        (matters ? i / 2 : (i + d) % 2) == 1,
+                        flush || (!subnormal && cases % 5 == 0), other_bits};
         ++cases;
+        const Answer want = placed.round(env);
+        const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
         ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
             << name(env) << op.name << " of " << name(v) << (into ? " into " : "") << " is "
             << name(r) << " with flags " << env.flags % 32U << ", wanted 0x" << std::hex
             << want.bits << " with " << std::dec << want.flags;
         ASSERT_TRUE(r.get_mode() == v[0].get_mode() && r.get_format() == to.f &&
-                    r.get_repr() == (v[0].get_format() == to.f ? v[0].get_repr()
-                                                               : IEEEFloat::get_best_repr(to.f)));
+                    r.get_repr() == repr);
       }
     }
   }
@@ -350,14 +363,14 @@ inline const Selection selections[] = {
     {"maximum_magnitude_number", selected_by<&Environment::maximum_magnitude_number>, true, true,
      true}};
 
-inline void check_selections(const Target& t, const Operand& x, const Operand& y) {
+inline void check_selections(const auto& t, const Operand& x, const Operand& y) {
   for (const Selection& s : selections) {
     for (const bool flush : {false, true}) {
       const Exact &a = x.exact[flush], &b = y.exact[flush];
       Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
       const IEEEFloat r = s.call(env, x.x, y.x);
       ++cases;
-      ASSERT_BITS(r, t.round(s.takes_first(a, b) ? a : b, {}).bits)
+      ASSERT_BITS(r, t.place(s.takes_first(a, b) ? a : b).round({}).bits)
           << name(env) << s.name << " of " << name({x.x, y.x});
       ASSERT_TRUE(env.flags == other_bits && r.get_mode() == x.x.get_mode() &&
                   r.get_repr() == x.x.get_repr());
@@ -435,14 +448,15 @@ inline Environment any_environment(auto& random) {
 }
 
 /// q, its numerator, and these times 2^k, as numbers and as text.
-inline void check_factories(const Target& to, const Environment& start, const mpq_class& q,
-                            long k) {
+inline void check_factories(const auto& to, const Environment& start, const mpq_class& q, long k) {
   const mpz_class n = q.get_num();
   const std::string text =
       (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
   const auto check = [&](const char* what, const mpq_class& number_, long scale, auto call) {
     Environment env = start;
-    const Answer want = to.round({Exact::finite, number_ < 0, abs(number_), scale}, env);
+    const Exact exact{Exact::finite, number_ < 0, abs(number_), scale};
+    const Answer want = to.place(exact).round(env);
+    ++cases;
     const IEEEFloat r = call(env);
     ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
         << name(start) << what << number_ << " p " << scale << " is " << name(r) << ' '

@@ -117,38 +117,6 @@ TEST(MixedFormats, NumbersRoundOnce) {
   }
 }
 
-// ---- MPFR ----
-
-TEST(WideFormats, MatchMpfr) {
-  set_range(mpfr_get_emin_min(), mpfr_get_emax_max());
-  const std::vector<Operation> by = mpfr_operations();
-  std::vector<Format> formats = {{5, 10},   {8, 7},    {8, 23},    {11, 52}, {15, 112},
-                                 {19, 236}, {15, 318}, {20, 1022}, {2, 58},  {30, 31}};
-  for (const unsigned long width : {62UL, 63UL, 64UL, 65UL, 66UL, 126UL, 127UL, 128UL, 129UL, 130UL,
-                                    191UL, 192UL, 193UL, 255UL, 256UL, 257UL}) {
-    for (const unsigned long e : {3UL, 11UL, 15UL, 30UL}) formats.push_back({e, width - 1 - e});
-  }
-  Random random;
-  for (const Format f : formats) {
-    const Target t(f);
-    const Layout layout(f);
-    mpfr_precision = t.m + 9;
-    for (unsigned long i = 0; i < rounds() / 50; ++i) {
-      std::vector<Operand> all;
-      all.reserve(3);
-      for (int k = 0; k < 3; ++k) {
-        all.emplace_back(t, represented(random, generic(f, modes[0], random.pattern(layout))));
-      }
-      for (const Operation& op : by) {
-        std::vector<const Operand*> v;
-        for (std::size_t k = 0; k < op.operands; ++k) v.push_back(&all[i % 16 == 0 ? 0 : k]);
-        check_operation(op, v, t, false);
-      }
-      ASSERT_FALSE(HasFailure());
-    }
-  }
-}
-
 // ---- Remainders ----
 
 // x / y is half of an odd number, or next to it.
@@ -268,25 +236,6 @@ TEST(Sums, ExponentsCanBeFarApart) {
         check_sum(t, {.rounding = static_cast<Rounding>(d), .flags = other_bits}, exact, x, {});
       }
       ASSERT_FALSE(HasFailure());
-    }
-  }
-}
-
-// Rounded to odd with two bits more, results can be rounded again.
-TEST(MixedFormats, RoundingToOddFirstChangesNothing) {
-  Random random;
-  for (const Target& t : targets({{5, 10}, {8, 7}, {8, 23}, {2, 3}, {15, 112}, {11, 52}})) {
-    for (unsigned long i = 0; i < rounds(); ++i) {
-      const Values v = {value_near_one(random, t).x, value_near_one(random, t).x,
-                        value_near_one(random, t).x};
-      const Operation& op = operations[i % 8];
-      Environment odd{Rounding::to_odd}, then{static_cast<Rounding>(i / 8 % 6)}, once = then;
-      const Format wider{t.f.exp_width + 3, t.f.mant_width + 2 + random.below(70)};
-      const IEEEFloat between = op.into(odd, v, wider), want = op.call(once, v);
-      const IEEEFloat twice = then.convert(between, t.f);
-      ASSERT_BITS(between.is_zero() ? copy_sign(twice, want) : twice, bits(want))
-          << name(then) << op.name << " of " << name(v) << "by way of " << name(between);
-      ASSERT_EQ(odd.flags | then.flags, once.flags) << name(then) << op.name << " of " << name(v);
     }
   }
 }

@@ -103,7 +103,7 @@ void check_all(Mpfr& t, Mpfr& to, auto& patterns) {
 }
 
 /// Of results of MPFR: that of a format and a few digits more.
-inline mpfr_prec_t mpfr_precision = 0;
+inline thread_local mpfr_prec_t mpfr_precision = 0;
 
 /// What MPFR makes of operands of any exponents: the result cut off, and whether that is all.
 template <auto function>

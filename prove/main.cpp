@@ -1,0 +1,119 @@
+// Proves theorems about the library by trying all cases there are: see docs/trust.md.
+//
+//   prove [name...] [--part k/n] [--bits b]
+//
+// A name stands for all theorems that start with it. A part is every n-th piece of each, from the
+// k-th on; bits are those of the longest of the small formats.
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+
+#include "gtest/gtest.h"
+#include "prove/theorem.h"
+
+using prove::Theorem;
+
+// The pieces of a theorem from `next` on, each `step` after the last.
+struct Run {
+  const Theorem& t;
+  std::atomic<unsigned long> next;
+  const unsigned long step, count = next < t.pieces ? (t.pieces - next - 1) / step + 1 : 0;
+  const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  std::atomic<unsigned long> cases = 0, done = 0;
+  std::atomic<bool> ended = false;
+  std::mutex mutex = {};
+  std::string failure = {};
+
+  double seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  }
+
+  void work() {
+    for (unsigned long piece; (piece = next.fetch_add(step)) < t.pieces && !ended; ++done) {
+      try {
+        cases += t.prove(piece);
+      } catch (const std::exception& e) {
+        const std::lock_guard lock(mutex);
+        if (ended.exchange(true)) return;
+        failure = std::string(e.what()) + "\nTo repeat: prove " + t.name + " --part " +
+                  std::to_string(piece + 1) + '/' + std::to_string(t.pieces) + '\n';
+      }
+    }
+  }
+
+  // A bar in a terminal, else a line a minute.
+  void show_progress() const {
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    for (unsigned long ticks = 1; !ended; ++ticks) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      if (ticks % (terminal ? 25 : 3000) != 0 || done == 0) continue;
+      const double part = static_cast<double>(done) / static_cast<double>(count);
+      const std::string bar(static_cast<std::size_t>(40 * part), '#');
+      std::fprintf(stderr, "%s%-18s [%-40s] %3.0f %%, %.0f s left %s", terminal ? "\r" : "",
+                   t.name.c_str(), bar.c_str(), 100 * part, seconds() * (1 - part) / part,
+                   terminal ? "" : "\n");
+    }
+    if (terminal) std::fprintf(stderr, "\r%90s\r", "");
+  }
+
+  // A line for the theorem, and what fails.
+  bool holds() {
+    std::thread progress([this] { show_progress(); });
+    std::vector<std::thread> threads;
+    while (threads.size() < std::max(1U, std::thread::hardware_concurrency())) {
+      threads.emplace_back([this] { work(); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    ended = true;
+    progress.join();
+    std::printf("%-18s %s %15lu cases %7.1f s\n%s", t.name.c_str(),
+                failure.empty() ? "holds" : "FAILS", cases.load(), seconds(), failure.c_str());
+    std::fflush(stdout);
+    return failure.empty() && cases > 0;
+  }
+};
+
+static int usage() {
+  std::fputs("usage: prove [name...] [--part k/n] [--bits b]\n", stderr);
+  return 2;
+}
+
+int main(int argc, char** argv) {
+  GTEST_FLAG_SET(throw_on_failure, true);  // what the oracles of the tests assert is thrown
+  delete testing::UnitTest::GetInstance()->listeners().Release(
+      testing::UnitTest::GetInstance()->listeners().default_result_printer());
+  std::vector<std::string> names;
+  unsigned long first = 0, step = 1, bits = 16;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    unsigned long k = 0, n = 0;
+    const int read = i + 1 < argc ? std::sscanf(argv[i + 1], "%lu/%lu", &k, &n) : 0;
+    if (!argument.starts_with("--")) {
+      names.push_back(argument);
+      continue;
+    }
+    if (argument == "--part" && read == 2 && k > 0 && k <= n) {
+      first = k - 1, step = n;
+    } else if (argument == "--bits" && read == 1) {
+      bits = k;
+    } else {
+      return usage();
+    }
+    ++i;
+  }
+  bool any = false, hold = true;
+  for (const auto& theorems :
+       {prove::small(bits), prove::half(), prove::widths(), prove::decision()}) {
+    for (const Theorem& t : theorems) {
+      const auto is_meant = [&](const std::string& name) { return t.name.starts_with(name); };
+      if (!names.empty() && std::none_of(names.begin(), names.end(), is_meant)) continue;
+      any = true;
+      hold = hold && Run{t, first, step}.holds();
+    }
+  }
+  return !any ? usage() : hold ? 0 : 1;
+}

@@ -1,0 +1,258 @@
+// All of the small: every pair of patterns of every format with e from 2 to 5 and m from 1 to 5,
+// every triple of those of up to 7 bits, every conversion between two of them, against brute force;
+// every operation of one operand on every pattern of every format of up to 16 bits, against
+// rationals. Of the NaNs there are the canonical one and one more.
+#include <memory>
+
+#include "prove/rounding.h"
+#include "prove/theorem.h"
+#include "tests/text_oracle.h"
+#include "zelk/float/functions.h"
+
+namespace prove {
+
+namespace {
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+// Every value of a format, each with a stored mode.
+std::vector<Operand> all_of(const Target& t) {
+  std::vector<Operand> all;
+  for (mpz_class p = 0; p < 2 * t.sign; ++p) {
+    if (p % t.sign > t.inf + 1) continue;
+    all.emplace_back(t, generic(t.f, static_cast<IEEEFloat::rounding_mode>(p.get_ui() % 5), p));
+  }
+  return all;
+}
+
+// The same in a packed word of another format, and in a mode.
+Operand packed(Operand o) { return o.x.self_specialize_repr(IEEEFloat::REPR_FLOAT32), o; }
+IEEEFloat in_mode(IEEEFloat x, IEEEFloat::rounding_mode mode) { return x.set_mode(mode), x; }
+
+// A format by brute force: the list of its values, and rounding as a search in that list.
+struct SmallFormat : Target {
+  std::vector<mpq_class> values;  // from 0 on; infinity is where it would be if it were finite
+  std::vector<mpq_class> finer;   // of one exponent more below, up to the least normal value
+  std::vector<Operand> all = all_of(*this);
+
+  explicit SmallFormat(Format format) : Target(format) {
+    const long bias = (1L << (f.exp_width - 1)) - 1;
+    for (mpz_class p = 0; p <= inf; ++p) {
+      const mpz_class field = p / hidden, digits = p % hidden;
+      values.push_back(field == 0 ? scaled(digits, 1 - bias - m)
+                                  : scaled(hidden + digits, field.get_si() - bias - m));
+    }
+    for (mpz_class p = 0; p <= 2 * hidden; ++p) finer.push_back(p * values[1] / 2);
+  }
+
+  static Neighbours search(const std::vector<mpq_class>& list, const mpq_class& v) {
+    const auto above = std::upper_bound(list.begin(), list.end(), v), below = above - 1;
+    const int middle = above == list.end() ? 1 : cmp(2 * v, *below + *above);
+    return {below - list.begin(), *below == v, middle};
+  }
+
+  struct Place {
+    const SmallFormat& t;
+    const Exact& x;
+    Neighbours values, finer;
+    bool below = false;
+
+    Place(const SmallFormat& format, const Exact& exact) : t(format), x(exact) {
+      if (x.kind != Exact::finite || x.q == 0) return;
+      const mpq_class v = scaled(x.q, x.k);
+      values = search(t.values, v);
+      below = values.below < t.hidden;
+      if (below) finer = search(t.finer, v);
+    }
+    Answer round(const Environment& env) const {
+      const mpz_class s = x.negative ? t.sign : mpz_class(0);
+      if (x.kind == Exact::nan) return {t.nan, x.flags};
+      if (x.kind == Exact::infinite) return {t.inf + s, x.flags};
+      if (x.q == 0) return {s, x.flags};
+      return rounded(t, x.negative, values, below ? &finer : nullptr, env);
+    }
+  };
+  Place place(const Exact& x) const { return {*this, x}; }
+
+  // What the operators of values give.
+  mpz_class operate(int op, const mpz_class& a, const mpz_class& b, unsigned mode) const {
+    const Environment env{static_cast<Rounding>(mode)};
+    const Exact exact = operations[op].exact({decode(a), decode(b)}, env.rounding);
+    return place(exact).round(env).bits;
+  }
+  mpz_class convert(const SmallFormat& from, const mpz_class& p, unsigned mode) const {
+    const Exact exact = from.decode(p);
+    return place(exact).round({static_cast<Rounding>(mode)}).bits;
+  }
+};
+
+// All orders; the total one is that of the places of patterns.
+void check_orders(const Target& t, const Operand& x, const Operand& y) {
+  const auto place = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - 1 - p); };
+  const auto o = order(x.exact[0], y.exact[0]);
+  using Pair = std::pair<IEEEFloat, IEEEFloat>;
+  using Vector = std::vector<IEEEFloat>;
+  static const IEEEFloat one = Environment().from_integer(1, {8, 7});
+  ++cases;
+  ASSERT_TRUE(total_order(x.x, y.x) == (cmp(place(bits(x.x)), place(bits(y.x))) <=> 0) &&
+              (x.x <=> y.x) == o && (Pair(one, x.x) <=> Pair(one, y.x)) == o &&
+              (Vector{x.x} <=> Vector{y.x, one}) ==
+                  (std::is_eq(o) ? std::partial_ordering::less : o))
+      << name({x.x, y.x});
+}
+
+void check_pairs(const SmallFormat& t, const Operand& x) {
+  for (const Operand& y : t.all) {
+    for (const Operand& a : {x, packed(x)}) check_selections(t, a, y), check_orders(t, a, y);
+    for (const Operation& op : operations) {
+      if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
+    }
+    for (const auto mode : modes) check_pair(t, in_mode(x.x, mode), y.x), cases += 5;
+    const IEEEFloat self = in_mode(x.x, modes[0]);
+    if (&x == &y) check_pair(t, self, self);
+  }
+}
+
+void check_triples(const SmallFormat& t, const Operand& x) {
+  for (const Operand& y : t.all) {
+    for (const Operand& z : t.all) check_operation(operations[6], {&x, &y, &z}, t, false);
+  }
+}
+
+void check_conversions(const SmallFormat& from, const SmallFormat& to) {
+  for (const Operand& x : from.all) {
+    check_operation(operations[8], {&x}, to, true);
+    for (const auto mode : modes) check_conversion(from, to, in_mode(x.x, mode)), cases += 2;
+  }
+}
+
+// Small ratios times powers of two.
+void check_ratios(const SmallFormat& t) {
+  for (int i = 0; i < 81 * 40 * 4 * 6; ++i) {
+    const int n = i / 960 - 40, d = i / 24 % 40 + 1, k = i / 6 % 4 * 3 - 5;
+    mpq_class q(n, d);
+    q.canonicalize();
+    const Environment env{Rounding(i % 6), Tininess(i / 6 % 2), i % 5 == 0, false, other_bits};
+    check_factories(t, env, q, k);
+    if (i % 6 > 3) continue;
+    const Exact exact{Exact::finite, n < 0, abs(q), k};
+    const mpz_class want = t.place(exact).round({env.rounding}).bits;
+    const QNumber ratio(q);
+    ASSERT_BITS(IEEEFloat::from_scaled(ratio, k, t.f, modes[i % 6]), want) << q << " 2^" << k;
+    ASSERT_BITS(IEEEFloat::from_ratio(ratio * QNumber::scaled(1, k), t.f, modes[i % 6]), want) << q;
+  }
+}
+
+// All that rounds nothing, p being the pattern of x.
+void check_functions(const Target& t, const Operand& x, const mpz_class& p) {
+  const auto encoded = [&](const mpz_class& pattern) {
+    return IEEEFloat::from_encoding(QNumber(pattern, 1), t.f);
+  };
+  const Exact& a = x.exact[0];
+  const bool nan = a.kind == Exact::nan, inf = a.kind == Exact::infinite;
+  const int what = nan ? 1 : inf ? 9 : a.is_zero() ? 6 : x.subnormal ? 7 : 8;
+  const bool integral = a.kind == Exact::finite && a.value().get_den() == 1;
+  ASSERT_TRUE(static_cast<int>(classify(x.x)) == (nan || !a.negative ? what : 11 - what) &&
+              is_normal(x.x) == (what == 8) && is_finite(x.x) == (a.kind == Exact::finite) &&
+              is_integral(x.x) == integral)
+      << name(x.x);
+  const auto check = [&](const char* function, const IEEEFloat& r, const mpz_class& want) {
+    ASSERT_BITS(r, nan ? t.nan : want) << function << ' ' << name(x.x);
+    ASSERT_TRUE(r.get_mode() == x.x.get_mode() && r.get_repr() == x.x.get_repr()) << function;
+  };
+  const mpz_class magnitude = p % t.sign;
+  check("abs", abs(x.x), magnitude);
+  check("-", -x.x, p ^ t.sign);
+  check("copy_sign", copy_sign(x.x, encoded(t.sign)), magnitude + t.sign);
+  check("next_up", next_up(x.x),
+        p < t.sign       ? std::min<mpz_class>(p + 1, t.inf)
+        : magnitude == 0 ? mpz_class(1)
+                         : p - 1);
+  check("next_down", next_down(x.x),
+        p >= t.sign      ? std::min<mpz_class>(p + 1, t.sign + t.inf)
+        : magnitude == 0 ? mpz_class(t.sign + 1)
+                         : p - 1);
+  ASSERT_EQ(bits(encoded(p)), nan ? t.nan : p);
+  const std::string none = nan ? "NaN" : inf ? "infinity" : a.is_zero() ? "zero" : "";
+  ASSERT_EQ(message([&] { return exponent_of(x.x); }),
+            none.empty() ? "" : none + " has no exponent");
+  ASSERT_TRUE(!none.empty() || exponent_of(x.x) == a.exponent()) << name(x.x);
+}
+
+void check_pattern(const Target& t, const mpz_class& p) {
+  static const std::vector<Target> others = {Target({3, 2}), Target({2, 9}), Target({8, 23}),
+                                             Target({11, 52})};
+  const Operand x(t, generic(t.f, static_cast<IEEEFloat::rounding_mode>(p.get_ui() % 5), p));
+  for (const Operation& op : operations) {
+    if (op.operands == 1) check_operation(op, {&x}, t, false);
+  }
+  for (const Operation& op : to_integers) check_operation(op, {&x}, t, false);
+  for (const Target& u : others) check_operation(operations[8], {&x}, u, true);
+  check_operation(operations[7], {&x}, others[t.f.exp_width % 2], true);
+  check_integers(x);
+  check_functions(t, x, p), check_functions(t, packed(x), p), cases += 2 * 14;
+  for (const auto mode : modes) check_value(Layout(t.f), in_mode(x.x, mode)), cases += 41;
+  if (p == 0 || p >= t.inf) return;
+  const std::string text = to_shortest(x.x);
+  ASSERT_EQ(text, shortest(Layout(t.f), p)) << name(x.x);
+  ASSERT_EQ(read_back(text, t.f), name(in_mode(x.x, modes[0]))) << text;
+  cases += 2;
+}
+
+// ---- The theorems ----
+
+using Formats = std::vector<std::shared_ptr<const SmallFormat>>;
+
+Formats formats_of(unsigned long bits) {
+  Formats all;
+  for (unsigned long e = 2; e <= 5; ++e) {
+    for (unsigned long m = 1; m <= 5 && e + m < bits; ++m) {
+      all.push_back(std::make_shared<SmallFormat>(Format{e, m}));
+    }
+  }
+  return all;
+}
+
+Theorem counted(const char* name, unsigned long pieces, std::function<void(unsigned long)> check) {
+  return {name, pieces, [=](unsigned long piece) {
+            const unsigned long before = cases;
+            check(piece);
+            return cases - before;
+          }};
+}
+
+// Of each format the value that has this place, as the first operand of what is tried.
+auto of_first(const Formats& formats, void (*check)(const SmallFormat& t, const Operand& x)) {
+  return [=](unsigned long i) {
+    for (const auto& t : formats) {
+      if (i < t->all.size()) check(*t, t->all[i]);
+    }
+  };
+}
+
+}  // namespace
+
+std::vector<Theorem> small(unsigned long bits) {
+  const Formats all = formats_of(bits);
+  const auto conversions = [=](unsigned long i) {
+    for (const auto& to : all) check_conversions(*all[i], *to);
+    check_ratios(*all[i]);
+  };
+  const auto unary = [=](unsigned long i) {  // 64 patterns of each format that has as many
+    for (unsigned long width = 4; width <= bits; ++width) {
+      for (unsigned long e = 2; e < width - 1; ++e) {
+        const Target t({e, width - 1 - e});
+        for (mpz_class p = 64 * i; p < 64 * (i + 1) && p < 2 * t.sign; ++p) {
+          if (p % t.sign <= t.inf + 1) check_pattern(t, p);
+        }
+      }
+    }
+  };
+  return {
+      counted("small.pairs", 1UL << 11, of_first(all, check_pairs)),
+      counted("small.triples", 1UL << 7, of_first(formats_of(std::min(bits, 7UL)), check_triples)),
+      counted("small.conversions", all.size(), conversions),
+      counted("small.unary", (1UL << bits) / 64, unary)};
+}
+
+}  // namespace prove

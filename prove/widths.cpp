@@ -1,0 +1,93 @@
+// All widths: formats with every m up to 300 and e from 2 to 20, and around each multiple of 64 up
+// to 1,100, on patterns at their borders, against MPFR: the borders of limbs, words and roads are
+// nowhere to be seen.
+#include "prove/theorem.h"
+#include "tests/mpfr_oracle.h"
+
+namespace prove {
+
+namespace {
+
+using namespace zelk_test;  // NOLINT(google-build-using-namespace)
+
+// Zeros, subnormals of several lengths, powers of two and their neighbours, all ones, one bit,
+// halves of an ulp, the largest, what is not finite; each in both signs; and a few others.
+std::vector<Operand> operands(const Target& t) {
+  const Layout layout(t.f);
+  const mpz_class one = t.inf / t.hidden / 2 * t.hidden, half = t.hidden / 2;
+  const mpz_class middle = pow2(t.f.mant_width / 2), ulp = one - t.f.mant_width * t.hidden;
+  const mpz_class patterns[] = {0,
+                                1,
+                                middle - 1,
+                                middle,
+                                t.hidden - 1,
+                                t.hidden,
+                                one - 1,
+                                one,
+                                one + 1,
+                                one + middle,
+                                one + t.hidden / 3,
+                                one + half,
+                                t.inf,
+                                t.inf - 1,
+                                one + t.hidden - 1,
+                                t.hidden + 1,
+                                t.inf - t.hidden,
+                                t.inf + 1,
+                                std::max<mpz_class>(ulp - t.hidden, 2),
+                                std::max<mpz_class>(ulp - t.hidden, 2) + 1};
+  std::vector<Operand> all;
+  const auto add = [&](const mpz_class& p) {
+    IEEEFloat x = generic(t.f, modes[all.size() % 4], p);
+    x.self_specialize_repr(IEEEFloat::get_best_repr(t.f));
+    all.emplace_back(t, x);
+  };
+  for (const mpz_class& p : patterns) add(p), add(p + t.sign);
+  Random random;
+  while (all.size() < 44) add(random.pattern(layout));
+  return all;
+}
+
+unsigned long check_format(Format f) {
+  static const std::vector<Operation> by = mpfr_operations();
+  const Target t(f), wider({f.exp_width + 1, f.mant_width + 1}),
+      narrower({std::max(f.exp_width - 1, 2UL), std::max(f.mant_width - 1, 1UL)});
+  const unsigned long before = cases;
+  Mpfr mpfr(f);
+  mpfr_precision = t.m + 9;
+  const std::vector<Operand> all = operands(t);
+  for (std::size_t i = 0; i < all.size() * all.size(); ++i) {
+    const Operand &x = all[i / all.size()], &y = all[i % all.size()], &z = all[i * 7 % all.size()];
+    for (const Operation& op : by) {
+      if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
+      if (op.operands == 3) check_operation(op, {&x, &y, &z}, t, false);
+      if (op.operands == 1 && &x == &y) check_operation(op, {&x}, t, false);
+    }
+    check_selections(t, x, y);
+    check_pair(mpfr, x.x, y.x), cases += 5;
+    if (&x != &y) continue;
+    for (const Target& to : {wider, narrower}) check_operation(operations[8], {&x}, to, true);
+    for (const Operation& op : to_integers) check_operation(op, {&x}, t, false);
+    if (f.exp_width < 11) check_integers(x);
+  }
+  return cases - before;
+}
+
+}  // namespace
+
+std::vector<Theorem> widths() {
+  std::vector<Format> formats;
+  for (unsigned long e = 2; e <= 20; ++e) {
+    for (unsigned long m = 1; m <= 300; ++m) formats.push_back({e, m});
+    for (unsigned long limbs = 320; limbs <= 1088; limbs += 64) {
+      for (unsigned long m = limbs - 2; m < limbs + 2; ++m) {
+        formats.push_back({e, m});
+        formats.push_back({e, m - e});  // around the end of a pattern
+      }
+    }
+  }
+  return {
+      {"widths", formats.size(), [formats](unsigned long i) { return check_format(formats[i]); }}};
+}
+
+}  // namespace prove

@@ -80,7 +80,9 @@ static void check_writing(const IEEEFloat& x, Input& in) {
     return text;
   };
   const auto shortest = [](const IEEEFloat& v) { return to_shortest(v); };
-  if (kind == 0) EXPECT_EQ(QNumber::from_text(to_bits_text(x)), x.get_bits());
+  if (kind == 0) {
+    EXPECT_EQ(QNumber::from_text(to_bits_text(x)), x.get_bits());
+  }
   if (kind == 1) back(Rounding::toward_positive, [](const IEEEFloat& v) { return to_exact(v); });
   if (kind == 2) back(Rounding::toward_negative, [](const IEEEFloat& v) { return to_hex(v); });
   if (kind == 3) back(Rounding::to_odd, [](const IEEEFloat& v) { return to_smtlib(v); });

@@ -35,11 +35,11 @@ TEST(Native, TypesOfTheCompiler) {
   Random random;
   check<float>(random);
   check<double>(random);
-#ifdef __SIZEOF_FLOAT128__
-  check<__float128>(random);
+#ifdef ZELK_HAS_FLOAT128
+  check<zelk::float128>(random);
 #endif
-#ifdef __FLT16_MANT_DIG__
-  check<_Float16>(random);
+#ifdef ZELK_HAS_FLOAT16
+  check<zelk::float16>(random);
 #endif
 }
 

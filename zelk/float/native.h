@@ -16,17 +16,24 @@
 namespace zelk {
 
 /// Whether T is a type of the compiler's in one of IEEE 754's encodings: `float`, `double`,
-/// `__float128` and `_Float16` where there are such. Not `long double`, whose encoding varies.
+/// `float128` and `float16` where there are such, and so `long double` where it is binary128.
 template <typename T>
 inline constexpr bool is_native_float = std::same_as<T, float> || std::same_as<T, double>;
-#ifdef __SIZEOF_FLOAT128__
+#if defined(__SIZEOF_FLOAT128__) || __LDBL_MANT_DIG__ == 113
+#define ZELK_HAS_FLOAT128
 /// The compiler's binary128.
+#ifdef __SIZEOF_FLOAT128__
 __extension__ using float128 = __float128;
+#else
+using float128 = long double;
+#endif
 /// It has the encoding of (15, 112).
 template <>
 inline constexpr bool is_native_float<float128> = true;
 #endif
-#ifdef __FLT16_MANT_DIG__
+// GCC 12 has the macro on aarch64, too, where its C++ has no such type.
+#if defined(__FLT16_MANT_DIG__) && (defined(__SSE2__) || defined(__clang__) || __GNUC__ > 12)
+#define ZELK_HAS_FLOAT16
 /// The compiler's binary16.
 __extension__ using float16 = _Float16;
 /// It has the encoding of (5, 10).

@@ -57,9 +57,9 @@ template <std::size_t n>
   Accumulator sum;
 #pragma GCC unroll 8
   for (std::size_t column = 0; column < 2 * n - 1; ++column) {
+    const std::size_t end = std::min(column + 1, n);
 #pragma GCC unroll 4
-    for (std::size_t i = column < n ? 0 : column - n + 1; i <= (column < n - 1 ? column : n - 1);
-         ++i) {
+    for (std::size_t i = column < n ? 0 : column - n + 1; i < end; ++i) {
       sum.add(x[i], y[column - i]);
     }
     product[column] = sum.shift();

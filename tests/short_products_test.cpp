@@ -1,8 +1,9 @@
 // Short products and quotients against the exact ones, in no more room than is asked for.
 #include <vector>
 
-#include "support.h"
+#include "tests/support.h"
 #include "zelk/limbs/short.h"
+#include "zelk/words/integers.h"
 
 namespace {
 using namespace zelk::limbs;
@@ -47,3 +48,20 @@ TEST(ShortProducts, BoundsHold) {
 }
 
 }  // namespace
+
+// Words with their ends in runs, where the estimates of digits are wrong.
+TEST(Words, DivisionByHalvesIsDivision) {
+  zelk_test::Random random;
+  const auto word = [&](std::uint64_t below) {
+    const std::uint64_t any = random.digits(64).get_ui();
+    const std::uint64_t run = ~std::uint64_t{0} >> random.below(64);
+    const std::uint64_t kinds[] = {any, any & run, any | run, ~run, any | run << 32, below - 1};
+    return kinds[random.below(6)] % below;
+  };
+  for (int i = 0; i < 100000; ++i) {
+    const std::uint64_t y = 1 + word(~std::uint64_t{0});
+    const auto x = zelk::words::double_word(word(y), word(~std::uint64_t{0}));
+    const auto [q, rest] = zelk::words::divide_by_halves(x, y);
+    ASSERT_TRUE(q == x / y && rest == x % y) << q << " rest " << rest << " by " << y;
+  }
+}

@@ -166,13 +166,38 @@ constexpr uint128 high_product(uint128 x, uint128 y) {
   return high << 1 | uint128{low_word(low | middle) != 0};
 }
 
-// x / y of a double word and the remainder, for a quotient of one word. The processor's own
-// division is several times as fast as that of double words, which has to find out that one is
-// enough.
 struct Quotient {
   std::uint64_t q;
   std::uint64_t rest;
 };
+
+// The same as `divide_word` by divisions of words: two digits of half a word (D. E. Knuth, The Art
+// of Computer Programming, volume 2, 4.3.1, algorithm D).
+constexpr Quotient divide_by_halves(uint128 x, std::uint64_t y) {
+  const int n = std::countl_zero(y);
+  y <<= n;
+  x <<= n;
+  const std::uint64_t y0 = y & 0xFFFFFFFF;
+  const std::uint64_t y1 = y >> 32;
+  std::uint64_t rest = high_word(x);  // below y
+  const auto next = [&](std::uint64_t half) {
+    std::uint64_t q = rest / y1;  // too large by two at most
+    const std::uint64_t p = q * y0;
+    rest = (rest - q * y1) << 32 | half;
+    for (bool high = false; !high && rest < p; --q) {
+      rest += y;
+      high = rest < y;  // it is 2^64 more than it says
+    }
+    rest -= p;
+    return q;
+  };
+  const std::uint64_t q = next(low_word(x) >> 32);
+  return {q << 32 | next(low_word(x) & 0xFFFFFFFF), rest >> n};
+}
+
+// x / y of a double word and the remainder, for a quotient of one word. The processor's own
+// division is several times as fast as that of double words, which has to find out that one is
+// enough.
 inline Quotient divide_word(uint128 x, std::uint64_t y) {
 #ifdef ZELK_X86_64
   std::uint64_t q = low_word(x);
@@ -180,8 +205,7 @@ inline Quotient divide_word(uint128 x, std::uint64_t y) {
   asm("divq %2" : "+a"(q), "+d"(rest) : "r"(y) : "cc");
   return {q, rest};
 #else
-  const std::uint64_t q = low_word(x / y);
-  return {q, low_word(x) - q * y};
+  return divide_by_halves(x, y);
 #endif
 }
 

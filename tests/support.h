@@ -44,6 +44,13 @@ inline unsigned long seed() {
 }
 inline unsigned long rounds() { return setting("ZELK_ROUNDS", 5000); }
 
+/// Whether the processor looks for tiny results before it rounds them, or after.
+#if defined(__aarch64__) || defined(__s390x__)
+inline constexpr auto tininess_of_processor = zelk::Tininess::before_rounding;
+#else
+inline constexpr auto tininess_of_processor = zelk::Tininess::after_rounding;
+#endif
+
 /// The text that the call throws: as it is for the float error, after "Exception: " for any other
 /// exception of the library; "" when nothing is thrown.
 std::string message(auto call) {

@@ -2,7 +2,9 @@
 #include <bit>
 #include <cfenv>
 #include <cmath>
+#include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "tests/support.h"
 
@@ -33,10 +35,15 @@ void check(const char* name, Word a, Word b, int mode, auto routine, auto operat
   const int flags = (e & FE_INVALID ? flag_invalid : 0) | (e & FE_OVERFLOW ? flag_overflow : 0) |
                     (e & FE_DIVBYZERO ? flag_divide_by_zero : 0) |
                     (e & FE_UNDERFLOW ? flag_underflow : 0) | (e & FE_INEXACT ? flag_inexact : 0);
+  // Some processors find everything tiny that is rounded up to the smallest normal.
+  constexpr bool late = zelk_test::tininess_of_processor == zelk::Tininess::after_rounding;
+  constexpr auto least = std::numeric_limits<decltype(operation(x, y))>::min();
+  const int either = !late && (value == least || -value == least) ? flag_underflow : 0;
   for (const int before : {0, 0xFF}) {
     float_exception_flags = static_cast<unsigned char>(before);
     const auto result = routine();
-    ASSERT_TRUE(result == pattern(value) && float_exception_flags == (before | flags))
+    ASSERT_TRUE(result == pattern(value) &&
+                (float_exception_flags | either) == (before | flags | either))
         << name << 8 * sizeof(F) << " mode " << mode << std::hex << std::showbase << ": " << a
         << ", " << b << " = " << result << " flags " << +float_exception_flags << ", wanted "
         << pattern(value) << " flags " << (before | flags);
@@ -62,7 +69,8 @@ void run(zelk_test::Format f) {
   int rounding[4];
   rounding[mode_nearest_even] = FE_TONEAREST, rounding[mode_toward_negative] = FE_DOWNWARD;
   rounding[mode_toward_positive] = FE_UPWARD, rounding[mode_toward_zero] = FE_TOWARDZERO;
-  for (int i = 0; i < 150000 && !testing::Test::HasFailure(); ++i) {
+  const int rounds = static_cast<int>(zelk_test::rounds());
+  for (int i = 0; i < 30 * rounds && !testing::Test::HasFailure(); ++i) {
     const Word a = draw(), b = draw();
     const int mode = i % 6 - 1;
     std::fesetround(rounding[mode < 4 ? std::max(mode, 0) : 0]);

@@ -12,7 +12,9 @@ if(PROJECT_IS_TOP_LEVEL AND BUILD_TESTING)
     add_executable(docs_${name} ${PROJECT_BINARY_DIR}/docs_${name}.cpp)
     target_link_libraries(docs_${name} PRIVATE zelk::zelk PkgConfig::MPFR)
     set_target_properties(docs_${name} PROPERTIES CXX_EXTENSIONS OFF EXPORT_COMPILE_COMMANDS OFF)
+    # Not by the target of Python, which is no program of an emulator's.
     add_test(NAME docs_${name}
-             COMMAND Python3::Interpreter ${blocks} check ${path} $<TARGET_FILE:docs_${name}>)
+             COMMAND ${Python3_EXECUTABLE} ${blocks} check ${path} ${CMAKE_CROSSCOMPILING_EMULATOR}
+                     $<TARGET_FILE:docs_${name}>)
   endforeach()
 endif()

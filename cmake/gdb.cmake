@@ -18,7 +18,7 @@ if(ZELK_INSTALL)
   endif()
 endif()
 
-if(PROJECT_IS_TOP_LEVEL AND BUILD_TESTING)
+if(PROJECT_IS_TOP_LEVEL AND BUILD_TESTING AND NOT CMAKE_CROSSCOMPILING)
   find_program(GDB gdb)
   if(GDB)
     add_executable(gdb_values tools/gdb/values.cpp)

@@ -2,7 +2,7 @@
 """Keeps the C++ in the documentation true.
 
 blocks.py generate <page> <out.cpp>   writes a program that runs the page's ```cpp blocks in turn
-blocks.py check <page> <program>      runs it and holds what it prints against the page
+blocks.py check <page> <program>...   runs it and holds what it prints against the page
 
 A block is a whole program, or statements that stand in a `main` below the page's last block of
 nothing but includes and using-declarations. What it prints is said by the comments behind its
@@ -56,8 +56,8 @@ def expected(code, text):
     return lines
 
 
-def check(page, program):
-    output = subprocess.run([program], capture_output=True, text=True, check=True).stdout
+def check(page, *program):
+    output = subprocess.run(program, capture_output=True, text=True, check=True).stdout
     parts = output.split(MARK + "\n")[1:]
     programs = [b for b in blocks(page) if not is_prelude(b[0])]
     assert programs and len(parts) == len(programs), "blocks are missing"

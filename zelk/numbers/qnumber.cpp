@@ -57,6 +57,13 @@ void reserve(mpz_ptr z, std::size_t limbs) {
   }
 }
 
+// product := x * y. GMP may free the limbs of a product before it takes longer ones: there is room
+// before, so that a failure leaves a product whole.
+void multiply(mpz_ptr product, mpz_srcptr x, mpz_srcptr y) {
+  reserve(product, mpz_size(x) + mpz_size(y));
+  mpz_mul(product, x, y);
+}
+
 // Sets a part of a big number, wherever its limbs are.
 void set_word(mpz_ptr z, bool negative, unsigned long magnitude) noexcept {
   z->_mp_d[0] = magnitude;
@@ -369,16 +376,16 @@ void QNumber::add_big(const QNumber& other, bool subtract) {
   mpz_divexact(t3, q, t0);
   require_bits(std::max(bit_length(p) + bit_length(t1), bit_length(a) + bit_length(t3)) + 1);
   require_bits(bit_length(b) + bit_length(t3));
-  mpz_mul(t2, p, t1);
+  multiply(t2, p, t1);
   if (subtract) {
     mpz_neg(t2, t2);
   }
   mpz_addmul(t2, a, t3);
-  mpz_mul(t3, t1, t3);
+  multiply(t3, t1, t3);
   mpz_gcd(t1, t2, t0);
   mpz_divexact(t2, t2, t1);
   mpz_divexact(t0, t0, t1);
-  mpz_mul(t3, t3, t0);
+  multiply(t3, t3, t0);
   take_ratio(t2, t3);
 }
 
@@ -393,7 +400,7 @@ void QNumber::multiply_big(const QNumber& other) {
     } else {
       const Scratch scratch;  // for a product in place GMP would need memory, too
       mpz_ptr product = scratch->get()[0];
-      mpz_mul(product, a, p);
+      multiply(product, a, p);
       mpz_set(room(mpz_size(product)), product);
     }
     return;
@@ -413,9 +420,9 @@ void QNumber::multiply_big(const QNumber& other) {
   require_bits(bit_length(a) + 1 - std::min(bit_length(a), bit_length(t0)) + bit_length(t2));
   require_bits(bit_length(b) + 1 - std::min(bit_length(b), bit_length(t1)) + bit_length(t3));
   mpz_divexact(t0, a, t0);
-  mpz_mul(t2, t0, t2);
+  multiply(t2, t0, t2);
   mpz_divexact(t0, b, t1);
-  mpz_mul(t0, t0, t3);
+  multiply(t0, t0, t3);
   take_ratio(t2, t0);
 }
 

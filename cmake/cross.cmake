@@ -17,3 +17,4 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} ${root})
 # The compiler has a C library of its own, which may be older than what the others were linked to.
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${root}/usr/include/${triplet} -isystem ${root}/usr/include")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${root}/usr/lib/${triplet} -Wl,--allow-shlib-undefined")
+set(CMAKE_CXX_STANDARD_LIBRARIES_INIT "-l:libatomic.a")  # riscv64 has no instruction for some

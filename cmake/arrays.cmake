@@ -1,0 +1,35 @@
+# zelk::arrays, a library of its own beside zelk::zelk, where Highway is.
+include(cmake/zelk-hwy.cmake)
+if(TARGET zelk::hwy)
+  set(zelk_has_hwy ON)
+else()
+  set(zelk_has_hwy OFF)
+  message(STATUS "zelk::arrays is left out: it needs Highway (Debian: libhwy-dev)")
+endif()
+option(ZELK_ARRAYS "Build zelk::arrays, which needs Highway" ${zelk_has_hwy})
+
+set(zelk_arrays_headers zelk/arrays.h zelk/arrays/calls.h)
+set(zelk_arrays_sources
+    zelk/arrays/checks.cpp
+    zelk/arrays/element.cpp
+    zelk/arrays/stochastic.cpp
+    zelk/arrays/exact_sum.cpp
+    zelk/arrays/single.cpp
+    zelk/arrays/sums.cpp
+    zelk/arrays/elementwise.cpp)
+
+if(ZELK_ARRAYS)
+  if(NOT TARGET zelk::hwy)
+    message(FATAL_ERROR "zelk::arrays needs Highway (Debian: libhwy-dev)")
+  endif()
+  list(TRANSFORM zelk_arrays_sources PREPEND "${PROJECT_SOURCE_DIR}/")
+  add_library(zelk_arrays ${zelk_arrays_sources})
+  add_library(zelk::arrays ALIAS zelk_arrays)
+  zelk_compile_options(zelk_arrays)
+  # Sums that are split into a value and its error must not be fused, nor computed ahead.
+  target_compile_options(zelk_arrays PRIVATE -ffp-contract=off -frounding-math)
+  set_target_properties(zelk_arrays PROPERTIES
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON EXPORT_NAME arrays
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  target_link_libraries(zelk_arrays PUBLIC zelk PRIVATE zelk::hwy)
+endif()

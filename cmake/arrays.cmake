@@ -16,7 +16,12 @@ set(zelk_arrays_sources
     zelk/arrays/exact_sum.cpp
     zelk/arrays/single.cpp
     zelk/arrays/sums.cpp
-    zelk/arrays/elementwise.cpp)
+    zelk/arrays/blocks.cpp
+    zelk/arrays/elementwise.cpp
+    zelk/arrays/simd/plan.cpp
+    zelk/arrays/simd/rounding.cpp
+    zelk/arrays/simd/arithmetic.cpp
+    zelk/arrays/simd/patterns.cpp)
 
 if(ZELK_ARRAYS)
   if(NOT TARGET zelk::hwy)

@@ -1,6 +1,9 @@
-// Calls that compute each element on its own.
+// Calls that compute each element on its own: block by block on vectors, in formats where that is
+// right, else one by one.
+#include <algorithm>
 #include <utility>
 
+#include "zelk/arrays/blocks.h"
 #include "zelk/arrays/checks.h"
 #include "zelk/arrays/control_word.h"
 #include "zelk/arrays/element.h"
@@ -12,31 +15,146 @@ namespace {
 // The format that flushing of numbers that are rounded goes by.
 Format own_format(Type t) { return t == Type::f32 ? binary32 : binary64; }
 
+// An environment of the call's own: operands come to it flushed. What it raises is passed on.
+class Inner {
+ public:
+  explicit Inner(Environment& environment) : env(environment), outer(environment) {
+    env.flush_operands = false;
+  }
+  ~Inner() { outer.flags = env.flags; }
+  Inner(const Inner&) = delete;
+  Inner& operator=(const Inner&) = delete;
+  void raise(unsigned flags) { env.flags = static_cast<unsigned char>(env.flags | flags); }
+
+  Environment env;
+
+ private:
+  Environment& outer;
+};
+
+template <class OnBlock>
+void for_blocks(std::size_t size, OnBlock on_block) {
+  for (std::size_t begin = 0; begin < size; begin += block_size) {
+    on_block(begin, std::min(block_size, size - begin));
+  }
+}
+
+// The draws of a block; odd numbers come second in their pairs.
+class DrawnBlock {
+ public:
+  const std::uint64_t* operator()(const Draws& draws, std::size_t begin, std::size_t count) {
+    if (!draws) {
+      return nullptr;
+    }
+    const std::uint64_t first = draws->first + begin;
+    draw(draws->seed, first - first % 2, buffer, padded(count) + granule);
+    return buffer + first % 2;
+  }
+
+ private:
+  std::uint64_t buffer[block_size + granule];
+};
+
+// x, of format f if it has patterns, rounded into g.
 void round_each(Environment& env, const Source& x, Format f, const Target& out, Format g,
                 const Draws& draws) {
   const ControlWord ours;
-  const bool flush = std::exchange(env.flush_operands, false);
-  for (std::size_t i = 0; i < out.size; ++i) {
-    double a = load(x, i, Shape(f));
-    a = flush ? flushed(a, Shape(f)) : a;
-    store(out, i, Shape(g), draws ? round_one(env, a, g, *draws, i) : round_one(env, a, g));
+  const double least = env.flush_operands ? Shape(f).least_normal() : 0;
+  Inner inner(env);
+  if (x.type == Type::f32 && out.type == Type::f32 && !draws && least == 0 &&
+      RoundingPlan::serves(g, 23)) {
+    const RoundingPlan plan(env, g, false, 23);
+    const std::size_t whole = out.size - out.size % granule;
+    ControlWord::set(plan.processor);
+    inner.raise(round_floats(plan, static_cast<const float*>(x.data), static_cast<float*>(out.data),
+                             whole));
+    for (std::size_t i = whole; i < out.size; ++i) {
+      store(out, i, Shape(g), round_one(inner.env, load(x, i, Shape(f)), g));
+    }
+    return;
   }
-  env.flush_operands = flush;
+  Reader reader(x, Shape(f), least);
+  const RoundingPlan plan(env, g, draws.has_value(), 52);
+  DrawnBlock drawn;
+  ControlWord::set(plan.processor);
+  for_blocks(out.size, [&](std::size_t begin, std::size_t count) {
+    const double* const a = reader.block(begin, count);
+    if (RoundingPlan::serves(g, 52)) {
+      inner.raise(write_rounded(plan, out, begin, count, a, drawn(draws, begin, count)));
+      return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+      store(
+          out, begin + i, Shape(g),
+          draws ? round_one(inner.env, a[i], g, *draws, begin + i) : round_one(inner.env, a[i], g));
+    }
+  });
 }
 
-void compute_each(Environment& env, Operation op, const Source* const (&x)[3], Format f,
-                  const Target& out) {
-  const ControlWord ours;
-  const bool flush = std::exchange(env.flush_operands, false);
-  for (std::size_t i = 0; i < out.size; ++i) {
-    double a[3]{};
-    for (int k = 0; k < 3 && x[k] != nullptr; ++k) {
-      a[k] = load(*x[k], i, Shape(f));
-      a[k] = flush ? flushed(a[k], Shape(f)) : a[k];
-    }
-    store(out, i, Shape(f), compute_one(env, op, a, f));
+bool selects(Operation op) { return op == Operation::minimum || op == Operation::maximum; }
+
+// Whether results can be rounded to odd first: exponents are then within doubles', and so are two
+// digits more.
+bool has_vectors(Format f) { return f.exp_width <= 10 && f.mant_width <= 50; }
+
+// The operands of a call in blocks; those that there are not are others again.
+using Block = const double* [3];
+
+void select_block(Operation op, const Block& x, Format f, const Target& out, std::size_t begin,
+                  std::size_t count) {
+  double selected[block_size];
+  select_doubles(op, x[0], x[1], selected, padded(count));
+  if (is_number(out.type)) {
+    write(out, begin, count, selected);
+  } else {
+    const RoundingPlan plan({}, f, false, 52);
+    write_rounded(plan, out, begin, count, selected, nullptr);
   }
-  env.flush_operands = flush;
+}
+
+// Elements that are declined are computed while the operands are there, and written last: the block
+// may be one of these.
+void compute_block(Inner& inner, const RoundingPlan& plan, Operation op, const Block& x, Format f,
+                   const Target& out, std::size_t begin, std::size_t count) {
+  double odd[block_size], single[block_size];
+  Declined declined;
+  ControlWord::set(rules::toward_zero);
+  const bool toward_negative = inner.env.rounding == Rounding::toward_negative;
+  inner.raise(compute_to_odd(op, x, toward_negative, odd, padded(count), declined));
+  for (std::size_t k = 0; k < declined.size; ++k) {
+    const std::size_t i = declined.place[k];
+    single[k] = compute_one(inner.env, op, {x[0][i], x[1][i], x[2][i]}, f);
+  }
+  ControlWord::set(plan.processor);
+  inner.raise(write_rounded(plan, out, begin, count, odd, nullptr));
+  for (std::size_t k = 0; k < declined.size; ++k) {
+    store(out, begin + declined.place[k], Shape(f), single[k]);
+  }
+}
+
+void compute_each(Environment& env, Operation op, const Source& x, const Source& y, const Source& z,
+                  int operands, Format f, const Target& out) {
+  const ControlWord ours;
+  const Shape s(f);
+  const double least = env.flush_operands ? s.least_normal() : 0;
+  Inner inner(env);
+  Reader a(x, s, least), b(y, s, least), c(z, s, least);
+  const RoundingPlan plan(env, f, false, 52);
+  for_blocks(out.size, [&](std::size_t begin, std::size_t count) {
+    const double* const first = a.block(begin, count);
+    const double* const second = operands > 1 ? b.block(begin, count) : first;
+    const Block block{first, second, operands > 2 ? c.block(begin, count) : first};
+    if (selects(op) && (is_number(out.type) || RoundingPlan::serves(f, 52))) {
+      select_block(op, block, f, out, begin, count);
+    } else if (!selects(op) && has_vectors(f)) {
+      compute_block(inner, plan, op, block, f, out, begin, count);
+    } else {
+      for (std::size_t i = 0; i < count; ++i) {
+        store(out, begin + i, s,
+              compute_one(inner.env, op, {block[0][i], block[1][i], block[2][i]}, f));
+      }
+    }
+  });
 }
 
 }  // namespace
@@ -60,16 +178,17 @@ void decode(const Source& x, Format f, const Target& out) {
   require_formats({{f, x.type}, {f, out.type}});
   require_arrays({x}, out);
   const ControlWord ours;
-  for (std::size_t i = 0; i < out.size; ++i) {
-    store(out, i, Shape(f), load(x, i, Shape(f)));
-  }
+  Reader reader(x, Shape(f), 0);
+  for_blocks(out.size, [&](std::size_t begin, std::size_t count) {
+    write(out, begin, count, reader.block(begin, count));
+  });
 }
 
 void compute(Environment& env, Operation op, const Source& x, Format f, const Target& out) {
   require_rounding(env);
   require_formats({{f, out.type}});
   require_arrays({x}, out);
-  compute_each(env, op, {&x, nullptr, nullptr}, f, out);
+  compute_each(env, op, x, x, x, 1, f, out);
 }
 
 void compute(Environment& env, Operation op, const Source& x, const Source& y, Format f,
@@ -77,7 +196,7 @@ void compute(Environment& env, Operation op, const Source& x, const Source& y, F
   require_rounding(env);
   require_formats({{f, out.type}});
   require_arrays({x, y}, out);
-  compute_each(env, op, {&x, &y, nullptr}, f, out);
+  compute_each(env, op, x, y, y, 2, f, out);
 }
 
 void compute(Environment& env, Operation op, const Source& x, const Source& y, const Source& z,
@@ -85,7 +204,7 @@ void compute(Environment& env, Operation op, const Source& x, const Source& y, c
   require_rounding(env);
   require_formats({{f, out.type}});
   require_arrays({x, y, z}, out);
-  compute_each(env, op, {&x, &y, &z}, f, out);
+  compute_each(env, op, x, y, z, 3, f, out);
 }
 
 }  // namespace zelk::arrays::detail

@@ -17,11 +17,14 @@ set(zelk_arrays_sources
     zelk/arrays/single.cpp
     zelk/arrays/sums.cpp
     zelk/arrays/blocks.cpp
+    zelk/arrays/steps.cpp
     zelk/arrays/elementwise.cpp
+    zelk/arrays/matrices.cpp
     zelk/arrays/simd/plan.cpp
     zelk/arrays/simd/rounding.cpp
     zelk/arrays/simd/arithmetic.cpp
-    zelk/arrays/simd/patterns.cpp)
+    zelk/arrays/simd/patterns.cpp
+    zelk/arrays/simd/sums.cpp)
 
 if(ZELK_ARRAYS)
   if(NOT TARGET zelk::hwy)

@@ -1,153 +1,10 @@
-// Arrays against the environment's operations on single elements: values, flags, in every rounding,
-// on every instruction set of the machine.
-#include "zelk/arrays.h"
-
-#include <gtest/gtest.h>
-#include <hwy/highway.h>
-
-#include <bit>
-#include <cfenv>
-#include <cmath>
-#include <random>
-#include <vector>
-
-#include "zelk/float/formats.h"
-#include "zelk/float/native.h"
-
-#ifdef __SSE2__
-#include <xmmintrin.h>
-#endif
+// Operations on arrays against the environment's on single elements: values and flags, in every
+// rounding, on every instruction set of the machine.
+#include "tests/arrays_support.h"
 
 namespace {
 
-using zelk::Environment;
-using zelk::IEEEFloat;
-using zelk::Rounding;
-using zelk::Tininess;
-namespace arrays = zelk::arrays;
-using arrays::format;
-using arrays::Operand;
-
-std::mt19937_64 random_words(20240229);
-
-std::uint64_t random_below(std::uint64_t n) { return random_words() % n; }
-
-// Every setting of an environment.
-template <class Visit>
-void for_environments(Visit visit) {
-  for (unsigned i = 0; i < 48; ++i) {
-    visit(Environment{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
-                      i / 12 % 2 != 0, i / 24 != 0});
-  }
-}
-
-// Every instruction set that this machine has, forced in turn.
-template <class Visit>
-void for_targets(Visit visit) {
-  hwy::SetSupportedTargetsForTest(0);
-  for (std::int64_t left = hwy::SupportedTargets() & HWY_TARGETS; left != 0; left &= left - 1) {
-    hwy::SetSupportedTargetsForTest(left & -left);
-    SCOPED_TRACE(hwy::TargetName(left & -left));
-    visit();
-  }
-  hwy::SetSupportedTargetsForTest(0);
-}
-
-// A control word of the caller's that nothing may depend on, and that has to come back.
-class OddControlWord {
- public:
-#ifdef __SSE2__
-  OddControlWord() : before(_mm_getcsr()) { _mm_setcsr(odd); }
-  ~OddControlWord() {
-    EXPECT_EQ(_mm_getcsr(), odd);
-    _mm_setcsr(before);
-  }
-
- private:
-  unsigned before;
-  // Any rounding, flushing, status bits; traps only where no status bit is set already.
-  unsigned odd = random_below(2) != 0 ? static_cast<unsigned>(random_below(4) << 13 | 0x8040)
-                                      : static_cast<unsigned>(random_below(0x10000)) | 0x1F80;
-#else
-  OddControlWord() { std::fesetround(FE_UPWARD); }
-  ~OddControlWord() {
-    EXPECT_EQ(std::fegetround(), FE_UPWARD);
-    std::fesetround(FE_TONEAREST);
-  }
-#endif
-};
-
-template <class T>
-bool is_nan(T x) {
-  return x != x;
-}
-
-// Elements as values: patterns of f, or numbers.
-template <class T>
-IEEEFloat value(T x, format f) {
-  if constexpr (arrays::number<T>) {
-    return zelk::from_native(x);
-  } else {
-    const std::uint64_t mask = ~std::uint64_t{0} >> (63 - f.exp_width - f.mant_width);
-    return zelk::detail::PatternAccess::make(f, x & mask, 0);
-  }
-}
-
-template <class T>
-T element(const IEEEFloat& x) {
-  if constexpr (arrays::number<T>) {
-    return x.is_nan() ? std::numeric_limits<T>::quiet_NaN()
-                      : zelk::to_native<T>(Environment{}.convert(x, zelk::native_format<T>));
-  } else {
-    const format f = x.get_format();  // the canonical NaN has all of e and the sign, and a 1
-    const auto one = std::uint64_t{1} << f.mant_width;
-    return static_cast<T>(x.is_nan() ? (2 << f.exp_width) * one - one + 1
-                                     : zelk::detail::PatternAccess::words(x)[0]);
-  }
-}
-
-template <class T>
-auto bits(T x) {
-  if constexpr (arrays::number<T>) {
-    return std::bit_cast<zelk::native_word<T>>(x);
-  } else {
-    return x;
-  }
-}
-
-// Values of every kind: random patterns, boundaries and their neighbours, all signs.
-std::uint64_t any_pattern(format f) {
-  const std::uint64_t inf = ((std::uint64_t{1} << f.exp_width) - 1) << f.mant_width;
-  const std::uint64_t one = ((std::uint64_t{1} << (f.exp_width - 1)) - 1) << f.mant_width;
-  const std::uint64_t base[] = {0,
-                                std::uint64_t{1} << f.mant_width,
-                                inf,
-                                one,
-                                one,
-                                random_words(),
-                                random_words(),
-                                one + (random_below(16) << f.mant_width)};
-  const std::uint64_t near = base[random_below(8)] + random_below(5) - 2;
-  const std::uint64_t p = random_below(3) == 0 ? random_words() : near;
-  return random_below(2) != 0 ? p : p ^ inf;
-}
-
-template <class T>
-T any_element(format f) {
-  if constexpr (!arrays::number<T>) {
-    return static_cast<T>(any_pattern(f));
-  } else {
-    const format own = zelk::native_format<T>;
-    if (random_below(4) == 0) {
-      return std::bit_cast<T>(static_cast<zelk::native_word<T>>(any_pattern(own)));
-    }
-    // A value of f, or one of the numbers beside it or between two.
-    const T x = element<T>(value(any_pattern(f), f));
-    const T half = x + element<T>(IEEEFloat::from_encoding(1, f)) / 2;
-    const T near[] = {x, x, x, half, std::nextafter(half, T{0}), std::nextafter(x, T{2})};
-    return near[random_below(6)];
-  }
-}
+using namespace zelk_test;
 
 template <class T>
 using ArrayCall = void (*)(Environment&, Operand<T>, Operand<T>, Operand<T>, format, std::span<T>);
@@ -191,57 +48,13 @@ const Call<T> calls[] = {
      [](auto& e, auto x, auto& y, auto& z, auto f) { return e.fma(x, y, z, f); }},
 };
 
-// The single operation, flushing in f what numbers it reads.
+// The single operation, of numbers that are flushed in f.
 template <class T>
 T expected(const SingleCall call, Environment& env, const T (&x)[3], format f) {
-  IEEEFloat v[3];
-  const Environment given = env;
-  for (int i = 0; i < 3; ++i) {
-    v[i] = value(x[i], f);
-    const T least = arrays::number<T> ? element<T>(zelk::FormatLimits(f).smallest_normal()) : T{};
-    if (arrays::number<T> && env.flush_operands &&
-        std::abs(static_cast<double>(x[i])) < static_cast<double>(least)) {
-      v[i].self_zero(v[i].get_sign());
-    }
-  }
-  env.flush_operands = given.flush_operands && !arrays::number<T>;
-  const T r = element<T>(call(env, v[0], v[1], v[2], f));
-  env.flush_operands = given.flush_operands;
-  return r;
-}
-
-// Runs call(env, begin, size, out) on consecutive pieces of random lengths and holds each against
-// its elements' values and flags.
-template <class T, class OnPiece>
-void expect_pieces(const Environment& settings, const std::vector<T>& want,
-                   const std::vector<unsigned char>& flags, const std::string& what, OnPiece call) {
-  std::vector<T> out(want.size() + 3);
-  for_targets([&] {
-    for (std::size_t begin = 0; begin < want.size();) {
-      const std::size_t size = std::min<std::size_t>(
-          random_below(4) == 0 ? random_below(131) : random_below(7), want.size() - begin);
-      Environment env = settings;
-      unsigned expected_flags = 0;
-      const std::span<T> piece(out.data() + begin + random_below(3), size);
-      {
-        const OddControlWord odd;
-        call(env, begin, piece);
-      }
-      for (std::size_t i = 0; i < size; ++i) {
-        expected_flags |= flags[begin + i];
-        ASSERT_EQ(bits(piece[i]), bits(want[begin + i])) << what << ", element " << begin + i;
-      }
-      ASSERT_EQ(env.flags, expected_flags) << what << ", elements from " << begin << ", " << size;
-      begin += size;
-    }
-  });
-}
-
-std::string text(format f, const Environment& env) {
-  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") rounding " +
-         std::to_string(static_cast<int>(env.rounding)) + " tininess " +
-         std::to_string(static_cast<int>(env.tininess)) + " flush " +
-         std::to_string(env.flush_results) + std::to_string(env.flush_operands) + ' ';
+  const bool flush = arrays::number<T> && env.flush_operands;
+  const IEEEFloat v[] = {operand(x[0], f, flush), operand(x[1], f, flush), operand(x[2], f, flush)};
+  env.flush_operands = env.flush_operands && !flush;
+  return element<T>(call(env, v[0], v[1], v[2], f));
 }
 
 // All operations on n triples of elements; of 8-bit formats, all pairs.

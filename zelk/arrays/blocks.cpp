@@ -102,4 +102,15 @@ unsigned write_rounded(const RoundingPlan& plan, const Target& out, std::size_t 
   return flags;
 }
 
+void write_values(const Target& out, Shape f, std::size_t begin, std::size_t count,
+                  const double* x) {
+  if (is_number(out.type)) {
+    write(out, begin, count, x);
+    return;
+  }
+  std::uint64_t patterns[block_size];
+  std::transform(x, x + count, patterns, [f](double value) { return encoded(value, f); });
+  write(out, begin, count, patterns);
+}
+
 }  // namespace zelk::arrays::detail

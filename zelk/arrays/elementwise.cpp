@@ -1,6 +1,5 @@
 // Calls that compute each element on its own: block by block on vectors, in formats where that is
 // right, else one by one.
-#include <algorithm>
 #include <utility>
 
 #include "zelk/arrays/blocks.h"
@@ -8,52 +7,13 @@
 #include "zelk/arrays/control_word.h"
 #include "zelk/arrays/element.h"
 #include "zelk/arrays/single.h"
+#include "zelk/arrays/steps.h"
 
 namespace zelk::arrays::detail {
 namespace {
 
 // The format that flushing of numbers that are rounded goes by.
 Format own_format(Type t) { return t == Type::f32 ? binary32 : binary64; }
-
-// An environment of the call's own: operands come to it flushed. What it raises is passed on.
-class Inner {
- public:
-  explicit Inner(Environment& environment) : env(environment), outer(environment) {
-    env.flush_operands = false;
-  }
-  ~Inner() { outer.flags = env.flags; }
-  Inner(const Inner&) = delete;
-  Inner& operator=(const Inner&) = delete;
-  void raise(unsigned flags) { env.flags = static_cast<unsigned char>(env.flags | flags); }
-
-  Environment env;
-
- private:
-  Environment& outer;
-};
-
-template <class OnBlock>
-void for_blocks(std::size_t size, OnBlock on_block) {
-  for (std::size_t begin = 0; begin < size; begin += block_size) {
-    on_block(begin, std::min(block_size, size - begin));
-  }
-}
-
-// The draws of a block; odd numbers come second in their pairs.
-class DrawnBlock {
- public:
-  const std::uint64_t* operator()(const Draws& draws, std::size_t begin, std::size_t count) {
-    if (!draws) {
-      return nullptr;
-    }
-    const std::uint64_t first = draws->first + begin;
-    draw(draws->seed, first - first % 2, buffer, padded(count) + granule);
-    return buffer + first % 2;
-  }
-
- private:
-  std::uint64_t buffer[block_size + granule];
-};
 
 // x, of format f if it has patterns, rounded into g.
 void round_each(Environment& env, const Source& x, Format f, const Target& out, Format g,
@@ -93,13 +53,6 @@ void round_each(Environment& env, const Source& x, Format f, const Target& out, 
 
 bool selects(Operation op) { return op == Operation::minimum || op == Operation::maximum; }
 
-// Whether results can be rounded to odd first: exponents are then within doubles', and so are two
-// digits more.
-bool has_vectors(Format f) { return f.exp_width <= 10 && f.mant_width <= 50; }
-
-// The operands of a call in blocks; those that there are not are others again.
-using Block = const double* [3];
-
 void select_block(Operation op, const Block& x, Format f, const Target& out, std::size_t begin,
                   std::size_t count) {
   double selected[block_size];
@@ -109,26 +62,6 @@ void select_block(Operation op, const Block& x, Format f, const Target& out, std
   } else {
     const RoundingPlan plan({}, f, false, 52);
     write_rounded(plan, out, begin, count, selected, nullptr);
-  }
-}
-
-// Elements that are declined are computed while the operands are there, and written last: the block
-// may be one of these.
-void compute_block(Inner& inner, const RoundingPlan& plan, Operation op, const Block& x, Format f,
-                   const Target& out, std::size_t begin, std::size_t count) {
-  double odd[block_size], single[block_size];
-  Declined declined;
-  ControlWord::set(rules::toward_zero);
-  const bool toward_negative = inner.env.rounding == Rounding::toward_negative;
-  inner.raise(compute_to_odd(op, x, toward_negative, odd, padded(count), declined));
-  for (std::size_t k = 0; k < declined.size; ++k) {
-    const std::size_t i = declined.place[k];
-    single[k] = compute_one(inner.env, op, {x[0][i], x[1][i], x[2][i]}, f);
-  }
-  ControlWord::set(plan.processor);
-  inner.raise(write_rounded(plan, out, begin, count, odd, nullptr));
-  for (std::size_t k = 0; k < declined.size; ++k) {
-    store(out, begin + declined.place[k], Shape(f), single[k]);
   }
 }
 

@@ -14,6 +14,13 @@ class ExactSum {
  public:
   /// Adds x * y.
   void add(double x, double y);
+  /// Adds what is a sum of products already, not all of which are 0.
+  void add_sum(double x) {
+    any_other = true;
+    if (x != 0) {
+      add(x, 1);
+    }
+  }
   /// The sum rounded into f once, by a draw if there is one: as `dot` of environments has it. The
   /// sum is then used up.
   double rounded(Environment& env, Format f, const std::optional<std::uint64_t>& draw);

@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <vector>
 
+#include "zelk/arrays/blocks.h"
 #include "zelk/arrays/checks.h"
 #include "zelk/arrays/control_word.h"
 #include "zelk/arrays/element.h"
-#include "zelk/arrays/exact_sum.h"
+#include "zelk/arrays/simd/sums.h"
 
 namespace zelk::arrays::detail {
 namespace {
@@ -55,18 +56,13 @@ double add_pairs(std::vector<double>& s, Rounder& round) {
 
 }  // namespace
 
-double Row::operator[](std::size_t k) const {
-  const double x = load(array, first + k * step, f);
-  return flush ? flushed(x, f) : x;
-}
-
 std::size_t roundings(const Accumulation& sum, std::size_t n) {
   const std::size_t blocks = blocks_of(sum, n);
   return sum.pairwise && blocks != 0 ? 2 * blocks - 1 : blocks;
 }
 
-double accumulate(Environment& env, const Row& x, const Row& y, std::size_t n,
-                  const Accumulation& sum, std::uint64_t draw) {
+double accumulate(Environment& env, const AddProducts& add, std::size_t n, const Accumulation& sum,
+                  std::uint64_t draw) {
   Rounder round(env, sum, draw);
   const std::size_t blocks = blocks_of(sum, n);
   const std::size_t block = sum.block == 0 ? n : sum.block;
@@ -77,9 +73,7 @@ double accumulate(Environment& env, const Row& x, const Row& y, std::size_t n,
     if (b != 0 && !sum.pairwise) {
       s.add(round.term(running), 1);
     }
-    for (std::size_t k = b * block; k < b * block + std::min(block, n - b * block); ++k) {
-      s.add(x[k], y[k]);
-    }
+    add(s, b * block, std::min(block, n - b * block));
     running = round(s);
     if (sum.pairwise) {
       apart[b] = running;
@@ -94,27 +88,31 @@ IEEEFloat dot(Environment& env, const Source& x, const Source& y, Format f,
   require_formats({{f, x.type}, {sum.result, std::nullopt}});
   require_lengths({y}, x.size);
   const ControlWord ours;
-  const Row a{x, 0, 1, Shape(f), env.flush_operands}, b{y, 0, 1, Shape(f), env.flush_operands};
-  const double r = accumulate(env, a, b, x.size, sum, sum.stochastic ? sum.stochastic->first : 0);
-  return Environment{}.convert(from_double(r), sum.result);
-}
-
-void matmul(Environment& env, const Table<Source>& a, const Table<Source>& b, Format f,
-            const Accumulation& sum, const Table<Target>& c) {
-  require_rounding(env);
-  require_formats({{f, a.array.type}, {f, b.array.type}, {sum.result, c.array.type}});
-  require_matrices(a, b, c);
-  const ControlWord ours;
-  const std::size_t each = roundings(sum, a.columns);
-  std::uint64_t draw = sum.stochastic ? sum.stochastic->first : 0;
-  for (std::size_t i = 0; i < c.rows; ++i) {
-    for (std::size_t j = 0; j < c.columns; ++j, draw += each) {
-      const Row x{a.array, i * a.stride, 1, Shape(f), env.flush_operands};
-      const Row y{b.array, j, b.stride, Shape(f), env.flush_operands};
-      store(c.array, i * c.stride + j, Shape(sum.result),
-            accumulate(env, x, y, a.columns, sum, draw));
+  const Shape s(f);
+  const double least = env.flush_operands ? s.least_normal() : 0;
+  Reader left(x, s, least), right(y, s, least);
+  const bool narrow = !is_number(x.type) && has_narrow_products(s);
+  const auto add_block = [&](ExactSum& to, std::size_t begin, std::size_t count) {
+    const double* const a = left.block(begin, count);
+    const double* const b = right.block(begin, count);
+    const std::size_t whole = count - count % granule;
+    Parts parts;
+    const bool quick = whole != 0 && (narrow ? sum_narrow_products(a, b, whole, s, parts)
+                                             : sum_products(a, b, whole, parts));
+    for (std::size_t i = 0; quick && i < parts.size; ++i) {
+      to.add_sum(parts.part[i]);
     }
-  }
+    for (std::size_t i = quick ? whole : 0; i < count; ++i) {
+      to.add(a[i], b[i]);
+    }
+  };
+  const auto add = [&](ExactSum& to, std::size_t begin, std::size_t count) {
+    for (std::size_t i = 0; i < count; i += block_size) {
+      add_block(to, begin + i, std::min(block_size, count - i));
+    }
+  };
+  const double r = accumulate(env, add, x.size, sum, sum.stochastic ? sum.stochastic->first : 0);
+  return Environment{}.convert(from_double(r), sum.result);
 }
 
 }  // namespace zelk::arrays::detail

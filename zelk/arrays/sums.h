@@ -3,27 +3,21 @@
 #define ZELK_ARRAYS_SUMS_H_
 
 #include <cstddef>
+#include <functional>
 
-#include "zelk/arrays/shape.h"
+#include "zelk/arrays/exact_sum.h"
 
 namespace zelk::arrays::detail {
-
-/// Elements from `first` on, `step` apart, of an array whose patterns have format f.
-struct Row {
-  Source array;
-  std::size_t first, step;
-  Shape f;
-  bool flush;
-
-  double operator[](std::size_t k) const;
-};
 
 /// The roundings in a sum of n products.
 std::size_t roundings(const Accumulation& sum, std::size_t n);
 
+/// Adds the products [begin, begin + count) to a sum.
+using AddProducts = std::function<void(ExactSum&, std::size_t begin, std::size_t count)>;
+
 /// The sum of n products, a value of sum.result, drawing from `draw` on if at all.
-double accumulate(Environment& env, const Row& x, const Row& y, std::size_t n,
-                  const Accumulation& sum, std::uint64_t draw);
+double accumulate(Environment& env, const AddProducts& add, std::size_t n, const Accumulation& sum,
+                  std::uint64_t draw);
 
 }  // namespace zelk::arrays::detail
 

@@ -1,0 +1,249 @@
+// Rounding of arrays and conversions between their elements, by directions and by draws; errors.
+#include "tests/arrays_support.h"
+#include "zelk/arrays/stochastic.h"
+
+namespace {
+
+using namespace zelk_test;
+using arrays::Stochastic;
+
+// x rounded into f where d < 2^64 * the fraction goes up: on rationals.
+IEEEFloat rounded(Environment& env, const IEEEFloat& x, format f, std::uint64_t d) {
+  if (x.is_nan() || x.is_inf() || x.is_zero()) return Environment{}.convert(x, f);
+  const mpq_class q = abs(x.to_number().to_mpq());
+  const long emax = (1L << (f.exp_width - 1)) - 1, m = static_cast<long>(f.mant_width);
+  const auto power = [](long e) {
+    mpq_class r = 1;
+    (e < 0 ? r.get_den() : r.get_num()) <<= static_cast<unsigned long>(std::abs(e));
+    return r;
+  };
+  long e = static_cast<long>(mpz_sizeinbase(q.get_num_mpz_t(), 2)) -
+           static_cast<long>(mpz_sizeinbase(q.get_den_mpz_t(), 2));
+  e -= q < power(e) ? 1 : 0;
+  const bool tiny = e < 1 - emax;
+  mpq_class r = q / power(std::max(e, 1 - emax) - m);
+  const mpz_class whole = r.get_num() / r.get_den();
+  const mpq_class fraction = r - whole;
+  r = (whole + (d < power(64) * fraction ? 1 : 0)) * power(std::max(e, 1 - emax) - m);
+  IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
+  if (tiny && env.flush_results) {
+    env.flags |= 8 | 16;
+  } else if (r >= power(emax + 1)) {
+    env.flags |= 4 | 16;
+    result.self_inf(false);
+  } else {
+    if (fraction != 0) env.flags |= 16;
+    if (fraction != 0 && tiny) env.flags |= 8;
+    result = IEEEFloat::from_ratio(zelk::from_mpz(r.get_num()) / zelk::from_mpz(r.get_den()), f,
+                                   IEEEFloat::ROUND_NEAREST_EVEN);
+  }
+  if (x.get_sign()) result.self_neg();
+  return result;
+}
+
+// n elements of f, or numbers, into g.
+template <class In, class Out>
+void test_rounding(format f, format g, std::size_t n) {
+  std::vector<In> x;
+  const bool all = !arrays::number<In> && sizeof(In) <= 2 && n > 255;
+  for (std::size_t i = 0; i < n; ++i)
+    x.push_back(all ? static_cast<In>(i) : any_element<In>(arrays::number<In> ? g : f));
+  for_environments([&](const Environment& settings) {
+    for (const bool draws : {false, true}) {
+      const Stochastic stochastic{random_words(), random_words()};
+      std::vector<Out> want(n);
+      std::vector<unsigned char> flags(n);
+      for (std::size_t i = 0; i < n; ++i) {
+        Environment env = settings;
+        IEEEFloat a = value(x[i], f);
+        if (env.flush_operands && a.is_subnormal()) a.self_zero(a.get_sign());
+        want[i] = element<Out>(
+            draws ? rounded(env, a, g,
+                            arrays::detail::Philox::draw(stochastic.seed, stochastic.first + i))
+                  : env.convert(a, g));
+        flags[i] = env.flags;
+      }
+      expect_pieces(settings, want, flags, text(g, settings) + (draws ? "draws" : "rounded"),
+                    [&](Environment& env, std::size_t begin, std::span<Out> out) {
+                      std::span<const In> in = std::span(x).subspan(begin, out.size());
+                      if constexpr (std::is_same_v<In, Out>) {
+                        if (random_below(2) != 0) {
+                          std::copy(in.begin(), in.end(), out.begin());
+                          in = out;
+                        }
+                      }
+                      const auto by =
+                          draws ? arrays::Draws({stochastic.seed, stochastic.first + begin})
+                                : std::nullopt;
+                      if constexpr (!arrays::number<In>) {
+                        arrays::convert(env, in, f, out, g, by);
+                      } else if constexpr (arrays::number<Out>) {
+                        arrays::round(env, in, g, out, by);
+                      } else {
+                        arrays::encode(env, in, g, out, by);
+                      }
+                    });
+    }
+  });
+}
+
+TEST(ArraysRounding, IsTheEnvironments) {
+  for (const format f : {format{5, 10}, {8, 7}, {5, 2}, {4, 3}, {2, 1}, {3, 12}}) {
+    test_rounding<double, double>({11, 52}, f, 300);
+    test_rounding<float, float>({8, 23}, f, 300);
+    test_rounding<double, std::uint16_t>({11, 52}, f, 200);
+    test_rounding<float, std::uint32_t>({8, 23}, f, 100);
+  }
+  for (const format f : {format{8, 23}, {8, 22}, {8, 20}, {7, 21}, {7, 22}, {7, 23}, {2, 23}}) {
+    test_rounding<double, float>({11, 52}, f, 100);
+    test_rounding<float, float>({8, 23}, f, 300);
+  }
+  for (const format f :
+       {format{11, 52}, {11, 51}, {11, 50}, {11, 1}, {10, 50}, {10, 51}, {10, 52}, {2, 52}}) {
+    test_rounding<double, double>({11, 52}, f, 200);
+    test_rounding<float, double>({8, 23}, f, 50);
+    test_rounding<double, std::uint64_t>({11, 52}, f, 100);
+  }
+  test_rounding<std::uint16_t, std::uint16_t>({5, 10}, {8, 7}, 1000);
+  test_rounding<std::uint8_t, std::uint16_t>({5, 2}, {4, 3}, 256);
+  test_rounding<std::uint32_t, std::uint8_t>({8, 23}, {5, 2}, 300);
+  test_rounding<std::uint64_t, std::uint16_t>({10, 46}, {11, 4}, 300);
+}
+
+template <class In, class Out>
+void test_decode(format f, std::size_t n) {
+  std::vector<In> x(n);
+  for (std::size_t i = 0; i < n; ++i)
+    x[i] = n == 65536 ? static_cast<In>(i) : static_cast<In>(any_pattern(f));
+  for_targets([&] {
+    std::vector<Out> out(n);
+    const OddControlWord odd;
+    arrays::decode(std::span(x).subspan(1), f, std::span(out).subspan(1));
+    for (std::size_t i = 1; i < n; ++i) {
+      ASSERT_EQ(bits(out[i]), bits(element<Out>(value(x[i], f)))) << +x[i];
+    }
+  });
+}
+
+TEST(ArraysRounding, DecodesAllPatterns) {
+  for (const format f : {format{5, 10}, {8, 7}, {4, 3}, {7, 8}, {2, 13}}) {
+    test_decode<std::uint16_t, double>(f, 65536);
+    test_decode<std::uint16_t, float>(f, 65536);
+  }
+  for (const format f : {format{9, 6}, {11, 4}}) test_decode<std::uint16_t, double>(f, 65536);
+  test_decode<std::uint8_t, float>({5, 2}, 65536);
+  test_decode<std::uint32_t, float>({8, 23}, 10000);
+  for (const format f : {format{11, 52}, {8, 23}, {9, 30}, {10, 52}, {2, 52}}) {
+    test_decode<std::uint64_t, double>(f, 10000);
+  }
+}
+
+TEST(ArraysRounding, DrawsArePhilox) {
+  using Words = std::array<std::uint32_t, 4>;
+  using arrays::detail::Philox;
+  EXPECT_EQ(Philox::words({0, 0, 0, 0}, {0, 0}),
+            (Words{0x6627E8D5, 0xE169C58D, 0xBC57AC4C, 0x9B00DBD8}));
+  EXPECT_EQ(Philox::words({~0U, ~0U, ~0U, ~0U}, {~0U, ~0U}),
+            (Words{0x408F276D, 0x41C83B0E, 0xA20BC7C6, 0x6D5451FD}));
+  EXPECT_EQ(
+      Philox::words({0x243F6A88, 0x85A308D3, 0x13198A2E, 0x03707344}, {0xA4093822, 0x299F31D0}),
+      (Words{0xD16CFE09, 0x94FDCCEB, 0x5001E420, 0x24126EA1}));
+  EXPECT_EQ(Philox::draw(0, 0), 0xE169C58D6627E8D5);
+  EXPECT_EQ(Philox::draw(0, 1), 0x9B00DBD8BC57AC4C);
+}
+
+// Of a number a fraction p of a place above a value, p of 10^6 go up, within five standard errors;
+// values stay.
+TEST(ArraysRounding, DrawsHaveTheRightMean) {
+  constexpr std::size_t n = 1000000;
+  for (const double p : {0.25, 0.001, 0.7}) {
+    Environment env;
+    std::vector<double> out(n);
+    arrays::round(env, std::vector<double>(n, -(1 + p / 8)), {4, 3}, out, Stochastic{42, 7});
+    const auto up = static_cast<double>(std::count(out.begin(), out.end(), -1.125));
+    EXPECT_EQ(std::count(out.begin(), out.end(), -1.0), static_cast<long>(n - up));
+    EXPECT_LT(std::abs(up - p * n), 5 * std::sqrt(n * p * (1 - p))) << p;
+    EXPECT_EQ(env.flags, 16);
+  }
+  Environment env;
+  std::vector<float> x(n, 1.875F);
+  arrays::round(env, x, {4, 3}, x, Stochastic{});
+  EXPECT_EQ(std::count(x.begin(), x.end(), 1.875F), static_cast<long>(n));
+  EXPECT_EQ(env.flags, 0);
+}
+
+template <class Call>
+std::string error_of(Call call) {
+  try {
+    call();
+  } catch (const IEEEFloat::error& e) {
+    return e.what();
+  }
+  return "none";
+}
+
+TEST(ArraysRounding, ErrorsComeInOrderAndBeforeResults) {
+  Environment env, bad{static_cast<Rounding>(6)};
+  const format half{5, 10}, quad{15, 112}, one{1, 60};
+  std::vector<double> x(4, 0.3), y(3, 0.3);
+  std::vector<float> z(4, 0.3F);
+  std::vector<std::uint8_t> b(4, 7);
+  std::vector<std::uint16_t> h(4, 7);
+  const std::pair<std::string, std::string> errors[] = {
+      {error_of([&] { arrays::add(bad, x, y, one, x); }), "bad rounding mode: 6"},
+      {error_of([&] { arrays::add(env, x, y, one, x); }), "format without arithmetic: (1, 60)"},
+      {error_of([&] {
+         arrays::convert(env, h, quad, b, {5, 0});
+       }),
+       "format without arithmetic: (5, 0)"},
+      {error_of([&] { arrays::decode(h, quad, z); }), "format too wide for arrays: (15, 112)"},
+      {error_of([&] {
+         arrays::sqrt(env, x, {12, 3}, y);
+       }),
+       "format too wide for arrays: (12, 3)"},
+      {error_of([&] {
+         arrays::encode(env, x, {5, 53}, b);
+       }),
+       "format too wide for arrays: (5, 53)"},
+      {error_of([&] { arrays::encode(env, y, half, b); }),
+       "elements too narrow for the format: (5, 10)"},
+      {error_of([&] {
+         arrays::round(env, y, {8, 24}, z);
+       }),
+       "elements too narrow for the format: (8, 24)"},
+      {error_of([&] {
+         arrays::decode(h, {9, 6}, z);
+       }),
+       "elements too narrow for the format: (9, 6)"},
+      {error_of([&] { arrays::fma(env, x, 1.0, y, half, x); }), "spans of different lengths"},
+      {error_of([&] { arrays::dot(env, x, y, half, {half}); }), "spans of different lengths"},
+      {error_of([&] { arrays::dot(env, x, x, half, {quad}); }),
+       "format too wide for arrays: (15, 112)"},
+      {error_of([&] { arrays::add(env, std::span(x).first(3), 1.0, half, std::span(x).last(3)); }),
+       "result overlaps an operand"},
+      {error_of([&] {
+         arrays::round(env, std::span(z).first(2), half,
+                       std::span(reinterpret_cast<double*>(z.data()), 2));
+       }),
+       "result overlaps an operand"},
+      {error_of([&] { arrays::add(env, std::span(x).first(2), 1.0, half, std::span(x).last(2)); }),
+       "none"},
+      {error_of(
+           [&] { arrays::add(env, std::span(x).first(0), 1.0, half, std::span(x).subspan(1, 0)); }),
+       "none"},
+  };
+  for (const auto& [given, wanted] : errors) EXPECT_EQ(given, wanted);
+  using arrays::Matrix;
+  const auto product = [&](Matrix<double> a, Matrix<double> c) {
+    return error_of([&] { arrays::matmul(env, a, Matrix<double>{y, 1, 1}, half, {half}, c); });
+  };
+  EXPECT_EQ(product({x, 2, 2}, {x, 2, 1}), "matrices of different shapes");
+  EXPECT_EQ(product({x, 5, 1}, {x, 5, 1}), "matrix beyond its span");
+  EXPECT_EQ(product({x, 3, 1, SIZE_MAX / 2 + 1}, {x, 3, 1}), "matrix beyond its span");
+  EXPECT_EQ(product({std::span(x).first(2), 2, 1}, {std::span(x).first(2), 2, 1}),
+            "result overlaps an operand");
+  EXPECT_EQ(x[0], 0.3);
+  EXPECT_EQ(z[0], 0.3F);
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+// What tests of arrays share: elements of every kind, all environments and instruction sets, and
+// the comparison of pieces of arrays with single results, flags included.
+#ifndef ZELK_TESTS_ARRAYS_SUPPORT_H_
+#define ZELK_TESTS_ARRAYS_SUPPORT_H_
+
+#include <gtest/gtest.h>
+#include <hwy/highway.h>
+
+#include <bit>
+#include <cfenv>
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "zelk/arrays.h"
+#include "zelk/float/formats.h"
+#include "zelk/float/native.h"
+
+#ifdef __SSE2__
+#include <xmmintrin.h>
+#endif
+
+namespace zelk_test {
+
+using zelk::Environment;
+using zelk::IEEEFloat;
+using zelk::Rounding;
+using zelk::Tininess;
+namespace arrays = zelk::arrays;
+using arrays::format;
+using arrays::Operand;
+
+inline std::mt19937_64 random_words(20240229);
+
+inline std::uint64_t random_below(std::uint64_t n) { return random_words() % n; }
+
+// Every setting of an environment.
+template <class Visit>
+void for_environments(Visit visit) {
+  for (unsigned i = 0; i < 48; ++i) {
+    visit(Environment{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
+                      i / 12 % 2 != 0, i / 24 != 0});
+  }
+}
+
+// Every instruction set that this machine has, forced in turn.
+template <class Visit>
+void for_targets(Visit visit) {
+  hwy::SetSupportedTargetsForTest(0);
+  for (std::int64_t left = hwy::SupportedTargets() & HWY_TARGETS; left != 0; left &= left - 1) {
+    hwy::SetSupportedTargetsForTest(left & -left);
+    SCOPED_TRACE(hwy::TargetName(left & -left));
+    visit();
+  }
+  hwy::SetSupportedTargetsForTest(0);
+}
+
+// A control word of the caller's that nothing may depend on, and that has to come back.
+class OddControlWord {
+ public:
+#ifdef __SSE2__
+  OddControlWord() : before(_mm_getcsr()) { _mm_setcsr(odd); }
+  ~OddControlWord() {
+    EXPECT_EQ(_mm_getcsr(), odd);
+    _mm_setcsr(before);
+  }
+
+ private:
+  unsigned before;
+  // Any rounding, flushing, status bits; traps only where no status bit is set already.
+  unsigned odd = random_below(2) != 0 ? static_cast<unsigned>(random_below(4) << 13 | 0x8040)
+                                      : static_cast<unsigned>(random_below(0x10000)) | 0x1F80;
+#else
+  OddControlWord() { std::fesetround(FE_UPWARD); }
+  ~OddControlWord() {
+    EXPECT_EQ(std::fegetround(), FE_UPWARD);
+    std::fesetround(FE_TONEAREST);
+  }
+#endif
+};
+
+// Elements as values: patterns of f, or numbers.
+template <class T>
+IEEEFloat value(T x, format f) {
+  if constexpr (arrays::number<T>) {
+    return zelk::from_native(x);
+  } else {
+    const std::uint64_t mask = ~std::uint64_t{0} >> (63 - f.exp_width - f.mant_width);
+    return zelk::detail::PatternAccess::make(f, x & mask, 0);
+  }
+}
+
+template <class T>
+T element(const IEEEFloat& x) {
+  if constexpr (arrays::number<T>) {
+    return x.is_nan() ? std::numeric_limits<T>::quiet_NaN()
+                      : zelk::to_native<T>(Environment{}.convert(x, zelk::native_format<T>));
+  } else {
+    const format f = x.get_format();  // the canonical NaN has all of e and the sign, and a 1
+    const auto one = std::uint64_t{1} << f.mant_width;
+    return static_cast<T>(x.is_nan() ? (2 << f.exp_width) * one - one + 1
+                                     : zelk::detail::PatternAccess::words(x)[0]);
+  }
+}
+
+// An operand, flushed in f if need be.
+template <class T>
+IEEEFloat operand(T x, format f, bool flush) {
+  IEEEFloat v = value(x, f);
+  const auto least = Environment{}.convert(zelk::FormatLimits(f).smallest_normal(), {11, 52});
+  if (flush && std::abs(element<double>(v)) < zelk::to_native<double>(least)) {
+    v.self_zero(v.get_sign());
+  }
+  return v;
+}
+
+template <class T>
+auto bits(T x) {
+  if constexpr (arrays::number<T>) {
+    return std::bit_cast<zelk::native_word<T>>(x);
+  } else {
+    return x;
+  }
+}
+
+// Values of every kind: random patterns, boundaries and their neighbours, all signs.
+inline std::uint64_t any_pattern(format f) {
+  const std::uint64_t inf = ((std::uint64_t{1} << f.exp_width) - 1) << f.mant_width;
+  const std::uint64_t one = ((std::uint64_t{1} << (f.exp_width - 1)) - 1) << f.mant_width;
+  const std::uint64_t base[] = {0,
+                                std::uint64_t{1} << f.mant_width,
+                                inf,
+                                one,
+                                one,
+                                random_words(),
+                                random_words(),
+                                one + (random_below(16) << f.mant_width)};
+  const std::uint64_t near = base[random_below(8)] + random_below(5) - 2;
+  const std::uint64_t p = random_below(3) == 0 ? random_words() : near;
+  return random_below(2) != 0 ? p : p ^ inf;
+}
+
+template <class T>
+T any_element(format f) {
+  if constexpr (!arrays::number<T>) {
+    return static_cast<T>(any_pattern(f));
+  } else {
+    const format own = zelk::native_format<T>;
+    if (random_below(4) == 0) {
+      return std::bit_cast<T>(static_cast<zelk::native_word<T>>(any_pattern(own)));
+    }
+    // A value of f, or one of the numbers beside it or between two.
+    const T x = element<T>(value(any_pattern(f), f));
+    const T half = x + element<T>(IEEEFloat::from_encoding(1, f)) / 2;
+    const T near[] = {x, x, x, half, std::nextafter(half, T{0}), std::nextafter(x, T{2})};
+    return near[random_below(6)];
+  }
+}
+
+// Runs call(env, begin, size, out) on consecutive pieces of random lengths and holds each against
+// its elements' values and flags.
+template <class T, class OnPiece>
+void expect_pieces(const Environment& settings, const std::vector<T>& want,
+                   const std::vector<unsigned char>& flags, const std::string& what, OnPiece call) {
+  std::vector<T> out(want.size() + 3);
+  for_targets([&] {
+    for (std::size_t begin = 0; begin < want.size();) {
+      const std::size_t size = std::min<std::size_t>(
+          random_below(4) == 0 ? random_below(131) : random_below(7), want.size() - begin);
+      Environment env = settings;
+      unsigned expected_flags = 0;
+      const std::span<T> piece(out.data() + begin + random_below(3), size);
+      {
+        const OddControlWord odd;
+        call(env, begin, piece);
+      }
+      for (std::size_t i = 0; i < size; ++i) {
+        expected_flags |= flags[begin + i];
+        ASSERT_EQ(bits(piece[i]), bits(want[begin + i])) << what << ", element " << begin + i;
+      }
+      ASSERT_EQ(env.flags, expected_flags) << what << ", elements from " << begin << ", " << size;
+      begin += size;
+    }
+  });
+}
+
+inline std::string text(format f, const Environment& env) {
+  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") rounding " +
+         std::to_string(static_cast<int>(env.rounding)) + " tininess " +
+         std::to_string(static_cast<int>(env.tininess)) + " flush " +
+         std::to_string(env.flush_results) + std::to_string(env.flush_operands) + ' ';
+}
+
+}  // namespace zelk_test
+
+#endif  // ZELK_TESTS_ARRAYS_SUPPORT_H_

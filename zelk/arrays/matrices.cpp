@@ -45,13 +45,22 @@ Doubles read(const Table<Source>& t, Shape f, double least, std::size_t rows, st
   return r;
 }
 
-// The rows of b, panel by panel.
-std::vector<double> panels(const Doubles& b) {
-  std::vector<double> r;
-  r.reserve(b.x.size());
-  for (std::size_t j = 0; j < b.columns; j += panel_columns) {
-    for (std::size_t i = 0; i < b.rows; ++i) {
-      r.insert(r.end(), b.row(i) + j, b.row(i) + j + panel_columns);
+std::vector<double> panels_of_rows(const Doubles& a) {
+  std::vector<double> r(a.x.size());
+  for (std::size_t i = 0; i < a.rows; ++i) {
+    for (std::size_t k = 0; k < a.columns; ++k) {
+      r[(i / panel * a.columns + k) * panel + i % panel] = a.row(i)[k];
+    }
+  }
+  return r;
+}
+
+std::vector<double> panels_of_columns(const Doubles& b) {
+  std::vector<double> r(b.x.size());
+  double* to = r.data();
+  for (std::size_t j = 0; j < b.columns; j += panel) {
+    for (std::size_t i = 0; i < b.rows; ++i, to += panel) {
+      std::copy_n(b.row(i) + j, panel, to);
     }
   }
   return r;
@@ -67,8 +76,8 @@ class Product {
         sum(accumulation),
         c(result),
         k(left.columns),
-        a(read(left, Shape(f), least(env, f), rounded_up(left.rows, panel_rows), k)),
-        b(read(right, Shape(f), least(env, f), k, rounded_up(right.columns, panel_columns))) {}
+        a(read(left, Shape(f), least(env, f), rounded_up(left.rows, panel), k)),
+        b(read(right, Shape(f), least(env, f), k, rounded_up(right.columns, panel))) {}
 
   void compute() {
     if (c.rows == 0 || c.columns == 0) {
@@ -125,13 +134,13 @@ class Product {
         x.high - x.low > digits * static_cast<int>(most_slices)) {
       return false;
     }
-    const std::vector<double> right = panels(b);
+    const std::vector<double> right = panels_of_columns(b);
+    std::vector<double> rest = panels_of_rows(a), upper(rest.size());
     std::vector<Doubles> slices;
-    Doubles rest = a, upper(a.rows, a.columns);
     for (int high = x.high; slices.empty() || high > x.low; high -= digits) {
-      split(std::max(high - digits, x.low), rest.x.data(), upper.x.data(), rest.x.size());
+      split(std::max(high - digits, x.low), rest.data(), upper.data(), rest.size());
       slices.emplace_back(a.rows, b.columns);
-      multiply_add(upper.x.data(), right.data(), slices.back().x.data(), a.rows, k, b.columns);
+      multiply_add(upper.data(), right.data(), slices.back().x.data(), a.rows, k, b.columns);
     }
     const bool on_vectors = has_vectors(sum.result) && slices.size() <= (sum.stochastic ? 1 : 2);
     for (std::size_t i = 0; i < c.rows; ++i) {

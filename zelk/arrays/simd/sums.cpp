@@ -140,9 +140,9 @@ void Split(int place, double* x, double* q, std::size_t n) {
 template <std::size_t R>
 HWY_INLINE void multiply_tile(const double* a, const double* b, double* c, std::size_t k,
                               std::size_t columns) {
-  const hn::CappedTag<double, panel_columns> d;
-  constexpr std::size_t lanes = HWY_MIN(hn::MaxLanes(hn::ScalableTag<double>()), panel_columns);
-  constexpr std::size_t vectors = panel_columns / lanes;
+  const hn::CappedTag<double, panel> d;
+  constexpr std::size_t lanes = HWY_MIN(hn::MaxLanes(hn::ScalableTag<double>()), panel);
+  constexpr std::size_t vectors = panel / lanes;
   using VC = hn::Vec<decltype(d)>;
   VC sum[R][vectors];
   for (std::size_t r = 0; r < R; ++r) {
@@ -150,13 +150,13 @@ HWY_INLINE void multiply_tile(const double* a, const double* b, double* c, std::
       sum[r][v] = hn::LoadU(d, c + r * columns + v * lanes);
     }
   }
-  for (std::size_t i = 0; i < k; ++i, b += panel_columns) {
+  for (std::size_t i = 0; i < k; ++i, a += panel, b += panel) {
     VC row[vectors];
     for (std::size_t v = 0; v < vectors; ++v) {
       row[v] = hn::LoadU(d, b + v * lanes);
     }
     for (std::size_t r = 0; r < R; ++r) {
-      const VC left = hn::Set(d, a[r * k + i]);
+      const VC left = hn::Set(d, a[r]);
       for (std::size_t v = 0; v < vectors; ++v) {
         sum[r][v] = hn::MulAdd(left, row[v], sum[r][v]);
       }
@@ -169,13 +169,20 @@ HWY_INLINE void multiply_tile(const double* a, const double* b, double* c, std::
   }
 }
 
+// Some hundred elements of a panel stay in the first cache while all of a goes by.
 void MultiplyAdd(const double* a, const double* b, double* c, std::size_t rows, std::size_t k,
                  std::size_t columns) {
   constexpr std::size_t lanes = hn::MaxLanes(hn::ScalableTag<double>());
   constexpr std::size_t tile = lanes >= 8 ? 8 : lanes >= 4 ? 4 : 2;
-  for (std::size_t j = 0; j < columns; j += panel_columns) {
-    for (std::size_t i = 0; i < rows; i += tile) {
-      multiply_tile<tile>(a + i * k, b + j * k, c + i * columns + j, k, columns);
+  constexpr std::size_t depth = 256;
+  for (std::size_t first = 0; first < k; first += depth) {
+    const std::size_t some = HWY_MIN(depth, k - first);
+    for (std::size_t j = 0; j < columns; j += panel) {
+      const double* const right = b + j * k + first * panel;
+      for (std::size_t i = 0; i < rows; i += tile) {
+        const double* const left = a + (i / panel * k + first) * panel + i % panel;
+        multiply_tile<tile>(left, right, c + i * columns + j, some, columns);
+      }
     }
   }
 }

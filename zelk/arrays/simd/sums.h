@@ -33,12 +33,10 @@ Extent extent_of(const double* x, std::size_t n);
 /// x := x - q, where q is x rounded to multiples of a power of two, to nearest.
 void split(int place, double* x, double* q, std::size_t n);
 
-/// Columns of a panel: b is in panels, each with k rows of so many elements.
-inline constexpr std::size_t panel_columns = 8;
-/// Rows of a are in groups of so many.
-inline constexpr std::size_t panel_rows = 8;
-/// c += a * b in doubles, c and a by rows, for `rows` and `columns` that are multiples of a
-/// panel's.
+/// The rows of a left matrix and the columns of a right one are in panels of so many: for each k,
+/// an element of each.
+inline constexpr std::size_t panel = 8;
+/// c += a * b, a and b in panels, c by rows.
 void multiply_add(const double* a, const double* b, double* c, std::size_t rows, std::size_t k,
                   std::size_t columns);
 

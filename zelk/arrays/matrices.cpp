@@ -45,11 +45,11 @@ Doubles read(const Table<Source>& t, Shape f, double least, std::size_t rows, st
   return r;
 }
 
-std::vector<double> panels_of_rows(const Doubles& a) {
-  std::vector<double> r(a.x.size());
-  for (std::size_t i = 0; i < a.rows; ++i) {
+std::vector<double> panels_of_rows(const Doubles& a, std::size_t first, std::size_t rows) {
+  std::vector<double> r(rounded_up(rows * a.columns, granule));
+  for (std::size_t i = 0; i < rows; ++i) {
     for (std::size_t k = 0; k < a.columns; ++k) {
-      r[(i / panel * a.columns + k) * panel + i % panel] = a.row(i)[k];
+      r[(i / panel * a.columns + k) * panel + i % panel] = a.row(first + i)[k];
     }
   }
   return r;
@@ -101,6 +101,8 @@ class Product {
  private:
   // Slices beyond which sums are added one by one.
   static constexpr std::size_t most_slices = 8;
+  // Their slices, and the sums of these, stay in the second cache.
+  static constexpr std::size_t rows_at_once = 64;
 
   static double least(const Environment& env, Format f) {
     return env.flush_operands ? Shape(f).least_normal() : 0;
@@ -135,29 +137,38 @@ class Product {
       return false;
     }
     const std::vector<double> right = panels_of_columns(b);
-    std::vector<double> rest = panels_of_rows(a), upper(rest.size());
-    std::vector<Doubles> slices;
-    for (int high = x.high; slices.empty() || high > x.low; high -= digits) {
-      split(std::max(high - digits, x.low), rest.data(), upper.data(), rest.size());
-      slices.emplace_back(a.rows, b.columns);
-      multiply_add(upper.data(), right.data(), slices.back().x.data(), a.rows, k, b.columns);
-    }
-    const bool on_vectors = has_vectors(sum.result) && slices.size() <= (sum.stochastic ? 1 : 2);
-    for (std::size_t i = 0; i < c.rows; ++i) {
-      on_vectors ? write_row(slices, i) : write_sums(slices, i);
+    for (std::size_t first = 0; first < c.rows; first += rows_at_once) {
+      const std::size_t rows = std::min(rows_at_once, a.rows - first);
+      const std::vector<Doubles> slices = sums_of_slices(first, rows, x, digits, right);
+      const bool on_vectors = has_vectors(sum.result) && slices.size() <= (sum.stochastic ? 1 : 2);
+      for (std::size_t i = first; i < std::min(first + rows, c.rows); ++i) {
+        on_vectors ? write_row(slices, first, i) : write_sums(slices, first, i);
+      }
     }
     return true;
   }
 
+  std::vector<Doubles> sums_of_slices(std::size_t first, std::size_t rows, const Extent& x,
+                                      int digits, const std::vector<double>& right) const {
+    std::vector<double> rest = panels_of_rows(a, first, rows), upper(rest.size());
+    std::vector<Doubles> slices;
+    for (int high = x.high; slices.empty() || high > x.low; high -= digits) {
+      split(std::max(high - digits, x.low), rest.data(), upper.data(), rest.size());
+      slices.emplace_back(rows, b.columns);
+      multiply_add(upper.data(), right.data(), slices.back().x.data(), rows, k, b.columns);
+    }
+    return slices;
+  }
+
   // One slice or two: the sum of these is rounded to odd, then into the result. Of sums that are 0
   // the terms have to tell the sign.
-  void write_row(const std::vector<Doubles>& slices, std::size_t i) {
+  void write_row(const std::vector<Doubles>& slices, std::size_t first, std::size_t i) {
     const RoundingPlan plan(inner.env, sum.result, sum.stochastic.has_value(), 52);
     DrawnBlock drawn;
     for_blocks(c.columns, [&](std::size_t begin, std::size_t count) {
       double x[2][block_size]{}, odd[block_size];
       for (std::size_t s = 0; s < slices.size(); ++s) {
-        std::copy_n(slices[s].row(i) + begin, count, x[s]);
+        std::copy_n(slices[s].row(i - first) + begin, count, x[s]);
       }
       Declined none;
       ControlWord::set(rules::toward_zero);
@@ -175,13 +186,13 @@ class Product {
     });
   }
 
-  void write_sums(const std::vector<Doubles>& slices, std::size_t i) {
+  void write_sums(const std::vector<Doubles>& slices, std::size_t first, std::size_t i) {
     for (std::size_t j = 0; j < c.columns; ++j) {
       ExactSum s;
       bool any = false;
       for (const Doubles& slice : slices) {
-        any = any || slice.row(i)[j] != 0;
-        s.add_sum(slice.row(i)[j]);
+        any = any || slice.row(i - first)[j] != 0;
+        s.add_sum(slice.row(i - first)[j]);
       }
       if (!any) {
         write_one(i, j);

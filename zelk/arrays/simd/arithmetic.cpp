@@ -56,19 +56,16 @@ struct State {
 // x + y. Of the two differences of the sum and an operand, that from the larger one is exact when
 // the sum is cut off: |sum - x| is a multiple of the finer of their last places and no more than
 // |y| rounded up to one. So the sum is exact only if each is the other operand.
-HWY_INLINE V sum(V x, V y, bool toward_negative) {
+HWY_INLINE V sum(V x, V y, bool toward_negative, M& finite) {
   const V s = hn::Add(x, y);
   const M inexact = hn::Or(hn::Ne(hn::Sub(s, x), y), hn::Ne(hn::Sub(s, y), x));
-  const V r = odd_if(inexact, s);
-  const M finite = is_finite(s);
+  V r = odd_if(inexact, s);
+  finite = is_finite(s);
   if (toward_negative) {  // only -0 + -0 is -0 as it is
     const M zero = hn::Eq(s, hn::Zero(D()));
-    return hn::IfThenElse(finite, hn::Or(r, hn::IfThenElseZero(zero, sign_of(hn::Or(x, y)))), s);
+    r = hn::Or(r, hn::IfThenElseZero(zero, sign_of(hn::Or(x, y))));
   }
-  if (HWY_UNLIKELY(!hn::AllTrue(D(), finite))) {
-    return hn::IfThenElse(finite, r, s);
-  }
-  return r;
+  return r;  // which is for finite sums
 }
 
 HWY_INLINE void note_invalid(V r, V x, V y, State& state) {
@@ -166,8 +163,10 @@ HWY_INLINE V fused_sum(V x, V y, V z, bool toward_negative, State& state) {
   } else {
     usual = hn::AndNot(hn::Or(is_wide(x), is_wide(y)), usual);
   }
-  const V r = sum(p, z, toward_negative);
-  if (HWY_UNLIKELY(!hn::AllTrue(D(), usual))) {
+  M finite;
+  V r = sum(p, z, toward_negative, finite);
+  if (HWY_UNLIKELY(!hn::AllTrue(D(), hn::And(usual, finite)))) {
+    r = hn::IfThenElse(finite, r, hn::Add(p, z));
     const V zero = hn::Zero(D());
     const M numbers =
         hn::And(hn::And(is_finite(x), is_finite(y)), hn::And(hn::Ne(x, zero), hn::Ne(y, zero)));
@@ -184,10 +183,10 @@ HWY_INLINE V apply(V x, V y, V z, bool toward_negative, State& state) {
     y = hn::Xor(y, bits(std::uint64_t{1} << 63));
   }
   if constexpr (op == Operation::add || op == Operation::subtract) {
-    const V r = sum(x, y, toward_negative);
-    if (HWY_UNLIKELY(!hn::AllTrue(D(), hn::Eq(r, r)))) {
-      note_invalid(r, x, y, state);
-    }
+    M finite;
+    const V finite_sum = sum(x, y, toward_negative, finite);
+    const V r = hn::IfThenElse(finite, finite_sum, hn::Add(x, y));
+    note_invalid(r, x, y, state);
     return r;
   } else if constexpr (op == Operation::multiply) {
     return product(x, y, state);
@@ -213,10 +212,31 @@ HWY_INLINE V with_places(V r, std::size_t i, State& state, Declined& declined) {
   return hn::IfThenElse(state.declined, set(1), r);
 }
 
+// Sums of finite numbers, which nearly all are; returns whether all were.
+template <Operation op>
+bool run_finite(const double* x, const double* y, bool toward_negative, double* out,
+                std::size_t n) {
+  const D d;
+  const V flip = op == Operation::subtract ? bits(std::uint64_t{1} << 63) : hn::Zero(d);
+  M all = hn::Eq(flip, flip);
+  for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
+    M finite;
+    const V b = hn::Xor(hn::LoadU(d, y + i), flip);
+    hn::StoreU(sum(hn::LoadU(d, x + i), b, toward_negative, finite), d, out + i);
+    all = hn::And(all, finite);
+  }
+  return hn::AllTrue(d, all);
+}
+
 template <Operation op>
 unsigned run(const double* const (&x)[3], bool toward_negative, double* out, std::size_t n,
              Declined& declined) {
   const D d;
+  if constexpr (op == Operation::add || op == Operation::subtract) {
+    if (run_finite<op>(x[0], x[1], toward_negative, out, n)) {
+      return 0;
+    }
+  }
   State state;
   for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
     const V a = hn::LoadU(d, x[0] + i);

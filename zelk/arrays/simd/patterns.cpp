@@ -88,25 +88,37 @@ HWY_INLINE auto load_wider(DTo d, const U* x) {
   }
 }
 
+// A vector of floats as doubles.
+HWY_INLINE void store_wider(hn::Vec<hn::ScalableTag<float>> x, double* out) {
+  [[maybe_unused]] const hn::ScalableTag<float> df;
+#if HWY_TARGET == HWY_SCALAR
+  *out = static_cast<double>(hn::GetLane(x));
+#else
+  const hn::Half<decltype(df)> half;
+  const hn::Repartition<double, decltype(df)> d;
+  hn::StoreU(hn::PromoteTo(d, hn::LowerHalf(half, x)), d, out);
+  hn::StoreU(hn::PromoteTo(d, hn::UpperHalf(half, x)), d, out + hn::Lanes(d));
+#endif
+}
+
 // Formats within binary32 are decoded in lanes of 32 bits.
 template <class U>
 void decode(const U* x, Shape f, double* out, std::size_t n) {
   const D d;
-  const DU du;
-  const hn::Rebind<float, D> df;
-  const hn::Rebind<std::uint32_t, D> d32;
+  const hn::ScalableTag<float> df;
+  const hn::ScalableTag<std::uint32_t> d32;
   if constexpr (sizeof(U) <= 4) {
     if (f.e <= 8 && f.m <= 23) {
       const Decoder<decltype(df)> decoder(f);
-      for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
-        hn::StoreU(hn::PromoteTo(d, decoder(load_wider(d32, x + i))), d, out + i);
+      for (std::size_t i = 0; i < n; i += hn::Lanes(df)) {
+        store_wider(decoder(load_wider(d32, x + i)), out + i);
       }
       return;
     }
   }
   const Decoder<D> decoder(f);
   for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
-    hn::StoreU(decoder(load_wider(du, x + i)), d, out + i);
+    hn::StoreU(decoder(load_wider(DU(), x + i)), d, out + i);
   }
 }
 
@@ -167,35 +179,37 @@ void Narrow(const double* x, float* out, std::size_t n) {
 // The product of the low halves of lanes.
 HWY_INLINE hn::Vec<DU> multiply_low(hn::Vec<DU> x, hn::Vec<DU> y) {
 #if HWY_TARGET == HWY_SCALAR
-  return hn::Set(DU(), hn::GetLane(x) * hn::GetLane(y));
+  const auto low = [](hn::Vec<DU> a) { return hn::GetLane(a) & 0xFFFFFFFF; };
+  return hn::Set(DU(), low(x) * low(y));
 #else
   const hn::Repartition<std::uint32_t, DU> d32;
   return hn::MulEven(hn::BitCast(d32, x), hn::BitCast(d32, y));
 #endif
 }
 
-// A lane has a counter; words are in the low halves of lanes.
+// A lane has a counter; its words are in the low halves of lanes. What is in the upper halves of
+// the first and third plays no part in products, and is cut off in the end.
 void Draw(std::uint64_t seed, std::uint64_t first, std::uint64_t* out, std::size_t n) {
   const DU d;
-  const auto low = hn::Set(d, 0xFFFFFFFF);
+  const auto low = hn::Set(d, 0xFFFFFFFF), step = hn::Set(d, hn::Lanes(d));
   const auto m0 = hn::Set(d, Philox::multiplier[0]), m1 = hn::Set(d, Philox::multiplier[1]);
-  const std::uint64_t half = ~std::uint64_t{0} / 2;  // counters have 63 bits
-  for (std::size_t i = 0; i < n; i += 2 * hn::Lanes(d)) {
-    const auto counter = hn::And(hn::Iota(d, (first + i) / 2), hn::Set(d, half));
-    auto c0 = hn::And(counter, low), c1 = hn::ShiftRight<32>(counter);
+  const auto counters = hn::Set(d, ~std::uint64_t{0} / 2);  // they have 63 bits
+  auto number = hn::Add(hn::Iota(d, 0), hn::Set(d, first / 2));
+  for (std::size_t i = 0; i < n; i += 2 * hn::Lanes(d), number = hn::Add(number, step)) {
+    auto c0 = hn::And(number, counters), c1 = hn::ShiftRight<32>(c0);
     auto c2 = hn::Zero(d), c3 = c2;
     auto k0 = static_cast<std::uint32_t>(seed), k1 = static_cast<std::uint32_t>(seed >> 32);
     for (int round = 0; round < Philox::rounds; ++round) {
-      const auto p = multiply_low(c0, m0);
-      const auto q = multiply_low(c2, m1);
+      const auto p = multiply_low(c0, m0), q = multiply_low(c2, m1);
       c0 = hn::Xor(hn::ShiftRight<32>(q), hn::Xor(c1, hn::Set(d, k0)));
       c2 = hn::Xor(hn::ShiftRight<32>(p), hn::Xor(c3, hn::Set(d, k1)));
-      c1 = hn::And(q, low);
-      c3 = hn::And(p, low);
+      c1 = q;
+      c3 = p;
       k0 += Philox::weyl[0];
       k1 += Philox::weyl[1];
     }
-    const auto even = hn::Or(hn::ShiftLeft<32>(c1), c0), odd = hn::Or(hn::ShiftLeft<32>(c3), c2);
+    const auto even = hn::Or(hn::ShiftLeft<32>(c1), hn::And(c0, low));
+    const auto odd = hn::Or(hn::ShiftLeft<32>(c3), hn::And(c2, low));
     hn::StoreInterleaved2(even, odd, d, out + i);
   }
 }

@@ -1,5 +1,7 @@
 #include "zelk/arrays/simd/sums.h"
 
+#include <algorithm>
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "zelk/arrays/simd/sums.cpp"
 #include <hwy/foreach_target.h>
@@ -78,19 +80,25 @@ bool SumNarrowProducts(const double* x, const double* y, std::size_t n, Shape f,
   const D d;
   const int high = 2 * (f.emax() + 1) + 10;  // of a sum
   const V sigma = set(pow2(high));
-  V upper = zero(), lower = zero();
+  constexpr std::size_t ways = 4;  // sums in turn, as each addition waits for the one before it
+  V upper[ways], lower[ways];
+  std::fill_n(upper, ways, zero());
+  std::fill_n(lower, ways, zero());
   VU digits = hn::Zero(DU());
-  for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
-    const V p = hn::Mul(hn::LoadU(d, x + i), hn::LoadU(d, y + i));
-    const V q = hn::Sub(hn::Add(sigma, p), sigma);
-    upper = hn::Add(upper, q);
-    lower = hn::Add(lower, hn::Sub(p, q));
-    digits = hn::Or(digits, hn::BitCast(DU(), hn::Abs(p)));
+  for (std::size_t i = 0; i < n; i += ways * hn::Lanes(d)) {
+    for (std::size_t k = 0; k < ways; ++k) {
+      const std::size_t at = i + k * hn::Lanes(d);
+      const V p = hn::Mul(hn::LoadU(d, x + at), hn::LoadU(d, y + at));
+      const V q = hn::Sub(hn::Add(sigma, p), sigma);
+      upper[k] = hn::Add(upper[k], q);
+      lower[k] = hn::Add(lower[k], hn::Sub(p, q));
+      digits = hn::Or(digits, hn::BitCast(DU(), hn::Abs(p)));
+    }
   }
   // Infinities and NaNs have come through to the sum.
   parts.size = 2;
-  parts.part[0] = sum_of(upper);
-  parts.part[1] = sum_of(lower);
+  parts.part[0] = sum_of(hn::Add(hn::Add(upper[0], upper[1]), hn::Add(upper[2], upper[3])));
+  parts.part[1] = sum_of(hn::Add(hn::Add(lower[0], lower[1]), hn::Add(lower[2], lower[3])));
   return !hn::AllTrue(DU(), hn::Eq(digits, hn::Zero(DU()))) && parts.part[0] - parts.part[0] == 0 &&
          parts.part[1] - parts.part[1] == 0;
 }

@@ -101,6 +101,24 @@ HWY_INLINE void store_wider(hn::Vec<hn::ScalableTag<float>> x, double* out) {
 #endif
 }
 
+// Whether processors convert binary16 themselves, infinities and NaNs included.
+#if HWY_ARCH_X86 && !defined(HWY_DISABLE_F16C)
+constexpr bool converts_halves = HWY_TARGET <= HWY_AVX2;
+#else
+constexpr bool converts_halves = HWY_ARCH_ARM_A64 != 0;
+#endif
+
+void decode_halves(const std::uint16_t* x, double* out, std::size_t n) {
+  const hn::ScalableTag<float> df;
+  const hn::Rebind<hwy::float16_t, decltype(df)> dh;
+  const auto nan = hn::Set(df, std::numeric_limits<float>::quiet_NaN());
+  for (std::size_t i = 0; i < n; i += hn::Lanes(df)) {
+    const auto a = hn::PromoteTo(df, hn::LoadU(dh, reinterpret_cast<const hwy::float16_t*>(x + i)));
+    const auto number = hn::Eq(a, a);
+    store_wider(hn::AllTrue(df, number) ? a : hn::IfThenElse(number, a, nan), out + i);
+  }
+}
+
 // Formats within binary32 are decoded in lanes of 32 bits.
 template <class U>
 void decode(const U* x, Shape f, double* out, std::size_t n) {
@@ -127,7 +145,9 @@ void DecodeToDoubles(const void* x, Type type, Shape f, double* out, std::size_t
     case Type::u8:
       return decode(static_cast<const std::uint8_t*>(x), f, out, n);
     case Type::u16:
-      return decode(static_cast<const std::uint16_t*>(x), f, out, n);
+      return converts_halves && f.e == 5 && f.m == 10
+                 ? decode_halves(static_cast<const std::uint16_t*>(x), out, n)
+                 : decode(static_cast<const std::uint16_t*>(x), f, out, n);
     case Type::u32:
       return decode(static_cast<const std::uint32_t*>(x), f, out, n);
     default:

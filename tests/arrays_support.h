@@ -158,6 +158,61 @@ T any_element(format f) {
   }
 }
 
+// The operations, on arrays and on single values.
+template <class T>
+using ArrayCall = void (*)(Environment&, Operand<T>, Operand<T>, Operand<T>, format, std::span<T>);
+using SingleCall = IEEEFloat (*)(Environment&, IEEEFloat, const IEEEFloat&, const IEEEFloat&,
+                                 format);
+
+template <class T>
+struct Call {
+  const char* name;
+  int operands;
+  ArrayCall<T> on_arrays;
+  SingleCall single;
+};
+
+#define ZELK_TWO(name)                                                                      \
+  {                                                                                         \
+#name, 2,                                                                               \
+        [](auto& e, auto x, auto y, auto, auto f,                                           \
+           auto o) { arrays::name(e, x, y, f, o); }, [](auto& e, auto x, auto& y, auto&,    \
+                                                        auto f) { return e.name(x, y, f); } \
+  }
+#define ZELK_SELECT(name)                                                                \
+  {                                                                                      \
+#name, 2,                                                                            \
+        [](auto& e, auto x, auto y, auto, auto f,                                        \
+           auto o) { arrays::name(e, x, y, f, o); }, [](auto& e, auto x, auto& y, auto&, \
+                                                        auto) { return e.name(x, y); }   \
+  }
+template <class T>
+inline const Call<T> calls[] = {
+    ZELK_TWO(add),
+    ZELK_TWO(subtract),
+    ZELK_TWO(multiply),
+    ZELK_TWO(divide),
+    ZELK_SELECT(minimum),
+    ZELK_SELECT(maximum),
+    {"sqrt", 1, [](auto& e, auto x, auto, auto, auto f, auto o) { arrays::sqrt(e, x, f, o); },
+     [](auto& e, auto x, auto&, auto&, auto f) { return e.sqrt(x, f); }},
+    {"fma", 3,
+     [](auto& e, auto x, auto y, auto z, auto f, auto o) { arrays::fma(e, x, y, z, f, o); },
+     [](auto& e, auto x, auto& y, auto& z, auto f) { return e.fma(x, y, z, f); }},
+};
+
+// The single operation, of numbers that are flushed in f.
+template <class T>
+T expected(const SingleCall call, Environment& env, const T (&x)[3], format f) {
+  const bool flush = arrays::number<T> && env.flush_operands;
+  const IEEEFloat v[] = {operand(x[0], f, flush), operand(x[1], f, flush), operand(x[2], f, flush)};
+  Environment inner = env;
+  inner.flush_operands = env.flush_operands && !flush;
+  const T r = element<T>(call(inner, v[0], v[1], v[2], f));
+  env.flags = inner.flags;
+  return r;
+}
+
 // Runs call(env, begin, size, out) on consecutive pieces of random lengths and holds each against
 // its elements' values and flags.
 template <class T, class OnPiece>

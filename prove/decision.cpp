@@ -59,7 +59,7 @@ void check(const char* what, const Layout& t, const Number& x, auto call) {
     ASSERT_TRUE(bits(r) == want.bits && env.flags == want.flags)
         << name(env) << what << ' ' << (x.negative ? '-' : '+') << x.n << " * 2^" << x.k << " is "
         << name(r) << " with " << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits
-        << " with " << want.flags;
+        << std::dec << " with " << want.flags;
   }
 }
 
@@ -105,7 +105,8 @@ void check_rule(unsigned i) {
   ASSERT_TRUE(zelk::rules::increments(d, negative, odd, half, rest != 0) == up && carries == up &&
               words::rounds_up(d, negative, odd, below) == up &&
               limbs::rounds_up({d}, limbs::Limb{negative}, odd, below) == up)
-      << d << negative << odd << half << rest;
+      << "direction " << d << ", negative " << negative << ", odd " << odd << ", half " << half
+      << ", rest " << rest;
 }
 
 unsigned long check_format(Format f) {

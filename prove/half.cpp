@@ -69,7 +69,7 @@ struct Format {
     const auto n = static_cast<std::uint64_t>(below < 59 ? below : 59);
     const std::uint64_t all = fraction | std::uint64_t{magnitude != 0} << 52;
     const std::uint64_t halves = all >> n, q = halves >> 1, half = halves & 1;
-    const std::uint64_t rest = std::uint64_t{all != halves << n};
+    const auto rest = static_cast<std::uint64_t>(all != halves << n);
     const std::uint64_t outward = direction == 0   ? 1
                                   : direction == 1 ? 0
                                                    : (direction == 2) ^ negative;
@@ -85,9 +85,10 @@ double remainder_of(double x, double y) {
 #ifdef __x86_64__
   long double r = x;
   const long double divisor = y;
-  for (unsigned short status = 0x400; (status & 0x400) != 0;) {  // while it is not complete
+  unsigned short status = 0;
+  do {  // NOLINT(bugprone-infinite-loop): the instruction writes its status
     asm("fprem1\n\tfnstsw %%ax" : "+t"(r), "=a"(status) : "u"(divisor));
-  }
+  } while ((status & 0x400) != 0);  // until it is complete
   return static_cast<double>(r);
 #else
   return std::remainder(x, y);

@@ -8,8 +8,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
+#include <iomanip>
+#include <iostream>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 #include "gtest/gtest.h"
@@ -21,7 +23,7 @@ using prove::Theorem;
 struct Run {
   const Theorem& t;
   std::atomic<unsigned long> next;
-  const unsigned long step, count = next < t.pieces ? (t.pieces - next - 1) / step + 1 : 0;
+  const unsigned long step, bits, count = next < t.pieces ? (t.pieces - next - 1) / step + 1 : 0;
   const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   std::atomic<unsigned long> cases = 0, done = 0;
   std::atomic<bool> ended = false;
@@ -33,14 +35,16 @@ struct Run {
   }
 
   void work() {
-    for (unsigned long piece; (piece = next.fetch_add(step)) < t.pieces && !ended; ++done) {
+    for (unsigned long piece = next.fetch_add(step); piece < t.pieces && !ended;
+         piece = next.fetch_add(step), ++done) {
       try {
         cases += t.prove(piece);
       } catch (const std::exception& e) {
         const std::lock_guard lock(mutex);
         if (ended.exchange(true)) return;
         failure = std::string(e.what()) + "\nTo repeat: prove " + t.name + " --part " +
-                  std::to_string(piece + 1) + '/' + std::to_string(t.pieces) + '\n';
+                  std::to_string(piece + 1) + '/' + std::to_string(t.pieces) + " --bits " +
+                  std::to_string(bits) + '\n';
       }
     }
   }
@@ -53,11 +57,12 @@ struct Run {
       if (ticks % (terminal ? 25 : 3000) != 0 || done == 0) continue;
       const double part = static_cast<double>(done) / static_cast<double>(count);
       const std::string bar(static_cast<std::size_t>(40 * part), '#');
-      std::fprintf(stderr, "%s%-18s [%-40s] %3.0f %%, %.0f s left %s", terminal ? "\r" : "",
-                   t.name.c_str(), bar.c_str(), 100 * part, seconds() * (1 - part) / part,
-                   terminal ? "" : "\n");
+      std::cerr << (terminal ? "\r" : "") << std::left << std::setw(18) << t.name << " ["
+                << std::setw(40) << bar << "] " << static_cast<int>(100 * part) << " %, "
+                << static_cast<long>(seconds() * (1 - part) / part) << " s left "
+                << (terminal ? "" : "\n") << std::flush;
     }
-    if (terminal) std::fprintf(stderr, "\r%90s\r", "");
+    if (terminal) std::cerr << '\r' << std::string(90, ' ') << '\r';
   }
 
   // A line for the theorem, and what fails.
@@ -70,15 +75,16 @@ struct Run {
     for (std::thread& thread : threads) thread.join();
     ended = true;
     progress.join();
-    std::printf("%-18s %s %15lu cases %7.1f s\n%s", t.name.c_str(),
-                failure.empty() ? "holds" : "FAILS", cases.load(), seconds(), failure.c_str());
-    std::fflush(stdout);
+    std::cout << std::left << std::setw(18) << t.name << (failure.empty() ? " holds " : " FAILS ")
+              << std::right << std::setw(15) << cases << " cases " << std::setw(7) << std::fixed
+              << std::setprecision(1) << seconds() << " s\n"
+              << failure << std::flush;
     return failure.empty() && cases > 0;
   }
 };
 
 static int usage() {
-  std::fputs("usage: prove [name...] [--part k/n] [--bits b]\n", stderr);
+  std::cerr << "usage: prove [name...] [--part k/n] [--bits b]\n";
   return 2;
 }
 
@@ -87,24 +93,19 @@ int main(int argc, char** argv) {
   delete testing::UnitTest::GetInstance()->listeners().Release(
       testing::UnitTest::GetInstance()->listeners().default_result_printer());
   std::vector<std::string> names;
-  unsigned long first = 0, step = 1, bits = 16;
+  unsigned long first = 1, step = 1, bits = 16;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
-    unsigned long k = 0, n = 0;
-    const int read = i + 1 < argc ? std::sscanf(argv[i + 1], "%lu/%lu", &k, &n) : 0;
-    if (!argument.starts_with("--")) {
-      names.push_back(argument);
-      continue;
-    }
-    if (argument == "--part" && read == 2 && k > 0 && k <= n) {
-      first = k - 1, step = n;
-    } else if (argument == "--bits" && read == 1) {
-      bits = k;
-    } else {
-      return usage();
-    }
-    ++i;
+    std::istringstream value(i + 1 < argc ? argv[i + 1] : "");
+    char slash = 0;
+    const bool takes_value =
+        (argument == "--part" && value >> first >> slash >> step && slash == '/') ||
+        (argument == "--bits" && value >> bits);
+    if (!takes_value && argument.starts_with("--")) return usage();
+    if (!takes_value) names.push_back(argument);
+    i += static_cast<int>(takes_value);
   }
+  if (first < 1 || first > step || bits > 16) return usage();
   bool any = false, hold = true;
   for (const auto& theorems :
        {prove::small(bits), prove::half(), prove::widths(), prove::decision()}) {
@@ -112,7 +113,7 @@ int main(int argc, char** argv) {
       const auto is_meant = [&](const std::string& name) { return t.name.starts_with(name); };
       if (!names.empty() && std::none_of(names.begin(), names.end(), is_meant)) continue;
       any = true;
-      hold = hold && Run{t, first, step}.holds();
+      hold = hold && Run{t, first - 1, step, bits}.holds();
     }
   }
   return !any ? usage() : hold ? 0 : 1;

@@ -42,7 +42,7 @@ struct SmallFormat : Target {
       values.push_back(field == 0 ? scaled(digits, 1 - bias - m)
                                   : scaled(hidden + digits, field.get_si() - bias - m));
     }
-    for (mpz_class p = 0; p <= 2 * hidden; ++p) finer.push_back(p * values[1] / 2);
+    for (mpz_class p = 0; p <= 2 * hidden; ++p) finer.emplace_back(p * values[1] / 2);
   }
 
   static Neighbours search(const std::vector<mpq_class>& list, const mpq_class& v) {
@@ -190,7 +190,7 @@ void check_pattern(const Target& t, const mpz_class& p) {
   for (const Target& u : others) check_operation(operations[8], {&x}, u, true);
   check_operation(operations[7], {&x}, others[t.f.exp_width % 2], true);
   check_integers(x);
-  check_functions(t, x, p), check_functions(t, packed(x), p), cases += 2 * 14;
+  check_functions(t, x, p), check_functions(t, packed(x), p), cases += 28;
   for (const auto mode : modes) check_value(Layout(t.f), in_mode(x.x, mode)), cases += 41;
   if (p == 0 || p >= t.inf) return;
   const std::string text = to_shortest(x.x);
@@ -213,7 +213,8 @@ Formats formats_of(unsigned long bits) {
   return all;
 }
 
-Theorem counted(const char* name, unsigned long pieces, std::function<void(unsigned long)> check) {
+Theorem counted(const char* name, unsigned long pieces,
+                const std::function<void(unsigned long)>& check) {
   return {name, pieces, [=](unsigned long piece) {
             const unsigned long before = cases;
             check(piece);

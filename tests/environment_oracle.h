@@ -437,7 +437,8 @@ inline void check_sum(const Target& to, const Environment& start, const Exact& e
   const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
   ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
       << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
-      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << std::dec
+      << want.flags;
   ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
 }
 
@@ -460,7 +461,8 @@ inline void check_factories(const auto& to, const Environment& start, const mpq_
     const IEEEFloat r = call(env);
     ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
         << name(start) << what << number_ << " p " << scale << " is " << name(r) << ' '
-        << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << want.flags;
+        << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << std::dec
+        << want.flags;
     ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
   };
   check("from_rational ", q, 0, [&](auto& e) { return e.from_rational(QNumber(q), to.f); });

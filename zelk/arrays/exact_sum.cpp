@@ -124,7 +124,8 @@ double ExactSum::rounded(Environment& env, Format f, const std::optional<std::ui
   Environment plain = env;
   plain.flush_operands = false;
   const double r = to_double(
-      plain.convert(zelk::detail::PatternAccess::make(quad, static_cast<std::uint64_t>(p),
+      plain.convert(zelk::detail::PatternAccess::make(quad, IEEEFloat::ROUND_NEAREST_EVEN,
+                                                      static_cast<std::uint64_t>(p),
                                                       static_cast<std::uint64_t>(p >> 64)),
                     f));
   env.flags = plain.flags;

@@ -87,7 +87,7 @@ IEEEFloat value(T x, format f) {
     return zelk::from_native(x);
   } else {
     const std::uint64_t mask = ~std::uint64_t{0} >> (63 - f.exp_width - f.mant_width);
-    return zelk::detail::PatternAccess::make(f, x & mask, 0);
+    return zelk::detail::PatternAccess::make(f, IEEEFloat::ROUND_NEAREST_EVEN, x & mask, 0);
   }
 }
 

@@ -162,7 +162,8 @@ double run_single(const Row<In, Out>& row, Environment env) {
         const IEEEFloat v = zelk::from_native(a);
         x[k].push_back(row.rounded ? Environment{}.convert(v, row.f) : v);
       } else {
-        x[k].push_back(zelk::detail::PatternAccess::make(row.f, a, 0));
+        x[k].push_back(
+            zelk::detail::PatternAccess::make(row.f, IEEEFloat::ROUND_NEAREST_EVEN, a, 0));
       }
     }
   }

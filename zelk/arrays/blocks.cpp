@@ -33,13 +33,17 @@ void write_by(const Target& out, std::size_t begin, std::size_t count, Convert c
 Reader::Reader(const Source& array, Shape format, double flush_below)
     : source(array), f(format), least(flush_below) {
   if (source.repeated) {
-    std::fill_n(buffer, block_size, load(source, 0, f));
-    flush_doubles(least, buffer, buffer, block_size);
+    value = least != 0 ? flushed(load(source, 0, f), f) : load(source, 0, f);
   }
 }
 
 const double* Reader::block(std::size_t begin, std::size_t count) {
   if (source.repeated) {
+    if (filled != count) {
+      std::fill_n(buffer, count, value);
+      std::fill(buffer + count, buffer + padded(count), 1.0);
+      filled = count;
+    }
     return buffer;
   }
   if (source.type == Type::f64 && least == 0 && count % granule == 0) {

@@ -23,6 +23,8 @@ class Reader {
   const Source& source;
   Shape f;
   double least;
+  double value = 0;        // of a repeated source
+  std::size_t filled = 0;  // the doubles of the buffer that have it
   double buffer[block_size];
 };
 

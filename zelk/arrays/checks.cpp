@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#include "zelk/base/float_errors.h"
+
 namespace zelk::arrays::detail {
 namespace {
 
@@ -25,7 +27,7 @@ struct Bytes {
 
 // Pointers into different objects are ordered by std::less.
 bool overlap(const Bytes& a, const Bytes& b) {
-  const std::less<const char*> before;
+  const std::less<> before;
   return a.size != 0 && b.size != 0 && before(a.begin, b.begin + b.size) &&
          before(b.begin, a.begin + a.size);
 }
@@ -38,14 +40,12 @@ Bytes bytes(const Array& a, std::size_t size) {
 // The elements from the first to the last of a matrix; more than any span has if it has no end.
 template <class Array>
 std::size_t extent(const Table<Array>& t) {
-  std::size_t n = 0;
   if (t.rows == 0 || t.columns == 0) {
     return 0;
   }
-  return __builtin_mul_overflow(t.rows - 1, t.stride, &n) ||
-                 __builtin_add_overflow(n, t.columns, &n)
-             ? SIZE_MAX
-             : n;
+  const std::size_t steps = t.rows - 1;
+  const bool ends = t.stride == 0 || steps <= (SIZE_MAX - t.columns) / t.stride;
+  return ends ? steps * t.stride + t.columns : SIZE_MAX;
 }
 
 }  // namespace
@@ -59,9 +59,7 @@ void require_rounding(const Environment& env) {
 
 void require_formats(std::initializer_list<Held> formats) {
   for (const auto& [f, type] : formats) {
-    if (f.exp_width < 2 || f.mant_width < 1) {
-      refuse("format without arithmetic", f);
-    }
+    zelk::detail::require_arithmetic(f.exp_width, f.mant_width);
   }
   for (const auto& [f, type] : formats) {
     if (f.exp_width > 11 || f.mant_width > 52) {

@@ -5,9 +5,10 @@
 #include <cfenv>
 #include <cstdint>
 
+#include "zelk/base/machine.h"
 #include "zelk/rules/rounding.h"
 
-#ifdef __SSE2__
+#ifdef ZELK_X86_64
 #include <xmmintrin.h>
 #endif
 
@@ -17,7 +18,7 @@ namespace zelk::arrays::detail {
 /// no flushing, and one of the four roundings that processors have.
 class ControlWord {
  public:
-#ifdef __SSE2__
+#ifdef ZELK_X86_64
   ControlWord() : saved(_mm_getcsr()) { set(rules::nearest); }
   ~ControlWord() { _mm_setcsr(saved); }
   /// Nearest, toward zero, upward or downward.
@@ -42,7 +43,7 @@ class ControlWord {
   ControlWord& operator=(const ControlWord&) = delete;
 
  private:
-#ifdef __SSE2__
+#ifdef ZELK_X86_64
   unsigned saved;
 #else
   std::fenv_t saved;

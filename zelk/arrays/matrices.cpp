@@ -6,6 +6,7 @@
 // added and rounded as all sums are. Chains of fma go row by row. Other sums go one by one.
 #include <algorithm>
 #include <bit>
+#include <functional>
 #include <vector>
 
 #include "zelk/arrays/checks.h"
@@ -33,7 +34,7 @@ struct Doubles {
 
 Doubles read(const Table<Source>& t, Shape f, double least, std::size_t rows, std::size_t columns) {
   Doubles r(rows, columns);
-  for (std::size_t i = 0; i < t.rows; ++i) {
+  for (std::size_t i = 0; i < t.rows && t.columns != 0; ++i) {
     Source row = t.array;
     row.data = static_cast<const char*>(row.data) + i * t.stride * size_of(row.type);
     row.size = t.columns;
@@ -45,14 +46,12 @@ Doubles read(const Table<Source>& t, Shape f, double least, std::size_t rows, st
   return r;
 }
 
-std::vector<double> panels_of_rows(const Doubles& a, std::size_t first, std::size_t rows) {
-  std::vector<double> r(rounded_up(rows * a.columns, granule));
+void put_panels_of_rows(const Doubles& a, std::size_t first, std::size_t rows, double* to) {
   for (std::size_t i = 0; i < rows; ++i) {
     for (std::size_t k = 0; k < a.columns; ++k) {
-      r[(i / panel * a.columns + k) * panel + i % panel] = a.row(first + i)[k];
+      to[(i / panel * a.columns + k) * panel + i % panel] = a.row(first + i)[k];
     }
   }
-  return r;
 }
 
 std::vector<double> panels_of_columns(const Doubles& b) {
@@ -66,6 +65,16 @@ std::vector<double> panels_of_columns(const Doubles& b) {
   return r;
 }
 
+// Some rows of a, in panels: a slice, what is left to be cut, and for each slice the sums of its
+// products with b. Allocated before anything is written.
+struct Slices {
+  Slices(std::size_t rows, std::size_t k, std::size_t columns, std::size_t count)
+      : rest(rounded_up(rows * k, granule)), slice(rest.size()), sums(count, {rows, columns}) {}
+
+  std::vector<double> rest, slice;
+  std::vector<Doubles> sums;
+};
+
 // One call: its operands, and how an element of the result is computed alone.
 class Product {
  public:
@@ -77,7 +86,8 @@ class Product {
         c(result),
         k(left.columns),
         a(read(left, Shape(f), least(env, f), rounded_up(left.rows, panel), k)),
-        b(read(right, Shape(f), least(env, f), k, rounded_up(right.columns, panel))) {}
+        b(read(right, Shape(f), least(env, f), k, rounded_up(right.columns, panel))),
+        pairs(room_for_pairs(sum, k)) {}
 
   void compute() {
     if (c.rows == 0 || c.columns == 0) {
@@ -124,7 +134,8 @@ class Product {
       }
     };
     inner.env.flush_operands = flushes;  // of running sums
-    store(row(i), j, Shape(sum.result), accumulate(inner.env, add, k, sum, draw(i, j)));
+    store(row(i), j, Shape(sum.result),
+          accumulate(inner.env, std::ref(add), k, sum, draw(i, j), pairs));
     inner.env.flush_operands = false;
   }
 
@@ -137,27 +148,30 @@ class Product {
       return false;
     }
     const std::vector<double> right = panels_of_columns(b);
+    const int count = std::max(1, (x.high - x.low + digits - 1) / digits);
+    Slices slices(std::min(rows_at_once, a.rows), k, b.columns, static_cast<std::size_t>(count));
+    const std::vector<Doubles>& sums = slices.sums;
     for (std::size_t first = 0; first < c.rows; first += rows_at_once) {
       const std::size_t rows = std::min(rows_at_once, a.rows - first);
-      const std::vector<Doubles> slices = sums_of_slices(first, rows, x, digits, right);
-      const bool on_vectors = has_vectors(sum.result) && slices.size() <= (sum.stochastic ? 1 : 2);
+      sum_slices(first, rows, x, digits, right, slices);
+      const bool on_vectors = has_vectors(sum.result) && sums.size() <= (sum.stochastic ? 1 : 2);
       for (std::size_t i = first; i < std::min(first + rows, c.rows); ++i) {
-        on_vectors ? write_row(slices, first, i) : write_sums(slices, first, i);
+        on_vectors ? write_row(sums, first, i) : write_sums(sums, first, i);
       }
     }
     return true;
   }
 
-  std::vector<Doubles> sums_of_slices(std::size_t first, std::size_t rows, const Extent& x,
-                                      int digits, const std::vector<double>& right) const {
-    std::vector<double> rest = panels_of_rows(a, first, rows), upper(rest.size());
-    std::vector<Doubles> slices;
-    for (int high = x.high; slices.empty() || high > x.low; high -= digits) {
-      split(std::max(high - digits, x.low), rest.data(), upper.data(), rest.size());
-      slices.emplace_back(rows, b.columns);
-      multiply_add(upper.data(), right.data(), slices.back().x.data(), rows, k, b.columns);
+  void sum_slices(std::size_t first, std::size_t rows, const Extent& x, int digits,
+                  const std::vector<double>& right, Slices& s) const {
+    put_panels_of_rows(a, first, rows, s.rest.data());
+    int high = x.high;
+    for (Doubles& sums : s.sums) {
+      split(std::max(high - digits, x.low), s.rest.data(), s.slice.data(), s.rest.size());
+      std::ranges::fill(sums.x, 0.0);
+      multiply_add(s.slice.data(), right.data(), sums.x.data(), rows, k, b.columns);
+      high -= digits;
     }
-    return slices;
   }
 
   // One slice or two: the sum of these is rounded to odd, then into the result. Of sums that are 0
@@ -225,7 +239,7 @@ class Product {
             flush_doubles(flush_below, running, running, n);
           }
           const Operation op = j == 0 ? Operation::multiply : Operation::fma;
-          compute_block(inner, plan, op, {left, right, running}, g, to, 0, count);
+          compute_block(inner, plan, op, {left, right, running}, g, to, 0, n);
         }
         write_values(row(i), Shape(g), begin, count, running);
       });
@@ -238,6 +252,7 @@ class Product {
   const Table<Target>& c;
   std::size_t k;
   Doubles a, b;
+  std::vector<double> pairs;
 };
 
 }  // namespace

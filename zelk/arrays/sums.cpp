@@ -39,7 +39,7 @@ class Rounder {
 };
 
 // Neighbours are added until one is left; an odd last one moves up as it is.
-double add_pairs(std::vector<double>& s, Rounder& round) {
+double add_pairs(std::span<double> s, Rounder& round) {
   for (std::size_t size = s.size(); size > 1; size = size / 2 + size % 2) {
     for (std::size_t i = 0; i + 1 < size; i += 2) {
       ExactSum pair;
@@ -61,12 +61,15 @@ std::size_t roundings(const Accumulation& sum, std::size_t n) {
   return sum.pairwise && blocks != 0 ? 2 * blocks - 1 : blocks;
 }
 
+std::vector<double> room_for_pairs(const Accumulation& sum, std::size_t n) {
+  return std::vector<double>(sum.pairwise ? blocks_of(sum, n) : 0);
+}
+
 double accumulate(Environment& env, const AddProducts& add, std::size_t n, const Accumulation& sum,
-                  std::uint64_t draw) {
+                  std::uint64_t draw, std::span<double> apart) {
   Rounder round(env, sum, draw);
   const std::size_t blocks = blocks_of(sum, n);
   const std::size_t block = sum.block == 0 ? n : sum.block;
-  std::vector<double> apart(sum.pairwise ? blocks : 0);
   double running = 0;
   for (std::size_t b = 0; b < blocks; ++b) {
     ExactSum s;
@@ -111,7 +114,9 @@ IEEEFloat dot(Environment& env, const Source& x, const Source& y, Format f,
       add_block(to, begin + i, std::min(block_size, count - i));
     }
   };
-  const double r = accumulate(env, add, x.size, sum, sum.stochastic ? sum.stochastic->first : 0);
+  std::vector<double> room = room_for_pairs(sum, x.size);
+  const std::uint64_t draw = sum.stochastic ? sum.stochastic->first : 0;
+  const double r = accumulate(env, add, x.size, sum, draw, room);
   return Environment{}.convert(from_double(r), sum.result);
 }
 

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <span>
+#include <vector>
 
 #include "zelk/arrays/exact_sum.h"
 
@@ -15,9 +17,13 @@ std::size_t roundings(const Accumulation& sum, std::size_t n);
 /// Adds the products [begin, begin + count) to a sum.
 using AddProducts = std::function<void(ExactSum&, std::size_t begin, std::size_t count)>;
 
-/// The sum of n products, a value of sum.result, drawing from `draw` on if at all.
+/// Room for the sums that are added pairwise.
+std::vector<double> room_for_pairs(const Accumulation& sum, std::size_t n);
+
+/// The sum of n products, a value of sum.result, drawing from `draw` on if at all; in the room for
+/// n. Allocates nothing.
 double accumulate(Environment& env, const AddProducts& add, std::size_t n, const Accumulation& sum,
-                  std::uint64_t draw);
+                  std::uint64_t draw, std::span<double> apart);
 
 }  // namespace zelk::arrays::detail
 

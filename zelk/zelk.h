@@ -1,5 +1,6 @@
-// All of zelk but `zelk/float/mpfr.h` and `zelk/float/fmt.h`, which need MPFR and {fmt}. The
-// formatters of the standard library are there where it has <format>.
+// All of zelk but `zelk/float/mpfr.h` and `zelk/float/fmt.h`, which need MPFR and {fmt}, and
+// `zelk/arrays.h`, which is a library of its own. The formatters of the standard library are there
+// where it has <format>.
 #ifndef ZELK_ZELK_H_
 #define ZELK_ZELK_H_
 

@@ -116,9 +116,9 @@ unsigned long check_format(Format f) {
   const mpz_class one = t.inf / t.hidden / 2 * t.hidden;
   // Where numbers are cut off, with an even last digit.
   for (const mpz_class& even :
-       {mpz_class(0), mpz_class(t.hidden / 4 * 2), mpz_class(t.hidden - 2), t.hidden, one,
-        mpz_class(2 * t.hidden - 2), mpz_class(one + t.hidden - 2), mpz_class(t.inf - 2), t.inf,
-        mpz_class(t.inf + 64 * t.hidden)}) {
+       {mpz_class(0), std::max<mpz_class>(t.hidden / 2 - 2, 0), mpz_class(t.hidden - 2), t.hidden,
+        one, mpz_class(2 * t.hidden - 2), mpz_class(one + t.hidden - 2), mpz_class(t.inf - 2),
+        t.inf, mpz_class(t.inf + 64 * t.hidden)}) {
     for (unsigned i = 0; i < 48; ++i) {
       const Number x(t, i % 2 != 0, even + i / 2 % 2, i / 4 % 4, static_cast<int>(i / 16));
       if (x.n != 0) check_number(t, x);

@@ -70,6 +70,7 @@ unsigned long check_format(Format f) {
     for (const Operation& op : to_integers) check_operation(op, {&x}, t, false);
     if (f.exp_width < 11) check_integers(x);
   }
+  mpfr_free_cache();  // of this thread
   return cases - before;
 }
 

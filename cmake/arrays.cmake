@@ -36,6 +36,9 @@ if(ZELK_ARRAYS)
   zelk_compile_options(zelk_arrays)
   # Sums that are split into a value and its error must not be fused, nor computed ahead.
   target_compile_options(zelk_arrays PRIVATE -ffp-contract=off -frounding-math)
+  # Vectors without a size cannot be members; their processors have NEON, or the plain code.
+  target_compile_definitions(zelk_arrays PRIVATE
+    "HWY_DISABLED_TARGETS=(HWY_SVE|HWY_SVE2|HWY_SVE_256|HWY_SVE2_128|HWY_RVV)")
   set_target_properties(zelk_arrays PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON EXPORT_NAME arrays
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})

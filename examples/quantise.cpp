@@ -108,7 +108,7 @@ bool is_nearest(const std::vector<float>& x, const std::vector<float>& rounded,
     std::vector<float> neighbours(x.size());
     arrays::decode(beside, f, neighbours);
     for (std::size_t i = 0; i < x.size(); ++i) {
-      const double a = static_cast<double>(x[i]);
+      const auto a = static_cast<double>(x[i]);
       if (std::isfinite(rounded[i]) && rounded[i] != 0 &&
           std::abs(static_cast<double>(neighbours[i]) - a) <
               std::abs(static_cast<double>(rounded[i]) - a)) {

@@ -31,6 +31,13 @@ namespace arrays = zelk::arrays;
 using arrays::format;
 using arrays::Operand;
 
+// Patterns of 16 bits; some of them where single operations are slow.
+#ifdef ZELK_REFERENCE_ONLY
+inline constexpr std::size_t every = 2000;
+#else
+inline constexpr std::size_t every = 65536;
+#endif
+
 inline std::mt19937_64 random_words(20240229);
 
 inline std::uint64_t random_below(std::uint64_t n) { return random_words() % n; }
@@ -59,6 +66,8 @@ void for_targets(Visit visit) {
 // A control word of the caller's that nothing may depend on, and that has to come back.
 class OddControlWord {
  public:
+  OddControlWord(const OddControlWord&) = delete;
+  OddControlWord& operator=(const OddControlWord&) = delete;
 #ifdef __SSE2__
   OddControlWord() : before(_mm_getcsr()) { _mm_setcsr(odd); }
   ~OddControlWord() {
@@ -99,7 +108,7 @@ T element(const IEEEFloat& x) {
   } else {
     const format f = x.get_format();  // the canonical NaN has all of e and the sign, and a 1
     const auto one = std::uint64_t{1} << f.mant_width;
-    return static_cast<T>(x.is_nan() ? (2 << f.exp_width) * one - one + 1
+    return static_cast<T>(x.is_nan() ? (one << (f.exp_width + 1)) - one + 1
                                      : zelk::detail::PatternAccess::words(x)[0]);
   }
 }
@@ -108,9 +117,9 @@ T element(const IEEEFloat& x) {
 template <class T>
 IEEEFloat operand(T x, format f, bool flush) {
   IEEEFloat v = value(x, f);
-  const auto least = Environment{}.convert(zelk::FormatLimits(f).smallest_normal(), {11, 52});
-  if (flush && std::abs(element<double>(v)) < zelk::to_native<double>(least)) {
-    v.self_zero(v.get_sign());
+  if (flush) {
+    const auto least = Environment{}.convert(zelk::FormatLimits(f).smallest_normal(), {11, 52});
+    if (std::abs(element<double>(v)) < zelk::to_native<double>(least)) v.self_zero(v.get_sign());
   }
   return v;
 }

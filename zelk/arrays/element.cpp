@@ -30,7 +30,7 @@ double decoded(std::uint64_t pattern, Shape f) {
   if (magnitude >= f.infinity()) {
     x = magnitude == f.infinity() ? infinity : quiet_nan;
   } else if (magnitude >> f.m != 0) {
-    const std::uint64_t bias = static_cast<std::uint64_t>(1023 - f.emax()) << 52;
+    const auto bias = static_cast<std::uint64_t>(1023 - f.emax()) << 52;
     x = std::bit_cast<double>((magnitude << (52 - f.m)) + bias);
   } else if (f.e == 11) {
     x = std::bit_cast<double>(magnitude << (52 - f.m));
@@ -47,7 +47,7 @@ std::uint64_t encoded(double x, Shape f) {
   if (x != x) {
     return f.nan();
   }
-  const double size = std::bit_cast<double>(magnitude);
+  const auto size = std::bit_cast<double>(magnitude);
   if (size > f.largest()) {
     return sign | f.infinity();
   }
@@ -57,7 +57,7 @@ std::uint64_t encoded(double x, Shape f) {
   if (size < f.least_normal()) {
     return sign | static_cast<std::uint64_t>(size * pow2(f.m - f.emin()));
   }
-  const std::uint64_t bias = static_cast<std::uint64_t>(1023 - f.emax()) << 52;
+  const auto bias = static_cast<std::uint64_t>(1023 - f.emax()) << 52;
   return sign | (magnitude - bias) >> (52 - f.m);
 }
 

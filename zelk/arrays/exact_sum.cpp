@@ -53,7 +53,7 @@ void ExactSum::carry() {
   highest = std::min(highest + 2, size);
   for (int i = lowest; i < highest - 1; ++i) {
     std::int64_t& d = digit[static_cast<std::size_t>(i)];
-    digit[static_cast<std::size_t>(i + 1)] += d >> 32;
+    digit[static_cast<std::size_t>(i) + 1] += d >> 32;
     d &= 0xFFFFFFFF;
   }
 }

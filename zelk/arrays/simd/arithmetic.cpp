@@ -9,8 +9,7 @@
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();
-namespace zelk::arrays::detail {
-namespace HWY_NAMESPACE {
+namespace zelk::arrays::detail::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -293,8 +292,7 @@ void FlushDoubles(double least, const double* x, double* out, std::size_t n) {
   }
 }
 
-}  // namespace HWY_NAMESPACE
-}  // namespace zelk::arrays::detail
+}  // namespace zelk::arrays::detail::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE

@@ -1,4 +1,6 @@
 // Between types of elements, and draws, on vectors.
+#include <algorithm>
+
 #include "zelk/arrays/simd/kernels.h"
 #include "zelk/arrays/stochastic.h"
 
@@ -8,8 +10,7 @@
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();
-namespace zelk::arrays::detail {
-namespace HWY_NAMESPACE {
+namespace zelk::arrays::detail::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -183,17 +184,17 @@ void Widen(const float* x, double* out, std::size_t n) {
   }
 }
 
-// Of values of binary32.
+// Of values of binary32. Where there are no vectors, DemoteTo has no infinities.
 void Narrow(const double* x, float* out, std::size_t n) {
-  const D d;
-  [[maybe_unused]] const hn::Rebind<float, D> df;
-  for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
-#if HWY_TARGET == HWY_SCALAR
-    out[i] = static_cast<float>(x[i]);  // DemoteTo has no infinities there
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+  std::transform(x, x + n, out, [](double a) { return static_cast<float>(a); });
 #else
+  const D d;
+  const hn::Rebind<float, D> df;
+  for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
     hn::StoreU(hn::DemoteTo(df, hn::LoadU(d, x + i)), df, out + i);
-#endif
   }
+#endif
 }
 
 // The product of the low halves of lanes.
@@ -234,8 +235,7 @@ void Draw(std::uint64_t seed, std::uint64_t first, std::uint64_t* out, std::size
   }
 }
 
-}  // namespace HWY_NAMESPACE
-}  // namespace zelk::arrays::detail
+}  // namespace zelk::arrays::detail::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE

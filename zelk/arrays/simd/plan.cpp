@@ -48,15 +48,13 @@ bool RoundingPlan::serves(Format f, int lane_digits) {
   return m <= lane_digits && (e == lane_exponent || (e < lane_exponent && m <= lane_digits - 2));
 }
 
-RoundingPlan::RoundingPlan(const Environment& env, Format f, bool stochastic, int lane_digits) {
+RoundingPlan::RoundingPlan(const Environment& env, Format f, bool stochastic, int lane_digits)
+    : flush(env.flush_results), m(Shape(f).m), dropped(lane_digits - m) {
   const Shape s(f);
   const auto d = stochastic ? rules::nearest : static_cast<rules::Direction>(env.rounding);
   cut = cut_of(d, stochastic);
   processor = processor_direction(cut, d);
   aligned = s.e == (lane_digits == 52 ? 11 : 8);
-  flush = env.flush_results;
-  m = s.m;
-  dropped = lane_digits - m;
   least_normal = s.least_normal();
   greatest_power = pow2(s.emax());
   largest = s.largest();

@@ -8,8 +8,7 @@
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();
-namespace zelk::arrays::detail {
-namespace HWY_NAMESPACE {
+namespace zelk::arrays::detail::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -357,8 +356,7 @@ unsigned RoundFloats(const RoundingPlan& plan, const float* x, float* out, std::
   return run_plan(plan, x, nullptr, out, n);
 }
 
-}  // namespace HWY_NAMESPACE
-}  // namespace zelk::arrays::detail
+}  // namespace zelk::arrays::detail::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE

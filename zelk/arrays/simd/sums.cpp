@@ -8,8 +8,7 @@
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();
-namespace zelk::arrays::detail {
-namespace HWY_NAMESPACE {
+namespace zelk::arrays::detail::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -195,8 +194,7 @@ void MultiplyAdd(const double* a, const double* b, double* c, std::size_t rows, 
   }
 }
 
-}  // namespace HWY_NAMESPACE
-}  // namespace zelk::arrays::detail
+}  // namespace zelk::arrays::detail::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE

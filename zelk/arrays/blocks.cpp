@@ -58,11 +58,11 @@ const double* Reader::block(std::size_t begin, std::size_t count) {
 
 void Reader::convert(std::size_t begin, std::size_t count) {
   const std::size_t whole = count - count % granule;
-  const char* const x = place(source, begin);
+  const void* const x = place(source, begin);
   if (source.type == Type::f64) {
     std::memcpy(buffer, x, count * sizeof(double));
   } else {
-    source.type == Type::f32 ? widen(reinterpret_cast<const float*>(x), buffer, whole)
+    source.type == Type::f32 ? widen(static_cast<const float*>(x), buffer, whole)
                              : decode_to_doubles(x, source.type, f, buffer, whole);
     for (std::size_t i = whole; i < count; ++i) {
       buffer[i] = load(source, begin + i, f);
@@ -76,8 +76,7 @@ void write(const Target& out, std::size_t begin, std::size_t count, const double
     std::memcpy(place(out, begin), x, count * sizeof(double));
     return;
   }
-  write_by(out, begin, count,
-           [&](char* to) { narrow(x, reinterpret_cast<float*>(to), padded(count)); });
+  write_by(out, begin, count, [&](void* to) { narrow(x, static_cast<float*>(to), padded(count)); });
 }
 
 void write(const Target& out, std::size_t begin, std::size_t count, const std::uint64_t* x) {
@@ -85,7 +84,7 @@ void write(const Target& out, std::size_t begin, std::size_t count, const std::u
     std::memcpy(place(out, begin), x, count * sizeof(std::uint64_t));
     return;
   }
-  write_by(out, begin, count, [&](char* to) { narrow(x, out.type, to, padded(count)); });
+  write_by(out, begin, count, [&](void* to) { narrow(x, out.type, to, padded(count)); });
 }
 
 unsigned write_rounded(const RoundingPlan& plan, const Target& out, std::size_t begin,

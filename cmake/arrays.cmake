@@ -39,6 +39,9 @@ if(ZELK_ARRAYS)
   # Vectors without a size cannot be members; their processors have NEON, or the plain code.
   target_compile_definitions(zelk_arrays PRIVATE
     "HWY_DISABLED_TARGETS=(HWY_SVE|HWY_SVE2|HWY_SVE_256|HWY_SVE2_128|HWY_RVV)")
+  if(ZELK_PORTABLE)
+    target_compile_definitions(zelk_arrays PRIVATE HWY_COMPILE_ONLY_SCALAR)
+  endif()
   set_target_properties(zelk_arrays PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON EXPORT_NAME arrays
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})

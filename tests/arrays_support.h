@@ -227,14 +227,16 @@ T expected(const SingleCall call, Environment& env, const T (&x)[3], format f) {
 template <class T, class OnPiece>
 void expect_pieces(const Environment& settings, const std::vector<T>& want,
                    const std::vector<unsigned char>& flags, const std::string& what, OnPiece call) {
-  std::vector<T> out(want.size() + 3);
+  std::vector<T> out(want.size() + 64);
   for_targets([&] {
     for (std::size_t begin = 0; begin < want.size();) {
       const std::size_t size = std::min<std::size_t>(
-          random_below(4) == 0 ? random_below(131) : random_below(7), want.size() - begin);
+          random_below(4) == 0 ? random_below(random_below(8) == 0 ? 1100 : 131) : random_below(7),
+          want.size() - begin);
       Environment env = settings;
       unsigned expected_flags = 0;
       const std::span<T> piece(out.data() + begin + random_below(3), size);
+      const std::vector<T> behind(piece.end(), piece.end() + 60);
       {
         const OddControlWord odd;
         call(env, begin, piece);
@@ -243,6 +245,9 @@ void expect_pieces(const Environment& settings, const std::vector<T>& want,
         expected_flags |= flags[begin + i];
         ASSERT_EQ(bits(piece[i]), bits(want[begin + i])) << what << ", element " << begin + i;
       }
+      ASSERT_TRUE(std::equal(behind.begin(), behind.end(), piece.end(),
+                             [](T a, T b) { return bits(a) == bits(b); }))
+          << what << " writes behind its result";
       ASSERT_EQ(env.flags, expected_flags) << what << ", elements from " << begin << ", " << size;
       begin += size;
     }

@@ -6,8 +6,8 @@ namespace {
 
 using namespace zelk_test;
 
-// All operations on n triples of elements; on all pairs of 8-bit patterns those with two operands,
-// on all 16-bit patterns the others.
+// All operations on n triples of elements, one operand being the same in every place at times; on
+// all pairs of 8-bit patterns those with two operands, on all 16-bit patterns the others.
 template <class T>
 void test_operations(format f, std::size_t n) {
   const bool all = n == 65536;
@@ -22,9 +22,12 @@ void test_operations(format f, std::size_t n) {
       if (all && call.operands != (sizeof(T) == 1 ? 2 : 1)) continue;
       std::vector<T> want(n);
       std::vector<unsigned char> flags(n);
+      const std::size_t once = all ? 3 : random_below(6);
+      const auto operand_at = [&](std::size_t k, std::size_t i) { return x[k][k == once ? 0 : i]; };
       for (std::size_t i = 0; i < n; ++i) {
         Environment env = settings;
-        want[i] = expected(call.single, env, {x[0][i], x[1][i], x[2][i]}, f);
+        want[i] =
+            expected(call.single, env, {operand_at(0, i), operand_at(1, i), operand_at(2, i)}, f);
         flags[i] = env.flags;
       }
       expect_pieces(settings, want, flags, text(f, settings) + call.name,
@@ -38,7 +41,9 @@ void test_operations(format f, std::size_t n) {
                         std::copy(in[place].begin(), in[place].end(), out.begin());
                         in[place] = out;
                       }
-                      call.on_arrays(env, in[0], in[1], in[2], f, out);
+                      arrays::Operand<T> operands[] = {in[0], in[1], in[2]};
+                      if (once < 3) operands[once] = x[once][0];
+                      call.on_arrays(env, operands[0], operands[1], operands[2], f, out);
                     });
     }
   });

@@ -4,12 +4,13 @@
 //   quantise [numbers.txt | floats.raw] [histogram.svg]
 //
 // A file whose name ends in .raw has floats as they are in memory, others have text; without one,
-// the numbers are 100,000 draws of a bell curve. The program fails if a rounding is further from
-// its number than half a place.
+// the numbers are 100,000 draws of a bell curve. The program fails if it cannot read all of the
+// file or write the picture, or if a rounding is further from its number than half a place.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -43,15 +44,26 @@ const Named formats[] = {
 constexpr int bins = 25;
 using Histogram = std::array<std::size_t, bins>;
 
+[[noreturn]] void fail(const std::string& why) {
+  std::cerr << "quantise: " << why << '\n';
+  std::exit(2);
+}
+
 std::vector<float> read(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
+  if (!file) fail("cannot read " + path);
   std::vector<float> x;
   if (path.ends_with(".raw")) {
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    if (bytes.size() % sizeof(float) != 0) fail(path + " ends within a float");
     x.resize(bytes.size() / sizeof(float));
-    std::copy_n(bytes.data(), x.size() * sizeof(float), reinterpret_cast<char*>(x.data()));
-  } else {
-    x.assign(std::istream_iterator<float>(file), {});
+    std::copy_n(bytes.data(), bytes.size(), reinterpret_cast<char*>(x.data()));
+    return x;
+  }
+  for (std::string word; file >> word;) {
+    char* end = nullptr;
+    x.push_back(std::strtof(word.c_str(), &end));  // infinities and NaNs, too
+    if (*end != 0) fail("no number in " + path + ": " + word);
   }
   return x;
 }
@@ -163,6 +175,7 @@ int main(int argc, char** argv) {
   if (argc > 2) {
     std::ofstream picture(argv[2]);
     draw(picture, all, x.size());
+    if (!picture.flush()) fail(std::string("cannot write ") + argv[2]);
   }
   return proved ? 0 : 1;
 }

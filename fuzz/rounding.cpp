@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (kind < 10) {
     static const std::vector<Operation> by = mpfr_operations();
     const Operation& op = by[in.below(by.size())];
-    std::vector<const Operand*> of = {&all[0], kind < 5 ? &all[1] : &others[1], &all[2]};
+    std::vector<const Operand*> of = {all.data(), kind < 5 ? &all[1] : &others[1], &all[2]};
     of.resize(op.operands);
     check_operation(op, of, kind < 5 ? t : to, kind >= 5);
   }

@@ -75,7 +75,7 @@ static void check_writing(const IEEEFloat& x, Input& in) {
       expect_in_room(size, want, write);
   };
   const auto back = [&](Rounding r, auto write) {
-    const std::string text = written([&] { return write(x); });
+    std::string text = written([&] { return write(x); });
     expect_back(text, x, r);
     return text;
   };

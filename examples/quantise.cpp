@@ -63,7 +63,7 @@ std::vector<float> read(const std::string& path) {
   for (std::string word; file >> word;) {
     char* end = nullptr;
     x.push_back(std::strtof(word.c_str(), &end));  // infinities and NaNs, too
-    if (*end != 0) fail("no number in " + path + ": " + word);
+    if (*end != 0) fail("no number: " + word);
   }
   return x;
 }

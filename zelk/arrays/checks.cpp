@@ -52,8 +52,7 @@ std::size_t extent(const Table<Array>& t) {
 
 void require_rounding(const Environment& env) {
   if (env.rounding > Rounding::to_odd) {
-    throw IEEEFloat::error("bad rounding mode: " +
-                           std::to_string(static_cast<unsigned>(env.rounding)));
+    zelk::detail::throw_bad_mode(static_cast<unsigned>(env.rounding));
   }
 }
 

@@ -36,9 +36,13 @@ if(ZELK_ARRAYS)
   zelk_compile_options(zelk_arrays)
   # Sums that are split into a value and its error must not be fused, nor computed ahead.
   target_compile_options(zelk_arrays PRIVATE -ffp-contract=off -frounding-math)
-  # Vectors without a size cannot be members; their processors have NEON, or the plain code.
-  target_compile_definitions(zelk_arrays PRIVATE
-    "HWY_DISABLED_TARGETS=(HWY_SVE|HWY_SVE2|HWY_SVE_256|HWY_SVE2_128|HWY_RVV)")
+  # Vectors without a size cannot be members; their processors have NEON, or the plain code. Where
+  # there are assertions or sanitizers, one width of vectors beside the plain code is enough.
+  set(disabled HWY_SVE|HWY_SVE2|HWY_SVE_256|HWY_SVE2_128|HWY_RVV)
+  if(CMAKE_BUILD_TYPE STREQUAL "Debug")
+    string(APPEND disabled "|HWY_SSSE3|HWY_SSE4|HWY_AVX3|HWY_AVX3_DL")
+  endif()
+  target_compile_definitions(zelk_arrays PRIVATE "HWY_DISABLED_TARGETS=(${disabled})")
   if(ZELK_PORTABLE)
     target_compile_definitions(zelk_arrays PRIVATE HWY_COMPILE_ONLY_SCALAR)
   endif()

@@ -9,6 +9,12 @@
 #error "zelk needs __int128 and a 64-bit long, which 32-bit platforms and Windows do not have"
 #endif
 
+#include <cstdint>
+#include <type_traits>
+
+static_assert(std::is_same_v<std::uint64_t, unsigned long>,
+              "zelk needs a std::uint64_t that is unsigned long, as on 64-bit Linux");
+
 #define ZELK_EXPORT __attribute__((visibility("default")))
 #define ZELK_HIDDEN __attribute__((visibility("hidden")))
 

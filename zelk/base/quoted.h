@@ -8,15 +8,17 @@
 
 namespace zelk::detail {
 
-/// At most 200 characters of a text: what follows in a longer one is cut off, and "..." stands for
-/// it.
+/// At most 200 bytes of a text: what follows in a longer one is cut off, no character of UTF-8
+/// halved, and "..." stands for it.
 inline std::string quoted(std::string_view text) {
-  constexpr std::size_t longest = 200;
-  std::string result(text.substr(0, longest));
-  if (text.size() > longest) {
-    result += "...";
+  std::size_t length = 200;
+  if (text.size() <= length) {
+    return std::string(text);
   }
-  return result;
+  for (int i = 0; i < 3 && (text[length] & 0xC0) == 0x80; ++i) {  // within a character
+    --length;
+  }
+  return std::string(text.substr(0, length)) + "...";
 }
 
 }  // namespace zelk::detail

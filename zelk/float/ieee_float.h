@@ -112,7 +112,7 @@ class ZELK_EXPORT IEEEFloat {
   /// set special values and neighbours, and for `set_format` into the other of the two. All else
   /// reads its low 1 + e + m bits as a pattern of f: numbers, text, other conversions,
   /// environments, `compare` and all functions of values. `to_str`, `to_float_str` and
-  /// `to_integer(0)` take the word's class.
+  /// `to_integer(0)` take the word's class; the first two give zero when f has no exponent.
   /// \param f the format
   /// \param r the representation, which is not held against the format; the low 2 bits are kept
   /// \param rm the mode, of which the low 30 bits are kept
@@ -180,7 +180,8 @@ class ZELK_EXPORT IEEEFloat {
                                  rounding_mode rm = ROUND_NEAREST_EVEN);
 
   /// The largest finite value of f, rounding in mode rm.
-  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3.
+  /// \throws error "bad rounding mode: <rm>" when rm is not 0 to 3; "invalid bit pattern for
+  /// IEEEFloat: -1" when f has no exponent.
   static IEEEFloat max_value(format f, rounding_mode rm = ROUND_NEAREST_EVEN);
 
   /// q in format f. Numerator and denominator are rounded to f on their own, then divided: the

@@ -33,7 +33,7 @@ struct Numbers {
 
   /// Those for a format.
   Patterns& patterns(rules::Widths f) {
-    return f.exp_width + f.mant_width <= 62 ? in_words : wider;
+    return f.mant_width <= 62 && f.exp_width <= 62 - f.mant_width ? in_words : wider;
   }
 
   /// Gives the storage back.

@@ -36,13 +36,21 @@ inline unsigned long setting(const char* name, unsigned long otherwise) {
   const char* given = std::getenv(name);
   return given != nullptr ? std::strtoul(given, nullptr, 0) : otherwise;
 }
-/// The seed of the random cases, printed once, and how many of a kind are tried.
+/// The seed of the random cases, printed once, and how many of a kind are tried: fewer in builds with
+/// assertions, which sanitizers slow down, too.
 inline unsigned long seed() {
   static const unsigned long value = setting("ZELK_SEED", 20240229);
   [[maybe_unused]] static const auto& printed = std::cout << "ZELK_SEED=" << value << '\n';
   return value;
 }
-inline unsigned long rounds() { return setting("ZELK_ROUNDS", 5000); }
+inline unsigned long rounds() {
+#ifdef NDEBUG
+  constexpr unsigned long usual = 5000;
+#else
+  constexpr unsigned long usual = 1000;
+#endif
+  return setting("ZELK_ROUNDS", usual);
+}
 
 /// Whether the processor looks for tiny results before it rounds them, or after.
 #if defined(__aarch64__) || defined(__s390x__)

@@ -15,7 +15,7 @@ static Format format(Input& in) {
 static std::vector<Operand> operands(const Target& t, Input& in) {
   std::vector<Operand> all;
   all.reserve(3);
-  for (int i = 0; i < 3; ++i) all.emplace_back(t, generic(t.f, modes[0], in.pattern(Layout(t.f))));
+  for (int i = 0; i < 3; ++i) all.emplace_back(t, generic(t.f, modes[0], in.pattern(t)));
   return all;
 }
 
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Input in(data, size);
   const unsigned long kind = in.below(16);
   if (kind == 0) {
-    Mpfr t(format(in)), to(format(in));
+    const Target t(format(in)), to(format(in));
     check_all(t, to, in);
     return 0;
   }

@@ -1,8 +1,8 @@
 // The decision: what a number cut off to a pattern becomes, given the digits below it, for every
 // combination of direction, rule of tininess, sign, parity, digits and place in the range, with the
 // flags: each road's own spelling of the rule, and what rounds by it, against one table.
-#include "prove/rounding.h"
 #include "prove/theorem.h"
+#include "tests/environment_oracle.h"
 #include "zelk/limbs/rounding.h"
 #include "zelk/words/two_words.h"
 

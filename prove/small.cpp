@@ -4,7 +4,6 @@
 // rationals. Of the NaNs there are the canonical one and one more.
 #include <memory>
 
-#include "prove/rounding.h"
 #include "prove/theorem.h"
 #include "tests/text_oracle.h"
 #include "zelk/float/functions.h"
@@ -51,38 +50,14 @@ struct SmallFormat : Target {
     return {below - list.begin(), *below == v, middle};
   }
 
-  struct Place {
-    const SmallFormat& t;
-    const Exact& x;
-    Neighbours values, finer;
-    bool below = false;
-
-    Place(const SmallFormat& format, const Exact& exact) : t(format), x(exact) {
-      if (x.kind != Exact::finite || x.q == 0) return;
-      const mpq_class v = scaled(x.q, x.k);
-      values = search(t.values, v);
-      below = values.below < t.hidden;
-      if (below) finer = search(t.finer, v);
-    }
-    Answer round(const Environment& env) const {
-      const mpz_class s = x.negative ? t.sign : mpz_class(0);
-      if (x.kind == Exact::nan) return {t.nan, x.flags};
-      if (x.kind == Exact::infinite) return {t.inf + s, x.flags};
-      if (x.q == 0) return {s, x.flags};
-      return rounded(t, x.negative, values, below ? &finer : nullptr, env);
-    }
-  };
-  Place place(const Exact& x) const { return {*this, x}; }
-
-  // What the operators of values give.
-  mpz_class operate(int op, const mpz_class& a, const mpz_class& b, unsigned mode) const {
-    const Environment env{static_cast<Rounding>(mode)};
-    const Exact exact = operations[op].exact({decode(a), decode(b)}, env.rounding);
-    return place(exact).round(env).bits;
-  }
-  mpz_class convert(const SmallFormat& from, const mpz_class& p, unsigned mode) const {
-    const Exact exact = from.decode(p);
-    return place(exact).round({static_cast<Rounding>(mode)}).bits;
+  Placed place(const Exact& x) const {
+    Placed p{x};
+    if (x.kind != Exact::finite || x.q == 0) return p;
+    const mpq_class v = scaled(x.q, x.k);
+    p.values = search(values, v);
+    p.below = p.values.below < hidden;
+    if (p.below) p.finer = search(finer, v);
+    return p;
   }
 };
 
@@ -107,9 +82,9 @@ void check_pairs(const SmallFormat& t, const Operand& x) {
     for (const Operation& op : operations) {
       if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
     }
-    for (const auto mode : modes) check_pair(t, in_mode(x.x, mode), y.x), cases += 5;
+    for (const auto mode : modes) check_pair(t, operations, in_mode(x.x, mode), y.x), cases += 5;
     const IEEEFloat self = in_mode(x.x, modes[0]);
-    if (&x == &y) check_pair(t, self, self);
+    if (&x == &y) check_pair(t, operations, self, self);
   }
 }
 
@@ -136,7 +111,7 @@ void check_ratios(const SmallFormat& t) {
     check_factories(t, env, q, k);
     if (i % 6 > 3) continue;
     const Exact exact{Exact::finite, n < 0, abs(q), k};
-    const mpz_class want = t.place(exact).round({env.rounding}).bits;
+    const mpz_class want = t.place(exact).round(t, {env.rounding}).bits;
     const QNumber ratio(q);
     ASSERT_BITS(IEEEFloat::from_scaled(ratio, k, t.f, modes[i % 6]), want) << q << " 2^" << k;
     ASSERT_BITS(IEEEFloat::from_ratio(ratio * QNumber::scaled(1, k), t.f, modes[i % 6]), want) << q;
@@ -191,10 +166,10 @@ void check_pattern(const Target& t, const mpz_class& p) {
   check_operation(operations[7], {&x}, others[t.f.exp_width % 2], true);
   check_integers(x);
   check_functions(t, x, p), check_functions(t, packed(x), p), cases += 28;
-  for (const auto mode : modes) check_value(Layout(t.f), in_mode(x.x, mode)), cases += 41;
+  for (const auto mode : modes) check_value(t, in_mode(x.x, mode)), cases += 41;
   if (p == 0 || p >= t.inf) return;
   const std::string text = to_shortest(x.x);
-  ASSERT_EQ(text, shortest(Layout(t.f), p)) << name(x.x);
+  ASSERT_EQ(text, shortest(t, p)) << name(x.x);
   ASSERT_EQ(read_back(text, t.f), name(in_mode(x.x, modes[0]))) << text;
   cases += 2;
 }

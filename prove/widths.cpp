@@ -13,7 +13,6 @@ using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 // Zeros, subnormals of several lengths, powers of two and their neighbours, all ones, one bit,
 // halves of an ulp, the largest, what is not finite; each in both signs; and a few others.
 std::vector<Operand> operands(const Target& t) {
-  const Layout layout(t.f);
   const mpz_class one = t.inf / t.hidden / 2 * t.hidden, half = t.hidden / 2;
   const mpz_class middle = pow2(t.f.mant_width / 2), ulp = one - t.f.mant_width * t.hidden;
   const mpz_class patterns[] = {0,
@@ -44,7 +43,7 @@ std::vector<Operand> operands(const Target& t) {
   };
   for (const mpz_class& p : patterns) add(p), add(p + t.sign);
   Random random;
-  while (all.size() < 44) add(random.pattern(layout));
+  while (all.size() < 44) add(random.pattern(t));
   return all;
 }
 
@@ -53,7 +52,6 @@ unsigned long check_format(Format f) {
   const Target t(f), wider({f.exp_width + 1, f.mant_width + 1}),
       narrower({std::max(f.exp_width - 1, 2UL), std::max(f.mant_width - 1, 1UL)});
   const unsigned long before = cases;
-  Mpfr mpfr(f);
   mpfr_precision = t.m + 9;
   const std::vector<Operand> all = operands(t);
   for (std::size_t i = 0; i < all.size() * all.size(); ++i) {
@@ -64,7 +62,7 @@ unsigned long check_format(Format f) {
       if (op.operands == 1 && &x == &y) check_operation(op, {&x}, t, false);
     }
     check_selections(t, x, y);
-    check_pair(mpfr, x.x, y.x), cases += 5;
+    check_pair(t, by, x.x, y.x), cases += 5;
     if (&x != &y) continue;
     for (const Target& to : {wider, narrower}) check_operation(operations[8], {&x}, to, true);
     for (const Operation& op : to_integers) check_operation(op, {&x}, t, false);

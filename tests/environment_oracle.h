@@ -1,5 +1,5 @@
-// The operations of environments as IEEE 754 defines them, on rationals: what tests hold the
-// library against.
+// The operations of environments and values as IEEE 754 defines them, on rationals: what tests hold
+// the library against.
 #ifndef ZELK_TESTS_ENVIRONMENT_ORACLE_H_
 #define ZELK_TESTS_ENVIRONMENT_ORACLE_H_
 
@@ -76,16 +76,73 @@ struct Answer {
   unsigned flags;
 };
 
+/// The neighbours of a magnitude in an ascending list: the place of the one that is not above it,
+/// and its order to the middle between the two.
+struct Neighbours {
+  mpz_class below = 0;
+  bool exact = true;
+  int middle = 0;
+
+  /// Clause 4.3: the place of the one that a direction takes. Odd places have odd last digits.
+  mpz_class chosen(Rounding d, bool negative) const {
+    const bool odd = below % 2 != 0;
+    const bool up[] = {
+        middle > 0 || (middle == 0 && odd), false, !negative, negative, middle >= 0, !odd};
+    return below + static_cast<int>(!exact && up[static_cast<unsigned>(d)]);
+  }
+};
+
+/// Among the multiples of 2^unit.
+inline Neighbours neighbours(const Exact& x, long unit) {
+  bool rest = false;
+  const mpz_class halves = x.digits(1 - unit, rest);
+  const bool half = halves % 2 != 0;
+  return {halves / 2, !half && !rest, half ? static_cast<int>(rest) : -1};
+}
+
+/// Clauses 7.4 to 7.6, for a number other than 0. Places among the values of a format are patterns,
+/// that of infinity and beyond included; `finer` has one exponent more below the normal ones, where
+/// the least of these has the place 2 * hidden, and is null for what is not below that.
+inline Answer rounded(const Layout& t, bool negative, const Neighbours& values,
+                      const Neighbours* finer, const Environment& env) {
+  const Rounding d = env.rounding;
+  const mpz_class s = negative ? t.sign : mpz_class(0), p = values.chosen(d, negative);
+  const bool tiny = finer != nullptr && (env.tininess == Tininess::before_rounding ||
+                                         finer->chosen(d, negative) < 2 * t.hidden);
+  if (tiny && env.flush_results) return {s, underflow | inexact};
+  if (p >= t.inf) {
+    const Rounding outward = negative ? Rounding::toward_negative : Rounding::toward_positive;
+    const bool infinite =
+        d == Rounding::nearest_even || d == Rounding::nearest_away || d == outward;
+    return {t.inf - static_cast<int>(!infinite) + s, overflow | inexact};
+  }
+  return {p + s, values.exact ? 0 : tiny ? underflow | inexact : inexact};
+}
+
+/// A result and its place among the values of a format.
+struct Placed {
+  Exact x;
+  bool below = false;  // the normal values
+  Neighbours values = {}, finer = {};
+
+  Answer round(const Layout& t, const Environment& env) const {
+    const mpz_class s = x.negative ? t.sign : mpz_class(0);
+    if (x.kind == Exact::nan) return {t.nan, x.flags};
+    if (x.kind == Exact::infinite) return {t.inf + s, x.flags};
+    if (x.is_zero()) return {s, x.flags};
+    Answer answer = rounded(t, x.negative, values, below ? &finer : nullptr, env);
+    answer.flags |= x.flags;
+    return answer;
+  }
+};
+
 /// A format whose exponents may have no limits worth the name, e > 62; values are then near 1.
-struct Target {
-  Format f;
-  mpz_class hidden = mpz_class(1) << f.mant_width, sign = hidden << f.exp_width;
-  mpz_class inf = sign - hidden, nan = sign + inf + 1;
+struct Target : Layout {
   long m = static_cast<long>(f.mant_width);
   mpz_class least = 2 - (mpz_class(1) << (f.exp_width - 1));  // the exponent of normal values
-  long emin = least > LONG_MIN / 4 ? least.get_si() : LONG_MIN / 4;
+  long emin = least > LONG_MIN / 2 ? least.get_si() : LONG_MIN / 2;
 
-  explicit Target(Format format) : f(format) {}
+  using Layout::Layout;
 
   Exact decode(const mpz_class& p, bool flush = false) const {
     const bool negative = p >= sign;
@@ -97,48 +154,17 @@ struct Target {
             e.get_si() - m};
   }
 
-  /// A magnitude rounded to a multiple of 2^unit, as that many units.
-  static mpz_class cut(const Exact& x, long unit, Rounding d, bool& exact) {
-    bool rest = false;
-    const mpz_class halves = x.digits(1 - unit, rest), n = halves / 2;
-    const bool half = halves % 2 != 0, odd = n % 2 != 0;
-    exact = !half && !rest;
-    const bool up[] = {half && (rest || odd), false, !x.negative && !exact,
-                       x.negative && !exact,  half,  !exact && !odd};
-    return n + static_cast<int>(up[static_cast<unsigned>(d)]);
-  }
-
-  bool is_tiny(const Exact& x, const Environment& env) const {
-    const long e = x.exponent();
-    if (env.tininess == Tininess::before_rounding || e < emin - 1) return e < emin;
-    bool exact = false;  // one below the least normal exponent, rounding may reach that
-    return e < emin && cut(x, e - m, env.rounding, exact) < 2 * hidden;
-  }
-
-  Answer round(const Exact& x, const Environment& env) const {
-    const mpz_class s = x.negative ? sign : mpz_class(0);
-    if (x.kind == Exact::nan) return {nan, x.flags};
-    if (x.kind == Exact::infinite) return {inf + s, x.flags};
-    if (x.is_zero()) return {s, x.flags};
-    const bool tiny = is_tiny(x, env);
-    if (tiny && env.flush_results) return {s, x.flags | underflow | inexact};
+  Placed place(const Exact& x) const {
+    Placed p{x};
+    if (x.kind != Exact::finite || x.q == 0) return p;
     const long e = std::max(x.exponent(), emin);
-    bool exact = false;
-    const mpz_class n = cut(x, e - m, env.rounding, exact), p = n + (e - least) * hidden;
-    if (p >= inf) {
-      const bool infinite[] = {true, false, !x.negative, x.negative, true, false};
-      return {(infinite[static_cast<unsigned>(env.rounding)] ? inf : mpz_class(inf - 1)) + s,
-              x.flags | overflow | inexact};
-    }
-    return {p + s, x.flags | (exact ? 0 : tiny ? underflow | inexact : inexact)};
+    p.below = x.exponent() < emin;
+    p.values = neighbours(x, e - m);
+    p.values.below += (e - least) * hidden;
+    if (p.below) p.finer = neighbours(x, emin - 1 - m);
+    return p;
   }
-
-  struct Place {
-    const Target& t;
-    const Exact& x;
-    Answer round(const Environment& env) const { return t.round(x, env); }
-  };
-  Place place(const Exact& x) const { return {*this, x}; }
+  Answer round(const Exact& x, const Environment& env) const { return place(x).round(*this, env); }
 };
 
 // ---- The operations, before rounding ----
@@ -189,8 +215,7 @@ inline Exact over(const Exact& a, const Exact& b) {
 inline Exact left_by(const Exact& a, const Exact& b, Rounding quotient) {
   if (a.kind == Exact::infinite || b.is_zero()) return invalid_result();
   if (b.kind == Exact::infinite || a.is_zero()) return a;
-  bool exact = false;
-  const mpq_class n = Target::cut(number(abs(a.value() / b.value())), 0, quotient, exact);
+  const mpq_class n = neighbours(number(abs(a.value() / b.value())), 0).chosen(quotient, false);
   const mpq_class left = abs(a.value()) - n * abs(b.value());
   return number(a.negative ? mpq_class(-left) : left, a.negative);
 }
@@ -204,11 +229,11 @@ inline Exact root_of(Exact a) {
 
 inline Exact to_integral(const Exact& a, Rounding d, unsigned flags) {
   if (a.kind != Exact::finite || a.is_zero()) return a;
-  bool exact = false;
-  Exact n = number(Target::cut(a, 0, d, exact), a.negative);
-  n.negative = a.negative;
-  n.flags = exact ? 0 : flags;
-  return n;
+  const Neighbours n = neighbours(a, 0);
+  return {.kind = Exact::finite,
+          .negative = a.negative,
+          .q = n.chosen(d, a.negative),
+          .flags = n.exact ? 0 : flags};
 }
 
 using Values = std::vector<IEEEFloat>;
@@ -306,18 +331,17 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
     if (flush && !subnormal) continue;
     Operands numbers;
     for (const Operand* o : operands) numbers.push_back(o->exact[flush]);
-    Exact exact = op.exact(numbers, Rounding::nearest_even);
-    const auto placed = to.place(exact);
-    const bool matters = exact.kind == Exact::finite && exact.q != 0 && exact.exponent() < to.emin;
+    Placed exact;
     for (unsigned d = 0; d < 6; ++d) {
       // The direction decides on the sign of a zero, and on integers that are near.
-      if (exact.is_zero() || v.size() == 1) exact = op.exact(numbers, static_cast<Rounding>(d));
-      for (unsigned i = 0; i < (matters ? 4 : 2); ++i) {
+      if (d == 0 || exact.x.is_zero() || v.size() == 1)
+        exact = to.place(op.exact(numbers, static_cast<Rounding>(d)));
+      for (unsigned i = 0; i < (exact.below ? 4 : 2); ++i) {
         Environment env{static_cast<Rounding>(d), static_cast<Tininess>(i % 2),
-                        (matters ? i / 2 : (i + d) % 2) == 1,
+                        (exact.below ? i / 2 : (i + d) % 2) == 1,
                         flush || (!subnormal && cases % 5 == 0), other_bits};
         ++cases;
-        const Answer want = placed.round(env);
+        const Answer want = exact.round(to, env);
         const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
         ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
             << name(env) << op.name << " of " << name(v) << (into ? " into " : "") << " is "
@@ -327,6 +351,109 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
                     r.get_repr() == repr);
       }
     }
+  }
+}
+
+/// The comparisons and operators of values, which a table of operations begins with.
+void check_pair(const auto& t, const auto& table, const IEEEFloat& x, const IEEEFloat& y) {
+  const mpz_class a = bits(x), b = bits(y);
+  const bool nan = a % t.sign > t.inf || b % t.sign > t.inf;
+  const auto key = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - p); };
+  const int order = nan ? -2 : sgn(key(a) - key(b));
+  ASSERT_TRUE(ieee_cmp(x, y) == order && (x < y) == (order == -1) && (x > y) == (order == 1) &&
+              (x <= y) == (order == -1 || order == 0) && (x >= y) == (order >= 0) &&
+              (x == y) == (order == 0))
+      << name(x) << " against " << name(y) << ", wanted " << order;
+  const Environment env{static_cast<Rounding>(x.get_mode())};
+  const Operands operands = {t.decode(a), t.decode(b)};
+  for (std::size_t op = 0; op < 4; ++op) {
+    mpz_class want = t.place(table[op].exact(operands, env.rounding)).round(t, env).bits;
+    if (nan && x.get_repr() == IEEEFloat::REPR_GENERIC) want = a % t.sign > t.inf ? a : b;
+    IEEEFloat r = y;
+    r = x;
+    ASSERT_BITS(apply(static_cast<int>(op), r, &x == &y ? r : y), want)
+        << name(x) << "+-*/"[op] << name(y);
+  }
+}
+
+/// There and back, or nowhere.
+void check_conversion(const auto& from, const auto& to, const IEEEFloat& x) {
+  const auto check = [&](const auto& f, const auto& g, IEEEFloat r) {
+    const IEEEFloat was = r;
+    r.set_format(g.f);
+    const Environment env{static_cast<Rounding>(x.get_mode())};
+    const bool same = f.f == g.f;
+    ASSERT_BITS(r, same ? bits(was) : g.place(f.decode(bits(was))).round(g, env).bits) << name(was);
+    ASSERT_TRUE(r.get_format() == g.f && r.get_mode() == x.get_mode() &&
+                r.get_repr() == (same ? was.get_repr() : IEEEFloat::get_best_repr(g.f)));
+  };
+  check(from, to, x);
+  IEEEFloat there = x;
+  there.set_format(to.f);
+  check(to, from, there);
+}
+
+/// Class, special values, neighbours, exact value, integers and text of one value.
+inline void check_value(const Layout& t, const IEEEFloat& x) {
+  const mpz_class p = bits(x), magnitude = p % t.sign;
+  const bool negative = p >= t.sign, zero = magnitude == 0;
+  const bool inf = magnitude == t.inf, nan = magnitude > t.inf;
+  ASSERT_TRUE(x.get_sign() == negative && x.is_nan() == nan && x.is_inf() == inf &&
+              x.is_zero() == zero && x.is_subnormal() == (!zero && magnitude < t.hidden))
+      << name(x);
+  ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(p, 1), t.f); }),
+            nan && p != t.nan
+                ? "invalid bit pattern for IEEEFloat: " + zelk::detail::quoted(p.get_str())
+                : "");
+  const auto check = [&](const char* what, const mpz_class& want, auto change, auto... to) {
+    IEEEFloat r = x;
+    (r.*change)(to...);
+    ASSERT_BITS(r, want) << name(x) << what << (testing::Message() << ... << to);
+  };
+  check(" self_neg", nan ? p : mpz_class(p ^ t.sign), &IEEEFloat::self_neg);
+  check(" self_nan", t.nan, &IEEEFloat::self_nan);
+  for (const bool b : {false, true}) {
+    const mpz_class sign = b ? t.sign : mpz_class(0);
+    check(" set_sign ", sign + magnitude, &IEEEFloat::set_sign, b);
+    check(" self_inf ", sign + t.inf, &IEEEFloat::self_inf, b);
+    check(" self_zero ", sign, &IEEEFloat::self_zero, b);
+    // Places in sign-magnitude order: one step up moves to the next larger value, if there is one.
+    const mpz_class place = negative ? mpz_class(t.sign - 1 - p) : p;  // -1 for -0
+    const mpz_class moved = std::clamp<mpz_class>(place + (b ? 1 : -1), -t.sign, t.sign - 1);
+    const mpz_class packed = moved < 0 ? mpz_class(t.sign - 1 - moved) : moved;
+    const bool stays = nan || (inf && b != negative);
+    const mpz_class next = zero ? mpz_class(t.sign - sign + 1) : stays ? p : packed;
+    check(" next_representable ", next, &IEEEFloat::next_representable, b);
+    check(" packed_next ", packed, &IEEEFloat::packed_next, b);
+  }
+  if (abs(t.exponent(p)) > 1L << 20) return;  // the exact value is too large
+
+  const mpq_class q = t.value(p);
+  std::string text = nan ? "NaN" : negative ? "-Inf" : "+Inf";
+  if (!nan && !inf) {
+    ASSERT_EQ(x.to_number().to_mpq(), q) << name(x);
+    text = x.to_float_str();
+    ASSERT_TRUE(t.f.exp_width > 11 || t.f.mant_width > 52 ||
+                (std::strtod(text.c_str(), nullptr) == q.get_d() && (text[0] == '-') == negative &&
+                 text.find_first_not_of("-0123456789.") == std::string::npos &&
+                 (text.back() != '0' || text.find('.') == std::string::npos) &&
+                 (abs(q) >= 1 || text[negative ? 1 : 0] == '0')))
+        << name(x) << " is " << text;
+  }
+  std::string pattern = mpz_class(p + 2 * t.sign).get_str(2).substr(1);
+  pattern.insert(t.f.exp_width + 1, "_").insert(1, "_");
+  ASSERT_EQ(x.to_str(), "[" + std::to_string(t.f.exp_width) + ':' + std::to_string(t.f.mant_width) +
+                            ']' + text + '{' + pattern + '}');
+
+  const Neighbours n = neighbours(number(q), 0);
+  const int s = negative ? -1 : 1;
+  ASSERT_EQ(x.to_integer(0).to_mpq(), nan || inf ? mpz_class(0) : mpz_class(s * n.below))
+      << name(x);
+  const mpz_class integer = s * n.chosen(static_cast<Rounding>(x.get_mode()), negative);
+  for (const unsigned long w : {1UL, 2UL, 3UL, 8UL, 64UL, 70UL, 113UL, 300UL}) {
+    const mpz_class want = integer % (mpz_class(1) << w) * static_cast<int>(magnitude >= t.hidden);
+    const QNumber got = x.to_integer(w);
+    ASSERT_TRUE(got.to_mpq() == want && (got.is_small() || w > 60)) << name(x) << " to " << w;
   }
 }
 
@@ -370,7 +497,7 @@ inline void check_selections(const auto& t, const Operand& x, const Operand& y) 
       Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
       const IEEEFloat r = s.call(env, x.x, y.x);
       ++cases;
-      ASSERT_BITS(r, t.place(s.takes_first(a, b) ? a : b).round({}).bits)
+      ASSERT_BITS(r, t.place(s.takes_first(a, b) ? a : b).round(t, {}).bits)
           << name(env) << s.name << " of " << name({x.x, y.x});
       ASSERT_TRUE(env.flags == other_bits && r.get_mode() == x.x.get_mode() &&
                   r.get_repr() == x.x.get_repr());
@@ -456,7 +583,7 @@ inline void check_factories(const auto& to, const Environment& start, const mpq_
   const auto check = [&](const char* what, const mpq_class& number_, long scale, auto call) {
     Environment env = start;
     const Exact exact{Exact::finite, number_ < 0, abs(number_), scale};
-    const Answer want = to.place(exact).round(env);
+    const Answer want = to.place(exact).round(to, env);
     ++cases;
     const IEEEFloat r = call(env);
     ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))

@@ -36,8 +36,8 @@ inline unsigned long setting(const char* name, unsigned long otherwise) {
   const char* given = std::getenv(name);
   return given != nullptr ? std::strtoul(given, nullptr, 0) : otherwise;
 }
-/// The seed of the random cases, printed once, and how many of a kind are tried: fewer in builds with
-/// assertions, which sanitizers slow down, too.
+/// The seed of the random cases, printed once, and how many of a kind are tried: fewer in builds
+/// with assertions, which sanitizers slow down, too.
 inline unsigned long seed() {
   static const unsigned long value = setting("ZELK_SEED", 20240229);
   [[maybe_unused]] static const auto& printed = std::cout << "ZELK_SEED=" << value << '\n';
@@ -294,107 +294,6 @@ struct Random : gmp_randclass, Patterns<Random> {
   unsigned long below(unsigned long n) { return mpz_class(get_z_range(n)).get_ui(); }
   mpz_class digits(unsigned long n) { return get_z_bits(n); }
 };
-
-// The checks take a Layout, or an oracle: a Layout with operate(op, a, b, rm), the pattern of
-// a op b, the canonical NaN if it is one, and convert(from, p, rm) of another oracle's pattern.
-
-void check_pair(auto& t, const IEEEFloat& x, const IEEEFloat& y) {
-  const mpz_class a = bits(x), b = bits(y);
-  const bool nan = a % t.sign > t.inf || b % t.sign > t.inf;
-  const auto key = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - p); };
-  const int order = nan ? -2 : sgn(key(a) - key(b));
-  ASSERT_TRUE(ieee_cmp(x, y) == order && (x < y) == (order == -1) && (x > y) == (order == 1) &&
-              (x <= y) == (order == -1 || order == 0) && (x >= y) == (order >= 0) &&
-              (x == y) == (order == 0))
-      << name(x) << " against " << name(y) << ", wanted " << order;
-  for (int op = 0; op < 4; ++op) {
-    mpz_class want = t.operate(op, a, b, x.get_mode());
-    if (nan && x.get_repr() == IEEEFloat::REPR_GENERIC) want = a % t.sign > t.inf ? a : b;
-    IEEEFloat r = y;
-    r = x;
-    ASSERT_BITS(apply(op, r, &x == &y ? r : y), want) << name(x) << "+-*/"[op] << name(y);
-  }
-}
-
-void check_conversion(auto& from, auto& to, const IEEEFloat& x) {
-  IEEEFloat r = x;
-  r.set_format(to.f);
-  const bool same = from.f == to.f;
-  ASSERT_BITS(r, same ? bits(x) : to.convert(from, bits(x), x.get_mode())) << name(x);
-  ASSERT_TRUE(r.get_format() == to.f && r.get_mode() == x.get_mode() &&
-              r.get_repr() == (same ? x.get_repr() : IEEEFloat::get_best_repr(to.f)));
-  if (same) return;
-  // Where the wider of the two patterns was before.
-  const IEEEFloat there = r;
-  r.set_format(from.f);
-  ASSERT_BITS(r, from.convert(to, bits(there), x.get_mode())) << name(there);
-}
-
-/// Class, special values, neighbours, exact value, integers and text of one value.
-inline void check_value(const Layout& t, const IEEEFloat& x) {
-  const mpz_class p = bits(x), magnitude = p % t.sign;
-  const bool negative = p >= t.sign, zero = magnitude == 0;
-  const bool inf = magnitude == t.inf, nan = magnitude > t.inf;
-  ASSERT_TRUE(x.get_sign() == negative && x.is_nan() == nan && x.is_inf() == inf &&
-              x.is_zero() == zero && x.is_subnormal() == (!zero && magnitude < t.hidden))
-      << name(x);
-  ASSERT_EQ(message([&] { return IEEEFloat::from_bits(QNumber(p, 1), t.f); }),
-            nan && p != t.nan
-                ? "invalid bit pattern for IEEEFloat: " + zelk::detail::quoted(p.get_str())
-                : "");
-  const auto check = [&](const char* what, const mpz_class& want, auto change, auto... to) {
-    IEEEFloat r = x;
-    (r.*change)(to...);
-    ASSERT_BITS(r, want) << name(x) << what << (testing::Message() << ... << to);
-  };
-  check(" self_neg", nan ? p : mpz_class(p ^ t.sign), &IEEEFloat::self_neg);
-  check(" self_nan", t.nan, &IEEEFloat::self_nan);
-  for (const bool b : {false, true}) {
-    const mpz_class sign = b ? t.sign : mpz_class(0);
-    check(" set_sign ", sign + magnitude, &IEEEFloat::set_sign, b);
-    check(" self_inf ", sign + t.inf, &IEEEFloat::self_inf, b);
-    check(" self_zero ", sign, &IEEEFloat::self_zero, b);
-    // Places in sign-magnitude order: one step up moves to the next larger value, if there is one.
-    const mpz_class place = negative ? mpz_class(t.sign - 1 - p) : p;  // -1 for -0
-    const mpz_class moved = std::clamp<mpz_class>(place + (b ? 1 : -1), -t.sign, t.sign - 1);
-    const mpz_class packed = moved < 0 ? mpz_class(t.sign - 1 - moved) : moved;
-    const bool stays = nan || (inf && b != negative);
-    const mpz_class next = zero ? mpz_class(t.sign - sign + 1) : stays ? p : packed;
-    check(" next_representable ", next, &IEEEFloat::next_representable, b);
-    check(" packed_next ", packed, &IEEEFloat::packed_next, b);
-  }
-  if (abs(t.exponent(p)) > 1L << 20) return;  // the exact value is too large
-
-  const mpq_class q = t.value(p);
-  std::string text = nan ? "NaN" : negative ? "-Inf" : "+Inf";
-  if (!nan && !inf) {
-    ASSERT_EQ(x.to_number().to_mpq(), q) << name(x);
-    text = x.to_float_str();
-    ASSERT_TRUE(t.f.exp_width > 11 || t.f.mant_width > 52 ||
-                (std::strtod(text.c_str(), nullptr) == q.get_d() && (text[0] == '-') == negative &&
-                 text.find_first_not_of("-0123456789.") == std::string::npos &&
-                 (text.back() != '0' || text.find('.') == std::string::npos) &&
-                 (abs(q) >= 1 || text[negative ? 1 : 0] == '0')))
-        << name(x) << " is " << text;
-  }
-  std::string pattern = mpz_class(p + 2 * t.sign).get_str(2).substr(1);
-  pattern.insert(t.f.exp_width + 1, "_").insert(1, "_");
-  ASSERT_EQ(x.to_str(), "[" + std::to_string(t.f.exp_width) + ':' + std::to_string(t.f.mant_width) +
-                            ']' + text + '{' + pattern + '}');
-
-  mpz_class integer = q.get_num() / q.get_den();
-  ASSERT_EQ(x.to_integer(0).to_mpq(), nan || inf ? 0 : integer) << name(x);
-  const int tie = cmp(abs(q - integer), mpq_class(1, 2));
-  const bool away = x.get_mode() == (negative ? 3 : 2);
-  const bool grow =
-      x.get_mode() == 0 ? tie > 0 || (tie == 0 && integer % 2 != 0) : away && q != integer;
-  if (grow) integer += negative ? -1 : 1;
-  for (const unsigned long w : {1UL, 2UL, 3UL, 8UL, 64UL, 70UL, 113UL, 300UL}) {
-    const mpz_class want = integer % (mpz_class(1) << w) * static_cast<int>(magnitude >= t.hidden);
-    const QNumber got = x.to_integer(w);
-    ASSERT_TRUE(got.to_mpq() == want && (got.is_small() || w > 60)) << name(x) << " to " << w;
-  }
-}
 
 }  // namespace zelk_test
 

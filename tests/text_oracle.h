@@ -2,11 +2,9 @@
 #ifndef ZELK_TESTS_TEXT_ORACLE_H_
 #define ZELK_TESTS_TEXT_ORACLE_H_
 
-#include "tests/support.h"
+#include "tests/environment_oracle.h"
 
 namespace zelk_test {
-
-using zelk::Rounding;
 
 inline constexpr Rounding roundings[] = {Rounding::nearest_even,    Rounding::toward_zero,
                                          Rounding::toward_positive, Rounding::toward_negative,
@@ -19,18 +17,7 @@ inline mpq_class power_of_ten(long n) {
 
 // The multiple of 10^p that v is rounded to, in these multiples.
 inline mpz_class rounded(const mpq_class& v, long p, Rounding r) {
-  const mpq_class q = abs(v) / power_of_ten(p);
-  const mpz_class n = q.get_num() / q.get_den();
-  const mpq_class rest = q - n;
-  const int half = cmp(rest, mpq_class(1, 2));
-  const bool odd = n % 2 != 0;
-  const bool up = r == Rounding::nearest_even      ? half > 0 || (half == 0 && odd)
-                  : r == Rounding::nearest_away    ? half >= 0
-                  : r == Rounding::to_odd          ? rest != 0 && !odd
-                  : r == Rounding::toward_positive ? rest != 0 && v > 0
-                  : r == Rounding::toward_negative ? rest != 0 && v < 0
-                                                   : false;
-  return n + static_cast<int>(up);
+  return neighbours(number(v / power_of_ten(p)), 0).chosen(r, v < 0);
 }
 
 // floor(log10(v)) for v > 0.

@@ -18,9 +18,9 @@ TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
   for (unsigned long m = 314; m < 324; ++m) {
     formats.insert(formats.end(), {{15, m}, {4 * m - 1250, m + 64}, {20, m + 704}});
   }
-  std::vector<Mpfr> oracles(formats.begin(), formats.end());
+  const std::vector<Target> oracles(formats.begin(), formats.end());
   Random random;
-  for (Mpfr& t : oracles) {
+  for (const Target& t : oracles) {
     const bool border = &t >= &oracles[std::size(wide_formats)];
     for (unsigned long i = 0; i < rounds() / (border ? 10 : 1); ++i) {
       check_all(t, oracles[i % oracles.size()], random);

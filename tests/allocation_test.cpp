@@ -1,65 +1,9 @@
-// What operations allocate, and what happens when that fails: operator new and GMP's allocator are
-// counted, and the n-th call of the former, or of both, can be made to throw.
-#include <gmp.h>
-#include <malloc.h>
-
-#include <cstdlib>
-#include <new>
+// What operations allocate, and what happens when that fails.
 #include <span>
 #include <vector>
 
+#include "tests/heap.h"
 #include "tests/number_calls.h"
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
-struct Heap {
-  unsigned long calls = 0;
-  long blocks = 0;
-  unsigned long bytes = 0;
-  unsigned long peak = 0;
-  long until_failure = -1;  // calls of operator new that succeed yet; -1: all
-  bool gmp_fails = false;   // whether calls of GMP's allocator count, too
-
-  void fail_if_due() {
-    if (until_failure >= 0 && until_failure-- == 0) throw std::bad_alloc();
-  }
-  void* add_gmp(void* p, std::size_t size) {
-    if (gmp_fails) fail_if_due();
-    return add(std::realloc(remove(p), size));
-  }
-
-  void* add(void* p) {
-    ++calls;
-    ++blocks;
-    bytes += malloc_usable_size(p);
-    peak = std::max(peak, bytes);
-    return p;
-  }
-  void* remove(void* p) {
-    blocks -= p != nullptr ? 1 : 0;
-    bytes -= malloc_usable_size(p);
-    return p;
-  }
-};
-static constinit Heap heap;
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  heap.fail_if_due();
-  void* p = std::malloc(size);
-  return p != nullptr ? heap.add(p) : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(heap.remove(p)); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t /*size*/) noexcept {
-  std::free(heap.remove(p));
-}
-
-static const bool gmp_is_counted = [] {
-  mp_set_memory_functions(
-      [](std::size_t size) { return heap.add_gmp(nullptr, size); },
-      [](void* p, std::size_t /*old*/, std::size_t size) { return heap.add_gmp(p, size); },
-      [](void* p, std::size_t /*size*/) { std::free(heap.remove(p)); });
-  return true;
-}();
-// NOLINTEND(cppcoreguidelines-no-malloc)
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
@@ -126,7 +70,8 @@ TEST(Allocation, BigNumbersAreMadeInOneBlock) {
 // Whether a call has on the heap, beyond what there was, what the library promises for numbers of
 // so many bits.
 static bool stays_within(unsigned long times, unsigned long bits, auto call) {
-  const unsigned long before = heap.peak = heap.bytes;
+  const unsigned long before = heap.bytes;
+  heap.peak = before;
   message([&] { return call(), 0; });  // what is refused counts too
   return heap.peak - before <= 16384 + times * bits / 8;
 }
@@ -189,7 +134,7 @@ static void fail_everywhere(const auto& start, std::size_t which, auto call) {
       failed = true;
     } catch (const zelk::Exception&) {  // NOLINT(bugprone-empty-catch): a result like any other
     }
-    const bool was_due = std::exchange(heap.until_failure, -1) < 0;
+    const bool was_due = heap.until_failure.exchange(-1) < 0;
     heap.gmp_fails = false;
     ASSERT_EQ(failed, was_due);
     if (!failed) return;
@@ -199,34 +144,19 @@ static void fail_everywhere(const auto& start, std::size_t which, auto call) {
 }
 
 // Calls that need memory of GMP's, without values beside them that do.
+#define ON_NUMBERS(...) \
+  [](QNumber& x, [[maybe_unused]] const QNumber& y, [[maybe_unused]] QNumber& z) { __VA_ARGS__; }
 static constexpr void (*growing[])(QNumber&, const QNumber&, QNumber&) = {
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x += y; },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x -= y; },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x *= y; },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x = y; },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) { x = y.inv(); },
-    [](QNumber& x, const QNumber& y, QNumber& z) { y.divmod(3, x, z); },
-    [](QNumber& x, const QNumber& /*y*/, QNumber& z) { (power(99) + 1).divmod(x.get_num(), x, z); },
-    [](QNumber& x, const QNumber& /*y*/, QNumber& /*z*/) { BVNumber::pow2(800, &x); },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
-      BVNumber::bit_op(y.get_num(), 7, BVNumber::bit_and_l, mpz_xor, &x);
-    },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
-      BVNumber::from_words(std::vector<std::uint64_t>(30, y.sign() > 0 ? 1 : ~0UL), &x);
-    },
+    ON_NUMBERS(x += y), ON_NUMBERS(x -= y), ON_NUMBERS(x *= y), ON_NUMBERS(x = y),
+    ON_NUMBERS(x = y.inv()), ON_NUMBERS(y.divmod(3, x, z)),
+    ON_NUMBERS((power(99) + 1).divmod(x.get_num(), x, z)), ON_NUMBERS(BVNumber::pow2(800, &x)),
+    ON_NUMBERS(BVNumber::bit_op(y.get_num(), 7, BVNumber::bit_and_l, mpz_xor, &x)),
+    ON_NUMBERS(BVNumber::from_words(std::vector<std::uint64_t>(30, y.sign() > 0 ? 1 : ~0UL), &x)),
     // Of integers only.
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
-      if (y.is_integer()) BVNumber::bit_left_shift(y, 333, &x);
-    },
-    [](QNumber& x, const QNumber& y, QNumber& /*z*/) {
-      if (y.is_integer()) BVNumber::bit_right_shift(y, 3, &x);
-    },
-    [](QNumber& x, const QNumber& /*y*/, QNumber& /*z*/) {
-      if (x.is_integer()) BVNumber::trim(x, 777);
-    },
-    [](QNumber& x, const QNumber& /*y*/, QNumber& /*z*/) {
-      if (x.is_integer()) BVNumber::set_bit(x, 555, x.sign() > 0);
-    }};
+    ON_NUMBERS(if (y.is_integer()) BVNumber::bit_left_shift(y, 333, &x)),
+    ON_NUMBERS(if (y.is_integer()) BVNumber::bit_right_shift(y, 3, &x)),
+    ON_NUMBERS(if (x.is_integer()) BVNumber::trim(x, 777)),
+    ON_NUMBERS(if (x.is_integer()) BVNumber::set_bit(x, 555, x.sign() > 0))};
 
 static void fail_everything() {
   for (const Format f : formats) {

@@ -318,6 +318,18 @@ inline constexpr unsigned other_bits = 0xA0;
 
 inline thread_local unsigned long cases = 0;
 
+/// A result with its flags, beside which other bits stay, and its form; `from` says where from.
+void check_answer(const IEEEFloat& r, const Environment& env, const Answer& want,
+                  const IEEEFloat& like, auto from) {
+  ++cases;
+  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
+      << name(env) << from() << " is " << name(r) << " with flags " << env.flags % 32U
+      << ", wanted 0x" << std::hex << want.bits << " with " << std::dec << want.flags;
+  ASSERT_TRUE(r.get_format() == like.get_format() && r.get_mode() == like.get_mode() &&
+              r.get_repr() == like.get_repr())
+      << from();
+}
+
 /// One operation in all roundings, under both rules of tininess and, where they matter, in all
 /// flush settings; elsewhere these take turns. Into the format `to`, or without one if that is the
 /// operands'.
@@ -326,7 +338,8 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
   Values v;
   bool subnormal = false;
   for (const Operand* o : operands) v.push_back(o->x), subnormal = subnormal || o->subnormal;
-  const auto repr = v[0].get_format() == to.f ? v[0].get_repr() : IEEEFloat::get_best_repr(to.f);
+  IEEEFloat like = v[0];
+  if (to.f != like.get_format()) like = IEEEFloat(to.f, like.get_mode());
   for (const bool flush : {false, true}) {
     if (flush && !subnormal) continue;
     Operands numbers;
@@ -340,15 +353,9 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
         Environment env{static_cast<Rounding>(d), static_cast<Tininess>(i % 2),
                         (exact.below ? i / 2 : (i + d) % 2) == 1,
                         flush || (!subnormal && cases % 5 == 0), other_bits};
-        ++cases;
         const Answer want = exact.round(to, env);
         const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
-        ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-            << name(env) << op.name << " of " << name(v) << (into ? " into " : "") << " is "
-            << name(r) << " with flags " << env.flags % 32U << ", wanted 0x" << std::hex
-            << want.bits << " with " << std::dec << want.flags;
-        ASSERT_TRUE(r.get_mode() == v[0].get_mode() && r.get_format() == to.f &&
-                    r.get_repr() == repr);
+        check_answer(r, env, want, like, [&] { return std::string(op.name) + " of " + name(v); });
       }
     }
   }
@@ -466,7 +473,7 @@ IEEEFloat selected_by(Environment& env, const IEEEFloat& x, const IEEEFloat& y) 
 }
 
 struct Selection {
-  const char* name;
+  std::string name;
   IEEEFloat (*call)(Environment& env, const IEEEFloat& x, const IEEEFloat& y);
   bool largest, magnitude, number;
 
@@ -496,11 +503,9 @@ inline void check_selections(const auto& t, const Operand& x, const Operand& y) 
       const Exact &a = x.exact[flush], &b = y.exact[flush];
       Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
       const IEEEFloat r = s.call(env, x.x, y.x);
-      ++cases;
-      ASSERT_BITS(r, t.place(s.takes_first(a, b) ? a : b).round(t, {}).bits)
-          << name(env) << s.name << " of " << name({x.x, y.x});
-      ASSERT_TRUE(env.flags == other_bits && r.get_mode() == x.x.get_mode() &&
-                  r.get_repr() == x.x.get_repr());
+      check_answer(r, env, t.place(s.takes_first(a, b) ? a : b).round(t, {}), x.x, [&] {
+        return s.name + " of " + name({x.x, y.x});
+      });
     }
   }
 }
@@ -562,11 +567,8 @@ inline void check_sum(const Target& to, const Environment& start, const Exact& e
   Environment env = start;
   const Answer want = to.round(exact, env);
   const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
-  ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-      << name(start) << name(x) << (y.empty() ? "" : "times ") << name(y) << "is " << name(r) << ' '
-      << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << std::dec
-      << want.flags;
-  ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+  check_answer(r, env, want, {to.f, modes[0]},
+               [&] { return "sum of " + name(x) + " times " + name(y); });
 }
 
 /// Any settings, with flags to be kept.
@@ -580,17 +582,13 @@ inline void check_factories(const auto& to, const Environment& start, const mpq_
   const mpz_class n = q.get_num();
   const std::string text =
       (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
-  const auto check = [&](const char* what, const mpq_class& number_, long scale, auto call) {
+  const auto check = [&](const std::string& what, const mpq_class& number_, long scale, auto call) {
     Environment env = start;
     const Exact exact{Exact::finite, number_ < 0, abs(number_), scale};
     const Answer want = to.place(exact).round(to, env);
-    ++cases;
     const IEEEFloat r = call(env);
-    ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
-        << name(start) << what << number_ << " p " << scale << " is " << name(r) << ' '
-        << unsigned{env.flags} << ", wanted 0x" << std::hex << want.bits << ' ' << std::dec
-        << want.flags;
-    ASSERT_TRUE(r.get_mode() == modes[0] && r.get_repr() == IEEEFloat::get_best_repr(to.f));
+    check_answer(r, env, want, {to.f, modes[0]},
+                 [&] { return what + number_.get_str() + " p " + std::to_string(scale); });
   };
   check("from_rational ", q, 0, [&](auto& e) { return e.from_rational(QNumber(q), to.f); });
   check("from_scaled ", q, k, [&](auto& e) { return e.from_scaled(QNumber(q), k, to.f); });

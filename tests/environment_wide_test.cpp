@@ -34,27 +34,10 @@ static Operand value_near_one(Random& random, const Target& t) {
   return {t, represented(random, x)};
 }
 
-static std::vector<Target> targets(std::initializer_list<Format> formats) {
-  return {formats.begin(), formats.end()};
-}
-
-static const std::vector<Target> mixed = targets({{5, 10},
-                                                  {8, 7},
-                                                  {8, 23},
-                                                  {11, 52},
-                                                  {15, 112},
-                                                  {19, 236},
-                                                  {2, 1},
-                                                  {4, 3},
-                                                  {3, 60},
-                                                  {15, 63},
-                                                  {5, 2},
-                                                  {62, 1},
-                                                  {63, 64},
-                                                  {64, 63},
-                                                  {65, 10},
-                                                  {100, 40},
-                                                  {9, 400}});
+static constexpr Format mixed_formats[] = {
+    {5, 10},  {8, 7}, {8, 23}, {11, 52}, {15, 112}, {19, 236}, {2, 1},    {4, 3},  {3, 60},
+    {15, 63}, {5, 2}, {62, 1}, {63, 64}, {64, 63},  {65, 10},  {100, 40}, {9, 400}};
+static const std::vector<Target> mixed(std::begin(mixed_formats), std::end(mixed_formats));
 
 TEST(MixedFormats, MatchRationals) {
   Random random;

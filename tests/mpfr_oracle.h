@@ -13,16 +13,11 @@ namespace zelk_test {
 
 inline constexpr mpfr_rnd_t directions[] = {MPFR_RNDN, MPFR_RNDZ, MPFR_RNDU, MPFR_RNDD};
 
-inline void set_range(long emin, long emax) {
-  mpfr_set_emin(emin);
-  mpfr_set_emax(emax);
-}
-
 /// A number of MPFR's with the precision of a format.
 struct Mpfr {
   mpfr_t r;
 
-  explicit Mpfr(Format f) { mpfr_init2(r, static_cast<mpfr_prec_t>(f.mant_width) + 1); }
+  explicit Mpfr(Format f = {5, 10}) { mpfr_init2(r, static_cast<mpfr_prec_t>(f.mant_width) + 1); }
   Mpfr(const Mpfr&) = delete;
   Mpfr& operator=(const Mpfr&) = delete;
   ~Mpfr() { mpfr_clear(r); }
@@ -34,25 +29,27 @@ inline thread_local mpfr_prec_t mpfr_precision = 0;
 /// What MPFR makes of operands of any exponents: the result cut off, and whether that is all.
 template <auto function>
 Exact by_mpfr(const Operands& v, Rounding d) {
-  mpfr_t x[4];
-  mpfr_inits2(mpfr_precision, x[0], x[1], x[2], x[3], nullptr);
+  mpfr_set_emin(mpfr_get_emin_min());
+  mpfr_set_emax(mpfr_get_emax_max());
+  thread_local Mpfr numbers[4];
+  for (Mpfr& x : numbers) mpfr_set_prec(x.r, mpfr_precision);
   for (std::size_t i = 0; i < v.size(); ++i) {
-    mpfr_set_z_2exp(x[i], v[i].q.get_num_mpz_t(), v[i].k, MPFR_RNDN);
-    if (v[i].kind == Exact::infinite) mpfr_set_inf(x[i], 1);
-    mpfr_setsign(x[i], x[i], static_cast<int>(v[i].negative), MPFR_RNDN);
+    mpfr_ptr x = numbers[i].r;
+    mpfr_set_z_2exp(x, v[i].q.get_num_mpz_t(), v[i].k, MPFR_RNDN);
+    if (v[i].kind == Exact::infinite) mpfr_set_inf(x, 1);
+    mpfr_setsign(x, x, static_cast<int>(v[i].negative), MPFR_RNDN);
   }
-  mpfr_ptr r = x[3];
+  mpfr_ptr r = numbers[3].r, x = numbers[0].r, y = numbers[1].r;
   const auto call = [&](mpfr_rnd_t rnd) {
     if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_rnd_t>) {
-      return function(r, x[0], rnd);
+      return function(r, x, rnd);
     } else if constexpr (std::is_invocable_v<decltype(function), mpfr_ptr, mpfr_srcptr, mpfr_srcptr,
                                              mpfr_rnd_t>) {
-      return function(r, x[0], x[1], rnd);
+      return function(r, x, y, rnd);
     } else {
-      return function(r, x[0], x[1], x[2], rnd);
+      return function(r, x, y, numbers[2].r, rnd);
     }
   };
-  set_range(mpfr_get_emin_min(), mpfr_get_emax_max());
   mpfr_clear_flags();
   Exact result{Exact::finite};
   result.sticky = call(MPFR_RNDZ) != 0;
@@ -66,7 +63,6 @@ Exact by_mpfr(const Operands& v, Rounding d) {
     result.q = abs(result.q);
   }
   if (mpfr_zero_p(r) != 0 && result.sticky) result.q = 1, result.k = mpfr_get_emin() - 2;
-  mpfr_clears(x[0], x[1], x[2], x[3], nullptr);
   return result;
 }
 

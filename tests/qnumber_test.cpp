@@ -237,24 +237,15 @@ TEST(QNumber, ServesStaticObjects) {
 }
 
 // What converts to numbers and errors, and what adds to them or not.
+#define WITH(T, ...) \
+  requires(QNumber q, T n) { __VA_ARGS__; }
 template <typename T>
-concept adds = requires(QNumber q, const T n) {
-  q += n;
-};
-template <typename T>
-concept subtracts = requires(QNumber q, const T n) {
-  q - n;
-};
-template <typename T>
-concept divides = requires(QNumber q, const T n) {
-  q /= n;
-};
+constexpr int uses = WITH(const T, q += n) + WITH(const T, q - n) + WITH(const T, q /= n) +
+                     WITH(T, q -= n);
 template <typename... T>
-constexpr bool taken =
-    ((adds<T> && subtracts<T> && divides<T> && requires(QNumber q, T n) { q -= n; }) && ...);
+constexpr bool taken = ((uses<T> == 4) && ...);
 template <typename... T>
-constexpr bool refused =
-    !((adds<T> || subtracts<T> || divides<T> || requires(QNumber q, T n) { q -= n; }) || ...);
+constexpr bool refused = ((uses<T> == 0) && ...);
 enum Unscoped { unscoped };
 static_assert(taken<signed char, short, int, long, long long, unsigned char, unsigned short,
                     unsigned, unsigned long, unsigned long long, zelk::detail::int128,

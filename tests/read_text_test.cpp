@@ -5,15 +5,13 @@
 #endif
 
 #include <cfenv>
-#include <cstring>
+#include <sstream>
 #include <utility>
 #include <vector>
 
-#include "tests/support.h"
+#include "tests/text_oracle.h"
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
-using zelk::Environment;
-using zelk::Rounding;
 
 static constexpr Format formats[] = {
     {5, 10}, {8, 7},  {8, 23},  {11, 52}, {15, 63},  {15, 112}, {19, 236},  {4, 3},
@@ -115,16 +113,7 @@ TEST(ReadText, CloseToMiddles) {
       const auto needless = std::max(static_cast<long>(least) - 3 * bits, 0L);
       a >>= static_cast<unsigned long>(needless);
       b >>= static_cast<unsigned long>(needless);
-      mpz_class w[2] = {0, 1}, n[2] = {1, 0};
-      while (b != 0) {
-        const mpz_class term = a / b;
-        const mpz_class next_w = w[0] + term * w[1], next_n = n[0] + term * n[1];
-        const mpz_class rest = a % b;
-        if (next_n >= pow2(f.mant_width + 2)) break;
-        w[0] = std::exchange(w[1], next_w);
-        n[0] = std::exchange(n[1], next_n);
-        a = std::exchange(b, rest);
-      }
+      const auto [w, n] = Convergents(a, b, pow2(f.mant_width + 2));
       for (const int which : {0, 1}) {
         if (n[which] == 0 || w[which] == 0) continue;
         const mpz_class factor = pow2(f.mant_width + 2) / n[which];
@@ -203,64 +192,28 @@ TEST(ReadText, HexadecimalIsExact) {
   }
 }
 
-// What of a text is read, as (5, 10), and the flags.
+// What of a text is read, and what is left; the bits, as (5, 10), and the flags.
 TEST(FromChars, ReadsTheLongestPrefix) {
-  const struct {
-    const char* read;
-    const char* rest;
-    int bits;
-    int flags = 0;
-  } rows[] = {{"1", "", 0x3C00},
-              {"+1", " ", 0x3C00},
-              {"-1", "-", 0xBC00},
-              {"1", "e", 0x3C00},
-              {"1", "e+", 0x3C00},
-              {"1", "E-x", 0x3C00},
-              {"1e1", "e1", 0x4900},
-              {"1.5", ".5", 0x3E00},
-              {"5.", "", 0x4500},
-              {"5.", "x", 0x4500},
-              {".5", "", 0x3800},
-              {"5.e0", "", 0x4500},
-              {"0", "x", 0},
-              {"0", "x.", 0},
-              {"-0", "xg", 0x8000},
-              {"0x1", "p", 0x3C00},
-              {"0x1", "p+", 0x3C00},
-              {"0x1.", "p", 0x3C00},
-              {"0X.8P1", "p", 0x3C00},
-              {"0xe", "+1", 0x4B00},
-              {"1", "/3", 0x3C00},
-              {"1", "x", 0x3C00},
-              {"inf", "init", 0x7C00},
-              {"-INF", "", 0xFC00},
-              {"Infinity", "y", 0x7C00},
-              {"nan", "(1)", 0xFC01},
-              {"-nan", "", 0xFC01},
-              {"+NaN", "n", 0xFC01},
-              {"0e99999999999999999999", "", 0},
-              {"-0.0", "e", 0x8000},
-              {"00000000000000000000.1e1", "", 0x3C00},
-              {"1e99999999999999999999", "", 0x7C00, 20},
-              {"1e-99999999999999999999", ",", 0, 24},
-              {"0x1p99999999999999999999", "", 0x7C00, 20},
-              {"-1e-8", "", 0x8000, 24},
-              {"65519", "", 0x7BFF, 16},
-              {"65520", "", 0x7C00, 20},
-              {"0.1", "", 0x2E66, 16},
-              {"0x1p-25", "", 0, 24},
-              {"0x1.00000000000000000000000000000000001p-25", "", 1, 24}};
-  for (const auto& row : rows) {
-    const std::string text = std::string(row.read) + row.rest;
-    const char* const read_end = text.data() + std::strlen(row.read);
-    for (const bool before : {false, true}) {
-      Environment env;
-      env.flags = before ? 1 : 0;
+  std::istringstream rows(
+      "1|=3c00 0;+1| =3c00 0;-1|-=bc00 0;1|e=3c00 0;1|e+=3c00 0;1|E-x=3c00 0;1e1|e1=4900 0;"
+      "1.5|.5=3e00 0;5.|=4500 0;5.|x=4500 0;.5|=3800 0;5.e0|=4500 0;0|x=0 0;0|x.=0 0;"
+      "-0|xg=8000 0;0x1|p=3c00 0;0x1|p+=3c00 0;0x1.|p=3c00 0;0X.8P1|p=3c00 0;0xe|+1=4b00 0;"
+      "1|/3=3c00 0;1|x=3c00 0;inf|init=7c00 0;-INF|=fc00 0;Infinity|y=7c00 0;nan|(1)=fc01 0;"
+      "-nan|=fc01 0;+NaN|n=fc01 0;0e99999999999999999999|=0 0;-0.0|e=8000 0;"
+      "00000000000000000000.1e1|=3c00 0;1e99999999999999999999|=7c00 20;"
+      "1e-99999999999999999999|,=0 24;0x1p99999999999999999999|=7c00 20;-1e-8|=8000 24;"
+      "65519|=7bff 16;65520|=7c00 20;0.1|=2e66 16;0x1p-25|=0 24;"
+      "0x1.00000000000000000000000000000000001p-25|=1 24;");
+  for (std::string row; std::getline(rows, row, ';');) {
+    const std::size_t size = row.find('|'), end = row.find('=');
+    const std::string text = row.substr(0, size) + row.substr(size + 1, end - size - 1);
+    for (const unsigned before : {0U, 1U}) {
+      Environment env{.flags = static_cast<std::uint8_t>(before)};
       IEEEFloat x({5, 10}, modes[2]);
-      const auto [end, ec] = from_chars(text.data(), text.data() + text.size(), x, env);
-      EXPECT_TRUE(ec == std::errc() && end == read_end && bits(x) == row.bits &&
-                  env.flags == (row.flags | int{before}) && x.get_mode() == 2)
-          << text << " gives " << name(x) << " and flags " << int{env.flags};
+      const auto [last, ec] = from_chars(text.data(), text.data() + text.size(), x, env);
+      EXPECT_TRUE(ec == std::errc() && last == text.data() + size && x.get_mode() == 2) << text;
+      EXPECT_EQ(bits(x).get_str(16) + ' ' + std::to_string(env.flags - before), row.substr(end + 1))
+          << text;
     }
   }
   for (const std::string text : {"", "-", "+", ".", "-.", ".e1", "e1", " 1", "x", "in", "na", "--1",
@@ -307,20 +260,13 @@ TEST(FromChars, KeepsWhatIsNoPartOfTheNumber) {
 // Results are the same, and nothing of the processor's state changes, however it rounds and
 // flushes.
 TEST(ReadText, TheProcessorPlaysNoPart) {
-  const char* texts[] = {"0.1",
-                         "1e23",
-                         "9007199254740993",
-                         "5e-324",
-                         "4.9e-324",
-                         "1e-400",
-                         "2e308",
-                         "1.00000000000000000000000000000000000000000000000000000001",
-                         "2.2250738585072011e-308",
-                         "1.17549435e-38",
-                         "123456789012345678901e-40"};
+  std::istringstream texts(
+      "0.1 1e23 9007199254740993 5e-324 4.9e-324 1e-400 2e308 2.2250738585072011e-308 "
+      "1.00000000000000000000000000000000000000000000000000000001 1.17549435e-38 "
+      "123456789012345678901e-40");
   const unsigned usual = _mm_getcsr();
-  for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
-    for (const char* text : texts) {
+  for (std::string text; texts >> text;) {
+    for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
       for (unsigned long i = 0; i < 6; ++i) {
         const std::string want = read(text, f, setting_of(i + 12));
         for (const int direction : {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {

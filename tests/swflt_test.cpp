@@ -97,34 +97,14 @@ TEST(Swflt, AnyCharacterButNulSetsTheSign) {
 }
 // How many routines take a mode of this type: not of an enumeration, which numbers otherwise.
 enum Codes : int {};
+#define TAKES(name, ...) \
+  requires { name(__VA_ARGS__, M()); }
 template <class M>
-constexpr int taking = requires {
-  float32_add(0, 0, M());
-}
-+ requires {
-  float64_add(0, 0, M());
-}
-+ requires {
-  float32_sub(0, 0, M());
-}
-+ requires {
-  float64_sub(0, 0, M());
-}
-+ requires {
-  float32_mul(0, 0, M());
-}
-+ requires {
-  float64_mul(0, 0, M());
-}
-+ requires {
-  float32_div(0, 0, M());
-}
-+ requires {
-  float64_div(0, 0, M());
-}
-+ requires {
-  float64_to_float32(0, M());
-};
+constexpr int taking = TAKES(float32_add, 0, 0) + TAKES(float64_add, 0, 0) +
+                       TAKES(float32_sub, 0, 0) + TAKES(float64_sub, 0, 0) +
+                       TAKES(float32_mul, 0, 0) + TAKES(float64_mul, 0, 0) +
+                       TAKES(float32_div, 0, 0) + TAKES(float64_div, 0, 0) +
+                       TAKES(float64_to_float32, 0);
 static_assert(taking<int> == 9 && taking<std::remove_const_t<decltype(mode_toward_zero)>> == 9 &&
               taking<zelk::IEEEFloat::rounding_mode> == 0 && taking<Codes> == 0 &&
               taking<zelk::Rounding> == 0);

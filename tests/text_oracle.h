@@ -104,6 +104,21 @@ inline std::string shortest(const Layout& t, const mpz_class& p) {
   return shortest(v, (v + t.value(p - 1)) / 2, (v + above) / 2, p % 2 == 0);
 }
 
+/// The last two convergents w / n of a / b with n below a limit (continued fractions).
+struct Convergents {
+  mpz_class w[2] = {0, 1}, n[2] = {1, 0};
+
+  Convergents(mpz_class a, mpz_class b, const mpz_class& limit) {
+    while (b != 0) {
+      const mpz_class term = a / b, rest = a % b;
+      const mpz_class next_w = w[0] + term * w[1], next_n = n[0] + term * n[1];
+      if (next_n >= limit) break;
+      w[0] = std::exchange(w[1], next_w), n[0] = std::exchange(n[1], next_n);
+      a = std::exchange(b, rest);
+    }
+  }
+};
+
 inline std::string read_back(const std::string& text, Format f) {
   return name(IEEEFloat::from_text(text, f, modes[0]));
 }

@@ -1,42 +1,13 @@
 // Threads that call at the same time, on objects of their own and reading shared ones, and what
 // they leave behind.
-#include <gmp.h>
-
-#include <atomic>
 #include <barrier>
-#include <cstdlib>
-#include <new>
 #include <numeric>
 #include <thread>
 #include <vector>
 
+#include "tests/heap.h"
 #include "tests/number_calls.h"
 #include "zelk/float/native.h"
-
-// Blocks in use that operator new, where no sanitizer has its own, or GMP's allocator gave.
-static constinit std::atomic<long> blocks = 0;
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* p = std::malloc(size);
-  return p != nullptr ? ++blocks, p : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-  blocks -= p != nullptr ? 1 : 0;
-  std::free(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t /*size*/) noexcept {
-  operator delete(p);
-}
-
-static const bool gmp_is_counted = [] {
-  mp_set_memory_functions(
-      [](std::size_t size) { return ++blocks, std::malloc(size); },
-      [](void* p, std::size_t /*old*/, std::size_t size) { return std::realloc(p, size); },
-      [](void* p, std::size_t /*size*/) { --blocks, std::free(p); });
-  return true;
-}();
-// NOLINTEND(cppcoreguidelines-no-malloc)
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 namespace swflt = zelk::swflt;
@@ -146,17 +117,17 @@ TEST(Threads, GiveBackWhatTheyKeep) {
   for (const bool before : {false, true}) {
     for (const bool during : {false, true}) {
       for (const bool after : {false, true}) {
-        const long had = blocks;
+        const long had = heap.blocks;
         std::thread([&] {
           if (before) [[maybe_unused]]
             static thread_local const AtWorkInTheEnd older(work);
-          const long has = blocks;
+          const long has = heap.blocks;
           if (during) work.check(0);
-          EXPECT_EQ(blocks > has, during);  // it keeps something
+          EXPECT_EQ(heap.blocks > has, during);  // it keeps something
           if (after) [[maybe_unused]]
             static thread_local const AtWorkInTheEnd younger(work);
         }).join();
-        EXPECT_EQ(blocks, had) << before << during << after;
+        EXPECT_EQ(heap.blocks, had) << before << during << after;
       }
     }
   }

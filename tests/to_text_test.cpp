@@ -161,16 +161,9 @@ TEST(ToText, NativeValuesAreThoseOfTheLibraries) {
 // definition and back.
 TEST(ToText, WideFormatsAreThoseOfMpfr) {
   Random random;
-  for (const Format f : {Format{15, 112},
-                         {15, 63},
-                         {15, 48},
-                         {12, 115},
-                         {2, 125},
-                         {11, 100},
-                         {13, 190},
-                         {19, 236},
-                         {11, 319},
-                         {15, 1001}}) {
+  constexpr Format formats[] = {{15, 112}, {15, 63},  {15, 48},  {12, 115}, {2, 125},
+                                {11, 100}, {13, 190}, {19, 236}, {11, 319}, {15, 1001}};
+  for (const Format f : formats) {
     const Layout t(f);
     Mpfr v(f);
     for (unsigned long i = 0; i < rounds() / (f.exp_width > 15 ? 200 : 20); ++i) {
@@ -198,19 +191,6 @@ TEST(ToText, WideFormatsAreThoseOfMpfr) {
   }
 }
 
-// The largest denominator below a limit of a fraction close to x: that many times x is close to an
-// integer (continued fractions).
-static mpz_class denominator(const mpq_class& x, const mpz_class& limit) {
-  mpz_class n = x.get_num(), d = x.get_den(), before = 1, q = 0;
-  while (d != 0) {
-    const mpz_class a = n / d, next = a * q + before, rest = n - a * d;
-    if (next >= limit) break;
-    before = q, q = next;
-    n = d, d = rest;
-  }
-  return q;
-}
-
 // Values whose midpoint to the next one is very close to a short decimal number, and values very
 // close to one, or to the middle of two.
 TEST(ToText, HardCasesAreDecidedExactly) {
@@ -235,7 +215,8 @@ TEST(ToText, HardCasesAreDecidedExactly) {
       const long p = middle ? last : last + static_cast<long>(random.below(f.mant_width / 3 + 1));
       const mpq_class unit = middle || random.below(2) == 0 ? mpq_class(scale(p) / 2) : scale(p);
       const mpz_class least = middle ? mpz_class(2 * t.hidden) : t.hidden;
-      const mpz_class q = denominator(unit, 2 * least);
+      // Close to an integer, times the unit.
+      const mpz_class q = Convergents(unit.get_num(), unit.get_den(), 2 * least).n[1];
       mpz_class n = (least + q - 1) / q;
       n = q * (n % 2 == 0 && n > 1 ? mpz_class(n + 1) : n);  // an odd multiple
       if (n >= 2 * least || (middle && n % 2 == 0)) continue;

@@ -1,4 +1,5 @@
 // Environments against the processor and its flags, in binary32 and binary64.
+#include <cfenv>
 #include <cmath>
 #include <limits>
 #include <span>
@@ -21,37 +22,34 @@ static IEEEFloat value(Random& random, T& native) {
   return x;
 }
 
-// The processor in the state of an environment.
+// What processors may have beyond C++: flushing, and a fused instruction that leaves no flag open.
 #ifdef __SSE2__
 #include <xmmintrin.h>
 
-struct Control {
-  static constexpr bool can_flush = true;
-  unsigned before = _mm_getcsr();
-
-  explicit Control(const Environment& env) {
-    constexpr unsigned rounding[] = {0, 0x6000, 0x4000, 0x2000};
-    _mm_setcsr(0x1F80 | rounding[static_cast<unsigned>(env.rounding)] |
-               (env.flush_results ? 0x8000U : 0U) | (env.flush_operands ? 0x40U : 0U));
-  }
-  Control(const Control&) = delete;
-  Control& operator=(const Control&) = delete;
-  ~Control() { _mm_setcsr(before); }
-  static unsigned flags() { return (_mm_getcsr() & 1) | (_mm_getcsr() >> 1 & 30); }
-  static bool can_fuse(const IEEEFloat& /*addend*/) { return __builtin_cpu_supports("fma"); }
-};
+static constexpr bool can_flush = true;
+static void flush(const Environment& env) {
+  _mm_setcsr(_mm_getcsr() | (env.flush_results ? 0x8000U : 0U) | (env.flush_operands ? 0x40U : 0U));
+}
+static bool can_fuse(const IEEEFloat& /*addend*/) { return __builtin_cpu_supports("fma"); }
 #define ZELK_FUSING gnu::target("fma")
 #elif defined(__aarch64__) || defined(__riscv) || defined(__s390x__)
-#include <cfenv>
+static constexpr bool can_flush = false;  // AArch64 can, and then raises no inexact
+static void flush(const Environment& /*env*/) {}
+// IEEE 754 leaves open whether infinity * 0 + NaN is invalid.
+static bool can_fuse(const IEEEFloat& addend) { return !addend.is_nan(); }
+#define ZELK_FUSING gnu::noinline
+#endif
 
+#ifdef ZELK_FUSING
+// The processor in the state of an environment.
 struct Control {
-  static constexpr bool can_flush = false;  // AArch64 can, and then raises no inexact
   std::fenv_t before{};
 
   explicit Control(const Environment& env) {
     constexpr int rounding[] = {FE_TONEAREST, FE_TOWARDZERO, FE_UPWARD, FE_DOWNWARD};
     std::feholdexcept(&before);
     std::fesetround(rounding[static_cast<unsigned>(env.rounding)]);
+    flush(env);
   }
   Control(const Control&) = delete;
   Control& operator=(const Control&) = delete;
@@ -62,13 +60,8 @@ struct Control {
     for (int i = 0; i < 5; ++i) flags |= unsigned{std::fetestexcept(of_flag[i]) != 0} << i;
     return flags;
   }
-  // IEEE 754 leaves open whether infinity * 0 + NaN is invalid.
-  static bool can_fuse(const IEEEFloat& addend) { return !addend.is_nan(); }
 };
-#define ZELK_FUSING gnu::noinline
-#endif
 
-#ifdef ZELK_FUSING
 template <typename T>
 [[ZELK_FUSING]] static T fused_by_processor(T x, T y, T z) {
   return std::fma(x, y, z);
@@ -143,9 +136,8 @@ static void match_processor(Random& random) {
     T n[3];
     const Values v = {value(random, n[0]), value(random, n[1]), value(random, n[2])};
     const Environment env{static_cast<Rounding>(i % 4), tininess_of_processor,
-                          Control::can_flush && i / 4 % 2 == 1,
-                          Control::can_flush && i / 8 % 2 == 1};
-    const std::size_t count = std::size(instructions<T>) - (Control::can_fuse(v[2]) ? 0 : 1);
+                          can_flush && i / 4 % 2 == 1, can_flush && i / 8 % 2 == 1};
+    const std::size_t count = std::size(instructions<T>) - (can_fuse(v[2]) ? 0 : 1);
     for (const auto& one : std::span(instructions<T>).first(count)) check(one, env, v, n);
     check(conversion<T>, env, v, n);
     check_integers(env, v[0], n[0]);

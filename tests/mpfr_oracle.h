@@ -23,6 +23,18 @@ struct Mpfr {
   ~Mpfr() { mpfr_clear(r); }
 };
 
+/// A number that may lack less than its last digit.
+inline Exact cut_off(mpfr_srcptr r, bool sticky) {
+  Exact x{.kind = Exact::finite, .negative = mpfr_signbit(r) != 0, .sticky = sticky};
+  if (mpfr_inf_p(r) != 0) x.kind = Exact::infinite;
+  if (mpfr_regular_p(r) != 0) {
+    x.k = mpfr_get_z_2exp(x.q.get_num_mpz_t(), r);
+    x.q = abs(x.q);
+  }
+  if (mpfr_zero_p(r) != 0 && sticky) x.q = 1, x.k = mpfr_get_emin() - 2;
+  return mpfr_nan_p(r) != 0 ? invalid_result() : x;
+}
+
 /// Of results of MPFR: that of a format and a few digits more.
 inline thread_local mpfr_prec_t mpfr_precision = 0;
 
@@ -51,18 +63,10 @@ Exact by_mpfr(const Operands& v, Rounding d) {
     }
   };
   mpfr_clear_flags();
-  Exact result{Exact::finite};
-  result.sticky = call(MPFR_RNDZ) != 0;
-  if (mpfr_zero_p(r) != 0 && d == Rounding::toward_negative) call(MPFR_RNDD);
-  result.negative = mpfr_signbit(r) != 0;
-  if (mpfr_nan_p(r) != 0) result = invalid_result();
-  if (mpfr_inf_p(r) != 0) result.kind = Exact::infinite;
+  const bool sticky = call(MPFR_RNDZ) != 0;
+  if (mpfr_zero_p(r) != 0 && !sticky && d == Rounding::toward_negative) call(MPFR_RNDD);
+  Exact result = cut_off(r, sticky);
   if (mpfr_divby0_p() != 0) result.flags = pole;
-  if (mpfr_regular_p(r) != 0) {
-    result.k = mpfr_get_z_2exp(result.q.get_num_mpz_t(), r);
-    result.q = abs(result.q);
-  }
-  if (mpfr_zero_p(r) != 0 && result.sticky) result.q = 1, result.k = mpfr_get_emin() - 2;
   return result;
 }
 

@@ -44,12 +44,16 @@ TEST(Values, Representations) {
   IEEEFloat foreign({18, 45}, IEEEFloat::REPR_FLOAT64, modes[0]);
   foreign.self_inf(true);
   EXPECT_EQ(foreign.to_integer(0), 0);
+  EXPECT_TRUE(foreign == foreign && !(foreign < foreign));
   foreign.set_format(single);
   EXPECT_TRUE(foreign.is_inf() && bits(foreign) == 0xFF800000);
   IEEEFloat low(half, IEEEFloat::REPR_FLOAT32, modes[0]);
   low.self_inf(true);
   EXPECT_TRUE(low.is_inf() && bits(low) == 0xFF800000 && low.to_number() == 0 &&
               classify(low) == zelk::FloatClass::positive_zero);
+  EXPECT_TRUE(low <= low && ieee_cmp(low, low) == 0);
+  low.set_format(twice);
+  EXPECT_EQ(bits(low), 0xFFF0000000000000UL);
   // A stored representation of 3 is generic, on either side of an operation.
   IEEEFloat three(half, repr3, modes[2]);
   three += from(0x3C00);

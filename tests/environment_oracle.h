@@ -167,8 +167,7 @@ struct Target : Layout {
   Answer round(const Exact& x, const Environment& env) const { return place(x).round(*this, env); }
 };
 
-// ---- The operations, before rounding ----
-
+/// Of operations, whose results before rounding follow.
 using Operands = std::vector<Exact>;
 
 inline bool any_nan(const Operands& v) {

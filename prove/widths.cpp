@@ -10,31 +10,43 @@ namespace {
 
 using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
-// Zeros, subnormals of several lengths, powers of two and their neighbours, all ones, one bit,
-// halves of an ulp, the largest, what is not finite; each in both signs; and a few others.
+// Zeros, subnormals of several lengths, powers of two and their neighbours, all ones, one bit, also
+// where a limb starts, halves of an ulp of one and theirs, factors of results at both ends of the
+// range, the largest, what is not finite; each in both signs; and a few others: 60.
 std::vector<Operand> operands(const Target& t) {
-  const mpz_class one = t.inf / t.hidden / 2 * t.hidden, half = t.hidden / 2;
-  const mpz_class middle = pow2(t.f.mant_width / 2), ulp = one - t.f.mant_width * t.hidden;
+  const mpz_class bias = t.inf / t.hidden / 2, one = bias * t.hidden, half = t.hidden / 2;
+  const mpz_class middle = pow2(t.f.mant_width / 2), limb = pow2(t.f.mant_width / 64 * 64);
+  const mpz_class ulp = one - t.f.mant_width * t.hidden, root = bias / 2 * t.hidden;
+  const mpz_class half_ulp = std::max<mpz_class>(ulp - t.hidden, 3);
   const mpz_class patterns[] = {0,
                                 1,
                                 middle - 1,
                                 middle,
+                                half,
                                 t.hidden - 1,
                                 t.hidden,
+                                t.hidden + 1,
+                                half_ulp - 1,
+                                half_ulp,
+                                half_ulp + 1,
+                                std::max<mpz_class>(ulp, 2),
+                                root,
+                                root + t.hidden / 3,
+                                root + t.hidden - 1,
                                 one - 1,
                                 one,
                                 one + 1,
                                 one + middle,
+                                one + limb - 1,
+                                one + limb,
                                 one + t.hidden / 3,
                                 one + half,
-                                t.inf,
-                                t.inf - 1,
                                 one + t.hidden - 1,
-                                t.hidden + 1,
+                                one + root + t.hidden / 3,
                                 t.inf - t.hidden,
-                                t.inf + 1,
-                                std::max<mpz_class>(ulp - t.hidden, 2),
-                                std::max<mpz_class>(ulp - t.hidden, 2) + 1};
+                                t.inf - 1,
+                                t.inf,
+                                t.inf + 1};
   std::vector<Operand> all;
   const auto add = [&](const mpz_class& p) {
     IEEEFloat x = generic(t.f, modes[all.size() % 4], p);
@@ -43,7 +55,7 @@ std::vector<Operand> operands(const Target& t) {
   };
   for (const mpz_class& p : patterns) add(p), add(p + t.sign);
   Random random;
-  while (all.size() < 44) add(random.pattern(t));
+  while (all.size() < 60) add(random.pattern(t));
   return all;
 }
 

@@ -14,46 +14,28 @@ using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 // where a limb starts, halves of an ulp of one and theirs, factors of results at both ends of the
 // range, the largest, what is not finite; each in both signs; and a few others: 60.
 std::vector<Operand> operands(const Target& t) {
-  const mpz_class bias = t.inf / t.hidden / 2, one = bias * t.hidden, half = t.hidden / 2;
-  const mpz_class middle = pow2(t.f.mant_width / 2), limb = pow2(t.f.mant_width / 64 * 64);
-  const mpz_class ulp = one - t.f.mant_width * t.hidden, root = bias / 2 * t.hidden;
-  const mpz_class half_ulp = std::max<mpz_class>(ulp - t.hidden, 3);
-  const mpz_class patterns[] = {0,
-                                1,
-                                middle - 1,
-                                middle,
-                                half,
-                                t.hidden - 1,
-                                t.hidden,
-                                t.hidden + 1,
-                                half_ulp - 1,
-                                half_ulp,
-                                half_ulp + 1,
-                                std::max<mpz_class>(ulp, 2),
-                                root,
-                                root + t.hidden / 3,
-                                root + t.hidden - 1,
-                                one - 1,
-                                one,
-                                one + 1,
-                                one + middle,
-                                one + limb - 1,
-                                one + limb,
-                                one + t.hidden / 3,
-                                one + half,
-                                one + t.hidden - 1,
-                                one + root + t.hidden / 3,
-                                t.inf - t.hidden,
-                                t.inf - 1,
-                                t.inf,
-                                t.inf + 1};
+  const mpz_class bias = t.inf / t.hidden / 2, one = bias * t.hidden, root = bias / 2 * t.hidden;
+  const mpz_class third = t.hidden / 3, last = t.hidden - 1, limb = pow2(t.f.mant_width / 64 * 64);
+  const mpz_class ulp = std::max<mpz_class>(one - t.f.mant_width * t.hidden, t.hidden + 3);
+  const mpz_class half_ulp = ulp - t.hidden;
   std::vector<Operand> all;
   const auto add = [&](const mpz_class& p) {
     IEEEFloat x = generic(t.f, modes[all.size() % 4], p);
     x.self_specialize_repr(IEEEFloat::get_best_repr(t.f));
     all.emplace_back(t, x);
   };
-  for (const mpz_class& p : patterns) add(p), add(p + t.sign);
+  const auto add_both = [&](const mpz_class& p) { add(p), add(p + t.sign); };
+  for (const mpz_class& start : {mpz_class(0), one}) {
+    for (const mpz_class& p : {mpz_class(0), mpz_class(1), pow2(t.f.mant_width / 2), limb,
+                               mpz_class(t.hidden / 2), third, last})
+      add_both(start + p);
+  }
+  for (const mpz_class& p :
+       {t.hidden, mpz_class(t.hidden + 1), mpz_class(half_ulp - 1), half_ulp,
+        mpz_class(half_ulp + 1), ulp, root, mpz_class(root + last), mpz_class(one - 1),
+        mpz_class(one + limb - 1), mpz_class(one + root + third), mpz_class(t.inf - t.hidden),
+        mpz_class(t.inf - 1), t.inf, mpz_class(t.inf + 1)})
+    add_both(p);
   Random random;
   while (all.size() < 60) add(random.pattern(t));
   return all;

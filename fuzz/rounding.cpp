@@ -11,12 +11,25 @@ static Format format(Input& in) {
   return kind < 4 ? hardware[kind] : Format{2 + in.below(39), 1 + in.below(kind < 7 ? 64 : 600)};
 }
 
-// Three values of one format.
-static std::vector<Operand> operands(const Target& t, Input& in) {
-  std::vector<Operand> all;
-  all.reserve(3);
-  for (int i = 0; i < 3; ++i) all.emplace_back(t, generic(t.f, modes[0], in.pattern(t)));
-  return all;
+static Operand operand(const Target& t, Input& in) {
+  return {t, generic(t.f, modes[0], in.pattern(t))};
+}
+
+// In one environment of all.
+static void check_once(const Operation& op, const std::vector<Operand>& all, const Target& to,
+                       bool into, Input& in) {
+  const Environment start = any_environment(in);
+  Environment env = start;
+  Values v;
+  Operands numbers;
+  for (const Operand& o : all) v.push_back(o.x), numbers.push_back(o.exact[env.flush_operands]);
+  const Answer want = to.round(op.exact(numbers, env.rounding), env);
+  const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
+  EXPECT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags) &&
+              r.get_mode() == modes[0] && r.get_format() == to.f)
+      << name(start) << op.name << " of " << name(v) << (into ? " into " : "") << " is " << name(r)
+      << " with flags " << env.flags % 32U << ", wanted 0x" << std::hex << want.bits << " with "
+      << std::dec << want.flags;
 }
 
 // Sums and dots of all, which may cancel.
@@ -38,34 +51,38 @@ static void check_sums(const std::vector<Operand>& all, const Target& to, Input&
 // One of the checks for each input: the more inputs, the more new code they find.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input in(data, size);
-  const unsigned long kind = in.below(16);
+  const unsigned long kind = in.below(64);
   if (kind == 0) {
     const Target t(format(in)), to(format(in));
     check_all(t, to, in);
     return 0;
   }
   const Target t(format(in)), to(format(in));
-  const std::vector<Operand> all = operands(t, in), others = operands(to, in);
-  mpfr_precision = std::max(t.m, to.m) + 9;
-  cases = in.byte();  // what decides settings
-  if (kind < 10) {
+  if (kind >= 24 || std::max(t.f.exp_width, to.f.exp_width) > 15) {
     static const std::vector<Operation> by = mpfr_operations();
     const Operation& op = by[in.below(by.size())];
-    std::vector<const Operand*> of = {all.data(), kind < 5 ? &all[1] : &others[1], &all[2]};
-    of.resize(op.operands);
-    check_operation(op, of, kind < 5 ? t : to, kind >= 5);
-  }
-  if (std::max(t.f.exp_width, to.f.exp_width) > 15) return 0;
-  if (kind == 10) check_selections(t, all[0], all[1]);
-  if (kind == 11) check_operation(to_integers[in.below(2)], {all.data()}, t, false);
-  if (kind == 12) check_integers(all[0]);
-  if (kind == 13) {
+    const bool into = kind % 2 == 0;
+    std::vector<Operand> all;
+    while (all.size() < op.operands) all.push_back(operand(into && all.size() == 1 ? to : t, in));
+    mpfr_precision = std::max(t.m, to.m) + 9;
+    check_once(op, all, into ? to : t, into, in);
+  } else if (kind == 1) {
+    check_integers(operand(t, in));
+  } else if (kind < 5) {
+    const Operand x = operand(t, in), y = operand(t, in);
+    check_selections(t, x, y);
+  } else if (kind < 9) {
+    check_once(to_integers[in.below(2)], {operand(t, in)}, t, false, in);
+  } else if (kind < 14) {
     mpq_class q(in.digits(in.below(90)) - pow2(40),
                 in.below(3) == 0 ? mpz_class(1) : in.digits(70) + 1);
     q.canonicalize();
     check_factories(to, any_environment(in), q, static_cast<long>(in.below(500)) - 300);
+  } else {
+    std::vector<Operand> all;
+    while (all.size() < 3 + kind % 3)
+      all.push_back(operand(kind < 20 || all.size() % 2 != 0 ? t : to, in));
+    check_sums(all, to, in);
   }
-  if (kind == 14) check_sums(all, to, in);
-  if (kind == 15) check_sums({all[0], others[0], all[1], others[1], all[2], others[2]}, to, in);
   return 0;
 }

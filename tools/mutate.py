@@ -70,7 +70,7 @@ PATTERNS = [
     ("a flag lost", r"\brules::(invalid|divide_by_zero|overflow|underflow|inexact)\b", "0"),
     ("a flag lost", r"((?:raise\(|flags =|flags \|=|\{\.flags = ).*) \| [\w.:{} ]*\b(?=[;),}])", r"\1"),
     ("a flag raised", r"\b(raise\(s, )(?!true)[^;]*(, rules::\w+\);)", r"\1true\2"),
-    ("a flag raised", r"(\braise\((?:\*this|env), |\.raise\()(?!unsigned)", r"\g<1>16 | "),
+    ("a flag raised", r"(\braise\((?:\*this|env), |\.raise\()(?!unsigned)", r"\g<1>1 | "),
 ]
 # The opening of a block of statements, behind which another one can stand.
 BLOCK = re.compile(r"(\)|\bconst|\bnoexcept|\boverride|\belse|\bdo|\btry) \{")

@@ -1,45 +1,9 @@
 // Rounding of arrays and conversions between their elements, by directions and by draws; errors.
 #include "tests/arrays_support.h"
-#include "zelk/arrays/stochastic.h"
 
 namespace {
 
 using namespace zelk_test;
-using arrays::Stochastic;
-
-// x rounded into f where d < 2^64 * the fraction goes up: on rationals.
-IEEEFloat rounded(Environment& env, const IEEEFloat& x, format f, std::uint64_t d) {
-  if (x.is_nan() || x.is_inf() || x.is_zero()) return Environment{}.convert(x, f);
-  const mpq_class q = abs(x.to_number().to_mpq());
-  const long emax = (1L << (f.exp_width - 1)) - 1, m = static_cast<long>(f.mant_width);
-  const auto power = [](long e) {
-    mpq_class r = 1;
-    (e < 0 ? r.get_den() : r.get_num()) <<= static_cast<unsigned long>(std::abs(e));
-    return r;
-  };
-  long e = static_cast<long>(mpz_sizeinbase(q.get_num_mpz_t(), 2)) -
-           static_cast<long>(mpz_sizeinbase(q.get_den_mpz_t(), 2));
-  e -= q < power(e) ? 1 : 0;
-  const bool tiny = e < 1 - emax;
-  mpq_class r = q / power(std::max(e, 1 - emax) - m);
-  const mpz_class whole = r.get_num() / r.get_den();
-  const mpq_class fraction = r - whole;
-  r = (whole + (d < power(64) * fraction ? 1 : 0)) * power(std::max(e, 1 - emax) - m);
-  IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
-  if (tiny && env.flush_results) {
-    env.flags |= 8 | 16;
-  } else if (r >= power(emax + 1)) {
-    env.flags |= 4 | 16;
-    result.self_inf(false);
-  } else {
-    if (fraction != 0) env.flags |= 16;
-    if (fraction != 0 && tiny) env.flags |= 8;
-    result = IEEEFloat::from_ratio(zelk::from_mpz(r.get_num()) / zelk::from_mpz(r.get_den()), f,
-                                   IEEEFloat::ROUND_NEAREST_EVEN);
-  }
-  if (x.get_sign()) result.self_neg();
-  return result;
-}
 
 // n elements of f, or numbers, into g.
 template <class In, class Out>
@@ -51,17 +15,13 @@ void test_rounding(format f, format g, std::size_t n) {
   for_environments([&](const Environment& settings) {
     for (const bool draws : {false, true}) {
       if (draws && n > 1000) continue;  // the reference is slow
-      const Stochastic stochastic{random_words(), random_words()};
+      const Draws stochastic =
+          draws ? Draws({random_words(), random_below(2) * random_words() - 20}) : std::nullopt;
       std::vector<Out> want(n);
       std::vector<unsigned char> flags(n);
       for (std::size_t i = 0; i < n; ++i) {
         Environment env = settings;
-        IEEEFloat a = value(x[i], f);
-        if (env.flush_operands && a.is_subnormal()) a.self_zero(a.get_sign());
-        want[i] = element<Out>(
-            draws ? rounded(env, a, g,
-                            arrays::detail::Philox::draw(stochastic.seed, stochastic.first + i))
-                  : env.convert(a, g));
+        want[i] = rounded_element<Out>(env, x[i], f, g, stochastic, i);
         flags[i] = env.flags;
       }
       expect_pieces(settings, want, flags, text(g, settings) + (draws ? "draws" : "rounded"),
@@ -73,16 +33,9 @@ void test_rounding(format f, format g, std::size_t n) {
                           in = out;
                         }
                       }
-                      const auto by =
-                          draws ? arrays::Draws({stochastic.seed, stochastic.first + begin})
-                                : std::nullopt;
-                      if constexpr (!arrays::number<In>) {
-                        arrays::convert(env, in, f, out, g, by);
-                      } else if constexpr (arrays::number<Out>) {
-                        arrays::round(env, in, g, out, by);
-                      } else {
-                        arrays::encode(env, in, g, out, by);
-                      }
+                      Draws by = stochastic;
+                      if (by) by->first += begin;
+                      round_arrays(env, in, f, out, g, by);
                     });
     }
   });
@@ -143,7 +96,6 @@ TEST(ArraysRounding, DecodesAllPatterns) {
 
 TEST(ArraysRounding, DrawsArePhilox) {
   using Words = std::array<std::uint32_t, 4>;
-  using arrays::detail::Philox;
   EXPECT_EQ(Philox::words({0, 0, 0, 0}, {0, 0}),
             (Words{0x6627E8D5, 0xE169C58D, 0xBC57AC4C, 0x9B00DBD8}));
   EXPECT_EQ(Philox::words({~0U, ~0U, ~0U, ~0U}, {~0U, ~0U}),
@@ -236,13 +188,22 @@ TEST(ArraysRounding, ErrorsComeInOrderAndBeforeResults) {
        "none"},
   };
   for (const auto& [given, wanted] : errors) EXPECT_EQ(given, wanted);
-  using arrays::Matrix;
   const auto product = [&](Matrix<double> a, Matrix<double> c) {
     return error_of([&] { arrays::matmul(env, a, Matrix<double>{y, 1, 1}, half, {half}, c); });
   };
   EXPECT_EQ(product({x, 2, 2}, {x, 2, 1}), "matrices of different shapes");
   EXPECT_EQ(product({x, 5, 1}, {x, 5, 1}), "matrix beyond its span");
   EXPECT_EQ(product({x, 3, 1, SIZE_MAX / 2 + 1}, {x, 3, 1}), "matrix beyond its span");
+  // Sizes that wrap around to few elements, and to none; and matrices without elements.
+  const std::size_t huge = std::size_t{1} << 32;
+  const auto of_huge = [&](Matrix<double> left, Matrix<double> right, Matrix<double> to) {
+    return error_of([&] { arrays::matmul(env, left, right, half, {half, 1, true}, to); });
+  };
+  EXPECT_EQ(of_huge({{}, huge, 0}, {{}, 0, huge}, {x, huge, huge}), "matrix beyond its span");
+  EXPECT_EQ(of_huge({x, 2, 1, SIZE_MAX}, {x, 1, 1}, {x, 2, 1}), "matrix beyond its span");
+  EXPECT_EQ(of_huge({x, 0, SIZE_MAX}, {{}, SIZE_MAX, 0}, {x, 0, 0}), "none");
+  EXPECT_EQ(of_huge({x, SIZE_MAX, 0}, {x, 0, 0}, {x, SIZE_MAX, 0}), "none");
+  EXPECT_EQ(of_huge({x, SIZE_MAX, 0}, {x, 0, 1}, {x, SIZE_MAX, 1}), "matrix beyond its span");
   EXPECT_EQ(product({std::span(x).first(2), 2, 1}, {std::span(x).first(2), 2, 1}),
             "result overlaps an operand");
   EXPECT_EQ(x[0], 0.3);

@@ -1,62 +1,23 @@
-// Dot products and matrices against the environment's `dot`, and in draws against rationals.
+// Dot products and matrices against the environment's `dot`.
+#include <cstdlib>
+#include <new>
+
 #include "tests/arrays_support.h"
-#include "zelk/arrays/stochastic.h"
+
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
+static constinit long until_failure = -1;  // allocations that succeed yet; -1: all
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* p = until_failure >= 0 && until_failure-- == 0 ? nullptr : std::malloc(size);
+  return p != nullptr ? p : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t /*size*/) noexcept { std::free(p); }
+// NOLINTEND(cppcoreguidelines-no-malloc)
 
 namespace {
 
 using namespace zelk_test;
-using arrays::Accumulation;
-
-// A sum as its definition has it, by the environment's dot of values.
-class Reference {
- public:
-  Reference(Environment& environment, const Accumulation& accumulation)
-      : env(environment), sum(accumulation) {}
-
-  IEEEFloat operator()(const std::vector<IEEEFloat>& x, const std::vector<IEEEFloat>& y) {
-    const std::size_t n = x.size(), block = sum.block == 0 ? n : sum.block;
-    if (n == 0) return {sum.result, IEEEFloat::ROUND_NEAREST_EVEN};
-    std::vector<IEEEFloat> sums;
-    for (std::size_t begin = 0; begin < n; begin += block) {
-      std::vector<IEEEFloat> a, b;
-      if (!sums.empty() && !sum.pairwise) {
-        a.push_back(sums.back());
-        b.push_back(one(sum.result));
-        sums.pop_back();
-      }
-      const std::size_t end = std::min(n, begin + block);
-      a.insert(a.end(), x.begin() + static_cast<long>(begin), x.begin() + static_cast<long>(end));
-      b.insert(b.end(), y.begin() + static_cast<long>(begin), y.begin() + static_cast<long>(end));
-      sums.push_back(env.dot(a, b, sum.result));
-    }
-    while (sums.size() > 1) {
-      std::vector<IEEEFloat> next;
-      for (std::size_t i = 0; i < sums.size(); i += 2) {
-        next.push_back(i + 1 < sums.size() ? env.add(sums[i], sums[i + 1]) : sums[i]);
-      }
-      sums = next;
-    }
-    return sums[0];
-  }
-
- private:
-  static IEEEFloat one(format f) {
-    return IEEEFloat::from_ratio(1, f, IEEEFloat::ROUND_NEAREST_EVEN);
-  }
-
-  Environment& env;
-  const Accumulation& sum;
-};
-
-template <class T>
-std::vector<IEEEFloat> values(const std::vector<T>& x, format f, bool flush) {
-  std::vector<IEEEFloat> v;
-  v.reserve(x.size());
-  for (const T a : x) {
-    v.push_back(operand(a, f, flush));
-  }
-  return v;
-}
 
 template <class T>
 std::vector<T> any_elements(format f, std::size_t n, int kind) {
@@ -81,7 +42,9 @@ std::vector<T> any_elements(format f, std::size_t n, int kind) {
 
 Accumulation any_accumulation(format result) {
   const std::size_t blocks[] = {0, 0, 1, 1, 2, 5, 100, 1000};
-  return {result, blocks[random_below(8)], random_below(2) != 0};
+  arrays::Draws draws;  // whose numbers wrap around at times
+  if (random_below(4) == 0) draws = {random_words(), random_below(2) * random_words() - 20};
+  return {result, blocks[random_below(8)], random_below(2) != 0, draws};
 }
 
 template <class T>
@@ -129,27 +92,15 @@ void test_matmul(format f, format result) {
       const std::vector<T> b = any_elements<T>(f, k * (columns + gap_b), kind);
       const Accumulation sum = any_accumulation(result);
       Environment env = settings;
-      std::vector<C> want(rows * (columns + gap_c), C{77});
-      const auto x = values(a, f, settings.flush_operands),
-                 y = values(b, f, settings.flush_operands);
-      for (std::size_t i = 0; i < rows; ++i) {
-        for (std::size_t j = 0; j < columns; ++j) {
-          std::vector<IEEEFloat> row, column;
-          for (std::size_t l = 0; l < k; ++l) {
-            row.push_back(x[i * (k + gap) + l]);
-            column.push_back(y[l * (columns + gap_b) + j]);
-          }
-          want[i * (columns + gap_c) + j] = element<C>(Reference(env, sum)(row, column));
-        }
-      }
+      std::vector<C> want(rows * (columns + gap_c), C{77}), c;
+      const Matrix<const T> left{a, rows, k, k + gap}, right{b, k, columns, columns + gap_b};
+      multiply_single<T, C>(env, left, right, f, sum, {want, rows, columns, columns + gap_c});
       for_targets([&] {
         Environment own = settings;
-        std::vector<C> c(want.size(), C{77});
+        c.assign(want.size(), C{77});
         {
           const OddControlWord odd;
-          arrays::matmul(own, arrays::Matrix<const T>{a, rows, k, k + gap},
-                         arrays::Matrix<const T>{b, k, columns, columns + gap_b}, f, sum,
-                         arrays::Matrix<C>{c, rows, columns, columns + gap_c});
+          arrays::matmul(own, left, right, f, sum, Matrix<C>{c, rows, columns, columns + gap_c});
         }
         for (std::size_t i = 0; i < c.size(); ++i) {
           ASSERT_EQ(bits(c[i]), bits(want[i])) << text(f, settings) << i << ", k " << k << ", kind "
@@ -169,45 +120,27 @@ TEST(ArraysSums, MatricesAreTheEnvironments) {
   test_matmul<double, std::uint16_t>({8, 23}, {5, 10});
 }
 
-// Each rounding has a draw of its own, in the order of the definition: of dots of two blocks, whose
-// exact sums are doubles, by rounding these.
-TEST(ArraysSums, DrawsComeInOrder) {
-  const format f{5, 10}, g{4, 3};
-  const std::size_t n = 7, rows = 3, columns = 20;
-  for (const std::size_t block : {0U, 3U}) {
-    for (const bool pairwise : {false, true}) {
-      const Accumulation sum{g, block, pairwise, arrays::Stochastic{5, 99}};
-      std::vector<double> a(rows * n), b(n * columns), c(rows * columns);
-      for (double& x : a) x = static_cast<double>(random_below(100)) / 64;
-      for (double& x : b) x = static_cast<double>(random_below(100)) / 256;
-      std::uint64_t draw = 99;
-      const auto round = [&](double x) {
-        Environment env;
-        arrays::round(env, std::span(&x, 1), g, std::span(&x, 1), arrays::Stochastic{5, draw++});
-        return x;
-      };
-      for_targets([&] {
-        Environment env;
-        draw = 99;
-        arrays::matmul(env, arrays::Matrix<double>{a, rows, n},
-                       arrays::Matrix<double>{b, n, columns}, f, sum,
-                       arrays::Matrix<double>{c, rows, columns});
-        for (std::size_t i = 0; i < c.size(); ++i) {
-          std::vector<double> sums;
-          for (std::size_t k = 0; k < n;) {
-            double s = 0;
-            for (const std::size_t end = block == 0 ? n : k + block; k < std::min(n, end); ++k) {
-              s += a[i / columns * n + k] * b[k * columns + i % columns];
-            }
-            sums.push_back(round(!pairwise && !sums.empty() ? s + sums.back() : s));
-          }
-          const double want = !pairwise || sums.size() == 1 ? sums.back() : [&] {
-            const double first = round(sums[0] + sums[1]);
-            return round(first + sums[2]);
-          }();
-          ASSERT_EQ(c[i], want) << i << ", block " << block << (pairwise ? " pairwise" : "");
-        }
-      });
+// By slices, by chains, one by one, and in pairs: whichever allocation fails, nothing is written.
+TEST(ArraysSums, FailedAllocationsLeaveResultsAlone) {
+  const std::vector<double> a(70 * 30, 1.0 / 3), b(30 * 9, 3e5);
+  for (const Accumulation& sum :
+       {Accumulation{{5, 10}}, {{5, 10}, 1}, {{5, 10}, 7}, {{5, 10}, 7, true}}) {
+    std::vector<double> c(70 * 9, 7);
+    bool failed = true;
+    for (long i = 0; failed; ++i) {
+      Environment env;
+      failed = false;
+      const OddControlWord odd;
+      try {
+        until_failure = i;
+        arrays::matmul(env, Matrix<const double>{a, 70, 30}, Matrix<const double>{b, 30, 9},
+                       {8, 23}, sum, Matrix<double>{c, 70, 9});
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      until_failure = -1;
+      ASSERT_TRUE(failed ? i < 20 && env.flags == 0 : i > 1 && env.flags != 0) << i;
+      ASSERT_EQ(std::count(c.begin(), c.end(), 7.0), failed ? 70 * 9 : 0) << i;
     }
   }
 }

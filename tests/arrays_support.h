@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "zelk/arrays.h"
+#include "zelk/arrays/stochastic.h"
 #include "zelk/float/formats.h"
 #include "zelk/float/native.h"
 
@@ -28,8 +29,13 @@ using zelk::IEEEFloat;
 using zelk::Rounding;
 using zelk::Tininess;
 namespace arrays = zelk::arrays;
+using arrays::Accumulation;
+using arrays::Draws;
 using arrays::format;
+using arrays::Matrix;
 using arrays::Operand;
+using arrays::Stochastic;
+using arrays::detail::Philox;
 
 // Patterns of 16 bits; some of them where single operations are slow.
 #ifdef ZELK_REFERENCE_ONLY
@@ -220,6 +226,136 @@ T expected(const SingleCall call, Environment& env, const T (&x)[3], format f) {
   const T r = element<T>(call(inner, v[0], v[1], v[2], f));
   env.flags = inner.flags;
   return r;
+}
+
+// x rounded into f where d < 2^64 * the fraction goes up: on rationals.
+inline IEEEFloat rounded(Environment& env, const IEEEFloat& x, format f, std::uint64_t d) {
+  if (x.is_nan() || x.is_inf() || x.is_zero()) return Environment{}.convert(x, f);
+  const mpq_class q = abs(x.to_number().to_mpq());
+  const long emax = (1L << (f.exp_width - 1)) - 1, m = static_cast<long>(f.mant_width);
+  const auto power = [](long e) {
+    mpq_class r = 1;
+    (e < 0 ? r.get_den() : r.get_num()) <<= static_cast<unsigned long>(std::abs(e));
+    return r;
+  };
+  long e = static_cast<long>(mpz_sizeinbase(q.get_num_mpz_t(), 2)) -
+           static_cast<long>(mpz_sizeinbase(q.get_den_mpz_t(), 2));
+  e -= q < power(e) ? 1 : 0;
+  const bool tiny = e < 1 - emax;
+  mpq_class r = q / power(std::max(e, 1 - emax) - m);
+  const mpz_class whole = r.get_num() / r.get_den();
+  const mpq_class fraction = r - whole;
+  r = (whole + (d < power(64) * fraction ? 1 : 0)) * power(std::max(e, 1 - emax) - m);
+  IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
+  if (tiny && env.flush_results) {
+    env.flags |= 8 | 16;
+  } else if (r >= power(emax + 1)) {
+    env.flags |= 4 | 16;
+    result.self_inf(false);
+  } else {
+    if (fraction != 0) env.flags |= 16;
+    if (fraction != 0 && tiny) env.flags |= 8;
+    result = IEEEFloat::from_ratio(zelk::from_mpz(r.get_num()) / zelk::from_mpz(r.get_den()), f,
+                                   IEEEFloat::ROUND_NEAREST_EVEN);
+  }
+  if (x.get_sign()) result.self_neg();
+  return result;
+}
+
+// x, of format f if it has patterns, rounded into g, by draw i or as the environment says.
+template <class Out, class In>
+Out rounded_element(Environment& env, In x, format f, format g, const Draws& draws,
+                    std::uint64_t i) {
+  IEEEFloat a = value(x, f);
+  if (env.flush_operands && a.is_subnormal()) a.self_zero(a.get_sign());
+  return element<Out>(draws ? rounded(env, a, g, Philox::draw(draws->seed, draws->first + i))
+                            : env.convert(a, g));
+}
+
+// The same of arrays.
+template <class In, class Out>
+void round_arrays(Environment& env, std::span<const In> in, format f, std::span<Out> out, format g,
+                  const Draws& draws) {
+  if constexpr (!arrays::number<In>) {
+    arrays::convert(env, in, f, out, g, draws);
+  } else if constexpr (arrays::number<Out>) {
+    arrays::round(env, in, g, out, draws);
+  } else {
+    arrays::encode(env, in, g, out, draws);
+  }
+}
+
+// Sums as their definition has them, by the environment's dot of values; those that are rounded by
+// draws are exact in a wide format first. Sums of one object draw one after the other.
+class Reference {
+ public:
+  Reference(Environment& environment, const Accumulation& accumulation)
+      : env(environment), sum(accumulation), next(sum.stochastic.value_or(Stochastic{}).first) {}
+
+  using Values = std::vector<IEEEFloat>;
+  IEEEFloat operator()(const Values& x, const Values& y) {
+    const std::size_t n = x.size(), block = sum.block == 0 ? n : sum.block;
+    Values sums;
+    for (std::size_t begin = 0; begin < n; begin += block) {
+      const auto first = static_cast<long>(begin),
+                 last = static_cast<long>(std::min(n, begin + block));
+      Values a(x.begin() + first, x.begin() + last), b(y.begin() + first, y.begin() + last);
+      if (!sums.empty() && !sum.pairwise) {
+        a.push_back(sums.back());
+        b.push_back(one);
+        sums.pop_back();
+      }
+      sums.push_back(dot(a, b));
+    }
+    while (sums.size() > 1) {
+      Values next_sums;
+      for (std::size_t i = 0; i < sums.size(); i += 2) {
+        next_sums.push_back(i + 1 < sums.size() ? dot({sums[i], sums[i + 1]}, {one, one})
+                                                : sums[i]);
+      }
+      sums = next_sums;
+    }
+    return n == 0 ? IEEEFloat(sum.result, IEEEFloat::ROUND_NEAREST_EVEN) : sums[0];
+  }
+
+ private:
+  IEEEFloat dot(const Values& x, const Values& y) {
+    if (!sum.stochastic) return env.dot(x, y, sum.result);
+    Environment exact;
+    exact.flush_operands = env.flush_operands;
+    const IEEEFloat wide = exact.dot(x, y, {13, 4400});
+    env.flags |= exact.flags;
+    return rounded(env, wide, sum.result, Philox::draw(sum.stochastic->seed, next++));
+  }
+
+  Environment& env;
+  const Accumulation& sum;
+  std::uint64_t next;
+  IEEEFloat one = IEEEFloat::from_ratio(1, sum.result, IEEEFloat::ROUND_NEAREST_EVEN);
+};
+
+// Operands of sums, flushed in f if need be.
+template <class T>
+std::vector<IEEEFloat> values(const std::vector<T>& x, format f, bool flush) {
+  std::vector<IEEEFloat> v;
+  for (const T a : x) v.push_back(operand(a, f, flush));
+  return v;
+}
+
+// c := a * b by sums of single elements; no stride is 0.
+template <class T, class C>
+void multiply_single(Environment& env, Matrix<const T> a, Matrix<const T> b, format f,
+                     const Accumulation& sum, Matrix<C> c) {
+  Reference reference(env, sum);
+  for (std::size_t i = 0; i < c.rows * c.columns; ++i) {
+    std::vector<T> row, column;
+    for (std::size_t k = 0; k < a.columns; ++k) {
+      row.push_back(a.data[i / c.columns * a.stride + k]);
+      column.push_back(b.data[k * b.stride + i % c.columns]);
+    }
+    c.data[i / c.columns * c.stride + i % c.columns] = element<C>(
+        reference(values(row, f, env.flush_operands), values(column, f, env.flush_operands)));
+  }
 }
 
 // Runs call(env, begin, size, out) on consecutive pieces of random lengths and holds each against

@@ -90,9 +90,6 @@ class Product {
         pairs(room_for_pairs(sum, k)) {}
 
   void compute() {
-    if (c.rows == 0 || c.columns == 0) {
-      return;
-    }
     const bool once = sum.block == 0 || sum.block >= k;
     if (k != 0 && once && by_slices()) {
       return;
@@ -262,6 +259,9 @@ void matmul(Environment& env, const Table<Source>& a, const Table<Source>& b, Fo
   require_rounding(env);
   require_formats({{f, a.array.type}, {f, b.array.type}, {sum.result, c.array.type}});
   require_matrices(a, b, c);
+  if (c.rows == 0 || c.columns == 0) {  // however huge the operands are
+    return;
+  }
   const ControlWord ours;
   Product(env, a, b, f, sum, c).compute();
 }

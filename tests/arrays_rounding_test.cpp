@@ -107,6 +107,38 @@ TEST(ArraysRounding, DrawsArePhilox) {
   EXPECT_EQ(Philox::draw(0, 1), 0x9B00DBD8BC57AC4C);
 }
 
+// A fraction that is the draw's stays, and the next one goes up: of sums, and of numbers whose
+// digits are as many as the draw's; on to an infinity, too.
+TEST(ArraysRounding, DrawsAreBelowTheFraction) {
+  const format f{5, 1};
+  for (std::uint64_t n = 0; n < 40000; ++n) {
+    const std::uint64_t d = Philox::draw(1, n);
+    const bool is_double = d % 8192 == 0;
+    if (n > 50 && !is_double) continue;
+    for (const int e : {0, 15}) {
+      const double base = std::ldexp(e == 0 ? 1 : 1.5, e), half_up = e == 0 ? 1.5 : INFINITY;
+      const double high = std::ldexp(d >> 32, e - 33), low = std::ldexp(d & 0xFFFFFFFF, e - 65);
+      for (const double more : {0.0, std::ldexp(1, e - 117)}) {
+        const double want = more == 0 ? base : half_up;
+        const int flags = std::isinf(want) ? 4 | 16 : 16;
+        Environment env;
+        const std::vector<double> x{base, high, low, more};
+        EXPECT_EQ(element<double>(arrays::dot(env, x, 1.0, f, {f, 0, false, Draws({1, n})})), want);
+        EXPECT_EQ(env.flags, flags);
+        if (!is_double) continue;
+        for_targets([&] {
+          Environment own;
+          std::vector<double> y{more == 0 ? base + high + low
+                                          : std::nextafter(base + high + low, INFINITY)};
+          arrays::round(own, y, f, y, Stochastic{1, n});
+          EXPECT_EQ(y[0], want) << n;
+          EXPECT_EQ(own.flags, flags);
+        });
+      }
+    }
+  }
+}
+
 // Of a number a fraction p of a place above a value, p of 10^6 go up, within five standard errors;
 // values stay.
 TEST(ArraysRounding, DrawsHaveTheRightMean) {
@@ -192,6 +224,9 @@ TEST(ArraysRounding, ErrorsComeInOrderAndBeforeResults) {
     return error_of([&] { arrays::matmul(env, a, Matrix<double>{y, 1, 1}, half, {half}, c); });
   };
   EXPECT_EQ(product({x, 2, 2}, {x, 2, 1}), "matrices of different shapes");
+  for (const Matrix<double>& c : {Matrix<double>{x, 1, 1}, {x, 3, 1}, {x, 2, 2}, {x, 2, 0}}) {
+    EXPECT_EQ(product({x, 2, 1}, c), "matrices of different shapes");
+  }
   EXPECT_EQ(product({x, 5, 1}, {x, 5, 1}), "matrix beyond its span");
   EXPECT_EQ(product({x, 3, 1, SIZE_MAX / 2 + 1}, {x, 3, 1}), "matrix beyond its span");
   // Sizes that wrap around to few elements, and to none; and matrices without elements.
@@ -204,8 +239,8 @@ TEST(ArraysRounding, ErrorsComeInOrderAndBeforeResults) {
   EXPECT_EQ(of_huge({x, 0, SIZE_MAX}, {{}, SIZE_MAX, 0}, {x, 0, 0}), "none");
   EXPECT_EQ(of_huge({x, SIZE_MAX, 0}, {x, 0, 0}, {x, SIZE_MAX, 0}), "none");
   EXPECT_EQ(of_huge({x, SIZE_MAX, 0}, {x, 0, 1}, {x, SIZE_MAX, 1}), "matrix beyond its span");
-  EXPECT_EQ(product({std::span(x).first(2), 2, 1}, {std::span(x).first(2), 2, 1}),
-            "result overlaps an operand");
+  EXPECT_EQ(product({x, 2, 1, 3}, {x, 2, 1, 3}), "result overlaps an operand");
+  EXPECT_EQ(product({x, 1, 1}, {y, 1, 1}), "result overlaps an operand");
   EXPECT_EQ(x[0], 0.3);
   EXPECT_EQ(z[0], 0.3F);
 }

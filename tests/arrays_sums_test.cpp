@@ -82,11 +82,14 @@ TEST(ArraysSums, DotIsTheEnvironments) {
 
 template <class T, class C>
 void test_matmul(format f, format result) {
-  for (int kind = 0; kind < 4; ++kind) {
+  for (int round = 0; round < 8; ++round) {
+    const int kind = round % 4;
     for_environments([&](const Environment& settings) {
-      const std::size_t rows = random_below(random_below(40) == 0 ? 140 : 12),
-                        k = random_below(4) == 0 ? random_below(150) : random_below(9),
-                        columns = random_below(20);
+      const bool long_rows = random_below(20) == 0;
+      const std::size_t rows = long_rows ? 2 : random_below(random_below(40) == 0 ? 140 : 12),
+                        k = random_below(4) == 0 && !long_rows ? random_below(150)
+                                                               : random_below(9),
+                        columns = long_rows ? 530 : random_below(20);
       const std::size_t gap = random_below(3), gap_b = random_below(3), gap_c = random_below(3);
       const std::vector<T> a = any_elements<T>(f, rows * (k + gap), kind);
       const std::vector<T> b = any_elements<T>(f, k * (columns + gap_b), kind);
@@ -117,6 +120,7 @@ TEST(ArraysSums, MatricesAreTheEnvironments) {
   test_matmul<std::uint16_t, float>({5, 10}, {8, 23});
   test_matmul<std::uint8_t, std::uint8_t>({4, 3}, {4, 3});
   test_matmul<float, double>({8, 7}, {11, 52});
+  test_matmul<double, double>({8, 23}, {10, 50});
   test_matmul<double, std::uint16_t>({8, 23}, {5, 10});
 }
 

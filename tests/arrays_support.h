@@ -233,23 +233,24 @@ inline IEEEFloat rounded(Environment& env, const IEEEFloat& x, format f, std::ui
   if (x.is_nan() || x.is_inf() || x.is_zero()) return Environment{}.convert(x, f);
   const mpq_class q = abs(x.to_number().to_mpq());
   const long emax = (1L << (f.exp_width - 1)) - 1, m = static_cast<long>(f.mant_width);
-  const auto power = [](long e) {
-    mpq_class r = 1;
-    (e < 0 ? r.get_den() : r.get_num()) <<= static_cast<unsigned long>(std::abs(e));
+  const auto scaled = [](mpq_class r, long n) {
+    const auto size = static_cast<unsigned long>(std::abs(n));
+    (n < 0 ? mpq_div_2exp : mpq_mul_2exp)(r.get_mpq_t(), r.get_mpq_t(), size);
     return r;
   };
   long e = static_cast<long>(mpz_sizeinbase(q.get_num_mpz_t(), 2)) -
            static_cast<long>(mpz_sizeinbase(q.get_den_mpz_t(), 2));
-  e -= q < power(e) ? 1 : 0;
+  e -= q < scaled(1, e) ? 1 : 0;
   const bool tiny = e < 1 - emax;
-  mpq_class r = q / power(std::max(e, 1 - emax) - m);
+  const long place = std::max(e, 1 - emax) - m;
+  mpq_class r = scaled(q, -place);
   const mpz_class whole = r.get_num() / r.get_den();
   const mpq_class fraction = r - whole;
-  r = (whole + (d < power(64) * fraction ? 1 : 0)) * power(std::max(e, 1 - emax) - m);
+  r = scaled(whole + (d < scaled(fraction, 64) ? 1 : 0), place);
   IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
   if (tiny && env.flush_results) {
     env.flags |= 8 | 16;
-  } else if (r >= power(emax + 1)) {
+  } else if (r >= scaled(1, emax + 1)) {
     env.flags |= 4 | 16;
     result.self_inf(false);
   } else {
@@ -323,7 +324,8 @@ class Reference {
     if (!sum.stochastic) return env.dot(x, y, sum.result);
     Environment exact;
     exact.flush_operands = env.flush_operands;
-    const IEEEFloat wide = exact.dot(x, y, {13, 4400});
+    const auto width = std::max(x[0].get_format().exp_width, sum.result.exp_width);
+    const IEEEFloat wide = exact.dot(x, y, width <= 8 ? format{11, 600} : format{13, 4400});
     env.flags |= exact.flags;
     return rounded(env, wide, sum.result, Philox::draw(sum.stochastic->seed, next++));
   }

@@ -139,6 +139,21 @@ TEST(ArraysRounding, DrawsAreBelowTheFraction) {
   }
 }
 
+// Parts of an array are rounded as the whole is, also one by one.
+TEST(ArraysRounding, DrawsAreThoseOfPlaces) {
+  for (const format f : {format{4, 3}, {10, 51}}) {
+    Environment env;
+    std::vector<double> x(1300), whole(x.size());
+    for (double& a : x) a = std::ldexp(random_words() >> 11, -53);
+    arrays::round(env, x, f, whole, Stochastic{1, 5});
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      const std::span part(&x[i], 1);
+      arrays::round(env, part, f, part, Stochastic{1, 5 + i});
+    }
+    EXPECT_EQ(x, whole);
+  }
+}
+
 // Of a number a fraction p of a place above a value, p of 10^6 go up, within five standard errors;
 // values stay.
 TEST(ArraysRounding, DrawsHaveTheRightMean) {

@@ -19,22 +19,28 @@ namespace {
 
 using namespace zelk_test;
 
+// Of all values (kind 3), of finite ones (0), half of them integers times a power of two (1), zeros
+// and ones of both signs (2), numbers of all digits below 1 (4), such integers alone (5).
 template <class T>
-std::vector<T> any_elements(format f, std::size_t n, int kind) {
+std::vector<T> any_elements(format f, std::size_t n, int kind, long place = -3) {
+  const auto scaled = [&](std::uint64_t i, long e) {
+    const format own = kind == 4 ? value(T{}, f).get_format() : f;
+    return element<T>(
+        IEEEFloat::from_scaled(static_cast<long>(i), e, own, IEEEFloat::ROUND_NEAREST_EVEN));
+  };
   std::vector<T> x(n);
   for (T& a : x) {
     a = any_element<T>(f);
     const IEEEFloat v = value(a, f);
     const bool far = v.is_nan() || v.is_inf();
-    if (kind == 0 ? far : kind == 1 && (far || random_below(2) != 0)) {
-      a = element<T>(IEEEFloat::from_scaled(static_cast<long>(random_below(64)) - 32, -3, f,
-                                            IEEEFloat::ROUND_NEAREST_EVEN));
-    } else if (kind == 2) {  // zeros and ones of both signs
-      a = element<T>(IEEEFloat::from_scaled(static_cast<long>(random_below(2)), 0, f,
-                                            IEEEFloat::ROUND_NEAREST_EVEN));
-      IEEEFloat s = value(a, f);
-      s.set_sign(random_below(3) != 0);
-      a = element<T>(s);
+    if (kind == 5 || (kind == 0 ? far : kind == 1 && (far || random_below(2) != 0))) {
+      a = scaled(random_below(64) - 32, place);
+    } else if (kind == 4) {
+      a = scaled(random_words() >> 11, -53);
+    } else if (kind == 2) {
+      IEEEFloat one = value(scaled(random_below(2), 0), f);
+      one.set_sign(random_below(3) != 0);
+      a = element<T>(one);
     }
   }
   return x;
@@ -49,11 +55,11 @@ Accumulation any_accumulation(format result) {
 
 template <class T>
 void test_dot(format f, format result) {
-  for (int kind = 0; kind < 4; ++kind) {
+  for (int kind = 0; kind < 5; ++kind) {
     for_environments([&](const Environment& settings) {
       const std::size_t n = random_below(3) == 0 ? random_below(1300) : random_below(20);
       const std::vector<T> x = any_elements<T>(f, n, kind);
-      const std::vector<T> y = any_elements<T>(f, n, kind == 3 ? 1 : kind);
+      const std::vector<T> y = any_elements<T>(f, n, kind == 3 ? 1 : kind + kind / 4);
       const Accumulation sum = any_accumulation(result);
       Environment env = settings;
       const IEEEFloat want = Reference(env, sum)(values(x, f, settings.flush_operands),
@@ -82,17 +88,22 @@ TEST(ArraysSums, DotIsTheEnvironments) {
 
 template <class T, class C>
 void test_matmul(format f, format result) {
-  for (int round = 0; round < 8; ++round) {
-    const int kind = round % 4;
+  for (int round = 0; round < 10; ++round) {
+    const int kind = round % 5;
     for_environments([&](const Environment& settings) {
-      const bool long_rows = random_below(20) == 0;
-      const std::size_t rows = long_rows ? 2 : random_below(random_below(40) == 0 ? 140 : 12),
-                        k = random_below(4) == 0 && !long_rows ? random_below(150)
-                                                               : random_below(9),
-                        columns = long_rows ? 530 : random_below(20);
+      // Small ones, and some beyond the blocks in which rows, terms and columns are taken.
+      constexpr std::size_t most[][3] = {{12, 9, 20}, {7, 30, 9},  {5, 9, 9},
+                                         {140, 4, 5}, {2, 4, 530}, {3, 300, 3}};
+      const auto& shape = most[random_below(6)];
+      const auto size = [&](int i) {
+        return random_below(2) != 0 ? shape[i] : random_below(shape[i] + 1);
+      };
+      const std::size_t rows = size(0), k = size(1), columns = size(2);
       const std::size_t gap = random_below(3), gap_b = random_below(3), gap_c = random_below(3);
       const std::vector<T> a = any_elements<T>(f, rows * (k + gap), kind);
-      const std::vector<T> b = any_elements<T>(f, k * (columns + gap_b), kind);
+      const long least = 1 - (1L << (result.exp_width - 1));  // where some products are subnormal
+      const std::vector<T> b = any_elements<T>(f, k * (columns + gap_b), kind + kind / 4,
+                                               random_below(2) != 0 ? -3 : std::max(least, -100L));
       const Accumulation sum = any_accumulation(result);
       Environment env = settings;
       std::vector<C> want(rows * (columns + gap_c), C{77}), c;

@@ -227,16 +227,21 @@ class Product {
         double left[block_size], right[block_size], running[block_size];
         const std::size_t n = padded(count);
         const Target to{running, n, Type::f64};
-        std::fill_n(left, n, 1.0);
+        std::fill(left + count, left + n, 1.0);
         for (std::size_t j = 0; j < k; ++j) {
           std::fill_n(left, count, a.row(i)[j]);
-          std::fill_n(right, n, j % 2 == 0 ? 1.0 : -1.0);  // what pads sums is 1 and 0 in turn
-          std::copy_n(b.row(j) + begin, count, right);
+          const double* row_of_b = b.row(j) + begin;
+          if (count != n) {
+            std::copy_n(row_of_b, count, right);
+            // What pads sums is 1 and 0 in turn.
+            std::fill(right + count, right + n, j % 2 == 0 ? 1.0 : -1.0);
+            row_of_b = right;
+          }
           if (j != 0 && flush_below != 0) {
             flush_doubles(flush_below, running, running, n);
           }
           const Operation op = j == 0 ? Operation::multiply : Operation::fma;
-          compute_block(inner, plan, op, {left, right, running}, g, to, 0, n);
+          compute_block(inner, plan, op, {left, row_of_b, running}, g, to, 0, n);
         }
         write_values(row(i), Shape(g), begin, count, running);
       });

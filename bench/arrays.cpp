@@ -37,18 +37,21 @@ double now(clockid_t clock) {
 // Others may be at work: long calls are timed by this thread's own time. That is some microseconds
 // short where a thread has been interrupted, so that short batches go by the time of day.
 double time(std::size_t elements, double seconds, const std::function<void()>& call) {
-  const std::size_t batch = std::max<std::size_t>(1, 200000 / elements);
-  const clockid_t clock = elements * batch < 1000000 ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID;
-  const auto once = [&] {
+  const auto run = [&](clockid_t clock, std::size_t batch) {
     const double start = now(clock);
     for (std::size_t i = 0; i < batch; ++i) call();
-    return (now(clock) - start) / static_cast<double>(elements * batch);
+    return (now(clock) - start) / static_cast<double>(batch);
   };
-  double best = once();
+  call();  // which brings what it needs into the caches
+  const double first = run(CLOCK_THREAD_CPUTIME_ID, 1);
+  const bool brief = first < 1e5;
+  const clockid_t clock = brief ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID;
+  const std::size_t batch = brief ? 1 + static_cast<std::size_t>(3e4 / std::max(first, 100.0)) : 1;
+  double best = run(clock, batch);
   for (const double end = now(clock) + seconds * 1e9; now(clock) < end;) {
-    best = std::min(best, once());
+    best = std::min(best, run(clock, batch));
   }
-  return best;
+  return best / static_cast<double>(elements);
 }
 
 // An array whose place modulo 4096 is a number's own, so that stores do not look like loads.

@@ -65,6 +65,14 @@ std::vector<double> panels_of_columns(const Doubles& b) {
   return r;
 }
 
+// n copies of x, by copies of copies.
+void fill(double x, double* to, std::size_t n) {
+  *to = x;
+  for (std::size_t done = 1; done < n; done *= 2) {
+    std::copy_n(to, std::min(done, n - done), to + done);
+  }
+}
+
 // Some rows of a, in panels: a slice, what is left to be cut, and for each slice the sums of its
 // products with b. Allocated before anything is written.
 struct Slices {
@@ -229,7 +237,7 @@ class Product {
         const Target to{running, n, Type::f64};
         std::fill(left + count, left + n, 1.0);
         for (std::size_t j = 0; j < k; ++j) {
-          std::fill_n(left, count, a.row(i)[j]);
+          fill(a.row(i)[j], left, count);
           const double* row_of_b = b.row(j) + begin;
           if (count != n) {
             std::copy_n(row_of_b, count, right);

@@ -137,10 +137,11 @@ TEST(ArraysSums, MatricesAreTheEnvironments) {
 
 // By slices, by chains, one by one, and in pairs: whichever allocation fails, nothing is written.
 TEST(ArraysSums, FailedAllocationsLeaveResultsAlone) {
-  const std::vector<double> a(70 * 30, 1.0 / 3), b(30 * 9, 3e5);
+  constexpr std::size_t rows = 70, terms = 30, columns = 9;
+  const std::vector<double> a(rows * terms, 1.0 / 3), b(terms * columns, 3e5);
   for (const Accumulation& sum :
        {Accumulation{{5, 10}}, {{5, 10}, 1}, {{5, 10}, 7}, {{5, 10}, 7, true}}) {
-    std::vector<double> c(70 * 9, 7);
+    std::vector<double> c(rows * columns, 7);
     bool failed = true;
     for (long i = 0; failed; ++i) {
       Environment env;
@@ -148,14 +149,15 @@ TEST(ArraysSums, FailedAllocationsLeaveResultsAlone) {
       const OddControlWord odd;
       try {
         until_failure = i;
-        arrays::matmul(env, Matrix<const double>{a, 70, 30}, Matrix<const double>{b, 30, 9},
-                       {8, 23}, sum, Matrix<double>{c, 70, 9});
+        arrays::matmul(env, Matrix<const double>{a, rows, terms},
+                       Matrix<const double>{b, terms, columns}, {8, 23}, sum,
+                       Matrix<double>{c, rows, columns});
       } catch (const std::bad_alloc&) {
         failed = true;
       }
       until_failure = -1;
       ASSERT_TRUE(failed ? i < 20 && env.flags == 0 : i > 1 && env.flags != 0) << i;
-      ASSERT_EQ(std::count(c.begin(), c.end(), 7.0), failed ? 70 * 9 : 0) << i;
+      ASSERT_EQ(std::count(c.begin(), c.end(), 7.0), failed ? static_cast<long>(c.size()) : 0) << i;
     }
   }
 }

@@ -340,6 +340,7 @@ class Reference {
 template <class T>
 std::vector<IEEEFloat> values(const std::vector<T>& x, format f, bool flush) {
   std::vector<IEEEFloat> v;
+  v.reserve(x.size());
   for (const T a : x) v.push_back(operand(a, f, flush));
   return v;
 }

@@ -187,7 +187,10 @@ void peer_rows(const std::string& prefix, const Operands& o) {
 }
 
 // The software routines called on words.
-template <typename Word, auto add_op, auto sub_op, auto mul_op, auto div_op>
+template <typename Word>
+using Routine = Word (*)(Word, Word, int) noexcept;
+template <typename Word, Routine<Word> add_op, Routine<Word> sub_op, Routine<Word> mul_op,
+          Routine<Word> div_op>
 struct Words {
   using Value = Word;
   static constexpr const char* name = "zelk";

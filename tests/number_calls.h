@@ -91,7 +91,9 @@ struct Numbers {
     const bool room = abs(u.get_num() * v.get_num()) * u.get_den() * v.get_den() < pow2(30);
     const bool known =
         which < 22 && (which == 21 ? u.get_den() == 1 : which > 2 || integers || room);
-    const bool words = x.is_small() && ((which > 12 && which < 22) || y.is_small());
+    const bool subtracts_least = which == 21 && word == 1UL << 63;  // which is big as a number
+    const bool words =
+        x.is_small() && ((which > 12 && which < 22) || y.is_small()) && !subtracts_least;
     const bool becomes_zero = which == 2 && u.get_den() != 1 && v == 0 && y.is_small();
     bool form = words || (x.is_small() && ((which == 9 && count > 0) || which > 21));
     const bool z_form = words && z.is_small();

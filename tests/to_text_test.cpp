@@ -235,6 +235,13 @@ TEST(ToText, HardCasesAreDecidedExactly) {
       }
     }
   }
+  for (const long p : {60, 500, 1700}) {  // exactly the middle of two, and powers cut off to divide
+    for (const long n : {1234, 1235}) {
+      const QNumber v(mpz_class((2 * n + 1) * power_of_ten(p).get_num() / 2), 1);
+      const IEEEFloat x = IEEEFloat::from_number(v, {20, 4204}, IEEEFloat::ROUND_TOWARD_ZERO);
+      EXPECT_EQ(to_scientific(x, 4), with_exponent(n % 2 == 0 ? "1234" : "1236", p));
+    }
+  }
 }
 
 TEST(ToText, SpecialValuesAndPatterns) {

@@ -1,19 +1,6 @@
 // Dot products and matrices against the environment's `dot`.
-#include <cstdlib>
-#include <new>
-
 #include "tests/arrays_support.h"
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is an allocator
-static constinit long until_failure = -1;  // allocations that succeed yet; -1: all
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* p = until_failure >= 0 && until_failure-- == 0 ? nullptr : std::malloc(size);
-  return p != nullptr ? p : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t /*size*/) noexcept { std::free(p); }
-// NOLINTEND(cppcoreguidelines-no-malloc)
+#include "tests/heap.h"
 
 namespace {
 
@@ -59,20 +46,10 @@ void test_dot(format f, format result) {
     for_environments([&](const Environment& settings) {
       const std::size_t n = random_below(3) == 0 ? random_below(1300) : random_below(20);
       const std::vector<T> x = any_elements<T>(f, n, kind);
-      const std::vector<T> y = any_elements<T>(f, n, kind == 3 ? 1 : kind + kind / 4);
-      const Accumulation sum = any_accumulation(result);
-      Environment env = settings;
-      const IEEEFloat want = Reference(env, sum)(values(x, f, settings.flush_operands),
-                                                 values(y, f, settings.flush_operands));
-      for_targets([&] {
-        Environment own = settings;
-        const OddControlWord odd;
-        const IEEEFloat r = arrays::dot(own, x, y, f, sum);
-        ASSERT_EQ(element<std::uint64_t>(r), element<std::uint64_t>(want))
-            << text(f, settings) << n << " terms, kind " << kind << ", block " << sum.block
-            << (sum.pairwise ? " pairwise" : "");
-        ASSERT_EQ(own.flags, env.flags) << text(f, settings) << n << ", block " << sum.block;
-      });
+      std::vector<T> y = any_elements<T>(f, n, kind == 3 ? 1 : kind + kind / 4);
+      if (n > 0 && random_below(8) == 0) y.resize(1);
+      SCOPED_TRACE(kind);
+      check_dot(settings, x, y, f, any_accumulation(result));
     });
   }
 }
@@ -104,25 +81,9 @@ void test_matmul(format f, format result) {
       const long least = 1 - (1L << (result.exp_width - 1));  // where some products are subnormal
       const std::vector<T> b = any_elements<T>(f, k * (columns + gap_b), kind + kind / 4,
                                                random_below(2) != 0 ? -3 : std::max(least, -100L));
-      const Accumulation sum = any_accumulation(result);
-      Environment env = settings;
-      std::vector<C> want(rows * (columns + gap_c), C{77}), c;
       const Matrix<const T> left{a, rows, k, k + gap}, right{b, k, columns, columns + gap_b};
-      multiply_single<T, C>(env, left, right, f, sum, {want, rows, columns, columns + gap_c});
-      for_targets([&] {
-        Environment own = settings;
-        c.assign(want.size(), C{77});
-        {
-          const OddControlWord odd;
-          arrays::matmul(own, left, right, f, sum, Matrix<C>{c, rows, columns, columns + gap_c});
-        }
-        for (std::size_t i = 0; i < c.size(); ++i) {
-          ASSERT_EQ(bits(c[i]), bits(want[i])) << text(f, settings) << i << ", k " << k << ", kind "
-                                               << kind << ", block " << sum.block;
-        }
-        ASSERT_EQ(own.flags, env.flags)
-            << text(f, settings) << ", kind " << kind << ", block " << sum.block;
-      });
+      SCOPED_TRACE(kind);
+      check_matmul<T, C>(settings, left, right, f, any_accumulation(result), columns + gap_c);
     });
   }
 }
@@ -148,14 +109,14 @@ TEST(ArraysSums, FailedAllocationsLeaveResultsAlone) {
       failed = false;
       const OddControlWord odd;
       try {
-        until_failure = i;
+        heap.until_failure = i;
         arrays::matmul(env, Matrix<const double>{a, rows, terms},
                        Matrix<const double>{b, terms, columns}, {8, 23}, sum,
                        Matrix<double>{c, rows, columns});
       } catch (const std::bad_alloc&) {
         failed = true;
       }
-      until_failure = -1;
+      heap.until_failure = -1;
       ASSERT_TRUE(failed ? i < 20 && env.flags == 0 : i > 1 && env.flags != 0) << i;
       ASSERT_EQ(std::count(c.begin(), c.end(), 7.0), failed ? static_cast<long>(c.size()) : 0) << i;
     }

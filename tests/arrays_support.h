@@ -3,7 +3,6 @@
 #ifndef ZELK_TESTS_ARRAYS_SUPPORT_H_
 #define ZELK_TESTS_ARRAYS_SUPPORT_H_
 
-#include <gtest/gtest.h>
 #include <hwy/highway.h>
 
 #include <bit>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support.h"
 #include "zelk/arrays.h"
 #include "zelk/arrays/stochastic.h"
 #include "zelk/float/formats.h"
@@ -25,7 +25,6 @@
 namespace zelk_test {
 
 using zelk::Environment;
-using zelk::IEEEFloat;
 using zelk::Rounding;
 using zelk::Tininess;
 namespace arrays = zelk::arrays;
@@ -57,11 +56,13 @@ void for_environments(Visit visit) {
   }
 }
 
-// Every instruction set that this machine has, forced in turn.
+// Every instruction set that this machine has, forced in turn, or those of a choice.
+inline std::int64_t chosen_targets = HWY_TARGETS;
+
 template <class Visit>
 void for_targets(Visit visit) {
   hwy::SetSupportedTargetsForTest(0);
-  for (std::int64_t left = hwy::SupportedTargets() & HWY_TARGETS; left != 0; left &= left - 1) {
+  for (std::int64_t left = hwy::SupportedTargets() & chosen_targets; left != 0; left &= left - 1) {
     hwy::SetSupportedTargetsForTest(left & -left);
     SCOPED_TRACE(hwy::TargetName(left & -left));
     visit();
@@ -175,55 +176,40 @@ T any_element(format f) {
 
 // The operations, on arrays and on single values.
 template <class T>
-using ArrayCall = void (*)(Environment&, Operand<T>, Operand<T>, Operand<T>, format, std::span<T>);
-using SingleCall = IEEEFloat (*)(Environment&, IEEEFloat, const IEEEFloat&, const IEEEFloat&,
-                                 format);
-
-template <class T>
-struct Call {
+struct Operation {
   const char* name;
   int operands;
-  ArrayCall<T> on_arrays;
-  SingleCall single;
+  void (*on_arrays)(Environment& e, const Operand<T>* v, format f, std::span<T> out);
+  IEEEFloat (*single)(Environment& e, const IEEEFloat* v, format f);
 };
 
-#define ZELK_TWO(name)                                                                      \
-  {                                                                                         \
-#name, 2,                                                                               \
-        [](auto& e, auto x, auto y, auto, auto f,                                           \
-           auto o) { arrays::name(e, x, y, f, o); }, [](auto& e, auto x, auto& y, auto&,    \
-                                                        auto f) { return e.name(x, y, f); } \
-  }
-#define ZELK_SELECT(name)                                                                \
-  {                                                                                      \
-#name, 2,                                                                            \
-        [](auto& e, auto x, auto y, auto, auto f,                                        \
-           auto o) { arrays::name(e, x, y, f, o); }, [](auto& e, auto x, auto& y, auto&, \
-                                                        auto) { return e.name(x, y); }   \
+#define ZELK_OPERATION(name, count, call, ...)                                               \
+  {                                                                                          \
+#name, count,                                                                            \
+        [](auto& e, auto* v, auto f,                                                         \
+           auto out) { arrays::name(e, __VA_ARGS__, f, out); }, [](auto& e, auto* v,         \
+                                                                   [[maybe_unused]] auto     \
+                                                                       f) { return e.call; } \
   }
 template <class T>
-inline const Call<T> calls[] = {
-    ZELK_TWO(add),
-    ZELK_TWO(subtract),
-    ZELK_TWO(multiply),
-    ZELK_TWO(divide),
-    ZELK_SELECT(minimum),
-    ZELK_SELECT(maximum),
-    {"sqrt", 1, [](auto& e, auto x, auto, auto, auto f, auto o) { arrays::sqrt(e, x, f, o); },
-     [](auto& e, auto x, auto&, auto&, auto f) { return e.sqrt(x, f); }},
-    {"fma", 3,
-     [](auto& e, auto x, auto y, auto z, auto f, auto o) { arrays::fma(e, x, y, z, f, o); },
-     [](auto& e, auto x, auto& y, auto& z, auto f) { return e.fma(x, y, z, f); }},
-};
+inline const Operation<T> operations[] = {
+    ZELK_OPERATION(add, 2, add(v[0], v[1], f), v[0], v[1]),
+    ZELK_OPERATION(subtract, 2, subtract(v[0], v[1], f), v[0], v[1]),
+    ZELK_OPERATION(multiply, 2, multiply(v[0], v[1], f), v[0], v[1]),
+    ZELK_OPERATION(divide, 2, divide(v[0], v[1], f), v[0], v[1]),
+    ZELK_OPERATION(minimum, 2, minimum(v[0], v[1]), v[0], v[1]),
+    ZELK_OPERATION(maximum, 2, maximum(v[0], v[1]), v[0], v[1]),
+    ZELK_OPERATION(sqrt, 1, sqrt(v[0], f), v[0]),
+    ZELK_OPERATION(fma, 3, fma(v[0], v[1], v[2], f), v[0], v[1], v[2])};
 
 // The single operation, of numbers that are flushed in f.
 template <class T>
-T expected(const SingleCall call, Environment& env, const T (&x)[3], format f) {
+T expected(const Operation<T>& op, Environment& env, const T (&x)[3], format f) {
   const bool flush = arrays::number<T> && env.flush_operands;
   const IEEEFloat v[] = {operand(x[0], f, flush), operand(x[1], f, flush), operand(x[2], f, flush)};
   Environment inner = env;
   inner.flush_operands = env.flush_operands && !flush;
-  const T r = element<T>(call(inner, v[0], v[1], v[2], f));
+  const T r = element<T>(op.single(inner, v, f));
   env.flags = inner.flags;
   return r;
 }
@@ -271,19 +257,6 @@ Out rounded_element(Environment& env, In x, format f, format g, const Draws& dra
   if (env.flush_operands && a.is_subnormal()) a.self_zero(a.get_sign());
   return element<Out>(draws ? rounded(env, a, g, Philox::draw(draws->seed, draws->first + i))
                             : env.convert(a, g));
-}
-
-// The same of arrays.
-template <class In, class Out>
-void round_arrays(Environment& env, std::span<const In> in, format f, std::span<Out> out, format g,
-                  const Draws& draws) {
-  if constexpr (!arrays::number<In>) {
-    arrays::convert(env, in, f, out, g, draws);
-  } else if constexpr (arrays::number<Out>) {
-    arrays::round(env, in, g, out, draws);
-  } else {
-    arrays::encode(env, in, g, out, draws);
-  }
 }
 
 // Sums as their definition has them, by the environment's dot of values; those that are rounded by
@@ -345,33 +318,31 @@ std::vector<IEEEFloat> values(const std::vector<T>& x, format f, bool flush) {
   return v;
 }
 
-// c := a * b by sums of single elements; no stride is 0.
-template <class T, class C>
-void multiply_single(Environment& env, Matrix<const T> a, Matrix<const T> b, format f,
-                     const Accumulation& sum, Matrix<C> c) {
-  Reference reference(env, sum);
-  for (std::size_t i = 0; i < c.rows * c.columns; ++i) {
-    std::vector<T> row, column;
-    for (std::size_t k = 0; k < a.columns; ++k) {
-      row.push_back(a.data[i / c.columns * a.stride + k]);
-      column.push_back(b.data[k * b.stride + i % c.columns]);
-    }
-    c.data[i / c.columns * c.stride + i % c.columns] = element<C>(
-        reference(values(row, f, env.flush_operands), values(column, f, env.flush_operands)));
-  }
+inline std::string text(format f, const Environment& env) {
+  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") rounding " +
+         std::to_string(static_cast<int>(env.rounding)) + " tininess " +
+         std::to_string(static_cast<int>(env.tininess)) + " flush " +
+         std::to_string(env.flush_results) + std::to_string(env.flush_operands) + ' ';
 }
 
-// Runs call(env, begin, size, out) on consecutive pieces of random lengths and holds each against
-// its elements' values and flags.
-template <class T, class OnPiece>
-void expect_pieces(const Environment& settings, const std::vector<T>& want,
-                   const std::vector<unsigned char>& flags, const std::string& what, OnPiece call) {
-  std::vector<T> out(want.size() + 64);
+// Runs call(env, begin, out) on consecutive pieces of n elements, of random lengths, and holds each
+// against single(env, i) of its elements: values and flags.
+template <class T>
+void expect_pieces(const Environment& settings, std::size_t n, const std::string& what, auto single,
+                   auto call) {
+  std::vector<T> want(n), out(n + 64);
+  std::vector<unsigned> flags(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    Environment env = settings;
+    want[i] = single(env, i);
+    flags[i] = env.flags;
+  }
   for_targets([&] {
-    for (std::size_t begin = 0; begin < want.size();) {
-      const std::size_t size = std::min<std::size_t>(
-          random_below(4) == 0 ? random_below(random_below(8) == 0 ? 1100 : 131) : random_below(7),
-          want.size() - begin);
+    std::size_t begin = 0;
+    do {
+      const std::size_t left = n - begin, longest = random_below(8) == 0 ? 1100 : 131;
+      std::size_t size = std::min(random_below(random_below(4) == 0 ? longest : 7), left);
+      if (left < 80 && random_below(2) != 0) size = left;
       Environment env = settings;
       unsigned expected_flags = 0;
       const std::span<T> piece(out.data() + begin + random_below(3), size);
@@ -389,15 +360,119 @@ void expect_pieces(const Environment& settings, const std::vector<T>& want,
           << what << " writes behind its result";
       ASSERT_EQ(env.flags, expected_flags) << what << ", elements from " << begin << ", " << size;
       begin += size;
-    }
+    } while (begin < n);
   });
 }
 
-inline std::string text(format f, const Environment& env) {
-  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") rounding " +
-         std::to_string(static_cast<int>(env.rounding)) + " tininess " +
-         std::to_string(static_cast<int>(env.tininess)) + " flush " +
-         std::to_string(env.flush_results) + std::to_string(env.flush_operands) + ' ';
+// An operation; of operand `once`, if there is one, the first element is in every place.
+template <class T>
+void check_operation(const Environment& settings, const Operation<T>& op,
+                     const std::vector<T> (&x)[3], std::size_t once, format f) {
+  const auto at = [&](std::size_t k, std::size_t i) { return x[k][k == once ? 0 : i]; };
+  expect_pieces<T>(
+      settings, x[0].size(), text(f, settings) + op.name,
+      [&](auto& env, std::size_t i) {
+        return expected(op, env, {at(0, i), at(1, i), at(2, i)}, f);
+      },
+      [&](Environment& env, std::size_t begin, std::span<T> out) {
+        Operand<T> operands[] = {out, out, out};  // one in place, at times
+        const std::size_t place = random_below(6);
+        for (std::size_t k = 0; k < 3; ++k) {
+          const std::span in = std::span(x[k]).subspan(begin, out.size());
+          if (k == place) std::copy(in.begin(), in.end(), out.begin());
+          if (k != place) operands[k] = in;
+          if (k == once && !x[k].empty()) operands[k] = x[k][0];
+        }
+        op.on_arrays(env, operands, f, out);
+      });
+}
+
+// Rounding of x, of format f if it has patterns, into g.
+template <class In, class Out>
+void check_rounding(const Environment& settings, const std::vector<In>& x, format f, format g,
+                    const Draws& draws) {
+  expect_pieces<Out>(
+      settings, x.size(), text(g, settings) + (draws ? "draws" : "rounded"),
+      [&](auto& env, std::size_t i) { return rounded_element<Out>(env, x[i], f, g, draws, i); },
+      [&](Environment& env, std::size_t begin, std::span<Out> out) {
+        std::span<const In> in = std::span(x).subspan(begin, out.size());
+        if constexpr (std::is_same_v<In, Out>) {
+          if (random_below(2) != 0) {
+            std::copy(in.begin(), in.end(), out.begin());
+            in = out;
+          }
+        }
+        Draws by = draws;
+        if (by) by->first += begin;
+        if constexpr (!arrays::number<In>) {
+          arrays::convert(env, in, f, out, g, by);
+        } else if constexpr (arrays::number<Out>) {
+          arrays::round(env, in, g, out, by);
+        } else {
+          arrays::encode(env, in, g, out, by);
+        }
+      });
+}
+
+template <class In, class Out>
+void check_decoding(const std::vector<In>& x, format f) {
+  expect_pieces<Out>(
+      {}, x.size(), text(f, {}) + "decoded",
+      [&](auto&, std::size_t i) { return element<Out>(value(x[i], f)); },
+      [&](auto&, std::size_t begin, std::span<Out> out) {
+        arrays::decode(std::span(x).subspan(begin, out.size()), f, out);
+      });
+}
+
+// A dot product; a y of another length has one element that is in every place.
+template <class T>
+void check_dot(const Environment& settings, const std::vector<T>& x, const std::vector<T>& y,
+               format f, const Accumulation& sum) {
+  const bool once = y.size() != x.size();
+  Environment env = settings;
+  const IEEEFloat want =
+      Reference(env, sum)(values(x, f, settings.flush_operands),
+                          values(once ? std::vector(x.size(), y[0]) : y, f, env.flush_operands));
+  for_targets([&] {
+    Environment own = settings;
+    const OddControlWord odd;
+    const IEEEFloat r = arrays::dot(own, x, once ? Operand<T>(y[0]) : Operand<T>(y), f, sum);
+    ASSERT_EQ(element<std::uint64_t>(r), element<std::uint64_t>(want))
+        << text(f, settings) << x.size() << " terms, block " << sum.block
+        << (sum.pairwise ? " pairwise" : "");
+    ASSERT_EQ(own.flags, env.flags) << text(f, settings) << x.size() << ", block " << sum.block;
+  });
+}
+
+// c := a * b into rows of a stride, against sums of single elements; a has a stride other than 0.
+template <class T, class C>
+void check_matmul(const Environment& settings, Matrix<const T> a, Matrix<const T> b, format f,
+                  const Accumulation& sum, std::size_t stride) {
+  Environment env = settings;
+  Reference reference(env, sum);
+  std::vector<C> want(a.rows * stride, C{77}), c;
+  for (std::size_t i = 0; i < a.rows * b.columns; ++i) {
+    std::vector<T> row, column;
+    for (std::size_t k = 0; k < a.columns; ++k) {
+      row.push_back(a.data[i / b.columns * a.stride + k]);
+      column.push_back(b.data[k * b.stride + i % b.columns]);
+    }
+    want[i / b.columns * stride + i % b.columns] = element<C>(
+        reference(values(row, f, env.flush_operands), values(column, f, env.flush_operands)));
+  }
+  for_targets([&] {
+    Environment own = settings;
+    c.assign(want.size(), C{77});
+    {
+      const OddControlWord odd;
+      arrays::matmul(own, a, b, f, sum, Matrix<C>{c, a.rows, b.columns, stride});
+    }
+    for (std::size_t i = 0; i < c.size(); ++i) {
+      ASSERT_EQ(bits(c[i]), bits(want[i]))
+          << text(f, settings) << i << ", k " << a.columns << ", block " << sum.block;
+    }
+    ASSERT_EQ(own.flags, env.flags) << text(f, settings) << ", block " << sum.block;
+  });
 }
 
 }  // namespace zelk_test

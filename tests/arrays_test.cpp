@@ -18,33 +18,9 @@ void test_operations(format f, std::size_t n) {
     }
   }
   for_environments([&](const Environment& settings) {
-    for (const Call<T>& call : calls<T>) {
-      if (all && call.operands != (sizeof(T) == 1 ? 2 : 1)) continue;
-      std::vector<T> want(n);
-      std::vector<unsigned char> flags(n);
-      const std::size_t once = all ? 3 : random_below(6);
-      const auto operand_at = [&](std::size_t k, std::size_t i) { return x[k][k == once ? 0 : i]; };
-      for (std::size_t i = 0; i < n; ++i) {
-        Environment env = settings;
-        want[i] =
-            expected(call.single, env, {operand_at(0, i), operand_at(1, i), operand_at(2, i)}, f);
-        flags[i] = env.flags;
-      }
-      expect_pieces(settings, want, flags, text(f, settings) + call.name,
-                    [&](Environment& env, std::size_t begin, std::span<T> out) {
-                      std::span<const T> in[3];
-                      for (int k = 0; k < 3; ++k) {
-                        in[k] = std::span(x[k]).subspan(begin, out.size());
-                      }
-                      const std::size_t place = random_below(6);  // in place of an operand
-                      if (place < 3) {
-                        std::copy(in[place].begin(), in[place].end(), out.begin());
-                        in[place] = out;
-                      }
-                      arrays::Operand<T> operands[] = {in[0], in[1], in[2]};
-                      if (once < 3) operands[once] = x[once][0];
-                      call.on_arrays(env, operands[0], operands[1], operands[2], f, out);
-                    });
+    for (const Operation<T>& op : operations<T>) {
+      if (all && op.operands != (sizeof(T) == 1 ? 2 : 1)) continue;
+      check_operation(settings, op, x, all ? 3 : random_below(6), f);
     }
   });
 }

@@ -36,8 +36,8 @@ using arrays::Operand;
 using arrays::Stochastic;
 using arrays::detail::Philox;
 
-// Patterns of 16 bits; some of them where single operations are slow.
-#ifdef ZELK_REFERENCE_ONLY
+// Patterns of 16 bits; some of them where single operations are slow, or have assertions.
+#if defined(ZELK_REFERENCE_ONLY) || !defined(NDEBUG)
 inline constexpr std::size_t every = 2000;
 #else
 inline constexpr std::size_t every = 65536;

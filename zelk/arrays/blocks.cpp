@@ -87,19 +87,6 @@ void write(const Target& out, std::size_t begin, std::size_t count, const std::u
   write_by(out, begin, count, [&](void* to) { narrow(x, out.type, to, padded(count)); });
 }
 
-// Rounded ones, by a step that writes whole granules.
-template <class Round>
-static unsigned write_numbers(const Target& out, std::size_t begin, std::size_t count,
-                              Round round) {
-  if (out.type == Type::f64 && padded(count) == count) {
-    return round(static_cast<double*>(out.data) + begin);
-  }
-  double results[block_size];
-  const unsigned flags = round(results);
-  write(out, begin, count, results);
-  return flags;
-}
-
 unsigned write_rounded(const RoundingPlan& plan, const Target& out, std::size_t begin,
                        std::size_t count, const double* x, const std::uint64_t* draws) {
   const std::size_t n = padded(count);
@@ -109,14 +96,13 @@ unsigned write_rounded(const RoundingPlan& plan, const Target& out, std::size_t 
     write(out, begin, count, patterns);
     return flags;
   }
-  return write_numbers(out, begin, count,
-                       [&](double* to) { return round_doubles(plan, x, draws, to, n); });
-}
-
-unsigned write_roots(const RoundingPlan& plan, const Target& out, std::size_t begin,
-                     std::size_t count, const double* x) {
-  return write_numbers(out, begin, count,
-                       [&](double* to) { return round_roots(plan, x, to, padded(count)); });
+  if (out.type == Type::f64 && n == count) {
+    return round_doubles(plan, x, draws, static_cast<double*>(out.data) + begin, n);
+  }
+  double results[block_size];
+  const unsigned flags = round_doubles(plan, x, draws, results, n);
+  write(out, begin, count, results);
+  return flags;
 }
 
 void write_values(const Target& out, Shape f, std::size_t begin, std::size_t count,

@@ -35,9 +35,6 @@ void write(const Target& out, std::size_t begin, std::size_t count, const std::u
 /// The same of doubles, rounded by a plan; the control word is as that says. Returns the flags.
 unsigned write_rounded(const RoundingPlan& plan, const Target& out, std::size_t begin,
                        std::size_t count, const double* x, const std::uint64_t* draws);
-/// The same of the roots of doubles of as many digits as `round_roots` takes, to numbers.
-unsigned write_roots(const RoundingPlan& plan, const Target& out, std::size_t begin,
-                     std::size_t count, const double* x);
 /// The same of doubles that are values of f, of which elements that are patterns have format f.
 void write_values(const Target& out, Shape f, std::size_t begin, std::size_t count,
                   const double* x);

@@ -8,12 +8,6 @@ namespace zelk::arrays::detail {
 
 void compute_block(Inner& inner, const RoundingPlan& plan, Operation op, const Block& x, Format f,
                    const Target& out, std::size_t begin, std::size_t count) {
-  if (op == Operation::sqrt && is_number(out.type) && plan.m < 24 &&
-      have_digits(x[0], plan.m + 1, padded(count))) {
-    ControlWord::set(plan.processor);
-    inner.raise(write_roots(plan, out, begin, count, x[0]));
-    return;
-  }
   double odd[block_size], single[block_size];
   Declined declined;
   ControlWord::set(rules::toward_zero);

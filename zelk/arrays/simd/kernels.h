@@ -56,16 +56,6 @@ unsigned round_to_patterns(const RoundingPlan& plan, const double* x, const std:
                            std::uint64_t* out, std::size_t n);
 unsigned round_floats(const RoundingPlan& plan, const float* x, float* out, std::size_t n);
 
-/// The square roots of numbers of p <= 24 digits, p those of f, to doubles, in one step: such a
-/// root is either a number of p + 1 digits or so far from all of these that a double of any
-/// direction is on its side. For with roots from 2^(p + k) to 2^(p + 1 + k) the number and the
-/// square of one of these are multiples of 2^2k, so the roots differ by 2^(k - p - 2) at least,
-/// which is more than the last place of a double, 2^(p + k - 52). Not for the widest exponent.
-/// Returns flags.
-unsigned round_roots(const RoundingPlan& plan, const double* x, double* out, std::size_t n);
-/// Whether all have no more digits than that.
-bool have_digits(const double* x, int digits, std::size_t n);
-
 /// out[i] := the draw first + i of a seed, n of them.
 void draw(std::uint64_t seed, std::uint64_t first, std::uint64_t* out, std::size_t n);
 

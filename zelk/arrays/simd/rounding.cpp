@@ -295,7 +295,7 @@ class Aligned {
   VU below, add, add_change, odd_counts, tiny, tiny_change;
 };
 
-template <class Rounder, bool of_roots, class T, class Out>
+template <class Rounder, class T, class Out>
 unsigned run(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, Out* out,
              std::size_t n) {
   const typename Lanes<T>::D d;
@@ -303,7 +303,6 @@ unsigned run(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, O
   const hn::ScalableTag<Out> d_out;
   const Rounder rounder(plan);
   Raised<T> raised;
-  auto invalid = hn::Lt(hn::Zero(d), hn::Zero(d));
   for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
     auto random = hn::Zero(du);
     if constexpr (sizeof(T) == sizeof(std::uint64_t)) {
@@ -311,33 +310,28 @@ unsigned run(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, O
         random = hn::LoadU(du, draws + i);
       }
     }
-    auto number = hn::LoadU(d, x + i);
-    if constexpr (of_roots) {
-      invalid = hn::Or(invalid, hn::Lt(number, hn::Zero(d)));
-      number = hn::Sqrt(number);
-    }
-    const auto result = rounder(number, random, raised);
+    const auto result = rounder(hn::LoadU(d, x + i), random, raised);
     hn::StoreU(hn::BitCast(d_out, result), d_out, out + i);
   }
-  return raised.flags() | (hn::AllFalse(d, invalid) ? 0U : unsigned{rules::invalid});
+  return raised.flags();
 }
 
-template <class T, class Out, template <class, Cut, bool> class Rounder, bool of_roots = false>
+template <class T, class Out, template <class, Cut, bool> class Rounder>
 unsigned run_cut(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, Out* out,
                  std::size_t n) {
   constexpr bool patterns = !std::is_same_v<T, Out>;
   switch (plan.cut) {
     case Cut::by_processor:
-      return run<Rounder<T, Cut::by_processor, patterns>, of_roots>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::by_processor, patterns>>(plan, x, nullptr, out, n);
     case Cut::toward_zero:
-      return run<Rounder<T, Cut::toward_zero, patterns>, of_roots>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::toward_zero, patterns>>(plan, x, nullptr, out, n);
     case Cut::away:
-      return run<Rounder<T, Cut::away, patterns>, of_roots>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::away, patterns>>(plan, x, nullptr, out, n);
     case Cut::to_odd:
-      return run<Rounder<T, Cut::to_odd, patterns>, of_roots>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::to_odd, patterns>>(plan, x, nullptr, out, n);
     default:
-      if constexpr (sizeof(T) == sizeof(double) && !of_roots) {
-        return run<Rounder<T, Cut::stochastic, patterns>, of_roots>(plan, x, draws, out, n);
+      if constexpr (sizeof(T) == sizeof(double)) {
+        return run<Rounder<T, Cut::stochastic, patterns>>(plan, x, draws, out, n);
       }
       return 0;
   }
@@ -354,18 +348,6 @@ unsigned RoundDoubles(const RoundingPlan& plan, const double* x, const std::uint
                       double* out, std::size_t n) {
   return run_plan(plan, x, draws, out, n);
 }
-unsigned RoundRoots(const RoundingPlan& plan, const double* x, double* out, std::size_t n) {
-  return run_cut<double, double, Scaled, true>(plan, x, nullptr, out, n);
-}
-bool HaveDigits(const double* x, int digits, std::size_t n) {
-  const hn::ScalableTag<std::uint64_t> du;
-  const auto below = hn::Set(du, (std::uint64_t{1} << (53 - digits)) - 1);
-  auto some = hn::Zero(du);
-  for (std::size_t i = 0; i < n; i += hn::Lanes(du)) {
-    some = hn::Or(some, hn::BitCast(du, hn::LoadU(hn::ScalableTag<double>(), x + i)));
-  }
-  return hn::AllTrue(du, hn::Eq(hn::And(some, below), hn::Zero(du)));
-}
 unsigned RoundToPatterns(const RoundingPlan& plan, const double* x, const std::uint64_t* draws,
                          std::uint64_t* out, std::size_t n) {
   return run_plan(plan, x, draws, out, n);
@@ -381,20 +363,12 @@ HWY_AFTER_NAMESPACE();
 namespace zelk::arrays::detail {
 
 HWY_EXPORT(RoundDoubles);
-HWY_EXPORT(RoundRoots);
-HWY_EXPORT(HaveDigits);
 HWY_EXPORT(RoundToPatterns);
 HWY_EXPORT(RoundFloats);
 
 unsigned round_doubles(const RoundingPlan& plan, const double* x, const std::uint64_t* draws,
                        double* out, std::size_t n) {
   return HWY_DYNAMIC_DISPATCH(RoundDoubles)(plan, x, draws, out, n);
-}
-unsigned round_roots(const RoundingPlan& plan, const double* x, double* out, std::size_t n) {
-  return HWY_DYNAMIC_DISPATCH(RoundRoots)(plan, x, out, n);
-}
-bool have_digits(const double* x, int digits, std::size_t n) {
-  return HWY_DYNAMIC_DISPATCH(HaveDigits)(x, digits, n);
 }
 unsigned round_to_patterns(const RoundingPlan& plan, const double* x, const std::uint64_t* draws,
                            std::uint64_t* out, std::size_t n) {

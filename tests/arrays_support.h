@@ -343,6 +343,7 @@ void expect_pieces(const Environment& settings, std::size_t n, const std::string
       const std::size_t left = n - begin, longest = random_below(8) == 0 ? 1100 : 131;
       std::size_t size = std::min(random_below(random_below(4) == 0 ? longest : 7), left);
       if (left < 80 && random_below(2) != 0) size = left;
+      if (size > 64 && random_below(2) != 0) size -= size % 64;
       Environment env = settings;
       unsigned expected_flags = 0;
       const std::span<T> piece(out.data() + begin + random_below(3), size);

@@ -80,7 +80,9 @@ void compute_each(Environment& env, Operation op, const Source& x, const Source&
     if (selects(op) && (is_number(out.type) || RoundingPlan::serves(f, 52))) {
       select_block(op, block, f, out, begin, count);
     } else if (!selects(op) && has_vectors(f)) {
-      compute_block(inner, plan, op, block, f, out, begin, count);
+      if (op != Operation::sqrt || !compute_roots(inner, plan, first, out, begin, count)) {
+        compute_block(inner, plan, op, block, f, out, begin, count);
+      }
     } else {
       for (std::size_t i = 0; i < count; ++i) {
         store(out, begin + i, s,

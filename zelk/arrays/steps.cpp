@@ -24,4 +24,14 @@ void compute_block(Inner& inner, const RoundingPlan& plan, Operation op, const B
   }
 }
 
+bool compute_roots(Inner& inner, const RoundingPlan& plan, const double* x, const Target& out,
+                   std::size_t begin, std::size_t count) {
+  if (out.type != Type::f64 || plan.m >= 24 || count % granule != 0 || !have_51_digits(x, count)) {
+    return false;
+  }
+  ControlWord::set(plan.processor);
+  inner.raise(round_roots(plan, x, static_cast<double*>(out.data) + begin, count));
+  return true;
+}
+
 }  // namespace zelk::arrays::detail

@@ -295,7 +295,7 @@ class Aligned {
   VU below, add, add_change, odd_counts, tiny, tiny_change;
 };
 
-template <class Rounder, class T, class Out>
+template <class Rounder, bool of_roots, class T, class Out>
 unsigned run(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, Out* out,
              std::size_t n) {
   const typename Lanes<T>::D d;
@@ -303,6 +303,7 @@ unsigned run(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, O
   const hn::ScalableTag<Out> d_out;
   const Rounder rounder(plan);
   Raised<T> raised;
+  auto invalid = hn::Lt(hn::Zero(d), hn::Zero(d));
   for (std::size_t i = 0; i < n; i += hn::Lanes(d)) {
     auto random = hn::Zero(du);
     if constexpr (sizeof(T) == sizeof(std::uint64_t)) {
@@ -310,28 +311,33 @@ unsigned run(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, O
         random = hn::LoadU(du, draws + i);
       }
     }
-    const auto result = rounder(hn::LoadU(d, x + i), random, raised);
+    auto number = hn::LoadU(d, x + i);
+    if constexpr (of_roots) {
+      invalid = hn::Or(invalid, hn::Lt(number, hn::Zero(d)));
+      number = hn::Sqrt(number);
+    }
+    const auto result = rounder(number, random, raised);
     hn::StoreU(hn::BitCast(d_out, result), d_out, out + i);
   }
-  return raised.flags();
+  return raised.flags() | (hn::AllFalse(d, invalid) ? 0U : unsigned{rules::invalid});
 }
 
-template <class T, class Out, template <class, Cut, bool> class Rounder>
+template <class T, class Out, template <class, Cut, bool> class Rounder, bool of_roots = false>
 unsigned run_cut(const RoundingPlan& plan, const T* x, const std::uint64_t* draws, Out* out,
                  std::size_t n) {
   constexpr bool patterns = !std::is_same_v<T, Out>;
   switch (plan.cut) {
     case Cut::by_processor:
-      return run<Rounder<T, Cut::by_processor, patterns>>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::by_processor, patterns>, of_roots>(plan, x, nullptr, out, n);
     case Cut::toward_zero:
-      return run<Rounder<T, Cut::toward_zero, patterns>>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::toward_zero, patterns>, of_roots>(plan, x, nullptr, out, n);
     case Cut::away:
-      return run<Rounder<T, Cut::away, patterns>>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::away, patterns>, of_roots>(plan, x, nullptr, out, n);
     case Cut::to_odd:
-      return run<Rounder<T, Cut::to_odd, patterns>>(plan, x, nullptr, out, n);
+      return run<Rounder<T, Cut::to_odd, patterns>, of_roots>(plan, x, nullptr, out, n);
     default:
-      if constexpr (sizeof(T) == sizeof(double)) {
-        return run<Rounder<T, Cut::stochastic, patterns>>(plan, x, draws, out, n);
+      if constexpr (sizeof(T) == sizeof(double) && !of_roots) {
+        return run<Rounder<T, Cut::stochastic, patterns>, of_roots>(plan, x, draws, out, n);
       }
       return 0;
   }
@@ -348,6 +354,17 @@ unsigned RoundDoubles(const RoundingPlan& plan, const double* x, const std::uint
                       double* out, std::size_t n) {
   return run_plan(plan, x, draws, out, n);
 }
+unsigned RoundRoots(const RoundingPlan& plan, const double* x, double* out, std::size_t n) {
+  return run_cut<double, double, Scaled, true>(plan, x, nullptr, out, n);
+}
+bool Have51Digits(const double* x, std::size_t n) {
+  const hn::ScalableTag<std::uint64_t> du;
+  auto some = hn::Zero(du);
+  for (std::size_t i = 0; i < n; i += hn::Lanes(du)) {
+    some = hn::Or(some, hn::BitCast(du, hn::LoadU(hn::ScalableTag<double>(), x + i)));
+  }
+  return hn::AllTrue(du, hn::Eq(hn::And(some, hn::Set(du, 3)), hn::Zero(du)));
+}
 unsigned RoundToPatterns(const RoundingPlan& plan, const double* x, const std::uint64_t* draws,
                          std::uint64_t* out, std::size_t n) {
   return run_plan(plan, x, draws, out, n);
@@ -363,12 +380,20 @@ HWY_AFTER_NAMESPACE();
 namespace zelk::arrays::detail {
 
 HWY_EXPORT(RoundDoubles);
+HWY_EXPORT(RoundRoots);
+HWY_EXPORT(Have51Digits);
 HWY_EXPORT(RoundToPatterns);
 HWY_EXPORT(RoundFloats);
 
 unsigned round_doubles(const RoundingPlan& plan, const double* x, const std::uint64_t* draws,
                        double* out, std::size_t n) {
   return HWY_DYNAMIC_DISPATCH(RoundDoubles)(plan, x, draws, out, n);
+}
+unsigned round_roots(const RoundingPlan& plan, const double* x, double* out, std::size_t n) {
+  return HWY_DYNAMIC_DISPATCH(RoundRoots)(plan, x, out, n);
+}
+bool have_51_digits(const double* x, std::size_t n) {
+  return HWY_DYNAMIC_DISPATCH(Have51Digits)(x, n);
 }
 unsigned round_to_patterns(const RoundingPlan& plan, const double* x, const std::uint64_t* draws,
                            std::uint64_t* out, std::size_t n) {

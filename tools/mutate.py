@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Puts one small fault at a time into the sources of zelk/ and sees whether the tests notice.
 
-usage: mutate.py [count] [seed]
+usage: mutate.py [count] [seed] [first]: as many faults, from the first that is to be tried
 
 Each fault is built and tested with the short roads and without, in copies of the tree under
 build/mutate, one for each processor. A fault is killed when a test fails, hangs or does not end
@@ -268,7 +268,8 @@ class Tree:
 def main():
     count = int(sys.argv[1]) if len(sys.argv) > 1 else 150
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
-    faults = list(sample(count, seed))
+    first = int(sys.argv[3]) if len(sys.argv) > 3 else 0
+    faults = sample(first + count, seed)[first:]
     WORK.mkdir(parents=True, exist_ok=True)
     trees = queue.Queue()
     workers = os.cpu_count() or 1
@@ -291,7 +292,7 @@ def main():
             before = (ROOT / fault.file).read_text().splitlines()[fault.line]
             print("    -" + before + "\n    +" + fault.text, flush=True)
     tried = outcomes["killed"] + outcomes["equal"] + outcomes["survived"]
-    print(f"{tried} faults (seed {seed}): {outcomes['killed']} killed, {outcomes['equal']} equal in "
+    print(f"{tried} faults (seed {seed}, from {first}): {outcomes['killed']} killed, {outcomes['equal']} equal in "
           f"effect, {outcomes['survived']} survived; {outcomes['does not compile']} did not compile, "
           f"{outcomes['not compiled in']} are in code that no test compiles in")
     sys.exit(1 if outcomes["survived"] else 0)

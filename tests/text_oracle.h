@@ -2,7 +2,7 @@
 #ifndef ZELK_TESTS_TEXT_ORACLE_H_
 #define ZELK_TESTS_TEXT_ORACLE_H_
 
-#include "tests/environment_oracle.h"
+#include "tests/exact_oracle.h"
 
 namespace zelk_test {
 

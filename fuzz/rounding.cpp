@@ -18,18 +18,14 @@ static Operand operand(const Target& t, Input& in) {
 // In one environment of all.
 static void check_once(const Operation& op, const std::vector<Operand>& all, const Target& to,
                        bool into, Input& in) {
-  const Environment start = any_environment(in);
-  Environment env = start;
+  Environment env = any_environment(in);
   Values v;
   Operands numbers;
   for (const Operand& o : all) v.push_back(o.x), numbers.push_back(o.exact[env.flush_operands]);
   const Answer want = to.round(op.exact(numbers, env.rounding), env);
   const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
-  EXPECT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags) &&
-              r.get_mode() == modes[0] && r.get_format() == to.f)
-      << name(start) << op.name << " of " << name(v) << (into ? " into " : "") << " is " << name(r)
-      << " with flags " << env.flags % 32U << ", wanted 0x" << std::hex << want.bits << " with "
-      << std::dec << want.flags;
+  const IEEEFloat like = to.f == v[0].get_format() ? v[0] : IEEEFloat(to.f, modes[0]);
+  check_answer(r, env, want, like, [&] { return op.name + (" of " + name(v)); });
 }
 
 // Sums and dots of all, which may cancel.

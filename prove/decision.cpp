@@ -82,11 +82,6 @@ std::vector<limbs::Limb> to_limbs(const mpz_class& n, std::size_t size) {
   mpz_export(w.data(), nullptr, -1, sizeof(limbs::Limb), 0, 0, n.get_mpz_t());
   return w;
 }
-mpz_class from_limbs(const limbs::Limb* w, std::size_t size) {
-  mpz_class n;
-  mpz_import(n.get_mpz_t(), size, -1, sizeof(limbs::Limb), 0, 0, w);
-  return n;
-}
 
 // What rounds and packs on each road, given the number as that road has it.
 
@@ -107,7 +102,7 @@ mpz_class in_words(const S& s, const Layout& t, const Number& x, const Environme
                             static_cast<rules::Direction>(env.rounding));
   const limbs::Limb w[] = {static_cast<limbs::Limb>(r),
                            static_cast<limbs::Limb>(words::uint128{r} >> 64)};
-  mpz_class pattern = from_limbs(w, 2);
+  mpz_class pattern = from_limbs(w);
   if constexpr (words::Raised<S>) pattern >>= static_cast<unsigned long>(s.below());
   return pattern;
 }
@@ -142,7 +137,7 @@ void check_roads(const Layout& t, const Number& x) {
       std::vector<limbs::Limb> out(e / 64 + m / 64 + 3);
       pack(limbs::Rounding(static_cast<rules::Direction>(env.rounding), &raised), out.data());
       env.flags = raised.flags;
-      return from_limbs(out.data(), static_cast<std::size_t>(shape.pattern_size()));
+      return from_limbs({out.data(), static_cast<std::size_t>(shape.pattern_size())});
     });
   };
   const auto size = static_cast<long>(w.size());

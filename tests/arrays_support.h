@@ -251,10 +251,7 @@ std::vector<IEEEFloat> values(const std::vector<T>& x, format f, bool flush) {
 }
 
 inline std::string text(format f, const Environment& env) {
-  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") rounding " +
-         std::to_string(static_cast<int>(env.rounding)) + " tininess " +
-         std::to_string(static_cast<int>(env.tininess)) + " flush " +
-         std::to_string(env.flush_results) + std::to_string(env.flush_operands) + ' ';
+  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") " + name(env);
 }
 
 // Runs call(env, begin, out) on consecutive pieces of n elements, of random lengths, and holds each

@@ -143,12 +143,6 @@ struct Operand {
         subnormal(!exact[0].is_zero() && exact[1].is_zero()) {}
 };
 
-inline std::string name(const Environment& env) {
-  return "{Rounding(" + std::to_string(static_cast<unsigned>(env.rounding)) + "), Tininess(" +
-         std::to_string(static_cast<unsigned>(env.tininess)) + "), " +
-         std::to_string(env.flush_results) + ", " + std::to_string(env.flush_operands) + "} ";
-}
-
 inline std::string name(const Values& v) {
   std::string text;
   for (const IEEEFloat& x : v) text += name(x) + "; ";

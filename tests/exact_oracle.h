@@ -12,6 +12,12 @@ using zelk::Environment;
 using zelk::Rounding;
 using zelk::Tininess;
 
+inline std::string name(const Environment& env) {
+  return "{Rounding(" + std::to_string(static_cast<unsigned>(env.rounding)) + "), Tininess(" +
+         std::to_string(static_cast<unsigned>(env.tininess)) + "), " +
+         std::to_string(env.flush_results) + ", " + std::to_string(env.flush_operands) + "} ";
+}
+
 inline constexpr unsigned invalid = 1, pole = 2, overflow = 4, underflow = 8, inexact = 16;
 
 /// q * 2^k, floored or not.

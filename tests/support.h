@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <random>
+#include <span>
 #include <string>
 
 #include "zelk/base/quoted.h"
@@ -82,6 +83,11 @@ std::string message(auto call) {
 }
 
 inline mpz_class pow2(unsigned long k) { return mpz_class(1) << k; }
+inline mpz_class from_limbs(std::span<const std::uint64_t> limbs) {
+  mpz_class n;
+  mpz_import(n.get_mpz_t(), limbs.size(), -1, sizeof limbs[0], 0, 0, limbs.data());
+  return n;
+}
 inline QNumber power(unsigned long k) { return {pow2(k), 1}; }
 
 /// The pattern as an integer of GMP.

@@ -22,25 +22,20 @@ static std::string in_every_room(const std::string& want, auto write) {
   }
 }
 
-// Every pattern of every small format: the shortest text, all digits, and roundings of any length.
+// Patterns of small formats: the shortest text, all digits, and roundings of any length.
 TEST(ToText, SmallFormatsAreThoseOfRationals) {
   std::vector<Format> formats = {{5, 10}, {8, 7}, {1, 3}};
-  const unsigned long most = rounds() > 50000 ? 16 : 12;  // bits
-  const int step = rounds() < 5000 ? 3 : 1;
-  for (unsigned long e = 2; e < most - 1; ++e) {
-    for (unsigned long m = 1; e + m < most; ++m) formats.push_back({e, m});
+  for (unsigned long e = 2; e < 11; ++e) {
+    for (unsigned long m = 1; e + m < 12; ++m) formats.push_back({e, m});
   }
   Random random;
   for (const Format f : formats) {
     const Layout t(f);
-    for (mpz_class p = 1; p < t.inf; p += step) {
-      const unsigned long kind = random.below(64);
+    for (mpz_class p = 1; p < t.inf; p += 1 + random.below(1 + 100000 / rounds())) {
       IEEEFloat x = generic(f, modes[0], p);
       const mpq_class v = t.value(p);
       const std::string text = to_shortest(x);
       ASSERT_EQ(text, shortest(t, p)) << name(x);
-      ASSERT_TRUE(f.exp_width < 2 || read_back(text, f) == name(x)) << text;
-      if (kind > 2) continue;
       ASSERT_EQ(text, in_every_room(text, [&](char* a, char* b) { return to_chars(a, b, x); }));
       ASSERT_EQ(to_exact(x).find_first_not_of("0123456789.e+-"), std::string::npos);
       ASSERT_EQ(QNumber::from_text(to_exact(x)).to_mpq(), v);

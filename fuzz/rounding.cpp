@@ -28,22 +28,6 @@ static void check_once(const Operation& op, const std::vector<Operand>& all, con
   check_answer(r, env, want, like, [&] { return op.name + (" of " + name(v)); });
 }
 
-// Sums and dots of all, which may cancel.
-static void check_sums(const std::vector<Operand>& all, const Target& to, Input& in) {
-  const Environment env = any_environment(in);
-  Values x, y;
-  Operands terms, products;
-  for (const Operand& o : all) {
-    const Operand& other = all[in.below(all.size())];
-    x.push_back(o.x), terms.push_back(o.exact[env.flush_operands]);
-    y.push_back(other.x), products.push_back(other.exact[env.flush_operands]);
-    products.back() =
-        any_nan({terms.back(), products.back()}) ? Exact() : times(terms.back(), products.back());
-  }
-  check_sum(to, env, sum_of(terms, env.rounding), x, {});
-  check_sum(to, env, sum_of(products, env.rounding), x, y);
-}
-
 // One of the checks for each input: the more inputs, the more new code they find.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input in(data, size);
@@ -78,7 +62,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<Operand> all;
     while (all.size() < 3 + kind % 3)
       all.push_back(operand(kind < 20 || all.size() % 2 != 0 ? t : to, in));
-    check_sums(all, to, in);
+    const Environment env = any_environment(in);
+    std::vector<Operand> factors;
+    while (factors.size() < all.size()) factors.push_back(all[in.below(all.size())]);
+    check_sums(to, env, all, factors);  // which may cancel
   }
   return 0;
 }

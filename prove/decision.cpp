@@ -88,18 +88,14 @@ std::vector<limbs::Limb> to_limbs(const mpz_class& n, std::size_t size) {
 template <class S>
 mpz_class in_words(const S& s, const Layout& t, const Number& x, const Environment& env) {
   using W = words::Word<S>;
-  const auto word = [](const mpz_class& n) {
-    const auto w = to_limbs(n, 2);
-    if constexpr (sizeof(W) > 8) return words::double_word(w[1], w[0]);
-    return W{w[0]};
-  };
   const auto length = static_cast<long>(mpz_sizeinbase(x.n.get_mpz_t(), 2));
+  const auto digits = to_limbs(x.sticky(words::lead<W> + 1 - length), 2);
   const mpz_class exp = x.exponent - t.f.mant_width - x.places + length - 2;
-  const W r =
-      words::round_and_pack(s,
-                            words::Unpacked<W>{x.negative ? words::sign_bit(s) : W{0}, exp.get_si(),
-                                               word(x.sticky(words::lead<W> + 1 - length))},
-                            static_cast<rules::Direction>(env.rounding));
+  const W r = words::round_and_pack(
+      s,
+      words::Unpacked<W>{x.negative ? words::sign_bit(s) : W{0}, exp.get_si(),
+                         static_cast<W>(words::double_word(digits[1], digits[0]))},
+      static_cast<rules::Direction>(env.rounding));
   const limbs::Limb w[] = {static_cast<limbs::Limb>(r),
                            static_cast<limbs::Limb>(words::uint128{r} >> 64)};
   mpz_class pattern = from_limbs(w);

@@ -39,6 +39,7 @@ TEST(ArraysRounding, IsTheEnvironments) {
     test_rounding<float, double>({8, 23}, f, 50);
     test_rounding<double, std::uint64_t>({11, 52}, f, 100);
   }
+  test_rounding<double, double>({11, 52}, {10, 51}, 900);  // more than a block
   test_rounding<std::uint16_t, std::uint8_t>({5, 10}, {5, 2}, every);
   test_rounding<std::uint16_t, std::uint8_t>({8, 7}, {4, 3}, every);
   test_rounding<std::uint16_t, std::uint16_t>({5, 10}, {8, 7}, 1000);

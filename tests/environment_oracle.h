@@ -407,6 +407,20 @@ inline void check_sum(const Target& to, const Environment& start, const Exact& e
                [&] { return "sum of " + name(x) + " times " + name(y); });
 }
 
+/// The sum of x, and the dot product of x and y.
+inline void check_sums(const Target& to, const Environment& env, const std::vector<Operand>& x,
+                       const std::vector<Operand>& y) {
+  Values a, b;
+  Operands terms, products;
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    const Exact &p = x[i].exact[env.flush_operands], &q = y[i].exact[env.flush_operands];
+    a.push_back(x[i].x), b.push_back(y[i].x);
+    terms.push_back(p), products.push_back(any_nan({p, q}) ? Exact() : times(p, q));
+  }
+  check_sum(to, env, sum_of(terms, env.rounding), a, {});
+  check_sum(to, env, sum_of(products, env.rounding), a, b);
+}
+
 /// Any settings, with flags to be kept.
 inline Environment any_environment(auto& random) {
   return {static_cast<Rounding>(random.below(6)), static_cast<Tininess>(random.below(2)),

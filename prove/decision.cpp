@@ -20,11 +20,6 @@ namespace limbs = zelk::limbs;
 namespace rules = zelk::rules;
 namespace words = zelk::words;
 
-mpz_class shifted(const mpz_class& n, long k) {
-  return k < 0 ? mpz_class(n >> static_cast<unsigned long>(-k))
-               : mpz_class(n << static_cast<unsigned long>(k));
-}
-
 // +-n * 2^k: the magnitude of a pattern, that of infinity and what would be above it included, with
 // quarters of its last place, and less than that: nothing, a half of one or a digit far below.
 struct Number {
@@ -37,22 +32,21 @@ struct Number {
   Number(const Layout& t, bool sign, const mpz_class& p, unsigned quarters, int rest)
       : negative(sign), pattern(p), places(rest == 2 ? 93 : 3) {
     n = 4 * (p < t.hidden ? p : mpz_class(p % t.hidden + t.hidden)) + quarters;
-    n = shifted(n, places - 2) + static_cast<int>(rest != 0);
-    low = n % shifted(1, places);
+    n = scaled(n, places - 2).get_num() + static_cast<int>(rest != 0);
+    low = n % scaled(1, places).get_num();
     const mpz_class bias = pow2(t.f.exp_width - 1) - 1;
     exponent = std::max<mpz_class>(p / t.hidden, 1);
     k = QNumber(exponent - bias - t.f.mant_width - places, 1);
   }
   // The magnitude of n * 2^by, with a lowest bit that also stands for all beneath it.
   mpz_class sticky(long by) const {
-    const mpz_class cut = shifted(n, by);
-    return shifted(cut, -by) == n ? cut : mpz_class(cut | 1);
+    bool rest = false;
+    const mpz_class cut = number(n).digits(by, rest);
+    return rest ? mpz_class(cut | 1) : cut;
   }
   // The neighbours among the multiples of 2^-digits of the last place.
   Neighbours neighbours(long digits) const {
-    const mpz_class v = shifted(pattern, places) + low, unit = shifted(1, places - digits);
-    const mpz_class below = v / unit, rest = v % unit;
-    return {below, rest == 0, cmp(2 * rest, unit)};
+    return zelk_test::neighbours(number(scaled(pattern, places) + low), places - digits);
   }
   IEEEFloat value(const mpz_class& digits, Format f, Environment& env) const {
     return env.from_scaled(QNumber(negative ? mpz_class(-digits) : digits, 1), k, f);

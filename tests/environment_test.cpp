@@ -103,12 +103,6 @@ TEST(Environments, HaveNoLimitOnDistancesOfExponents) {
   Environment env;
   const Format f{65, 10};
   const IEEEFloat one = value("1", f), tiny = next_up(IEEEFloat(f, modes[0]));
-  EXPECT_EQ(bits(env.add(one, IEEEFloat(f, modes[0]))), bits(one));
-  EXPECT_EQ(env.flags, 0);
-  EXPECT_EQ(bits(env.add(one, tiny)), bits(one));
-  EXPECT_EQ(env.flags, inexact);
-  env.rounding = Rounding::toward_zero;
-  EXPECT_EQ(bits(env.fma(tiny, -one, one)), bits(next_down(one)));
   EXPECT_EQ(bits(env.remainder(one, tiny)), 0);
   EXPECT_EQ(bits(env.modulo(tiny, one)), bits(tiny));
   for (const auto d : {Rounding::nearest_even, Rounding::to_odd}) {

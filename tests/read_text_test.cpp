@@ -98,9 +98,8 @@ TEST(ReadText, CloseToMiddles) {
           static_cast<long>(random.below(static_cast<unsigned long>(2 * most))) - most - bits;
       const long size = std::max(bits * 301 / 1000, 1L) + static_cast<long>(random.below(5)) - 2;
       const long k = (j + bits) * 30103 / 100000 - size;
-      mpz_class a = j > 0 ? pow2(static_cast<unsigned long>(j)) : mpz_class(1);
-      mpz_class b = j > 0 ? mpz_class(1) : pow2(static_cast<unsigned long>(-j));
-      (k > 0 ? b : a) *= power_of_ten(std::abs(k)).get_num();
+      const mpq_class q = scaled(1 / power_of_ten(k), j);
+      mpz_class a = q.get_num(), b = q.get_den();
       // Leading bits suffice.
       const auto least =
           std::min(mpz_sizeinbase(a.get_mpz_t(), 2), mpz_sizeinbase(b.get_mpz_t(), 2));

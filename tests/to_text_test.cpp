@@ -164,14 +164,9 @@ TEST(ToText, HardCasesAreDecidedExactly) {
       // The exponent of the last place, and a decimal place.
       const unsigned long fields = std::min(1UL << f.exp_width, 24000UL);
       const mpz_class field = t.inf / t.hidden / 2 - fields / 2 + random.below(fields);
-      if (field < 1) continue;
-      if (field * t.hidden >= t.inf) continue;
+      if (field < 1 || field * t.hidden >= t.inf) continue;
       const long k = t.exponent(field * t.hidden);
-      const auto scale = [&](long p) -> mpq_class {
-        return (k < 0 ? mpq_class(1, pow2(static_cast<unsigned long>(-k)))
-                      : mpq_class(pow2(static_cast<unsigned long>(k)))) /
-               power_of_ten(p);
-      };
+      const auto scale = [&](long p) { return scaled(1 / power_of_ten(p), k); };
       const long last = decade(scale(0));
       const bool middle = random.below(2) == 0;  // of this value and the next
       const long p = middle ? last : last + static_cast<long>(random.below(f.mant_width / 3 + 1));

@@ -28,3 +28,11 @@ TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
     }
   }
 }
+
+// A divisor whose reciprocal is first estimated as one that is too large by two.
+TEST(WideFormats, DivisorsAtTheBordersOfTheirReciprocal) {
+  const mpz_class x("3ffff625b14b747fa4cc13d06eba0917246c775f5c732865701ae9349ea8729c", 16);
+  const mpz_class y("3ffff266729f77ed495156f4b950258778009ade38204e63359a46e672a8d0a2", 16);
+  const Target t({19, 236});
+  check_pair(t, operations, generic(t.f, modes[1], x), generic(t.f, modes[1], y));
+}

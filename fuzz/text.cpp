@@ -65,9 +65,12 @@ static void check_rounded(const std::string (&text)[3], const IEEEFloat& x) {
 static void check_writing(const IEEEFloat& x, Input& in) {
   const unsigned long kind = in.below(10);
   const int digits = static_cast<int>(in.below(60));
-  const auto rounded = [&](Rounding r) {
-    return written(
-        [&] { return kind == 5 ? to_scientific(x, digits + 1, r) : to_fixed(x, digits, r); });
+  const auto rounded = [&](std::size_t form, Rounding r) {
+    return written([&] {
+      return form == 0   ? to_scientific(x, digits + 1, r)
+             : form == 1 ? to_fixed(x, digits, r)
+                         : to_hex(x, digits + 1, r);
+    });
   };
   const auto rooms = [&](const std::string& want, auto write) {
     if (want.empty()) return;
@@ -79,7 +82,6 @@ static void check_writing(const IEEEFloat& x, Input& in) {
     expect_back(text, x, r);
     return text;
   };
-  const auto shortest = [](const IEEEFloat& v) { return to_shortest(v); };
   if (kind == 0) {
     EXPECT_EQ(QNumber::from_text(to_bits_text(x)), x.get_bits());
   }
@@ -87,28 +89,20 @@ static void check_writing(const IEEEFloat& x, Input& in) {
   if (kind == 2) back(Rounding::toward_negative, [](const IEEEFloat& v) { return to_hex(v); });
   if (kind == 3) back(Rounding::to_odd, [](const IEEEFloat& v) { return to_smtlib(v); });
   if (kind == 4) {
-    rooms(back(Rounding::nearest_even, shortest),
+    rooms(back(Rounding::nearest_even, [](const IEEEFloat& v) { return to_shortest(v); }),
           [&](char* a, char* b) { return zelk::to_chars(a, b, x); });
   }
   if (kind == 5 || kind == 6) {
-    const std::string texts[] = {rounded(Rounding::toward_negative),
-                                 rounded(Rounding::nearest_even),
-                                 rounded(Rounding::toward_positive)};
+    const std::string texts[] = {rounded(kind - 5, Rounding::toward_negative),
+                                 rounded(kind - 5, Rounding::nearest_even),
+                                 rounded(kind - 5, Rounding::toward_positive)};
     if (zelk::is_finite(x) && std::ranges::count(texts, "") == 0) check_rounded(texts, x);
   }
-  if (kind == 7) {
-    rooms(written([&] { return to_scientific(x, digits + 1); }), [&](char* a, char* b) {
-      return zelk::to_chars(a, b, x, std::chars_format::scientific, digits);
-    });
-  }
-  if (kind == 8) {
-    rooms(rounded(Rounding::toward_positive), [&](char* a, char* b) {
-      return zelk::to_chars(a, b, x, std::chars_format::fixed, digits, Rounding::toward_positive);
-    });
-  }
-  if (kind == 9) {
-    rooms(written([&] { return to_hex(x, digits + 1); }), [&](char* a, char* b) {
-      return zelk::to_chars(a, b, x, std::chars_format::hex, digits);
+  if (kind > 6) {
+    constexpr std::chars_format forms[] = {std::chars_format::scientific, std::chars_format::fixed,
+                                           std::chars_format::hex};
+    rooms(rounded(kind - 7, Rounding::toward_positive), [&](char* a, char* b) {
+      return zelk::to_chars(a, b, x, forms[kind - 7], digits, Rounding::toward_positive);
     });
   }
 }

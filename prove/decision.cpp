@@ -20,11 +20,6 @@ namespace limbs = zelk::limbs;
 namespace rules = zelk::rules;
 namespace words = zelk::words;
 
-mpz_class shifted(const mpz_class& n, long k) {
-  return k < 0 ? mpz_class(n >> static_cast<unsigned long>(-k))
-               : mpz_class(n << static_cast<unsigned long>(k));
-}
-
 // +-n * 2^k: the magnitude of a pattern, that of infinity and what would be above it included, with
 // quarters of its last place, and less than that: nothing, a half of one or a digit far below.
 struct Number {
@@ -37,22 +32,21 @@ struct Number {
   Number(const Layout& t, bool sign, const mpz_class& p, unsigned quarters, int rest)
       : negative(sign), pattern(p), places(rest == 2 ? 93 : 3) {
     n = 4 * (p < t.hidden ? p : mpz_class(p % t.hidden + t.hidden)) + quarters;
-    n = shifted(n, places - 2) + static_cast<int>(rest != 0);
-    low = n % shifted(1, places);
+    n = scaled(n, places - 2).get_num() + static_cast<int>(rest != 0);
+    low = n % scaled(1, places).get_num();
     const mpz_class bias = pow2(t.f.exp_width - 1) - 1;
     exponent = std::max<mpz_class>(p / t.hidden, 1);
     k = QNumber(exponent - bias - t.f.mant_width - places, 1);
   }
   // The magnitude of n * 2^by, with a lowest bit that also stands for all beneath it.
   mpz_class sticky(long by) const {
-    const mpz_class cut = shifted(n, by);
-    return shifted(cut, -by) == n ? cut : mpz_class(cut | 1);
+    bool rest = false;
+    const mpz_class cut = number(n).digits(by, rest);
+    return rest ? mpz_class(cut | 1) : cut;
   }
   // The neighbours among the multiples of 2^-digits of the last place.
   Neighbours neighbours(long digits) const {
-    const mpz_class v = shifted(pattern, places) + low, unit = shifted(1, places - digits);
-    const mpz_class below = v / unit, rest = v % unit;
-    return {below, rest == 0, cmp(2 * rest, unit)};
+    return zelk_test::neighbours(number(scaled(pattern, places) + low), places - digits);
   }
   IEEEFloat value(const mpz_class& digits, Format f, Environment& env) const {
     return env.from_scaled(QNumber(negative ? mpz_class(-digits) : digits, 1), k, f);
@@ -82,32 +76,23 @@ std::vector<limbs::Limb> to_limbs(const mpz_class& n, std::size_t size) {
   mpz_export(w.data(), nullptr, -1, sizeof(limbs::Limb), 0, 0, n.get_mpz_t());
   return w;
 }
-mpz_class from_limbs(const limbs::Limb* w, std::size_t size) {
-  mpz_class n;
-  mpz_import(n.get_mpz_t(), size, -1, sizeof(limbs::Limb), 0, 0, w);
-  return n;
-}
 
 // What rounds and packs on each road, given the number as that road has it.
 
 template <class S>
 mpz_class in_words(const S& s, const Layout& t, const Number& x, const Environment& env) {
   using W = words::Word<S>;
-  const auto word = [](const mpz_class& n) {
-    const auto w = to_limbs(n, 2);
-    if constexpr (sizeof(W) > 8) return words::double_word(w[1], w[0]);
-    return W{w[0]};
-  };
   const auto length = static_cast<long>(mpz_sizeinbase(x.n.get_mpz_t(), 2));
+  const auto digits = to_limbs(x.sticky(words::lead<W> + 1 - length), 2);
   const mpz_class exp = x.exponent - t.f.mant_width - x.places + length - 2;
-  const W r =
-      words::round_and_pack(s,
-                            words::Unpacked<W>{x.negative ? words::sign_bit(s) : W{0}, exp.get_si(),
-                                               word(x.sticky(words::lead<W> + 1 - length))},
-                            static_cast<rules::Direction>(env.rounding));
+  const W r = words::round_and_pack(
+      s,
+      words::Unpacked<W>{x.negative ? words::sign_bit(s) : W{0}, exp.get_si(),
+                         static_cast<W>(words::double_word(digits[1], digits[0]))},
+      static_cast<rules::Direction>(env.rounding));
   const limbs::Limb w[] = {static_cast<limbs::Limb>(r),
                            static_cast<limbs::Limb>(words::uint128{r} >> 64)};
-  mpz_class pattern = from_limbs(w, 2);
+  mpz_class pattern = from_limbs(w);
   if constexpr (words::Raised<S>) pattern >>= static_cast<unsigned long>(s.below());
   return pattern;
 }
@@ -142,7 +127,7 @@ void check_roads(const Layout& t, const Number& x) {
       std::vector<limbs::Limb> out(e / 64 + m / 64 + 3);
       pack(limbs::Rounding(static_cast<rules::Direction>(env.rounding), &raised), out.data());
       env.flags = raised.flags;
-      return from_limbs(out.data(), static_cast<std::size_t>(shape.pattern_size()));
+      return from_limbs({out.data(), static_cast<std::size_t>(shape.pattern_size())});
     });
   };
   const auto size = static_cast<long>(w.size());

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "prove/theorem.h"
+#include "tests/environment_oracle.h"
 #include "tests/text_oracle.h"
 #include "zelk/float/functions.h"
 

@@ -115,9 +115,8 @@ TEST(Allocation, StaysWithinItsBounds) {
 }
 
 static bool same(const Numbers& x, const Numbers& y) {
-  return std::ranges::equal(x.numbers, y.numbers, [](const QNumber& a, const QNumber& b) {
-    return a == b && a.is_small() == b.is_small();
-  });
+  const auto equal = [](const QNumber& a, const QNumber& b) { return same(a, b); };
+  return std::ranges::equal(x.numbers, y.numbers, equal);
 }
 
 static int failures = 0;

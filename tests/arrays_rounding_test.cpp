@@ -39,6 +39,7 @@ TEST(ArraysRounding, IsTheEnvironments) {
     test_rounding<float, double>({8, 23}, f, 50);
     test_rounding<double, std::uint64_t>({11, 52}, f, 100);
   }
+  test_rounding<double, double>({11, 52}, {10, 51}, 900);  // more than a block
   test_rounding<std::uint16_t, std::uint8_t>({5, 10}, {5, 2}, every);
   test_rounding<std::uint16_t, std::uint8_t>({8, 7}, {4, 3}, every);
   test_rounding<std::uint16_t, std::uint16_t>({5, 10}, {8, 7}, 1000);
@@ -111,41 +112,6 @@ TEST(ArraysRounding, DrawsAreBelowTheFraction) {
       }
     }
   }
-}
-
-// Parts of an array are rounded as the whole is, also one by one.
-TEST(ArraysRounding, DrawsAreThoseOfPlaces) {
-  for (const format f : {format{4, 3}, {10, 51}}) {
-    Environment env;
-    std::vector<double> x(1300), whole(x.size());
-    for (double& a : x) a = std::ldexp(random_words() >> 11, -53);
-    arrays::round(env, x, f, whole, Stochastic{1, 5});
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      const std::span part(&x[i], 1);
-      arrays::round(env, part, f, part, Stochastic{1, 5 + i});
-    }
-    EXPECT_EQ(x, whole);
-  }
-}
-
-// Of a number a fraction p of a place above a value, p of 10^6 go up, within five standard errors;
-// values stay.
-TEST(ArraysRounding, DrawsHaveTheRightMean) {
-  constexpr std::size_t n = 1000000;
-  for (const double p : {0.25, 0.001, 0.7}) {
-    Environment env;
-    std::vector<double> out(n);
-    arrays::round(env, std::vector<double>(n, -(1 + p / 8)), {4, 3}, out, Stochastic{42, 7});
-    const auto up = static_cast<double>(std::count(out.begin(), out.end(), -1.125));
-    EXPECT_EQ(std::count(out.begin(), out.end(), -1.0), static_cast<long>(n - up));
-    EXPECT_LT(std::abs(up - p * n), 5 * std::sqrt(n * p * (1 - p))) << p;
-    EXPECT_EQ(env.flags, 16);
-  }
-  Environment env;
-  std::vector<float> x(n, 1.875F);
-  arrays::round(env, x, {4, 3}, x, Stochastic{});
-  EXPECT_EQ(std::count(x.begin(), x.end(), 1.875F), static_cast<long>(n));
-  EXPECT_EQ(env.flags, 0);
 }
 
 #define EXPECT_ERROR(text, ...) \

@@ -6,27 +6,18 @@
 #include <hwy/highway.h>
 
 #include <bit>
-#include <cfenv>
 #include <cmath>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "tests/support.h"
+#include "tests/exact_oracle.h"
 #include "zelk/arrays.h"
 #include "zelk/arrays/stochastic.h"
 #include "zelk/float/formats.h"
 #include "zelk/float/native.h"
 
-#ifdef __SSE2__
-#include <xmmintrin.h>
-#endif
-
 namespace zelk_test {
 
-using zelk::Environment;
-using zelk::Rounding;
-using zelk::Tininess;
 namespace arrays = zelk::arrays;
 using arrays::Accumulation;
 using arrays::Draws;
@@ -42,10 +33,6 @@ inline constexpr std::size_t every = 2000;
 #else
 inline constexpr std::size_t every = 65536;
 #endif
-
-inline std::mt19937_64 random_words(20240229);
-
-inline std::uint64_t random_below(std::uint64_t n) { return random_words() % n; }
 
 // Every setting of an environment.
 template <class Visit>
@@ -69,32 +56,6 @@ void for_targets(Visit visit) {
   }
   hwy::SetSupportedTargetsForTest(0);
 }
-
-// A control word of the caller's that nothing may depend on, and that has to come back.
-class OddControlWord {
- public:
-  OddControlWord(const OddControlWord&) = delete;
-  OddControlWord& operator=(const OddControlWord&) = delete;
-#ifdef __SSE2__
-  OddControlWord() : before(_mm_getcsr()) { _mm_setcsr(odd); }
-  ~OddControlWord() {
-    EXPECT_EQ(_mm_getcsr(), odd);
-    _mm_setcsr(before);
-  }
-
- private:
-  unsigned before;
-  // Any rounding, flushing, status bits; traps only where no status bit is set already.
-  unsigned odd = random_below(2) != 0 ? static_cast<unsigned>(random_below(4) << 13 | 0x8040)
-                                      : static_cast<unsigned>(random_below(0x10000)) | 0x1F80;
-#else
-  OddControlWord() { std::fesetround(FE_UPWARD); }
-  ~OddControlWord() {
-    EXPECT_EQ(std::fegetround(), FE_UPWARD);
-    std::fesetround(FE_TONEAREST);
-  }
-#endif
-};
 
 // Elements as values: patterns of f, or numbers.
 template <class T>
@@ -140,21 +101,11 @@ auto bits(T x) {
   }
 }
 
-// Values of every kind: random patterns, boundaries and their neighbours, all signs.
+// Of values of every kind, with anything above the bits of the format.
 inline std::uint64_t any_pattern(format f) {
-  const std::uint64_t inf = ((std::uint64_t{1} << f.exp_width) - 1) << f.mant_width;
-  const std::uint64_t one = ((std::uint64_t{1} << (f.exp_width - 1)) - 1) << f.mant_width;
-  const std::uint64_t base[] = {0,
-                                std::uint64_t{1} << f.mant_width,
-                                inf,
-                                one,
-                                one,
-                                random_words(),
-                                random_words(),
-                                one + (random_below(16) << f.mant_width)};
-  const std::uint64_t near = base[random_below(8)] + random_below(5) - 2;
-  const std::uint64_t p = random_below(3) == 0 ? random_words() : near;
-  return random_below(2) != 0 ? p : p ^ inf;
+  static Random random;
+  const std::uint64_t above = (random_words() << f.exp_width << f.mant_width) << 1;
+  return random_below(3) == 0 ? random_words() : above | random.pattern(Layout(f)).get_ui();
 }
 
 template <class T>
@@ -214,39 +165,20 @@ T expected(const Operation<T>& op, Environment& env, const T (&x)[3], format f) 
   return r;
 }
 
-// x rounded into f where d < 2^64 * the fraction goes up: on rationals.
+// x rounded into f where d < 2^64 * the fraction goes up.
 inline IEEEFloat rounded(Environment& env, const IEEEFloat& x, format f, std::uint64_t d) {
-  if (x.is_nan() || x.is_inf() || x.is_zero()) return Environment{}.convert(x, f);
-  const mpq_class q = abs(x.to_number().to_mpq());
-  const long emax = (1L << (f.exp_width - 1)) - 1, m = static_cast<long>(f.mant_width);
-  const auto scaled = [](mpq_class r, long n) {
-    const auto size = static_cast<unsigned long>(std::abs(n));
-    (n < 0 ? mpq_div_2exp : mpq_mul_2exp)(r.get_mpq_t(), r.get_mpq_t(), size);
-    return r;
-  };
-  long e = static_cast<long>(mpz_sizeinbase(q.get_num_mpz_t(), 2)) -
-           static_cast<long>(mpz_sizeinbase(q.get_den_mpz_t(), 2));
-  e -= q < scaled(1, e) ? 1 : 0;
-  const bool tiny = e < 1 - emax;
-  const long place = std::max(e, 1 - emax) - m;
-  mpq_class r = scaled(q, -place);
-  const mpz_class whole = r.get_num() / r.get_den();
-  const mpq_class fraction = r - whole;
-  r = scaled(whole + (d < scaled(fraction, 64) ? 1 : 0), place);
-  IEEEFloat result(f, IEEEFloat::ROUND_NEAREST_EVEN);
-  if (tiny && env.flush_results) {
-    env.flags |= 8 | 16;
-  } else if (r >= scaled(1, emax + 1)) {
-    env.flags |= 4 | 16;
-    result.self_inf(false);
-  } else {
-    if (fraction != 0) env.flags |= 16;
-    if (fraction != 0 && tiny) env.flags |= 8;
-    result = IEEEFloat::from_ratio(zelk::from_mpz(r.get_num()) / zelk::from_mpz(r.get_den()), f,
-                                   IEEEFloat::ROUND_NEAREST_EVEN);
+  const Target to(f);
+  Placed p = to.place(Target(x.get_format()).decode(zelk_test::bits(x)));
+  if (!p.values.exact) {
+    bool rest = false;
+    const long place = std::max(p.x.exponent(), to.emin) - to.m;
+    const mpz_class fraction = p.x.digits(64 - place, rest) % pow2(64);
+    p.values.middle = d < fraction || (d == fraction && rest) ? 1 : -1;
   }
-  if (x.get_sign()) result.self_neg();
-  return result;
+  const Answer r =
+      p.round(to, {Rounding::nearest_even, Tininess::before_rounding, env.flush_results});
+  env.flags = static_cast<std::uint8_t>(env.flags | r.flags);
+  return IEEEFloat::from_encoding(QNumber(r.bits, 1), f);
 }
 
 // x, of format f if it has patterns, rounded into g, by draw i or as the environment says.
@@ -319,10 +251,7 @@ std::vector<IEEEFloat> values(const std::vector<T>& x, format f, bool flush) {
 }
 
 inline std::string text(format f, const Environment& env) {
-  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") rounding " +
-         std::to_string(static_cast<int>(env.rounding)) + " tininess " +
-         std::to_string(static_cast<int>(env.tininess)) + " flush " +
-         std::to_string(env.flush_results) + std::to_string(env.flush_operands) + ' ';
+  return "(" + std::to_string(f.exp_width) + ", " + std::to_string(f.mant_width) + ") " + name(env);
 }
 
 // Runs call(env, begin, out) on consecutive pieces of n elements, of random lengths, and holds each

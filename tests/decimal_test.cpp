@@ -21,8 +21,7 @@ static bool is_cut_off(long q, long exponent, const mpz_class& n, long units) {
 TEST(PowersOfFive, AreWithinTheirBounds) {
   for (long q = -decimal::last_wide_power; q <= decimal::last_wide_power; ++q) {
     const decimal::Power256 wide = decimal::wide_power_of_five(q);
-    mpz_class n;
-    mpz_import(n.get_mpz_t(), 4, -1, 8, 0, 0, wide.limb);
+    const mpz_class n = from_limbs(wide.limb);
     ASSERT_EQ(mpz_sizeinbase(n.get_mpz_t(), 2), 256) << q;
     const long exponent = decimal::binary_exponent(q);
     ASSERT_TRUE(is_cut_off(q, exponent - 255, n, q < 0 || q > 110 ? 3 : 1)) << q;
@@ -30,8 +29,7 @@ TEST(PowersOfFive, AreWithinTheirBounds) {
   for (long q = -decimal::last_power; q <= decimal::last_power; ++q) {
     const std::uint64_t words[] = {zelk::words::low_word(decimal::power_of_five(q)),
                                    zelk::words::high_word(decimal::power_of_five(q))};
-    mpz_class n;
-    mpz_import(n.get_mpz_t(), 2, -1, 8, 0, 0, words);
+    const mpz_class n = from_limbs(words);
     ASSERT_TRUE(n >= pow2(127) && is_cut_off(q, decimal::binary_exponent(q) - 127, n, 1)) << q;
   }
 }

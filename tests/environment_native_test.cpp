@@ -62,6 +62,13 @@ struct Control {
   }
 };
 
+// What a call gives in an environment, and the flags that it leaves.
+static auto on_processor(const Environment& env, auto call) {
+  const Control control(env);
+  const volatile auto result = call();
+  return std::pair(result, Control::flags());
+}
+
 template <typename T>
 [[ZELK_FUSING]] static T fused_by_processor(T x, T y, T z) {
   return std::fma(x, y, z);
@@ -99,13 +106,7 @@ static const Instruction<T, Other<T>> conversion = ZELK_INSTRUCTION(convert(v[0]
 template <typename T, typename R>
 static void check(const Instruction<T, R>& i, Environment env, const Values& v, const T* operands) {
   const volatile T natives[] = {operands[0], operands[1], operands[2]};
-  volatile R result = 0;
-  unsigned flags = 0;
-  {
-    const Control control(env);
-    result = i.native(natives);
-    flags = Control::flags();
-  }
+  const auto [result, flags] = on_processor(env, [&] { return i.native(natives); });
   const Environment start = env;
   const IEEEFloat r = i.call(env, v);
   ASSERT_TRUE(bits(r) == bits(zelk::from_native<R>(result)) && env.flags == flags)
@@ -116,13 +117,7 @@ static void check(const Instruction<T, R>& i, Environment env, const Values& v, 
 template <typename T>
 static void check_integers(Environment env, const IEEEFloat& x, T operand) {
   const volatile T native = operand;
-  volatile long result = 0;
-  unsigned flags = 0;
-  {
-    const Control control(env);
-    result = std::lrint(native);
-    flags = Control::flags();
-  }
+  const auto [result, flags] = on_processor(env, [&] { return std::lrint(native); });
   const auto n = env.to_signed(x, 64);
   ASSERT_TRUE(env.flags == flags && n.has_value() == ((flags & invalid) == 0) &&
               n.value_or(result) == result)

@@ -1,6 +1,4 @@
 // Environments: their errors, and what they leave alone.
-#include <cfenv>
-
 #include "tests/environment_oracle.h"
 #include "zelk/float/functions.h"
 #include "zelk/swflt/swflt.h"
@@ -83,8 +81,7 @@ TEST(Environments, RefuseInOneOrder) {
 
 // Bits of flags, flags of others, and the processor's state.
 TEST(Environments, TouchNothingElse) {
-  std::fesetround(FE_UPWARD);
-  std::feclearexcept(FE_ALL_EXCEPT);
+  const OddControlWord odd;
   zelk::swflt::float_exception_flags = 5;
   for (const Format f : {Format{5, 10}, {8, 23}, {11, 52}, {15, 112}, {19, 236}}) {
     const Target t(f);
@@ -99,8 +96,6 @@ TEST(Environments, TouchNothingElse) {
       }
     }
   }
-  EXPECT_TRUE(std::fegetround() == FE_UPWARD && std::fetestexcept(FE_ALL_EXCEPT) == 0);
-  std::fesetround(FE_TONEAREST);
   EXPECT_EQ(zelk::swflt::float_exception_flags, 5);
 }
 
@@ -108,12 +103,6 @@ TEST(Environments, HaveNoLimitOnDistancesOfExponents) {
   Environment env;
   const Format f{65, 10};
   const IEEEFloat one = value("1", f), tiny = next_up(IEEEFloat(f, modes[0]));
-  EXPECT_EQ(bits(env.add(one, IEEEFloat(f, modes[0]))), bits(one));
-  EXPECT_EQ(env.flags, 0);
-  EXPECT_EQ(bits(env.add(one, tiny)), bits(one));
-  EXPECT_EQ(env.flags, inexact);
-  env.rounding = Rounding::toward_zero;
-  EXPECT_EQ(bits(env.fma(tiny, -one, one)), bits(next_down(one)));
   EXPECT_EQ(bits(env.remainder(one, tiny)), 0);
   EXPECT_EQ(bits(env.modulo(tiny, one)), bits(tiny));
   for (const auto d : {Rounding::nearest_even, Rounding::to_odd}) {

@@ -11,8 +11,6 @@
 
 namespace zelk_test {
 
-inline constexpr mpfr_rnd_t directions[] = {MPFR_RNDN, MPFR_RNDZ, MPFR_RNDU, MPFR_RNDD};
-
 /// A number of MPFR's with the precision of a format.
 struct Mpfr {
   mpfr_t r;

@@ -12,7 +12,6 @@ struct FirstAndLast {
 #include <memory>
 #include <random>
 #include <set>
-#include <thread>
 #include <vector>
 
 #include "tests/number_calls.h"
@@ -271,33 +270,6 @@ TEST(QNumber, TakesWordsAndGmpRationalsAsOperands) {
   q = half;
   EXPECT_TRUE(q == half && half == q && q < mpq_class(half + 1) && q + half == 1 && half - q == 0 &&
               half / q == 1 && half + half == 1 && half - 1L == -half);
-}
-
-// Sums and products in both forms, which come back to where they were.
-static void compute(long seed, const QNumber& shared, const mpq_class& value) {
-  const QNumber big = (power(90) + seed) / (power(80) - 1);
-  for (long i = 1; i < 3000; ++i) {
-    const QNumber small = QNumber(i % 1000 + 1) / (seed + i % 900 + 1);
-    QNumber q = small, quotient, rest;
-    q += big, q *= shared, q -= small * shared;
-    const QNumber product = big * shared;
-    ASSERT_TRUE(q == product && q * q.inv() == 1 && !(q < product) && shared.to_mpq() == value);
-    shared.get_num().divmod(seed, quotient, rest);
-    ASSERT_EQ(quotient * seed + rest, shared.get_num());
-    BVNumber::bit_left_shift(quotient, 99, &rest), BVNumber::bit_right_shift(rest, 99, &rest);
-    BVNumber::bit_op(rest, quotient, BVNumber::bit_and_l, mpz_and, &rest);
-    ASSERT_EQ(rest, quotient);
-  }
-}
-
-TEST(QNumber, ThreadsComputeAtTheSameTime) {
-  const mpq_class value(pow2(130) + 7, 3 * pow2(70) + 1);
-  const QNumber shared = value;
-  std::vector<std::thread> threads;
-  for (long seed = 1; seed < 5; ++seed) {
-    threads.emplace_back([=, &shared] { compute(seed, shared, QNumber(value).to_mpq()); });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(Exception, TextGrowsAndIsCopied) {

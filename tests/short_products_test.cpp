@@ -7,6 +7,7 @@
 
 namespace {
 using namespace zelk::limbs;
+using zelk_test::from_limbs;
 using Limbs = std::vector<Limb>;
 
 /// n limbs with the highest bit set: random ones, or `borders` of 8 at the borders of limbs.
@@ -21,12 +22,6 @@ Limbs operand(gmp_randclass& random, std::size_t n, unsigned long borders) {
   return limbs;
 }
 
-mpz_class integer(const Limbs& limbs) {
-  mpz_class z;
-  mpz_import(z.get_mpz_t(), limbs.size(), -1, sizeof(Limb), 0, 0, limbs.data());
-  return z;
-}
-
 TEST(ShortProducts, BoundsHold) {
   gmp_randclass random(gmp_randinit_mt);
   random.seed(zelk_test::seed());
@@ -38,10 +33,12 @@ TEST(ShortProducts, BoundsHold) {
       y[0] += i % 2;  // x and y may be the same, or next to each other
       Limbs high(size + 1), quotient(size + 2), room(2 * size), more_room(3 * size + 1);
       multiply_high(high.data(), x.data(), (x == y ? x : y).data(), n, room.data());
-      const mpz_class product_lost = (integer(x) * integer(y) >> (64 * (size - 1))) - integer(high);
+      const mpz_class product_lost =
+          (from_limbs(x) * from_limbs(y) >> (64 * (size - 1))) - from_limbs(high);
       EXPECT_TRUE(product_lost >= 0 && product_lost < product_error(n)) << n;
       divide_high(quotient.data(), x.data(), y.data(), n, more_room.data());
-      const mpz_class lost = (integer(x) << (64 * (size + 1))) / integer(y) - integer(quotient);
+      const mpz_class lost =
+          (from_limbs(x) << (64 * (size + 1))) / from_limbs(y) - from_limbs(quotient);
       EXPECT_TRUE(lost >= 0 && lost < quotient_error) << n;
     }
   }

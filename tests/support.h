@@ -5,13 +5,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <cstdlib>
 #include <iostream>
+#include <random>
+#include <span>
 #include <string>
 
 #include "zelk/base/quoted.h"
 #include "zelk/numbers/room.h"
 #include "zelk/zelk.h"
+
+#ifdef __SSE2__
+#include <xmmintrin.h>
+#endif
 
 namespace zelk_test {
 
@@ -52,6 +59,9 @@ inline unsigned long rounds() {
   return setting("ZELK_ROUNDS", usual);
 }
 
+inline std::mt19937_64 random_words(20240229);
+inline std::uint64_t random_below(std::uint64_t n) { return random_words() % n; }
+
 /// Whether the processor looks for tiny results before it rounds them, or after.
 #if defined(__aarch64__) || defined(__s390x__)
 inline constexpr auto tininess_of_processor = zelk::Tininess::before_rounding;
@@ -73,10 +83,41 @@ std::string message(auto call) {
 }
 
 inline mpz_class pow2(unsigned long k) { return mpz_class(1) << k; }
+inline mpz_class from_limbs(std::span<const std::uint64_t> limbs) {
+  mpz_class n;
+  mpz_import(n.get_mpz_t(), limbs.size(), -1, sizeof limbs[0], 0, 0, limbs.data());
+  return n;
+}
 inline QNumber power(unsigned long k) { return {pow2(k), 1}; }
 
 /// The pattern as an integer of GMP.
 inline mpz_class bits(const IEEEFloat& x) { return x.get_bits().to_mpq().get_num(); }
+
+/// A control word of the caller's that nothing may depend on, and that has to come back.
+class OddControlWord {
+ public:
+  OddControlWord(const OddControlWord&) = delete;
+  OddControlWord& operator=(const OddControlWord&) = delete;
+#ifdef __SSE2__
+  OddControlWord() : before(_mm_getcsr()) { _mm_setcsr(odd); }
+  ~OddControlWord() {
+    EXPECT_EQ(_mm_getcsr(), odd);
+    _mm_setcsr(before);
+  }
+
+ private:
+  unsigned before;
+  // Any rounding, flushing, status bits; traps only where no status bit is set already.
+  unsigned odd = random_below(2) != 0 ? static_cast<unsigned>(random_below(4) << 13 | 0x8040)
+                                      : static_cast<unsigned>(random_below(0x10000)) | 0x1F80;
+#else
+  OddControlWord() { std::fesetround(FE_UPWARD); }
+  ~OddControlWord() {
+    EXPECT_EQ(std::fegetround(), FE_UPWARD);
+    std::fesetround(FE_TONEAREST);
+  }
+#endif
+};
 
 /// How a check of a result fails; what led to the result is streamed to it.
 #define ASSERT_BITS(result, want) \

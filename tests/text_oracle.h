@@ -2,7 +2,7 @@
 #ifndef ZELK_TESTS_TEXT_ORACLE_H_
 #define ZELK_TESTS_TEXT_ORACLE_H_
 
-#include "tests/environment_oracle.h"
+#include "tests/exact_oracle.h"
 
 namespace zelk_test {
 
@@ -56,17 +56,18 @@ inline std::string general(const std::string& scientific, long precision) {
                                       : plain(digits, p));
 }
 
+// Rounded to so many decimal digits.
+inline std::string scientific(const mpq_class& v, long digits, Rounding r) {
+  long place = decade(abs(v)) - digits + 1;
+  mpz_class d = rounded(v, place, r);
+  if (d == power_of_ten(digits)) d /= 10, ++place;
+  return (v < 0 ? "-" : "") + with_exponent(d.get_str(), place);
+}
+
 // Rounded to so many hexadecimal places.
 inline std::string hexadecimal(const mpq_class& v, long places, Rounding r) {
-  long top = decade(abs(v)) + 1;
-  top *= top < 0 ? 3 : 4;
-  const auto unit = [&] {
-    const long k = top - 4 * places;
-    const mpz_class power = pow2(static_cast<unsigned long>(std::abs(k)));
-    return k < 0 ? mpq_class(1, power) : mpq_class(power);
-  };
-  while (abs(v) < unit() * pow2(static_cast<unsigned long>(4 * places))) --top;
-  mpz_class d = rounded(mpq_class(v / unit()), 0, r);
+  long top = number(v).exponent();
+  mpz_class d = neighbours(number(v), top - 4 * places).chosen(r, v < 0);
   if (d == 2 * pow2(static_cast<unsigned long>(4 * places))) d /= 2, ++top;
   std::string digits = d.get_str(16);
   if (places > 0) digits.insert(1, ".");

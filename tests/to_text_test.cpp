@@ -168,7 +168,9 @@ TEST(ToText, WideFormatsAreThoseOfMpfr) {
     const Layout t(f);
     Mpfr v(f);
     for (unsigned long i = 0; i < rounds() / (f.exp_width > 15 ? 200 : 20); ++i) {
-      const mpz_class p = random.pattern(t) % t.inf;
+      // Where integers are about to get an exponent, or any.
+      mpz_class p = (t.inf / t.hidden / 2 + f.mant_width + random.below(20)) * t.hidden;
+      p = (i % 8 == 0 ? mpz_class(p + random.digits(f.mant_width)) : random.pattern(t)) % t.inf;
       if (p == 0) continue;
       const bool negative = random.below(2) == 1;
       const std::string sign = negative ? "-" : "";

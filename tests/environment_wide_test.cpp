@@ -111,6 +111,16 @@ TEST(MixedFormats, NumbersRoundOnce) {
   }
 }
 
+// A root that is first estimated as too large by two, which its last place would show.
+TEST(MixedFormats, RootsAreCorrectedTwice) {
+  const Target t({5, 122});
+  for (const unsigned long field : {15UL, 16UL}) {
+    const mpz_class p = field * t.hidden + mpz_class("01444145fec4a525a68e708bacff6d41", 16);
+    const Operand x(t, IEEEFloat::from_bits(QNumber(p, 1), t.f));
+    check_operation(operations[7], {&x}, t, false);
+  }
+}
+
 // ---- Remainders ----
 
 // x / y is half of an odd number, or next to it.

@@ -48,7 +48,9 @@ TEST(Arrays, OperationsOnPatternsAreTheEnvironments) {
   }
   test_operations<std::uint16_t>({9, 6}, 300);
   test_operations<std::uint32_t>({8, 23}, 500);
+  test_operations<std::uint32_t>({11, 20}, 200);
   test_operations<std::uint64_t>({11, 52}, 200);
+  test_operations<std::uint64_t>({10, 52}, 200);
 }
 
 // Where digits are few, among them squares of what lies at or between values; later some have more.

@@ -18,7 +18,8 @@ static IEEEFloat represented(Random& random, IEEEFloat x) {
   return x;
 }
 
-// Within a few powers of two of one, a subnormal of narrow formats, or special.
+// Within a few powers of two of one, of 62 ones at times, a subnormal of narrow formats, or
+// special.
 static Operand value_near_one(Random& random, const Target& t) {
   const unsigned long kind = random.below(20),
                       reach = random.below(2) == 0 ? 4 : t.f.mant_width + 9;
@@ -28,6 +29,7 @@ static Operand value_near_one(Random& random, const Target& t) {
     const mpz_class e = one + random.below(2 * reach + 1) - reach;
     p = std::clamp<mpz_class>(e, 0, top) * t.hidden + random.digits(t.f.mant_width);
     if (kind < 7) p = p / t.hidden * t.hidden + random.below(2);
+    if (kind == 7) p |= t.hidden - 1, p -= (t.hidden - 1) >> 61;
   }
   p += random.below(2) * t.sign;
   const IEEEFloat x = IEEEFloat::from_encoding(QNumber(p, 1), t.f);
@@ -35,8 +37,8 @@ static Operand value_near_one(Random& random, const Target& t) {
 }
 
 static constexpr Format mixed_formats[] = {
-    {5, 10},  {8, 7}, {8, 23}, {11, 52}, {15, 112}, {19, 236}, {2, 1},    {4, 3},  {3, 60},
-    {15, 63}, {5, 2}, {62, 1}, {63, 64}, {64, 63},  {65, 10},  {100, 40}, {9, 400}};
+    {5, 10},  {8, 7}, {8, 23}, {11, 52}, {15, 112}, {19, 236}, {2, 1},    {4, 3},   {3, 60},
+    {15, 63}, {5, 2}, {62, 1}, {63, 64}, {64, 63},  {65, 10},  {100, 40}, {9, 400}, {5, 122}};
 static const std::vector<Target> mixed(std::begin(mixed_formats), std::end(mixed_formats));
 
 TEST(MixedFormats, MatchRationals) {
@@ -55,8 +57,17 @@ TEST(MixedFormats, MatchRationals) {
       check_operation(op, one, t, false);
       check_operation(op, many, i % 3 == 0 ? t : to, true);
     }
+    // What a product was rounded by.
+    Environment env{static_cast<Rounding>(i % 6)};
+    const Operand near(t, -env.multiply(same[0].x, same[1].x));
+    check_operation(operations[6], {&same[0], &same[1], &near}, t, false);
     const Operand &a = same[0], &b = others[1];
     ASSERT_TRUE(compare(a.x, b.x) == order(a.exact[0], b.exact[0])) << name({a.x, b.x});
+    const Layout bare({1, 3});  // without arithmetic
+    const mpz_class p = random.below(8);
+    ASSERT_TRUE(compare(generic(bare.f, modes[0], p), b.x) ==
+                order(number(bare.value(p)), b.exact[0]))
+        << name(b.x);
     ASSERT_FALSE(HasFailure());
   }
 }
@@ -97,6 +108,16 @@ TEST(MixedFormats, NumbersRoundOnce) {
               bits(env.divide(env.from_integer(QNumber(q.get_num(), 1), to.f),
                               env.from_integer(QNumber(q.get_den(), 1), to.f))))
         << q << ' ' << name(env);
+  }
+}
+
+// A root that is first estimated as too large by two, which its last place would show.
+TEST(MixedFormats, RootsAreCorrectedTwice) {
+  const Target t({5, 122});
+  for (const unsigned long field : {15UL, 16UL}) {
+    const mpz_class p = field * t.hidden + mpz_class("01444145fec4a525a68e708bacff6d41", 16);
+    const Operand x(t, IEEEFloat::from_bits(QNumber(p, 1), t.f));
+    check_operation(operations[7], {&x}, t, false);
   }
 }
 

@@ -103,6 +103,9 @@ TEST(Limits, FormatsOfAnyWidthAnswerOrThrow) {
   const IEEEFloat far = IEEEFloat::from_number(power(60000), wide, up);
   EXPECT_TRUE(REFUSED(two, x *= x) && REFUSED(two, x /= x) && REFUSED(two, x += far));
   EXPECT_FALSE(REFUSED(max, x += two));
+  for (const unsigned long k : {top - 2, top - 1}) {  // a sum of exponents
+    EXPECT_EQ(REFUSED(max, x = zelk::Environment().scale(x, power(k), {65, 10})), k == top - 1);
+  }
   const IEEEFloat last = IEEEFloat::from_bits(1, {top - 3, 1});  // exponents with no room
   EXPECT_TRUE(REFUSED(last, x += x) && REFUSED(last, x.to_integer(9)));
 }

@@ -221,7 +221,8 @@ inline constexpr Call calls[] = {
     ON_VALUES(x = IEEEFloat::from_bits(y.get_bits(), y.get_format())),
     // Exact values can be larger than their formats; then g matters.
     ON_VALUES(n = x.to_number()), ON_VALUES(n = x.to_integer(0)),
-    ON_VALUES(n = sum_of(x.to_str() + to_shortest(x) + to_hex(x, 5) + to_scientific(x, 9))),
+    ON_VALUES(n = sum_of(x.to_str() + to_shortest(x) + to_hex(x, 5) + to_scientific(x, 9) +
+                         to_smtlib(x))),
     ON_VALUES(n = x.to_integer(g.mant_width)),
     ON_VALUES(x = IEEEFloat::from_number(n, g, x.get_mode())),
     ON_VALUES(x = IEEEFloat::from_text("-12.5e-30", g, x.get_mode()))};

@@ -81,6 +81,7 @@ TEST(Swflt, AnyCharacterButNulSetsTheSign) {
     const auto c = static_cast<char>(s);
     EXPECT_TRUE(float32_set_sign(5, c) == 0x80000005 && float64_set_sign(5, c) == 5 + (1UL << 63));
   }
+  EXPECT_TRUE(float32_set_sign(0x80000005, 0) == 5 && float64_set_sign(5 + (1UL << 63), 0) == 5);
 }
 // How many routines take a mode of this type: not of an enumeration, which numbers otherwise.
 enum Codes : int {};

@@ -139,7 +139,11 @@ TEST(ToText, WideFormatsAreThoseOfRationals) {
   for (const Format f : formats) {
     const Layout t(f);
     for (unsigned long i = 0; i < rounds() / (f.exp_width > 15 ? 200 : 20); ++i) {
-      const mpz_class p = random.pattern(t);
+      mpz_class p = random.pattern(t);
+      if (i % 8 == 0) {  // where integers are about to get an exponent
+        p = (t.inf / t.hidden / 2 + f.mant_width + random.below(20)) * t.hidden;
+        p = (p + random.digits(f.mant_width)) % t.inf;
+      }
       if (p % t.sign == 0 || p % t.sign >= t.inf) continue;
       IEEEFloat x = IEEEFloat::from_bits(QNumber(p % t.sign, 1), f);
       const std::string text = to_shortest(x);

@@ -29,6 +29,17 @@ TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
   }
 }
 
+// GMP allocates for long products, of which these need all digits.
+TEST(WideFormats, ProductsThatFailChangeNothing) {
+  const IEEEFloat one = IEEEFloat::from_number(1, {20, 130000}, modes[0]);
+  IEEEFloat x = one + IEEEFloat::from_scaled(1, -130000, {20, 130000}, modes[0]), before = x;
+  EXPECT_EQ(x * one, x);
+  mp_set_memory_functions([](std::size_t) -> void* { throw std::bad_alloc(); }, nullptr, nullptr);
+  EXPECT_THROW(x *= one, std::bad_alloc);
+  mp_set_memory_functions(nullptr, nullptr, nullptr);
+  EXPECT_EQ(x, before);
+}
+
 // A divisor whose reciprocal is first estimated as one that is too large by two.
 TEST(WideFormats, DivisorsAtTheBordersOfTheirReciprocal) {
   const mpz_class x("3ffff625b14b747fa4cc13d06eba0917246c775f5c732865701ae9349ea8729c", 16);

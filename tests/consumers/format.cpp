@@ -75,7 +75,9 @@ int main() {
     check("shortest", by("{}", zelk::from_native(v)), to_shortest(zelk::from_native(v)));
   }
   const IEEEFloat x = zelk::from_native(-2.71828), tiny = IEEEFloat::from_bits(3, {5, 10});
-  check("arguments", by("{:{}.{}f}|{0:{1}e}", x, 9, 2), by("{:{}.{}f}|{0:{1}e}", -2.71828, 9, 2));
+  for (const char* form : {"{:{}.{}f}", "{0:{1}.{2}e}", "{0:{1}a}{0:.{2}}"}) {
+    check(form, by(form, x, 9, 2), by(form, -2.71828, 9, 2));
+  }
   check("a text known early", lib::format("{:>8.2f}", x), "   -2.72");
   check("a subnormal half", by("{:a} {:.1A} {:.4e} {:}", tiny, tiny, tiny, tiny),
         by("{:.0}", 0.) == "0" && by("{:a}", 1.)[0] == '0'
@@ -83,8 +85,9 @@ int main() {
             : "0.00cp-14 0.0P-14 1.7881e-07 2e-07");
   check("a quad", by("{:.40g}", zelk::Environment().from_text("0.1", {15, 112})),
         "0.1000000000000000000000000000000000048148");
-  for (const char* bad : {"{:d}", "{:L}", "{:.}", "{:.-1f}", "{:q}", "{:=10}", "{:{>10}",
-                          "{:99999999999}", "{:{}}", "{:10$}", "{:{x}}", "{:{", "{:.{}", "{:fe}"}) {
+  for (const char* bad :
+       {"{:d}", "{:L}", "{:.}", "{:.-1f}", "{:q}", "{:=10}", "{:{>10}", "{:99999999999}", "{:{}}",
+        "{:10$}", "{:{x}}", "{0:{1", "{:.{}", "{:fe}"}) {
     check(bad, by(bad, x), "error");
   }
   check("{:{}f} by text", by("{:{}f}", x, "9") + by("{:{}f}", x, -1), "errorerror");

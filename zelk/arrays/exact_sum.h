@@ -29,7 +29,7 @@ class ExactSum {
   // The lowest digit of a product of subnormals is 2^-2148, the highest of 2^64 products 2^2112.
   static constexpr int low_bit = 2176;
   static constexpr int size = (low_bit + 2112) / 32 + 4;
-  static constexpr int adds_between_carries = 1 << 28;
+  static constexpr int adds_between_carries = 1 << 10;
 
   void add_word(std::uint64_t x, int place, bool negative);
   void carry();

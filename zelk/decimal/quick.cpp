@@ -253,7 +253,8 @@ template <class W>
   return x.significand >= 16 || d.count > 1 || *d.begin() != '1' || n <= value.whole;
 }
 
-// d := the digits of a value that is an integer; false for one of 2^127 or more.
+// d := the digits of an integer whose shortest ones end at 10^5 or below, so that k <= 20; false
+// for one of 2^127 or more.
 template <class W>
 bool whole_digits(const Short<W>& x, Digits& d) {
   const std::int64_t k = x.exponent;
@@ -261,7 +262,7 @@ bool whole_digits(const Short<W>& x, Digits& d) {
     write(x.significand >> -k, 0, d);
     return true;
   }
-  if (k >= 127 || uint128{x.significand} >> (127 - k) != 0) {
+  if (uint128{x.significand} >> (127 - k) != 0) {
     return false;
   }
   write(uint128{x.significand} << k, 0, d);

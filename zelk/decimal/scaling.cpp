@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 
 #include "zelk/words/bits.h"
 
@@ -212,9 +213,7 @@ Scaling::Quotient Scaling::divided(const Limb* a, long n) {
   Limb* out = quotient.data();
   mpn_copyi(dividend, a, n);
   const long size = shift > 0 ? shift_up(dividend, n, shift) : n;
-  if (size < power_size) {
-    return {out, 0, rest_of(dividend, size, power.data(), power_size)};
-  }
+  assert(size >= power_size);
   // The remainder takes the dividend's place.
   mpn_tdiv_qr(out, dividend, 0, dividend, size, power.data(), power_size);
   const Rest rest =

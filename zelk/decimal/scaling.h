@@ -45,7 +45,7 @@ class Scaling {
     Rest rest;
     bool is_sure = true;  // else the part of the power that was not kept decides
   };
-  /// a * 2^k / 10^p, a of n limbs, the highest not 0.
+  /// a * 2^k / 10^p, a of n limbs, the highest not 0; for p > 0 it is 1 at least.
   Quotient operator()(const Limb* a, long n);
 
  private:

@@ -32,9 +32,7 @@ struct Numbers {
   QNumber tmp3;       ///< rounding: all else
 
   /// Those for a format.
-  Patterns& patterns(rules::Widths f) {
-    return f.mant_width <= 62 && f.exp_width <= 62 - f.mant_width ? in_words : wider;
-  }
+  Patterns& patterns(rules::Widths f) { return f.fit(63) ? in_words : wider; }
 
   /// Gives the storage back.
   void release() noexcept {

@@ -313,11 +313,6 @@ int IEEEFloat::order_otherwise(const IEEEFloat& a, const IEEEFloat& b) {
       return in_word(words::binary32);
     case Road::packed64:
       return in_word(words::binary64);
-    case Road::half:
-    case Road::bfloat16:
-    case Road::short_word:
-    case Road::word:
-      return words::order_of(a.shape(), x[0], y[0]);
     case Road::quad:
     case Road::double_word:
       return words::order_of(words::DoubleShape{static_cast<std::int64_t>(f.exp_width),

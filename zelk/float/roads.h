@@ -20,13 +20,9 @@ using Word = std::uint64_t;
 using rules::Direction;
 using rules::Widths;
 
-/// Whether a pattern is within the value; widths may be any.
-constexpr bool is_within(Widths f) {
-  return f.mant_width < 128 && f.exp_width < 128 - f.mant_width;
-}
 /// The words of a pattern whose place only the widths tell.
-inline Word* words_of(Pattern& x, Widths f) { return is_within(f) ? x.words : x.limbs; }
-inline const Word* words_of(const Pattern& x, Widths f) { return is_within(f) ? x.words : x.limbs; }
+inline Word* words_of(Pattern& x, Widths f) { return f.fit(128) ? x.words : x.limbs; }
+inline const Word* words_of(const Pattern& x, Widths f) { return f.fit(128) ? x.words : x.limbs; }
 
 /// The direction of a mode; nearest-even for one that is none of the four.
 constexpr Direction direction_of(unsigned mode) {

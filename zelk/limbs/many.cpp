@@ -14,9 +14,7 @@ namespace {
 /// What `with_size` has made sure of.
 inline void assume_many(long n) {
 #ifdef ZELK_EXTENSIONS
-  if (n < 5) {
-    __builtin_unreachable();
-  }
+  if (n < 5) __builtin_unreachable();
 #else
   static_cast<void>(n);
 #endif

@@ -70,7 +70,7 @@ void leave(Limb* x, const Limb* y, Shape s, bool nearest, Rounding r) {
   Limb* rest = modulus + size;
   Limb* dividend = rest + size;
   const long b_size = copy_significand(b, n, significand);
-  const std::int64_t b_top = b_size == 0 ? 0 : b.exp + bit_size(significand, b_size);
+  const std::int64_t b_top = b.exp + bit_size(significand, b_size);  // y is not 0
   const long a_size = copy_significand(a, n, dividend);
   if (b.exp == s.exp_max() || a.exp + bit_size(dividend, a_size) + 1 < b_top) {
     round_pattern(s, n, r, a.sign, 0, x);  // less than half of y

@@ -14,6 +14,11 @@ struct Widths {
   unsigned long mant_width;
 
   constexpr bool operator==(const Widths&) const = default;
+
+  /// Whether a pattern has at most so many bits; the widths may be any.
+  constexpr bool fit(unsigned long bits) const {
+    return mant_width < bits && exp_width < bits - mant_width;
+  }
 };
 
 /// A rounding direction. Values store one of the first four, by its number; environments know all.

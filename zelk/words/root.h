@@ -101,19 +101,15 @@ inline uint128 sticky_root(uint128 sig, bool odd, uint128 below) {
   if (rest >= divisor) [[unlikely]]
     return double_word(high, ~std::uint64_t{0});
   const auto [q, u] = divide_word(double_word(rest, low), divisor);
-  uint128 s = double_word(high, q);
+  const uint128 s = double_word(high, q);
   if ((q & low_word(below)) > close) [[likely]]
     return s | 1;
   const uint128 square = uint128{q} * q;
-  uint128 left = uint128{u} << 64;
+  const uint128 left = uint128{u} << 64;
   if (left >= square) return s | uint128{left != square};
-  uint128 lack = square - left;  // (2s - 1) - lack is left where s - 1 is taken
-  while (lack > 2 * s - 1) {
-    lack -= 2 * s - 1;
-    --s;
-  }
-  const bool exact = lack == 2 * s - 1;
-  return (s - 1) | uint128{!exact};
+  // Too large by one, or by two if s - 1 is. What is left is not 0: the square of a root that has
+  // digits in its lower word has more of them than a significand.
+  return (s - 1 - uint128{square - left > 2 * s - 1}) | 1;
 }
 
 // The square root of a positive number taken apart.

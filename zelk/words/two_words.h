@@ -171,11 +171,9 @@ template <Shape S>
   const std::int64_t exp = static_cast<std::int64_t>(field) - up;
   if (static_cast<std::uint64_t>(exp) >= static_cast<std::uint64_t>(exp_max(s) - 2)) [[unlikely]]
     return false;
-  out = round_and_pack_inside(
-      s,
-      Window{double_word(sign, 0), exp, double_word(top >> 1, bottom >> 1 | top << 63),
-             bottom << 63 | lost >> 1 | (lost & 1)},
-      mode);
+  const Window moved{double_word(sign, 0), exp, double_word(top >> 1, bottom >> 1 | top << 63),
+                     bottom << 63 | lost >> 1 | (lost & 1)};
+  out = round_and_pack_inside(s, moved, mode);
   return true;
 }
 

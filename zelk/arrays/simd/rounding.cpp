@@ -335,11 +335,10 @@ unsigned run_cut(const RoundingPlan& plan, const T* x, const std::uint64_t* draw
       return run<Rounder<T, Cut::away, patterns>, of_roots>(plan, x, nullptr, out, n);
     case Cut::to_odd:
       return run<Rounder<T, Cut::to_odd, patterns>, of_roots>(plan, x, nullptr, out, n);
-    default:
-      if constexpr (sizeof(T) == sizeof(double) && !of_roots) {
-        return run<Rounder<T, Cut::stochastic, patterns>, of_roots>(plan, x, draws, out, n);
-      }
-      return 0;
+    default:  // of doubles only
+      constexpr bool has_draws = sizeof(T) == sizeof(double) && !of_roots;
+      constexpr Cut last = has_draws ? Cut::stochastic : Cut::to_odd;
+      return run<Rounder<T, last, patterns>, of_roots>(plan, x, draws, out, n);
   }
 }
 

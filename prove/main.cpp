@@ -113,7 +113,8 @@ int main(int argc, char** argv) {
       const auto is_meant = [&](const std::string& name) { return t.name.starts_with(name); };
       if (!names.empty() && std::none_of(names.begin(), names.end(), is_meant)) continue;
       any = true;
-      hold = hold && Run{t, first - 1, step, bits}.holds();
+      Run run{t, first - 1, step, bits};
+      hold = hold && (run.count == 0 || run.holds());  // a part may have none of its pieces
     }
   }
   return !any ? usage() : hold ? 0 : 1;

@@ -114,6 +114,20 @@ TEST(ArraysRounding, DrawsAreBelowTheFraction) {
   }
 }
 
+// Of a number a fraction p of a place above a value, p of 10^6 go up, within five standard errors.
+TEST(ArraysRounding, DrawsHaveTheRightMean) {
+  constexpr std::size_t n = 1000000;
+  for (const double p : {0.25, 0.001, 0.7}) {
+    Environment env;
+    std::vector<double> out(n);
+    arrays::round(env, std::vector<double>(n, -(1 + p / 8)), {4, 3}, out, Stochastic{42, 7});
+    const auto up = static_cast<double>(std::count(out.begin(), out.end(), -1.125));
+    EXPECT_EQ(std::count(out.begin(), out.end(), -1.0), static_cast<long>(n - up));
+    EXPECT_LT(std::abs(up - p * n), 5 * std::sqrt(n * p * (1 - p))) << p;
+    EXPECT_EQ(env.flags, 16);
+  }
+}
+
 #define EXPECT_ERROR(text, ...) \
   EXPECT_EQ(message([&] { return static_cast<void>(__VA_ARGS__), 0; }), text)
 

@@ -59,7 +59,7 @@ inline unsigned long rounds() {
   return setting("ZELK_ROUNDS", usual);
 }
 
-inline std::mt19937_64 random_words(20240229);
+inline thread_local std::mt19937_64 random_words(seed());
 inline std::uint64_t random_below(std::uint64_t n) { return random_words() % n; }
 
 /// Whether the processor looks for tiny results before it rounds them, or after.
@@ -111,11 +111,21 @@ class OddControlWord {
   unsigned odd = random_below(2) != 0 ? static_cast<unsigned>(random_below(4) << 13 | 0x8040)
                                       : static_cast<unsigned>(random_below(0x10000)) | 0x1F80;
 #else
-  OddControlWord() { std::fesetround(FE_UPWARD); }
-  ~OddControlWord() {
-    EXPECT_EQ(std::fegetround(), FE_UPWARD);
-    std::fesetround(FE_TONEAREST);
+  OddControlWord() {
+    std::feclearexcept(FE_ALL_EXCEPT);
+    std::feraiseexcept(static_cast<int>(random_words()) & FE_ALL_EXCEPT);
+    std::fesetround(direction);
+    raised = std::fetestexcept(FE_ALL_EXCEPT);
   }
+  ~OddControlWord() {
+    EXPECT_EQ(std::fegetround(), direction);
+    EXPECT_EQ(std::fetestexcept(FE_ALL_EXCEPT), raised);
+    std::fesetenv(FE_DFL_ENV);
+  }
+
+ private:
+  static constexpr int directions[] = {FE_TONEAREST, FE_TOWARDZERO, FE_UPWARD, FE_DOWNWARD};
+  int direction = directions[random_below(4)], raised = 0;
 #endif
 };
 

@@ -29,6 +29,7 @@ class ExactSum {
   // The lowest digit of a product of subnormals is 2^-2148, the highest of 2^64 products 2^2112.
   static constexpr int low_bit = 2176;
   static constexpr int size = (low_bit + 2112) / 32 + 4;
+  // A word of 64 bits holds 2^31 digits of 32; so few cost nothing and happen in short sums, too.
   static constexpr int adds_between_carries = 1 << 10;
 
   void add_word(std::uint64_t x, int place, bool negative);

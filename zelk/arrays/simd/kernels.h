@@ -56,11 +56,11 @@ unsigned round_to_patterns(const RoundingPlan& plan, const double* x, const std:
                            std::uint64_t* out, std::size_t n);
 unsigned round_floats(const RoundingPlan& plan, const float* x, float* out, std::size_t n);
 
-/// The square roots of numbers of at most 51 digits to doubles, rounded into a format of p <= 24 in
-/// one step: such a root is a number of p + 1 digits, or so far from all of these that a double of
-/// any direction is on its side. For where roots are from 2^k to 2^(k + 1), the number and the
-/// square of one of these are multiples of 2^(2k - 50), so the roots differ by more than 2^(k -
-/// 52), a double's last place. Not for the widest exponent. Returns flags.
+/// The square roots of numbers of at most 51 digits to doubles, rounded in one step into a format
+/// of p = m + 1 <= 24 digits: such a root is a number of p + 1 digits, or so far from all of these
+/// that a double of any direction is on its side. For where roots are from 2^k to 2^(k + 1), the
+/// number and the square of one of these are multiples of 2^(2k - 50), so the roots differ by more
+/// than 2^(k - 52), a double's last place. Not for the widest exponent. Returns flags.
 unsigned round_roots(const RoundingPlan& plan, const double* x, double* out, std::size_t n);
 /// Whether all have so few digits.
 bool have_51_digits(const double* x, std::size_t n);

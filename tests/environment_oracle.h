@@ -3,6 +3,7 @@
 #ifndef ZELK_TESTS_ENVIRONMENT_ORACLE_H_
 #define ZELK_TESTS_ENVIRONMENT_ORACLE_H_
 
+#include <array>
 #include <utility>
 #include <vector>
 
@@ -134,7 +135,7 @@ inline const Operation operations[] = {
 /// A value as operations read it: as it is, and flushed.
 struct Operand {
   IEEEFloat x;
-  Exact exact[2];
+  std::array<Exact, 2> exact;
   bool subnormal;
 
   Operand(const Target& t, IEEEFloat value)

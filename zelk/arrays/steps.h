@@ -61,8 +61,8 @@ using Block = const double* [3];
 /// control word is then any.
 void compute_block(Inner& inner, const RoundingPlan& plan, Operation op, const Block& x, Format f,
                    const Target& out, std::size_t begin, std::size_t count);
-/// Roots in such a format, in one step, which takes two thirds of the time; whether there are so
-/// few digits, and whole granules of doubles, that it can be. If not, nothing is done.
+/// Roots in such a format in one step, which takes three quarters of the time; whether that can be:
+/// of whole granules of doubles that have few digits. If not, nothing is done.
 bool compute_roots(Inner& inner, const RoundingPlan& plan, const double* x, const Target& out,
                    std::size_t begin, std::size_t count);
 

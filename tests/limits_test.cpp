@@ -51,6 +51,8 @@ TEST(Limits, NumbersRefuseToGrowAndKeepTheirValue) {
   // The last that fit.
   for (const unsigned long k : {0UL, 1UL}) {
     EXPECT_EQ(REFUSED(power(top - 3 + k).inv(), x += third), k == 1);
+    EXPECT_EQ(REFUSED(power(top - 3 + k) / 3, x *= QNumber(2, 5)), k == 1);
+    EXPECT_EQ(REFUSED(3 / power(top - 3 + k), x *= QNumber(5, 2)), k == 1);
     const auto value = IEEEFloat::from_scaled(power(100) + 1, top - 102 + k, {20, 100}, up);
     EXPECT_EQ(REFUSED(value, x.to_number()), k == 1);
     const auto n = static_cast<long>(top + k);

@@ -72,11 +72,11 @@ TEST(MixedFormats, MatchRationals) {
   }
 }
 
-// A rational of parts of up to 200 bits; every other one is the middle of two values of a format
+// A rational of parts of up to 200 bits, or 0; every other one is the middle of two values of a format
 // with a significand of m bits, or next to one.
 static mpq_class any_rational(Random& random, long m) {
   const auto part = [&]() -> mpz_class { return random.digits(random.below(200)) + 1; };
-  mpq_class q(part(), random.below(4) == 0 ? mpz_class(1) : part());
+  mpq_class q(part() - 1, random.below(4) == 0 ? mpz_class(1) : part());
   if (random.below(2) == 0) {
     const mpz_class factor = random.below(2) == 0 ? mpz_class(1) : part();
     const mpz_class middle = 2 * random.digits(static_cast<unsigned long>(m + 1)) + 1;

@@ -72,8 +72,8 @@ TEST(MixedFormats, MatchRationals) {
   }
 }
 
-// A rational of parts of up to 200 bits, or 0; every other one is the middle of two values of a format
-// with a significand of m bits, or next to one.
+// A rational of parts of up to 200 bits, or 0; every other one is the middle of two values of a
+// format with a significand of m bits, or next to one.
 static mpq_class any_rational(Random& random, long m) {
   const auto part = [&]() -> mpz_class { return random.digits(random.below(200)) + 1; };
   mpq_class q(part() - 1, random.below(4) == 0 ? mpz_class(1) : part());
@@ -167,6 +167,15 @@ TEST(Sums, MatchRationalsInAnyOrder) {
     std::rotate(x.begin(), x.begin() + static_cast<long>(x.size() / 3), x.end());
     check_sums(to, env, x, y);
     ASSERT_FALSE(HasFailure());
+  }
+}
+
+TEST(Sums, ProductsFillTwoWords) {
+  const IEEEFloat max = IEEEFloat::max_value({5, 33});
+  const QNumber square = max.to_number() * max.to_number();
+  for (const std::size_t n : {1U, 2U, 3U, 4U}) {  // 126 bits, the sign aside, to 128
+    const Values x(n, max);
+    EXPECT_EQ(Environment().dot(x, x, {11, 99}).to_number(), QNumber(n) * square) << n;
   }
 }
 

@@ -199,6 +199,9 @@ TEST(ToText, HardCasesAreDecidedExactly) {
       const IEEEFloat x = IEEEFloat::from_number(v, {20, 4204}, IEEEFloat::ROUND_TOWARD_ZERO);
       EXPECT_EQ(to_scientific(x, 4), with_exponent(n % 2 == 0 ? "1234" : "1236", p));
     }
+    const mpz_class few = power_of_ten(p).get_num() + 7;  // blocks with few digits that are not 0
+    EXPECT_EQ(to_fixed(IEEEFloat::from_number(QNumber(few, 1), {20, 6000}, modes[0]), 0),
+              few.get_str());
   }
 }
 

@@ -111,13 +111,16 @@ TEST(MixedFormats, NumbersRoundOnce) {
   }
 }
 
-// A root that is first estimated as too large by two, which its last place would show.
+// Roots first estimated as too large by two, which their last place would show, and by a quotient
+// of 2^64.
 TEST(MixedFormats, RootsAreCorrectedTwice) {
   const Target t({5, 122});
-  for (const unsigned long field : {15UL, 16UL}) {
-    const mpz_class p = field * t.hidden + mpz_class("01444145fec4a525a68e708bacff6d41", 16);
-    const Operand x(t, IEEEFloat::from_bits(QNumber(p, 1), t.f));
-    check_operation(operations[7], {&x}, t, false);
+  for (const char* digits : {"01444145fec4a525a68e708bacff6d41", "2000000000000000"}) {
+    for (const unsigned long field : {15UL, 16UL}) {
+      const Operand x(
+          t, IEEEFloat::from_bits(QNumber(field * t.hidden + mpz_class(digits, 16), 1), t.f));
+      check_operation(operations[7], {&x}, t, false);
+    }
   }
 }
 

@@ -43,7 +43,7 @@ TEST(Values, Representations) {
   // A packed word is what it is, whatever the format.
   IEEEFloat foreign({18, 45}, IEEEFloat::REPR_FLOAT64, modes[0]);
   foreign.self_inf(true);
-  EXPECT_EQ(foreign.to_integer(0), 0);
+  EXPECT_TRUE(foreign.to_integer(0) == 0 && foreign.to_integer(9) == 0);
   EXPECT_TRUE(foreign == foreign && !(foreign < foreign));
   foreign.set_format(single);
   EXPECT_TRUE(foreign.is_inf() && bits(foreign) == 0xFF800000);

@@ -1,5 +1,4 @@
-// Runs a target on every line of a file, an input in hexadecimal, for compilers and builds without a
-// fuzzer.
+// Runs a target on every line of a file, an input in hexadecimal, where there is no fuzzer.
 #include <fstream>
 #include <iostream>
 #include <string>

@@ -117,8 +117,7 @@ TEST(MixedFormats, RootsAreCorrectedTwice) {
   const Target t({5, 122});
   for (const char* digits : {"01444145fec4a525a68e708bacff6d41", "2000000000000000"}) {
     for (const unsigned long field : {15UL, 16UL}) {
-      const Operand x(
-          t, IEEEFloat::from_bits(QNumber(field * t.hidden + mpz_class(digits, 16), 1), t.f));
+      const Operand x(t, generic(t.f, modes[0], field * t.hidden + mpz_class(digits, 16)));
       check_operation(operations[7], {&x}, t, false);
     }
   }

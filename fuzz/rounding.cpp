@@ -18,14 +18,14 @@ static Operand operand(const Target& t, Input& in) {
 // In one environment of all.
 static void check_once(const Operation& op, const std::vector<Operand>& all, const Target& to,
                        bool into, Input& in) {
-  Environment env = any_environment(in);
+  const Environment env = any_environment(in);
   Values v;
   Operands numbers;
   for (const Operand& o : all) v.push_back(o.x), numbers.push_back(o.exact[env.flush_operands]);
   const Answer want = to.round(op.exact(numbers, env.rounding), env);
-  const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
   const IEEEFloat like = to.f == v[0].get_format() ? v[0] : IEEEFloat(to.f, modes[0]);
-  check_answer(r, env, want, like, [&] { return op.name + (" of " + name(v)); });
+  check_answer([&](auto& e) { return into ? op.into(e, v, to.f) : op.call(e, v); }, env, want, like,
+               [&] { return op.name + (" of " + name(v)); });
 }
 
 // One of the checks for each input: the more inputs, the more new code they find.
@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_integers(operand(t, in));
   } else if (kind < 5) {
     const Operand x = operand(t, in), y = operand(t, in);
-    check_selections(t, x, y);
+    check_selections(t, x, y, static_cast<unsigned>(in.below(12)), 12);
   } else if (kind < 9) {
     check_once(to_integers[in.below(2)], {operand(t, in)}, t, false, in);
   } else if (kind < 14) {

@@ -63,7 +63,7 @@ struct State {
     Operands numbers;
     bool mixed = wants_format;
     for (std::size_t k = 0; k < op.operands; ++k) {
-      const IEEEFloat& x = shadows[in.below(4)];
+      const IEEEFloat& x = values[in.below(4)];
       v.push_back(x);
       numbers.push_back(Target(x.get_format()).decode(bits(x), env.flush_operands));
       mixed = mixed || x.get_format() != v[0].get_format();

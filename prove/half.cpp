@@ -133,10 +133,10 @@ struct Row {
     check<d>(PROVE_CALL(divide, x / y[q]));
   }
 
-  unsigned long check_row() {
+  void check_row() {
     check_all<0>(), check_all<1>(), check_all<2>(), check_all<3>();
     check<0>(PROVE_CALL(remainder, remainder_of(t.doubles[p], t.doubles[q])));
-    return 17UL * count;
+    zelk_test::cases += 17UL * count;
   }
 };
 
@@ -146,7 +146,7 @@ Theorem pairs(const char* name) {
   return {name, count, [t](unsigned long p) {
             thread_local Row<F> row{*t};
             row.p = static_cast<unsigned>(p);
-            return row.check_row();
+            row.check_row();
           }};
 }
 

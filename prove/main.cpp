@@ -16,6 +16,7 @@
 
 #include "gtest/gtest.h"
 #include "prove/theorem.h"
+#include "tests/environment_oracle.h"
 
 using prove::Theorem;
 
@@ -23,7 +24,9 @@ using prove::Theorem;
 struct Run {
   const Theorem& t;
   std::atomic<unsigned long> next;
-  const unsigned long step, bits, count = next < t.pieces ? (t.pieces - next - 1) / step + 1 : 0;
+  const unsigned long step;
+  const std::string repeat;  // but for the piece
+  const unsigned long count = next < t.pieces ? (t.pieces - next - 1) / step + 1 : 0;
   const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   std::atomic<unsigned long> cases = 0, done = 0;
   std::atomic<bool> ended = false;
@@ -38,13 +41,14 @@ struct Run {
     for (unsigned long piece = next.fetch_add(step); piece < t.pieces && !ended;
          piece = next.fetch_add(step), ++done) {
       try {
-        cases += t.prove(piece);
+        zelk_test::cases = 0;  // settings that take turns start anew
+        t.prove(piece);
+        cases += zelk_test::cases;
       } catch (const std::exception& e) {
         const std::lock_guard lock(mutex);
         if (ended.exchange(true)) return;
-        failure = std::string(e.what()) + "\nTo repeat: prove " + t.name + " --part " +
-                  std::to_string(piece + 1) + '/' + std::to_string(t.pieces) + " --bits " +
-                  std::to_string(bits) + '\n';
+        failure = std::string(e.what()) + "\nTo repeat: " + repeat + " --part " +
+                  std::to_string(piece + 1) + '/' + std::to_string(t.pieces) + '\n';
       }
     }
   }
@@ -88,7 +92,7 @@ static int usage() {
   return 2;
 }
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   GTEST_FLAG_SET(throw_on_failure, true);  // what the oracles of the tests assert is thrown
   delete testing::UnitTest::GetInstance()->listeners().Release(
       testing::UnitTest::GetInstance()->listeners().default_result_printer());
@@ -106,16 +110,22 @@ int main(int argc, char** argv) {
     i += static_cast<int>(takes_value);
   }
   if (first < 1 || first > step || bits > 16) return usage();
-  bool any = false, hold = true;
-  for (const auto& theorems :
-       {prove::small(bits), prove::half(), prove::widths(), prove::decision()}) {
+  std::vector<Theorem> theorems = prove::small(bits);
+  for (const auto& more : {prove::half(), prove::widths(), prove::decision()})
+    theorems.insert(theorems.end(), more.begin(), more.end());
+  if (names.empty()) names.emplace_back();
+  for (const std::string& name : names) {
+    bool any = false;
     for (const Theorem& t : theorems) {
-      const auto is_meant = [&](const std::string& name) { return t.name.starts_with(name); };
-      if (!names.empty() && std::none_of(names.begin(), names.end(), is_meant)) continue;
+      Run run{t, first - 1, step, argv[0] + (' ' + t.name) + " --bits " + std::to_string(bits)};
+      if (!t.name.starts_with(name) || run.count == 0) continue;
+      if (!run.holds()) return 1;
       any = true;
-      Run run{t, first - 1, step, bits};
-      hold = hold && (run.count == 0 || run.holds());  // a part may have none of its pieces
     }
+    if (!any) return usage();  // none, or none of its pieces
   }
-  return !any ? usage() : hold ? 0 : 1;
+  return 0;
+} catch (const std::exception& e) {  // of values that theorems are made of
+  std::cerr << e.what() << '\n';
+  return 1;
 }

@@ -3,6 +3,7 @@
 // nowhere to be seen.
 #include "prove/theorem.h"
 #include "tests/mpfr_oracle.h"
+#include "tests/text_oracle.h"
 
 namespace prove {
 
@@ -41,29 +42,36 @@ std::vector<Operand> operands(const Target& t) {
   return all;
 }
 
-unsigned long check_format(Format f) {
+// All pairs, with a triple each; first operands in all modes. Settings of selections take turns, as
+// do other formats.
+void check_format(Format f) {
   static const std::vector<Operation> by = mpfr_operations();
-  const Target t(f), wider({f.exp_width + 1, f.mant_width + 1}),
-      narrower({std::max(f.exp_width - 1, 2UL), std::max(f.mant_width - 1, 1UL)});
-  const unsigned long before = cases;
+  const Target t(f),
+      others[] = {Target({f.exp_width + 1, f.mant_width + 1}),
+                  Target({std::max(f.exp_width - 1, 2UL), std::max(f.mant_width - 1, 1UL)})};
   mpfr_precision = t.m + 9;
   const std::vector<Operand> all = operands(t);
-  for (std::size_t i = 0; i < all.size() * all.size(); ++i) {
-    const Operand &x = all[i / all.size()], &y = all[i % all.size()], &z = all[i * 7 % all.size()];
+  for (unsigned i = 0; i < all.size() * all.size(); ++i) {
+    const unsigned row = i / 60, column = i % 60;
+    const Operand &x = all[row], &y = all[column], &z = all[(7 * row + 13 * column) % 59];
     for (const Operation& op : by) {
-      if (op.operands == 2) check_operation(op, {&x, &y}, t, false);
-      if (op.operands == 3) check_operation(op, {&x, &y, &z}, t, false);
-      if (op.operands == 1 && &x == &y) check_operation(op, {&x}, t, false);
+      if (op.operands == 1 && &x != &y) continue;
+      std::vector<const Operand*> v = {&x, &y, &z};
+      v.resize(op.operands);
+      check_operation(op, v, t, false);
+      if (i % 11 == 0) check_operation(op, v, others[i % 2], true);
     }
-    check_selections(t, x, y);
-    check_pair(t, by, x.x, y.x), cases += 5;
+    check_selections(t, x, y, i % 5, 5);
+    check_orders(t, x, y);
+    check_pair(t, by, in_mode(x.x, modes[(row + column) % 4]), y.x), cases += 5;
     if (&x != &y) continue;
-    for (const Target& to : {wider, narrower}) check_operation(operations[8], {&x}, to, true);
+    for (const Target& to : others) check_operation(operations[8], {&x}, to, true);
     for (const Operation& op : to_integers) check_operation(op, {&x}, t, false);
-    if (f.exp_width < 11) check_integers(x);
+    check_functions(t, x), cases += 14;
+    if (f.exp_width < 11) check_integers(x), check_value(t, x.x), cases += 41;
+    if (f.exp_width < 11 && t.m < 66) check_shortest(t, in_mode(x.x, modes[0])), cases += 2;
   }
   mpfr_free_cache();  // of this thread
-  return cases - before;
 }
 
 }  // namespace
@@ -79,8 +87,7 @@ std::vector<Theorem> widths() {
       }
     }
   }
-  return {
-      {"widths", formats.size(), [formats](unsigned long i) { return check_format(formats[i]); }}};
+  return {{"widths", formats.size(), [formats](unsigned long i) { check_format(formats[i]); }}};
 }
 
 }  // namespace prove

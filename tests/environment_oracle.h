@@ -132,6 +132,8 @@ inline const Operation operations[] = {
     ZELK_OPERATION(scale(v[0], 4000, f...), 1, times(v[0], power_of_two(4000))),
     ZELK_OPERATION(scale(v[0], -4000, f...), 1, times(v[0], power_of_two(-4000)))};
 
+inline IEEEFloat in_mode(IEEEFloat x, IEEEFloat::rounding_mode m) { return x.set_mode(m), x; }
+
 /// A value as operations read it: as it is, and flushed.
 struct Operand {
   IEEEFloat x;
@@ -156,9 +158,17 @@ inline constexpr unsigned other_bits = 0xA0;
 inline thread_local unsigned long cases = 0;
 
 /// A result with its flags, beside which other bits stay, and its form; `from` says where from.
-void check_answer(const IEEEFloat& r, const Environment& env, const Answer& want,
-                  const IEEEFloat& like, auto from) {
+void check_answer(auto call, Environment env, const Answer& want, const IEEEFloat& like,
+                  auto from) {
   ++cases;
+  const IEEEFloat r = [&] {
+    try {
+      return call(env);
+    } catch (const std::exception& e) {
+      ADD_FAILURE() << name(env) << from() << " throws " << e.what();
+      throw;
+    }
+  }();
   ASSERT_TRUE(bits(r) == want.bits && env.flags == (other_bits | want.flags))
       << name(env) << from() << " is " << name(r) << " with flags " << env.flags % 32U
       << ", wanted 0x" << std::hex << want.bits << " with " << std::dec << want.flags;
@@ -187,12 +197,12 @@ inline void check_operation(const Operation& op, const std::vector<const Operand
       if (d == 0 || exact.x.is_zero() || v.size() == 1)
         exact = to.place(op.exact(numbers, static_cast<Rounding>(d)));
       for (unsigned i = 0; i < (exact.below ? 4 : 2); ++i) {
-        Environment env{static_cast<Rounding>(d), static_cast<Tininess>(i % 2),
-                        (exact.below ? i / 2 : (i + d) % 2) == 1,
-                        flush || (!subnormal && cases % 5 == 0), other_bits};
+        const Environment env{static_cast<Rounding>(d), static_cast<Tininess>(i % 2),
+                              (exact.below ? i / 2 : (i + d) % 2) == 1,
+                              flush || (!subnormal && cases % 5 == 0), other_bits};
         const Answer want = exact.round(to, env);
-        const IEEEFloat r = into ? op.into(env, v, to.f) : op.call(env, v);
-        check_answer(r, env, want, like, [&] { return std::string(op.name) + " of " + name(v); });
+        check_answer([&](auto& e) { return into ? op.into(e, v, to.f) : op.call(e, v); }, env, want,
+                     like, [&] { return std::string(op.name) + " of " + name(v); });
       }
     }
   }
@@ -301,6 +311,57 @@ inline void check_value(const Layout& t, const IEEEFloat& x) {
   }
 }
 
+/// All orders; the total one is that of the places of patterns.
+inline void check_orders(const Target& t, const Operand& x, const Operand& y) {
+  const auto place = [&](const mpz_class& p) { return p < t.sign ? p : mpz_class(t.sign - 1 - p); };
+  const auto o = order(x.exact[0], y.exact[0]);
+  using Pair = std::pair<IEEEFloat, IEEEFloat>;
+  using Vector = std::vector<IEEEFloat>;
+  static const IEEEFloat one = Environment().from_integer(1, {8, 7});
+  ++cases;
+  ASSERT_TRUE(total_order(x.x, y.x) == (cmp(place(bits(x.x)), place(bits(y.x))) <=> 0) &&
+              (x.x <=> y.x) == o && (Pair(one, x.x) <=> Pair(one, y.x)) == o &&
+              (Vector{x.x} <=> Vector{y.x, one}) ==
+                  (std::is_eq(o) ? std::partial_ordering::less : o))
+      << name({x.x, y.x});
+}
+
+/// All functions that round nothing.
+inline void check_functions(const Target& t, const Operand& x) {
+  const auto encoded = [&](const mpz_class& pattern) {
+    return IEEEFloat::from_encoding(QNumber(pattern, 1), t.f);
+  };
+  const mpz_class p = bits(x.x), magnitude = p % t.sign;
+  const Exact& a = x.exact[0];
+  const bool nan = a.kind == Exact::nan, inf = a.kind == Exact::infinite;
+  const int what = nan ? 1 : inf ? 9 : a.is_zero() ? 6 : x.subnormal ? 7 : 8;
+  const bool integral = a.kind == Exact::finite && a.value().get_den() == 1;
+  ASSERT_TRUE(static_cast<int>(classify(x.x)) == (nan || !a.negative ? what : 11 - what) &&
+              is_normal(x.x) == (what == 8) && is_finite(x.x) == (a.kind == Exact::finite) &&
+              is_integral(x.x) == integral)
+      << name(x.x);
+  const auto check = [&](const char* function, const IEEEFloat& r, const mpz_class& want) {
+    ASSERT_BITS(r, nan ? t.nan : want) << function << ' ' << name(x.x);
+    ASSERT_TRUE(r.get_mode() == x.x.get_mode() && r.get_repr() == x.x.get_repr()) << function;
+  };
+  check("abs", abs(x.x), magnitude);
+  check("-", -x.x, p ^ t.sign);
+  check("copy_sign", copy_sign(x.x, encoded(t.sign)), magnitude + t.sign);
+  check("next_up", next_up(x.x),
+        p < t.sign       ? std::min<mpz_class>(p + 1, t.inf)
+        : magnitude == 0 ? mpz_class(1)
+                         : p - 1);
+  check("next_down", next_down(x.x),
+        p >= t.sign      ? std::min<mpz_class>(p + 1, t.sign + t.inf)
+        : magnitude == 0 ? mpz_class(t.sign + 1)
+                         : p - 1);
+  ASSERT_EQ(bits(encoded(p)), nan ? t.nan : p);
+  const std::string none = nan ? "NaN" : inf ? "infinity" : a.is_zero() ? "zero" : "";
+  ASSERT_EQ(message([&] { return exponent_of(x.x); }),
+            none.empty() ? "" : none + " has no exponent");
+  ASSERT_TRUE(!none.empty() || exponent_of(x.x) == a.exponent()) << name(x.x);
+}
+
 inline Exact magnitude_of(Exact x) { return x.negative = false, x; }
 
 /// One of two operands.
@@ -334,15 +395,23 @@ inline const Selection selections[] = {
     {"maximum_magnitude_number", selected_by<&Environment::maximum_magnitude_number>, true, true,
      true}};
 
-inline void check_selections(const auto& t, const Operand& x, const Operand& y) {
+/// In every `step`-th of the roundings under both rules of tininess, which have no say.
+inline void check_selections(const auto& t, const Operand& x, const Operand& y, unsigned first,
+                             unsigned step) {
+  const bool subnormal = x.subnormal || y.subnormal;
   for (const Selection& s : selections) {
     for (const bool flush : {false, true}) {
+      if (flush && !subnormal) continue;
       const Exact &a = x.exact[flush], &b = y.exact[flush];
-      Environment env{.flush_results = true, .flush_operands = flush, .flags = other_bits};
-      const IEEEFloat r = s.call(env, x.x, y.x);
-      check_answer(r, env, t.place(s.takes_first(a, b) ? a : b).round(t, {}), x.x, [&] {
-        return s.name + " of " + name({x.x, y.x});
-      });
+      const Answer want = t.place(s.takes_first(a, b) ? a : b).round(t, {});
+      for (unsigned i = first; i < 12; i += step) {
+        const Environment env{Rounding(i % 6), Tininess(i / 6), i % 2 == i / 6,
+                              flush || (!subnormal && i % 3 == 1), other_bits};
+        check_answer([&](auto& e) { return s.call(e, x.x, y.x); }, env, want, x.x,
+                     [&] {
+                       return s.name + " of " + name({x.x, y.x});
+                     });
+      }
     }
   }
 }
@@ -401,10 +470,8 @@ inline Exact sum_of(const Operands& terms, Rounding d) {
 
 inline void check_sum(const Target& to, const Environment& start, const Exact& exact,
                       const Values& x, const Values& y) {
-  Environment env = start;
-  const Answer want = to.round(exact, env);
-  const IEEEFloat r = y.empty() ? env.sum(x, to.f) : env.dot(x, y, to.f);
-  check_answer(r, env, want, {to.f, modes[0]},
+  check_answer([&](auto& e) { return y.empty() ? e.sum(x, to.f) : e.dot(x, y, to.f); }, start,
+               to.round(exact, start), {to.f, modes[0]},
                [&] { return "sum of " + name(x) + " times " + name(y); });
 }
 
@@ -434,11 +501,8 @@ inline void check_factories(const auto& to, const Environment& start, const mpq_
   const std::string text =
       (n < 0 ? "-0x" : "0x") + mpz_class(abs(n)).get_str(16) + 'p' + std::to_string(k);
   const auto check = [&](const std::string& what, const mpq_class& number_, long scale, auto call) {
-    Environment env = start;
     const Exact exact{Exact::finite, number_ < 0, abs(number_), scale};
-    const Answer want = to.place(exact).round(to, env);
-    const IEEEFloat r = call(env);
-    check_answer(r, env, want, {to.f, modes[0]},
+    check_answer(call, start, to.place(exact).round(to, start), {to.f, modes[0]},
                  [&] { return what + number_.get_str() + " p " + std::to_string(scale); });
   };
   check("from_rational ", q, 0, [&](auto& e) { return e.from_rational(QNumber(q), to.f); });

@@ -105,6 +105,22 @@ inline std::string shortest(const Layout& t, const mpz_class& p) {
   return shortest(v, (v + t.value(p - 1)) / 2, (v + above) / 2, p % 2 == 0);
 }
 
+inline std::string read_back(const std::string& text, Format f) {
+  return name(IEEEFloat::from_text(text, f, modes[0]));
+}
+
+/// The shortest text of a value in the first mode, and back.
+inline void check_shortest(const Layout& t, const IEEEFloat& x) {
+  const mpz_class p = bits(x), magnitude = p % t.sign;
+  const std::string text = to_shortest(x), sign = p < t.sign ? "" : "-";
+  ASSERT_EQ(text, magnitude > t.inf    ? "nan"
+                  : magnitude == t.inf ? sign + "inf"
+                  : magnitude == 0     ? sign + "0"
+                                       : sign + shortest(t, magnitude))
+      << name(x);
+  ASSERT_TRUE(magnitude > t.inf || read_back(text, t.f) == name(x)) << text;
+}
+
 /// The last two convergents w / n of a / b with n below a limit (continued fractions).
 struct Convergents {
   mpz_class w[2] = {0, 1}, n[2] = {1, 0};
@@ -119,10 +135,6 @@ struct Convergents {
     }
   }
 };
-
-inline std::string read_back(const std::string& text, Format f) {
-  return name(IEEEFloat::from_text(text, f, modes[0]));
-}
 
 }  // namespace zelk_test
 

@@ -39,7 +39,6 @@ TEST(Values, Representations) {
   EXPECT_EQ(TRIED(IEEEFloat(), x.max_value({0, 5})), "invalid bit pattern for IEEEFloat: -1");
   // A packed word is what it is, whatever the format.
   IEEEFloat foreign({18, 45}, IEEEFloat::REPR_FLOAT64, modes[0]);
-  EXPECT_EQ(foreign.to_integer(0), 0);
   foreign.self_inf(true);
   EXPECT_TRUE(foreign.to_integer(0) == 0 && foreign.to_integer(9) == 0);
   EXPECT_TRUE(foreign == foreign && !(foreign < foreign));

@@ -62,9 +62,8 @@ TEST(Arrays, RootsOfFewDigitsAreTheEnvironments) {
       const auto c = element<double>(value(any_pattern(g), g));
       const std::uint64_t digits = bits(random_below(4) == 0 ? c : c * c) & ~std::uint64_t{3};
       x.push_back(std::bit_cast<double>(digits));
-      if (i > 700 && random_below(90) == 0) {
+      if (i > 700 && random_below(90) == 0)
         x.back() = std::nextafter(x.back(), random_below(2) == 0 ? 0 : 1e9);
-      }
     }
     const std::vector<double> operands[] = {x, x, x};
     for_environments([&](const Environment& settings) {

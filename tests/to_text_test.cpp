@@ -43,6 +43,7 @@ TEST(ToText, SmallFormatsAreThoseOfRationals) {
       const bool negative = random.below(2) == 1;
       x.set_sign(negative);
       const std::string sign = negative ? "-" : "";
+      ASSERT_EQ(to_shortest(x), sign + text);
       for (const Rounding r : roundings) {
         const auto n = static_cast<long>(random.below(12));
         const mpq_class q = negative ? mpq_class(-v) : v;

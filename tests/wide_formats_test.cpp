@@ -7,13 +7,13 @@ using namespace zelk_test;  // NOLINT(google-build-using-namespace)
 
 TEST(WideFormats, ValuesPairsConversionsAndNumbersMatchMpfr) {
   std::vector<Format> formats(std::begin(wide_formats), std::end(wide_formats));
-  // Less often: patterns at the borders of one word, two and three in several splits.
+  // Less often: at the borders of one word, two and three in several splits, and of later limbs.
   for (const auto width :
-       {62UL, 63UL, 64UL, 65UL, 66UL, 125UL, 127UL, 128UL, 129UL, 130UL, 191UL, 192UL, 193UL}) {
-    for (const auto e : {2UL, 3UL, 4UL, 15UL, 30UL, 62UL}) {
+       {62UL, 63UL, 64UL, 65UL, 66UL, 125UL, 127UL, 128UL, 129UL, 130UL, 191UL, 192UL, 193UL})
+    for (const auto e : {2UL, 3UL, 4UL, 15UL, 30UL, 62UL})
       if (e + 1 < width) formats.push_back({e, width - 1 - e});
-    }
-  }
+  for (unsigned long m = 314; m < 324; ++m)
+    formats.insert(formats.end(), {{15, m}, {4 * m - 1250, m + 64}, {20, m + 704}});
   const std::vector<Target> oracles(formats.begin(), formats.end());
   Random random;
   for (const Target& t : oracles) {

@@ -51,9 +51,9 @@ Environment any_environment(Input& in) {
 }
 
 // Few elements, or more than the longest vectors have.
-std::size_t any_size(Input& in) {
+std::size_t any_size(Input& in, std::size_t most = 75) {
   const std::uint64_t b = in.byte();
-  return b < 200 ? b % 20 : b - 180;
+  return (b < 200 ? b % 20 : b - 180) % (most + 1);
 }
 
 Draws any_draws(Input& in) {
@@ -76,12 +76,11 @@ void arithmetic(Input& in) {
 
 template <class In, class Out>
 void rounding(Input& in) {
-  const format f = arrays::number<In> ? zelk::native_format<double> : any_format<In>(in);
-  const format g = any_format<Out>(in);
+  const format g = any_format<Out>(in), f = arrays::number<In> ? g : any_format<In>(in);
   const Environment settings = any_environment(in);
   const Draws draws = any_draws(in);
   random_words.seed(in.byte());
-  const std::vector<In> x = any_elements<In>(in, arrays::number<In> ? g : f, any_size(in));
+  const std::vector<In> x = any_elements<In>(in, f, any_size(in, draws ? 30 : 75));
   check_rounding<In, Out>(settings, x, f, g, draws);
 }
 
@@ -97,11 +96,16 @@ Accumulation any_accumulation(Input& in, format result) {
   return {result, block, in.byte() % 2 != 0, any_draws(in)};
 }
 
+// Of a few blocks: each is a sum of values, which takes time.
+std::size_t any_terms(Input& in, const Accumulation& sum, std::size_t most) {
+  return any_size(in, std::min(sum.block == 0 ? most : 4 * sum.block + 4, most));
+}
+
 template <class T, class C>
 void matrices(Input& in) {
   const format f = any_format<T>(in);
   const Accumulation sum = any_accumulation(in, any_format<C>(in));
-  const std::size_t rows = in.byte() % 5, columns = in.byte() % 5, terms = in.byte() % 12;
+  const std::size_t rows = in.byte() % 4, columns = in.byte() % 4, terms = any_terms(in, sum, 11);
   const std::size_t stride = columns + in.byte() % 3, stride_a = terms + in.byte() % 3;
   const Environment settings = any_environment(in);
   const std::vector<T> a = any_elements<T>(in, f, rows * stride_a);
@@ -115,7 +119,7 @@ void dots(Input& in) {
   const format f = any_format<T>(in);
   const Environment settings = any_environment(in);
   const Accumulation sum = any_accumulation(in, any_format<double>(in));
-  const std::vector<T> x = any_elements<T>(in, f, any_size(in));
+  const std::vector<T> x = any_elements<T>(in, f, any_terms(in, sum, 75));
   std::vector<T> y = any_elements<T>(in, f, x.size());
   if (!x.empty() && in.byte() % 4 == 0) y.resize(1);
   check_dot(settings, x, y, f, sum);
@@ -131,12 +135,9 @@ void one_of(Input& in, auto... checks) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input in(data, size);
-  static const std::vector<std::int64_t> targets = [] {
-    std::vector<std::int64_t> all;
-    for_targets([&] { all.push_back(hwy::SupportedTargets()); });
-    return all;
-  }();
-  chosen_targets = targets[in.byte() % targets.size()];
+  std::int64_t left = all_targets;
+  for (u64 k = in.byte() % hwy::PopCount(static_cast<u64>(left)); k != 0; --k) left &= left - 1;
+  chosen_targets = left & -left;
   random_words.seed(0);
   one_of(in, arithmetic<double>, arithmetic<float>, arithmetic<u8>, arithmetic<u16>,
          arithmetic<u32>, arithmetic<u64>, rounding<double, double>, rounding<float, float>,

@@ -12,14 +12,13 @@ using u16 = std::uint16_t;
 using u32 = std::uint32_t;
 using u64 = std::uint64_t;
 
-// A format whose values T holds.
+// A format whose values T holds, often the widest.
 template <class T>
 format any_format(Input& in) {
   constexpr std::uint64_t most[] = {sizeof(T) == 8 ? 11 : 8, sizeof(T) == 8 ? 52 : 23};
   constexpr std::uint64_t room = arrays::number<T> ? 99 : 8 * sizeof(T) - 1;
-  format f{std::min(2 + in.byte() % (most[0] - 1), room - 1), 0};
-  f.mant_width = std::min(1 + in.byte() % most[1], room - f.exp_width);
-  return f;
+  const std::uint64_t e = std::min({2 + in.byte() % (most[0] + 3), most[0], room - 1});
+  return {e, std::min({1 + in.byte() % (most[1] + 9), most[1], room - e})};
 }
 
 // A few words of the input, and the values of f next to them in pattern, repeated.
@@ -33,12 +32,13 @@ std::vector<T> any_elements(Input& in, format f, std::size_t n) {
   std::vector<T> x(n);
   for (std::size_t i = 0; i < n; ++i) {
     const std::uint64_t w = words[i % words.size()] + i / words.size() * step;
+    const std::uint64_t sign = step / 64 & i / words.size() & 1;  // so that sums cancel
     if constexpr (arrays::number<T>) {
-      const bool of_f = step % 2 == 0;
-      x[i] =
-          of_f ? element<T>(value(w, f)) : std::bit_cast<T>(static_cast<zelk::native_word<T>>(w));
+      x[i] = step % 2 == 0 ? element<T>(value(w, f))
+                           : std::bit_cast<T>(static_cast<zelk::native_word<T>>(w));
+      if (sign != 0) x[i] = -x[i];
     } else {
-      x[i] = static_cast<T>(w);
+      x[i] = static_cast<T>(w ^ sign << f.exp_width << f.mant_width);
     }
   }
   return x;
@@ -50,10 +50,10 @@ Environment any_environment(Input& in) {
           (b & 4) != 0};
 }
 
-// Few elements, or more than the longest vectors have.
-std::size_t any_size(Input& in, std::size_t most = 75) {
+// Few elements, or about as many as are taken at once.
+std::size_t any_size(Input& in, std::size_t most = 79) {
   const std::uint64_t b = in.byte();
-  return (b < 200 ? b % 20 : b - 180) % (most + 1);
+  return (b % 20 + (b < 236 ? 0 : 60)) % (most + 1);
 }
 
 Draws any_draws(Input& in) {
@@ -80,7 +80,7 @@ void rounding(Input& in) {
   const Environment settings = any_environment(in);
   const Draws draws = any_draws(in);
   random_words.seed(in.byte());
-  const std::vector<In> x = any_elements<In>(in, f, any_size(in, draws ? 30 : 75));
+  const std::vector<In> x = any_elements<In>(in, f, any_size(in, draws ? 30 : 79));
   check_rounding<In, Out>(settings, x, f, g, draws);
 }
 
@@ -91,21 +91,17 @@ void decoding(Input& in) {
   check_decoding<In, Out>(any_elements<In>(in, f, any_size(in)), f);
 }
 
-Accumulation any_accumulation(Input& in, format result) {
-  const std::uint64_t block = in.byte() % 8;
-  return {result, block, in.byte() % 2 != 0, any_draws(in)};
-}
-
-// Of a few blocks: each is a sum of values, which takes time.
-std::size_t any_terms(Input& in, const Accumulation& sum, std::size_t most) {
-  return any_size(in, std::min(sum.block == 0 ? most : 4 * sum.block + 4, most));
+// Of n terms in five blocks at most: each is a sum of values, which takes time.
+Accumulation any_accumulation(Input& in, format result, std::size_t n) {
+  const std::uint64_t b = in.byte(), block = b % 8 * (b < 128 ? 1 : 13);
+  return {result, block == 0 ? 0 : std::max(block, n / 4), in.byte() % 2 != 0, any_draws(in)};
 }
 
 template <class T, class C>
 void matrices(Input& in) {
   const format f = any_format<T>(in);
-  const Accumulation sum = any_accumulation(in, any_format<C>(in));
-  const std::size_t rows = in.byte() % 4, columns = in.byte() % 4, terms = any_terms(in, sum, 11);
+  const std::size_t rows = in.byte() % 4, columns = in.byte() % 4, terms = in.byte() % 8;
+  const Accumulation sum = any_accumulation(in, any_format<C>(in), terms);
   const std::size_t stride = columns + in.byte() % 3, stride_a = terms + in.byte() % 3;
   const Environment settings = any_environment(in);
   const std::vector<T> a = any_elements<T>(in, f, rows * stride_a);
@@ -118,8 +114,8 @@ template <class T>
 void dots(Input& in) {
   const format f = any_format<T>(in);
   const Environment settings = any_environment(in);
-  const Accumulation sum = any_accumulation(in, any_format<double>(in));
-  const std::vector<T> x = any_elements<T>(in, f, any_terms(in, sum, 75));
+  const std::vector<T> x = any_elements<T>(in, f, in.byte() % 80);
+  const Accumulation sum = any_accumulation(in, any_format<double>(in), x.size());
   std::vector<T> y = any_elements<T>(in, f, x.size());
   if (!x.empty() && in.byte() % 4 == 0) y.resize(1);
   check_dot(settings, x, y, f, sum);

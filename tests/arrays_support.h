@@ -35,21 +35,18 @@ inline constexpr std::size_t every = 65536;
 #endif
 
 // Every setting of an environment.
-template <class Visit>
-void for_environments(Visit visit) {
+inline void for_environments(auto visit) {
   for (unsigned i = 0; i < 48; ++i) {
     visit(Environment{static_cast<Rounding>(i % 6), static_cast<Tininess>(i / 6 % 2),
                       i / 12 % 2 != 0, i / 24 != 0});
   }
 }
 
-// Every instruction set that this machine has, forced in turn, or those of a choice. To ask for
-// them takes long in a virtual machine.
+// Every instruction set of this machine that the library has, forced in turn, or a choice of them.
 inline const std::int64_t all_targets = hwy::SupportedTargets() & HWY_TARGETS;
 inline std::int64_t chosen_targets = all_targets;
 
-template <class Visit>
-void for_targets(Visit visit) {
+inline void for_targets(auto visit) {
   for (std::int64_t left = chosen_targets; left != 0; left &= left - 1) {
     hwy::SetSupportedTargetsForTest(left & -left);
     SCOPED_TRACE(hwy::TargetName(left & -left));

@@ -206,11 +206,13 @@ HWY_EXPORT(ExtentOf);
 HWY_EXPORT(Split);
 HWY_EXPORT(MultiplyAdd);
 
-// A lower part is a multiple of the square of the least positive value and at most half of
-// sigma's last place; with 10 digits more it has to be a double.
+// A product has to be a double, and so has a sum of lower parts: each of these is a multiple of the
+// square of the least positive value and at most half of sigma's last place; 10 digits more are for
+// how many there are.
 bool has_narrow_products(Shape f) {
+  const int digits = 2 * (f.m + 1);
   const int low = 2 * (f.emin() - f.m), high = 2 * (f.emax() + 1);
-  return high + 10 - 52 + 10 - low <= 53;
+  return digits <= 53 && high + 10 - 52 + 10 - low <= 53;
 }
 
 bool sum_products(const double* x, const double* y, std::size_t n, Parts& parts) {

@@ -210,9 +210,8 @@ HWY_EXPORT(MultiplyAdd);
 // square of the least positive value and at most half of sigma's last place; 10 digits more are for
 // how many there are.
 bool has_narrow_products(Shape f) {
-  const int digits = 2 * (f.m + 1);
   const int low = 2 * (f.emin() - f.m), high = 2 * (f.emax() + 1);
-  return digits <= 53 && high + 10 - 52 + 10 - low <= 53;
+  return 2 * (f.m + 1) <= 53 && high + 10 - 52 + 10 - low <= 53;
 }
 
 bool sum_products(const double* x, const double* y, std::size_t n, Parts& parts) {
